@@ -1,0 +1,191 @@
+/*
+ * Public operations of the modem library.
+ *
+ * Every operation first asks the status gate (briolib_check_library_status) and returns its non-zero value
+ * unchanged, unless it says otherwise: BRIO_STATUS_NOT_OPEN (1) or BRIO_STATUS_FATAL (3). "Request failures"
+ * are BRIO_STATUS_FAILURE (4, error answer or broken channel) and BRIO_STATUS_TIMEOUT (5). Operations that
+ * send a command block until the answer or the time-out (20 s unless stated); they run on any thread but the
+ * library's read thread, and only one command is outstanding at a time.
+ */
+#ifndef BRIO_BRIO_H
+#define BRIO_BRIO_H
+
+#include <stdint.h>
+
+#include "brio/brio_export.h"
+#include "brio/brio_log_bits.h"
+#include "brio/brio_types.h"
+
+BRIO_EXTERN_C_BEGIN
+
+/* The modem library's log mask (brio_log_bits.h), 0 at load. A plain word: set it with
+ * briolib_log_set_log_mask. */
+extern BRIO_API uint32_t g_brio_lib_log_mask;
+/* The shared modem-data record, guarded by the URC-data mutex. */
+extern BRIO_API brio_atcmd_data g_brio_lib_atcmd_data;
+/* PS attachment, current and previous: two equal words, 1 while registered for PS, else 0. */
+extern BRIO_API uint32_t s_pdp_event[2];
+extern BRIO_API uint32_t s_prev_pdp_event[2];
+/* SAR mode that the proximity monitor applied last (enum brio_sar_mode); 0 at load. */
+extern BRIO_API int32_t g_pre_sar_mode;
+
+/* ---- Life
+ * -------------------------------------------------------------------------------------------------------- */
+
+/*
+ * Puts `dir` in front of every device path (ports, state files, sysfs, /proc/net/dev); null or "" is the
+ * device itself. The text is copied. Only while the library is closed.
+ */
+BRIO_API void brio_set_root_dir(const char* dir);
+/*
+ * Opens the modem on `query_port` ("/dev/ttyACM2"). 0; 2 while open or closing; 4 when the packet layer or
+ * the ports cannot be opened; 5 when the modem does not accept "ATE0" or "AT+CFUN=1". Not gated. A failed
+ * open leaves nothing behind and may be retried. Blocks for the whole command sequence.
+ */
+BRIO_API uint32_t brio_open(const char* query_port);
+/* Closes the library; always 0, harmless when it is not open. Not gated. */
+BRIO_API uint32_t brio_close(void);
+/* The status gate's value, nothing else. */
+BRIO_API uint32_t brio_log_startup_status(void);
+/* Always 0: a hook that inspects nothing. Not gated. */
+BRIO_API uint32_t brio_check_for_fatal_failure(void);
+/*
+ * Registers the callback of one event (null clears it). 0, or 6 when `id` is above 9. No lock: register
+ * before the library reports, and leave the table alone while it is open. Not gated.
+ */
+BRIO_API uint32_t brio_set_callback_for_event_id(uint32_t id, brio_event_callback callback);
+
+/* ---- Registration and network
+ * ------------------------------------------------------------------------------------ */
+
+/*
+ * Switches groups of unsolicited results: 0 start-up set, 1 BAS reports on, 2 BAS reports off, 3 bars reports
+ * on, 4 bars reports off; other modes do nothing. 0 or request failures. Modes 0 and 1 are gated; 2 and above
+ * are not, since they are used on the way down.
+ */
+BRIO_API uint32_t brio_atcmd_enable_urc(uint32_t mode);
+/*
+ * Scans for operators ("AT+COPS=?", up to 300 s) after de-registering. `buffer` receives a NUL-terminated
+ * list of entries "stat,mcc,mnc,rat,\"\",long name,short name;" (stat 0 unknown, 1 available, 2 current), at
+ * most `size` bytes with the NUL; it stays untouched when no entry fits. 0; 6 for a null buffer; 4, also when
+ * nothing valid was found; 5 after 300 s; 8 when aborted.
+ */
+BRIO_API uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size);
+/* Sends "^" to stop the modem's search. 0 or request failures. */
+BRIO_API uint32_t brio_atcmd_scan_abort(void);
+/* Releases a scan that waits for its answer: 8 when released, 4 when it could not be. Any thread. */
+BRIO_API uint32_t brio_abort_manual_nw_scan(void);
+/* Automatic network selection ("AT+COPS=0"). 0 or request failures. */
+BRIO_API uint32_t brio_atcmd_set_auto_mode(void);
+/* Refreshes the record of the current network that a scan marks. 0. */
+BRIO_API uint32_t brio_get_current_network(void);
+/*
+ * Asks for the network's time zone ("AT+CCLK?"). Fills `record` with zeros and the zone (time_zone, quarter
+ * hours). 0; 6 for null; 5 when the modem gave no zone.
+ */
+BRIO_API uint32_t brio_get_network_time(network_time* record);
+/* 0 none or unknown, 1 GSM, 2 EDGE class, 3 UMTS family, 5 LTE. 0; 6 for null (before the gate). */
+BRIO_API uint32_t brio_get_data_service_mode(uint32_t* out);
+/* 2 roaming, 1 home, 0 anything else, of the CS registration. 0; 6 for null. */
+BRIO_API uint32_t brio_get_roaming_status(uint32_t* out);
+/* Band number of the last registration report, 0 unknown. 0; 6 for null. */
+BRIO_API uint32_t brio_get_band_info(uint32_t* out);
+/* WAN type of the shared record. 0; 6 for null. */
+BRIO_API uint32_t brio_get_wan_type(uint32_t* out);
+/* Carrier configuration number of the modem, 0xFFFF unknown. 0; 6 for null. */
+BRIO_API uint32_t brio_get_carrier_id(uint16_t* out);
+/* MCC text in bytes 0..3, MNC text in bytes 4..7, "FFF" unknown. 0; 6 for null. */
+BRIO_API uint32_t brio_get_mcc_mnc(char out[8]);
+/*
+ * Both outputs become 1 while registered for PS, else 0. Refreshes a placeholder MCC and raises event 5; asks
+ * for the registration at most once in 61 s while not registered. 0; 6 for null.
+ */
+BRIO_API uint32_t brio_get_pdp_context_activation_allowed(uint32_t* attached, uint32_t* allowed);
+/* Deletes every stored short message. 0; 5 when that failed. */
+BRIO_API uint32_t brio_clear_sms(void);
+
+/* ---- Antennas
+ * ---------------------------------------------------------------------------------------------------- */
+
+/* Asks the modem for the BAS antenna status. `record` is preset by the caller. 0; 5 for any failed request; 6
+ * for null. */
+BRIO_API uint32_t brio_get_bas_status(bas_status* record);
+/* LTE antenna in use; asks the modem only while it is unknown. 0; 6 for null; 7 when it cannot be read. */
+BRIO_API uint32_t brio_get_curr_lte_ant(uint32_t* out);
+/* Locks antenna 1 or 2, or switches automatically (3). 0; 6 for another choice; request failures. */
+BRIO_API uint32_t brio_set_lte_ant(uint32_t choice);
+
+/* ---- Signal bars
+ * ------------------------------------------------------------------------------------------------- */
+
+/*
+ * Signal bars. Mode 0 polls the modem at most once in 91 s and never gives 255; 1 (reading application
+ * active) and 2 (plain read) serve the held value, which may be 255. 0; 6 for null; 7 when the poll failed.
+ * One host thread.
+ */
+BRIO_API uint32_t brio_get_bars(uint32_t* out, int32_t mode);
+/* Does nothing: the modem computes the bars. 0. Not gated. */
+BRIO_API uint32_t brio_set_bars_table(const void* table);
+/* Does nothing but check: 6 when `period` is 1, 2 or above 255. */
+BRIO_API uint32_t brio_set_bars_update_period(uint32_t period);
+
+/* ---- SIM
+ * ---------------------------------------------------------------------------------------------------------
+ */
+
+/* Card and lock status from the modem, preset to 0 and 15. 0; 6 for null; request failures. */
+BRIO_API uint32_t brio_get_sim_status(sim_card_status* record);
+/* SIM status (enum brio_sim_status): SIM_STATUS_OK, SIM_NOT_READ, NO_SIM or INVALID_OTHER. 0; 6 for null; as
+ * above. */
+BRIO_API uint32_t brio_get_wn3_sim_status(uint32_t* out);
+/* IMSI and ICCID from the modem. 0; 6 for null; 4 when either cannot be read (`block` is then untouched). */
+BRIO_API uint32_t brio_get_sim_info(sim_identity* block);
+/*
+ * Copies the SIM's PLMN lists and completes the home PLMN of the copy from the IMSI. `size` is a selector,
+ * any non-zero value. 0; 6 for null or 0; 4 when the IMSI cannot be read.
+ */
+BRIO_API uint32_t brio_get_sim_plmn_info(sim_plmn_data* record, uint32_t size);
+/*
+ * Reads the SIM's files and writes the static information file. Without `force` it stops behind the ICCID
+ * when that file exists. 0 also when a file could not be read.
+ */
+BRIO_API uint32_t brio_get_sim_static_info(int32_t force);
+
+/* ---- Modem
+ * ------------------------------------------------------------------------------------------------------- */
+
+/* Modem identity; asked for once after open, then served from memory (not gated then). 0; 6 for null; 4 on
+ * failure. */
+BRIO_API uint32_t brio_get_modem_info(modem_info* record);
+/* The texts held in memory, or " " in each; never asks the modem. The fault count is not copied. 0. Not
+ * gated. */
+BRIO_API uint32_t brio_copy_modem_info(modem_info* record);
+/* Body-SAR back-off on (non-zero) or off. 0, the gate's status, or the request's packet status. Any thread.
+ */
+BRIO_API uint32_t brio_set_sar_pwr(uint32_t on);
+
+/* ---- Factory test: not gated. 0 or request failures.
+ * ------------------------------------------------------------- */
+
+BRIO_API uint32_t brio_set_fake_security_mode(uint32_t on);
+BRIO_API uint32_t brio_clear_mru(void);
+BRIO_API uint32_t brio_turn_off_rf(void);
+/* Selects the carrier configuration of the SIM's home network and removes the WAN information file. 6 also
+ * when the IMSI cannot be read or its network is not supported (nothing is sent then). */
+BRIO_API uint32_t brio_carrier_selection(void);
+
+/* ---- Modem trace
+ * ------------------------------------------------------------------------------------------------- */
+
+/*
+ * Applies the filter file and starts the trace capture into "<log_prefix>_Y_M_D_h_m_s.istp". 0 running; 7 no
+ * filter file (tracing switched off); 6 a line has an invalid format; 4 no command in the file, or no thread;
+ * 3 port or trace file cannot be opened; a filter request's packet status.
+ */
+BRIO_API uint32_t brio_trace_tst_log(const char* filter_path, const char* log_prefix);
+/* Ends the capture and joins its thread; harmless when none runs. Not gated. */
+BRIO_API void brio_trace_tst_stop(void);
+
+BRIO_EXTERN_C_END
+
+#endif

@@ -1,0 +1,165 @@
+/*
+ * Library-internal operations that the modem library's parts, its tests and tools share. Hosts use brio.h and
+ * wabs.h.
+ */
+#ifndef BRIO_BRIOLIB_H
+#define BRIO_BRIOLIB_H
+
+#include <stdint.h>
+
+#include "brio/brio_export.h"
+#include "brio/brio_types.h"
+
+BRIO_EXTERN_C_BEGIN
+
+/* ---- Status and shared data
+ * -------------------------------------------------------------------------------------- */
+
+/* The status gate: 0 open, 1 not open, 3 open but the channel failed or a close is under way. */
+BRIO_API uint32_t briolib_check_library_status(void);
+/* Library status of a packet status and a response status: 0, 4, 5 or 8. */
+BRIO_API uint32_t briolib_translate_status(uint32_t packet_status, uint32_t response_status);
+/* Resets the shared record: 0 whole, non-zero only the serving-cell data. The caller holds the URC-data
+ * mutex. */
+BRIO_API void briolib_init_atcmd_data(int32_t keep);
+/*
+ * The two data mutexes: 0, or 4 when the mutex call fails. Short copies only, never while a command is sent.
+ * The library-state mutex may be held when the URC-data mutex is taken, never the other way round.
+ */
+BRIO_API uint32_t briolib_lock_static_data_mutex(void);
+BRIO_API uint32_t briolib_unlock_static_data_mutex(void);
+BRIO_API uint32_t briolib_lock_urc_data_mutex(void);
+BRIO_API uint32_t briolib_unlock_urc_data_mutex(void);
+/* Calls the event's callback, if any, on this thread. Size without data is refused with a log line. */
+BRIO_API void briolib_exec_event_callback(uint32_t id, uint32_t data_size, const void* data);
+
+/* ---- URC dispatch
+ * ------------------------------------------------------------------------------------------------ */
+
+/* Builds the sorted prefix map. Once, before a port is opened. */
+BRIO_API void at_parse_init(void);
+/*
+ * Hands one line ("+NAME: fields", cut up in place) to its parser; the arguments pass through. 0 when a
+ * parser ran or the line held no name, 4 otherwise. Event thread, or read thread from a response callback.
+ */
+BRIO_API uint32_t at_parse(char* line, void* argument_a, void* argument_b);
+
+/* ---- Registration, reject, serving network
+ * ----------------------------------------------------------------------- */
+
+/* As brio_atcmd_enable_urc, without the gate. */
+BRIO_API uint32_t briolib_atcmd_enable_urc(uint32_t mode);
+/* "AT+CREG?" and "AT+CGREG?"; the packet status of the second. */
+BRIO_API uint32_t briolib_atcmd_query_reg_status(void);
+/* Text behind "+CREG:" or "+CGREG:", cut up in place. The caller holds the URC-data mutex. */
+BRIO_API void briolib_parse_reg_status(char* payload, int32_t is_cs, int32_t is_query);
+/* Text behind "+STKPCI:". A USIM refresh re-reads the ICCID file, so no lock may be held. Not on the read
+ * thread. */
+BRIO_API void briolib_parse_stkpci(char* payload);
+/* Text behind "+GTOTAREJECT:", cut up in place. The caller holds the URC-data mutex. */
+BRIO_API void briolib_parse_gtotareject(char* payload);
+/* Does nothing: the causes are read through the snapshot. 0. */
+BRIO_API uint32_t briolib_get_rej_causes(void);
+/* Operator of "AT+COPS?" into the shared record. 0; the gate's status; 5 when it could not be read. */
+BRIO_API uint32_t briolib_update_mcc_mnc(void);
+/* Serving-cell and state queries into the shared record. 0 or request failures. Not gated. */
+BRIO_API uint32_t briolib_update_lte_info(void);
+BRIO_API uint32_t briolib_get_gtscinfo(void);
+BRIO_API uint32_t briolib_get_gtscstat(void);
+/* Stores the network time. The caller holds the URC-data mutex. */
+BRIO_API void briolib_update_time_info(const network_time* record);
+/* Raises event 9 with size 4 and the 16-byte record. */
+BRIO_API void briolib_send_time_event(const network_time* record);
+/* 3GPP TS 24.008 PLMN: byte 0 MCC2|MCC1, byte 1 MNC3|MCC3, byte 2 MNC2|MNC1 (high|low nibble), MNC3 0xF for
+ * two digits. */
+/* Texts of 4 bytes each; FF FF FF gives "fff". 0, or 6 for null. */
+BRIO_API uint32_t briolib_plmn_get_mcc_mnc(const uint8_t plmn[3], char* mcc, char* mnc);
+/* 0, or 6 for null. */
+BRIO_API uint32_t briolib_mccmnc_to_plmn(const char* mcc, const char* mnc, uint8_t plmn[3]);
+
+/* ---- Antennas and bars
+ * ------------------------------------------------------------------------------------------- */
+
+/* Text behind "+BASURC:" (`record` null) or a "+BAS" answer line. The caller holds the URC-data mutex. */
+BRIO_API void briolib_parse_bas_status(char* payload, bas_status* record);
+/* Text behind "+GTBARS:", cut up in place. The caller holds the URC-data mutex. */
+BRIO_API void briolib_parse_gtbars(char* payload);
+/* The next brio_get_bars polls. */
+BRIO_API void briolib_invalid_cached_bars(void);
+
+/* ---- SIM
+ * ---------------------------------------------------------------------------------------------------------
+ */
+
+/* Read the ICCID (up to 20 digits) or the IMSI (up to 15). The library's buffer, or null when that failed.
+ * Host thread. */
+BRIO_API char* briolib_get_sim_iccid(void);
+BRIO_API char* briolib_get_sim_imsi(void);
+/* Whether the digest of the static information file is known: 1 or 0. */
+BRIO_API uint32_t briolib_get_sim_info_md5_status(void);
+BRIO_API void briolib_set_sim_info_md5_status(uint32_t value);
+/* Copy a whole block out or in; 0, or 6 for null. The caller holds the static-data mutex. */
+BRIO_API uint32_t briolib_get_sim_plmn_data(sim_plmn_data* record);
+BRIO_API uint32_t briolib_update_sim_plmn_data(const sim_plmn_data* record);
+BRIO_API uint32_t briolib_get_sim_info_data(sim_info_data* record);
+BRIO_API uint32_t briolib_update_sim_info_data(const sim_info_data* record);
+
+/* ---- Modem configuration
+ * ----------------------------------------------------------------------------------------- */
+
+/* Makes the modem's carrier configuration fit the SIM. 0; 5 the query failed; 6 no IMSI or unsupported;
+ * request failures. */
+BRIO_API uint32_t briolib_check_carrier_confg(void);
+/* Makes the APN of PDP context 1 fit the SIM or the override file. 0; 5 the query failed; 6 no IMSI; request
+ * failures. */
+BRIO_API uint32_t briolib_check_apn_setting(void);
+/* Decides the WAN type. 0, or 7 when the model could not be read (type 0). */
+BRIO_API uint32_t briolib_update_wan_type(void);
+/* `mode` unchanged; for 255: 1 when the stored selection command holds "AT+COPS=0", else 0. */
+BRIO_API uint32_t briolib_get_snapshot_mode(uint32_t mode);
+/* Forgets the modem identity held in memory. */
+BRIO_API void briolib_reset_modem_info(void);
+/* "AT+BODYSARON=1" for non-zero, else "=0"; the packet status. */
+BRIO_API uint32_t briolib_set_sar_pwr(uint32_t on);
+
+/* ---- Logs, digests, encodings
+ * ------------------------------------------------------------------------------------ */
+
+/* Writes the static information file when its digest differs from the last known one. Host thread. */
+BRIO_API void briolib_log_dump_static_info(void);
+/* MD5 of `count` texts in order, up to the first null. 16, or 0 for null, no texts, or a libcrypto failure.
+ */
+BRIO_API uint32_t briolib_get_md5_hash(const char* const* strings, int32_t count, uint8_t digest[16]);
+/* MD5 of a file; the path is taken as it stands (no root directory). 16, or 0 with a log line. */
+BRIO_API uint32_t briolib_get_file_md5_hash(const char* path, uint8_t digest[16]);
+/* Builds the reverse base64 table, once. */
+BRIO_API void briolib_base64_init(void);
+/* Bytes produced, or -1 when they exceed the capacity. Standard alphabet, padded, no line breaks, no NUL. */
+BRIO_API int32_t briolib_base64_encode(const void* input, void* output, int32_t input_length,
+                                       int32_t output_capacity);
+/*
+ * Bytes produced, or -1 when the length is no multiple of 4 or the capacity exceeds the decoded size before
+ * padding (a quirk that is kept: `output_capacity` must not exceed 3 * length / 4). Characters are not
+ * checked.
+ */
+BRIO_API int32_t briolib_base64_decode(const void* input, void* output, int32_t input_length,
+                                       int32_t output_capacity);
+/* Replace every ASCII letter, or every decimal digit, in place (length modulo 65,536). The text, also when
+ * null. */
+BRIO_API char* briolib_obfuscate_alphabet(char* text, char mask_char);
+BRIO_API char* briolib_obfuscate_numeral(char* text, char mask_char);
+/* Sets the library's log mask and logs that. */
+BRIO_API void briolib_log_set_log_mask(uint32_t mask);
+/* Hexadecimal dump, 16 bytes a line, when `bits` and the log mask share one. */
+BRIO_API void briolib_log_debug_print_packet(uint32_t bits, const void* data, uint32_t length);
+/*
+ * Fills the snapshot; with `no_refresh` 0 every third call asks the modem for serving-cell data first. 0; 6
+ * for null; the gate's status. Host thread.
+ */
+BRIO_API uint32_t briolib_get_atcmd_snapshot(atcmd_snapshot* record, uint32_t no_refresh);
+/* Name of `value` in a table of `count` rows, "N/A" when absent or the table is null. */
+BRIO_API const char* enum_to_string(const enum_pair* table, uint32_t count, uint32_t value);
+
+BRIO_EXTERN_C_END
+
+#endif

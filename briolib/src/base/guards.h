@@ -1,0 +1,79 @@
+// Owners for what an early return would leak: a held mutex, a descriptor, a FILE, heap text.
+#ifndef BRIOLIB_BASE_GUARDS_H
+#define BRIOLIB_BASE_GUARDS_H
+
+#include <pthread.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+namespace brio {
+
+class MutexGuard {
+ public:
+  explicit MutexGuard(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
+  ~MutexGuard() { pthread_mutex_unlock(&mutex_); }
+  MutexGuard(const MutexGuard&) = delete;
+  MutexGuard& operator=(const MutexGuard&) = delete;
+
+ private:
+  pthread_mutex_t& mutex_;
+};
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd = -1) : fd_(fd) {}
+  ~Descriptor() { reset(); }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int get() const { return fd_; }
+  bool valid() const { return fd_ >= 0; }
+  int release() {
+    int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
+  void reset(int fd = -1) {
+    if (fd_ >= 0) close(fd_);
+    fd_ = fd;
+  }
+
+ private:
+  int fd_;
+};
+
+class File {
+ public:
+  explicit File(FILE* file) : file_(file) {}
+  ~File() {
+    if (file_ != nullptr) fclose(file_);
+  }
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+
+  FILE* get() const { return file_; }
+  explicit operator bool() const { return file_ != nullptr; }
+
+ private:
+  FILE* file_;
+};
+
+// Heap memory of malloc and its kin.
+class HeapText {
+ public:
+  explicit HeapText(char* text) : text_(text) {}
+  ~HeapText() { free(text_); }
+  HeapText(const HeapText&) = delete;
+  HeapText& operator=(const HeapText&) = delete;
+
+  char* get() const { return text_; }
+  explicit operator bool() const { return text_ != nullptr; }
+
+ private:
+  char* text_;
+};
+
+}  // namespace brio
+
+#endif

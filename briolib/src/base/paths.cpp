@@ -1,0 +1,37 @@
+#include "base/paths.h"
+
+#include <string.h>
+#include <sys/types.h>
+
+#include "brio/brio.h"
+
+namespace brio {
+namespace {
+
+// Written only while the library is closed, read by all its threads.
+char s_root_dir[PATH_MAX];
+
+}  // namespace
+
+DevicePath::DevicePath(const char* path) {
+  int length = snprintf(text_, sizeof(text_), "%s%s", s_root_dir, path);
+  if (length < 0 || static_cast<size_t>(length) >= sizeof(text_)) text_[0] = '\0';
+}
+
+int open_device(const char* path, int flags, mode_t mode) {
+  return open(DevicePath(path).c_str(), flags | O_CLOEXEC, mode);
+}
+
+FILE* fopen_device(const char* path, const char* mode) {
+  char mode_cloexec[8];
+  snprintf(mode_cloexec, sizeof(mode_cloexec), "%se", mode);
+  return fopen(DevicePath(path).c_str(), mode_cloexec);
+}
+
+}  // namespace brio
+
+void brio_set_root_dir(const char* dir) {
+  using brio::s_root_dir;
+  int length = snprintf(s_root_dir, sizeof(s_root_dir), "%s", dir != nullptr ? dir : "");
+  if (length < 0) s_root_dir[0] = '\0';
+}

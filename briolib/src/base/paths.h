@@ -1,0 +1,44 @@
+// Every device path of the system, and the root directory that may stand in front of them.
+#ifndef BRIOLIB_BASE_PATHS_H
+#define BRIOLIB_BASE_PATHS_H
+
+#include <fcntl.h>
+#include <limits.h>
+#include <stdio.h>
+
+namespace brio {
+
+inline constexpr char kTracePort[] = "/dev/ttyACM1";
+inline constexpr char kQueryPort[] = "/dev/ttyACM2";
+inline constexpr char kUrcPort[] = "/dev/ttyACM3";
+
+inline constexpr char kLogConfigFile[] = "/var/local/wan/briolib_log_config";
+inline constexpr char kManualSelectionFile[] = "/var/run/mcsdwc.dat";
+inline constexpr char kFatalRejectFile[] = "/var/run/fatal_reject";
+inline constexpr char kMccFile[] = "/var/local/wan/mcc";
+inline constexpr char kStaticInfoFile[] = "/var/local/wan/static_info";
+inline constexpr char kWanInfoFile[] = "/var/local/wan/info";
+inline constexpr char kApnOverrideFile[] = "/mnt/us/apn";
+inline constexpr char kTraceFilterFile[] = "/var/local/wan/debug/trace_filter.cfg";
+inline constexpr char kTraceLogPrefix[] = "/mnt/us/trace_log";
+inline constexpr char kProxDirectory[] = "/sys/devices/virtual/proximity/proximity0/";
+inline constexpr char kNetDevFile[] = "/proc/net/dev";
+
+// A device path below the root directory. An over-long result is empty, so that opening it fails with ENOENT.
+class DevicePath {
+ public:
+  explicit DevicePath(const char* path);
+  const char* c_str() const { return text_; }
+
+ private:
+  char text_[PATH_MAX];
+};
+
+// open(2) and fopen(3) of a device path; every descriptor is close-on-exec. `fopen` modes carry no "e" of
+// their own.
+int open_device(const char* path, int flags, mode_t mode = 0);
+FILE* fopen_device(const char* path, const char* mode);
+
+}  // namespace brio
+
+#endif

@@ -1,0 +1,61 @@
+#include "base/text.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+namespace brio {
+
+char* next_field(char** cursor, char separator) {
+  char* field = *cursor;
+  if (field == nullptr) return nullptr;
+  char* end = strchr(field, separator);
+  if (end == nullptr) {
+    *cursor = nullptr;
+  } else {
+    *end = '\0';
+    *cursor = end + 1;
+  }
+  return field;
+}
+
+void copy_text(char* destination, size_t capacity, const char* source, size_t count) {
+  if (capacity == 0) return;
+  size_t length = strnlen(source, count < capacity - 1 ? count : capacity - 1);
+  memcpy(destination, source, length);
+  destination[length] = '\0';
+}
+
+int32_t decimal(const char* text) {
+  return static_cast<int32_t>(strtoll(text, nullptr, 10));
+}
+
+uint32_t hexadecimal(const char* text) {
+  return static_cast<uint32_t>(strtoull(text, nullptr, 16));
+}
+
+bool is_space(char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+bool is_digit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+const char* skip_spaces(const char* text) {
+  while (is_space(*text)) text++;
+  return text;
+}
+
+char* skip_spaces(char* text) {
+  return const_cast<char*>(skip_spaces(const_cast<const char*>(text)));
+}
+
+char* trim(char* text) {
+  char* start = skip_spaces(text);
+  size_t length = strlen(start);
+  while (length > 0 && is_space(start[length - 1])) length--;
+  start[length] = '\0';
+  return start;
+}
+
+}  // namespace brio

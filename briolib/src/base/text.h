@@ -1,0 +1,34 @@
+// Small steps of taking a line apart, shared by the parsers. None of them leaves its source or its field.
+#ifndef BRIOLIB_BASE_TEXT_H
+#define BRIOLIB_BASE_TEXT_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+namespace brio {
+
+// The next field of a line split at `separator`, which is overwritten with NUL. Empty fields count. Null once
+// the line has ended: `*cursor` is null behind the last field.
+char* next_field(char** cursor, char separator);
+
+// Copies at most `count` characters of `source`, at most what fits, and terminates.
+void copy_text(char* destination, size_t capacity, const char* source, size_t count = SIZE_MAX);
+
+// The number at the start of `text` (white space skipped), 0 for none; values beyond 32 bits keep their low
+// 32 bits.
+int32_t decimal(const char* text);
+uint32_t hexadecimal(const char* text);
+
+bool is_space(char c);  // C locale
+bool is_digit(char c);
+
+// First character that is not white space.
+char* skip_spaces(char* text);
+const char* skip_spaces(const char* text);
+
+// Cuts white space at both ends; the place where the rest starts.
+char* trim(char* text);
+
+}  // namespace brio
+
+#endif

@@ -1,0 +1,21 @@
+// Access to the plain words that threads share without a lock: relaxed atomics, since each word stands alone.
+#ifndef BRIOLIB_BASE_WORDS_H
+#define BRIOLIB_BASE_WORDS_H
+
+#include <stdint.h>
+
+namespace brio {
+
+template <typename T>
+inline T relaxed_load(const T& word) {
+  return __atomic_load_n(&word, __ATOMIC_RELAXED);
+}
+
+template <typename T>
+inline void relaxed_store(T& word, T value) {
+  __atomic_store_n(&word, value, __ATOMIC_RELAXED);
+}
+
+}  // namespace brio
+
+#endif

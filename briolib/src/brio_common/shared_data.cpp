@@ -1,0 +1,1 @@
+#include "brio_common/shared_data.h"

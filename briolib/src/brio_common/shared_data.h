@@ -1,0 +1,36 @@
+// The locks of the shared data, and the SIM status that is kept beside the shared modem-data record.
+#ifndef BRIOLIB_BRIO_COMMON_SHARED_DATA_H
+#define BRIOLIB_BRIO_COMMON_SHARED_DATA_H
+
+#include <stdint.h>
+
+#include "brio/brio.h"
+#include "brio/briolib.h"
+
+namespace brio {
+
+// Holds the URC-data mutex: g_brio_lib_atcmd_data and g_sim_status. Short copies only, never while a command
+// is sent.
+class UrcDataLock {
+ public:
+  UrcDataLock() { briolib_lock_urc_data_mutex(); }
+  ~UrcDataLock() { briolib_unlock_urc_data_mutex(); }
+  UrcDataLock(const UrcDataLock&) = delete;
+  UrcDataLock& operator=(const UrcDataLock&) = delete;
+};
+
+// Holds the static-data mutex: the two SIM blocks. Short copies only, never while a command is sent.
+class StaticDataLock {
+ public:
+  StaticDataLock() { briolib_lock_static_data_mutex(); }
+  ~StaticDataLock() { briolib_unlock_static_data_mutex(); }
+  StaticDataLock(const StaticDataLock&) = delete;
+  StaticDataLock& operator=(const StaticDataLock&) = delete;
+};
+
+// SIM status (enum brio_sim_status) of the last brio_get_wn3_sim_status, guarded by the URC-data mutex.
+extern uint16_t g_sim_status;
+
+}  // namespace brio
+
+#endif

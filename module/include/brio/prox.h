@@ -1,0 +1,20 @@
+/* The proximity monitor: switches the modem's body-SAR back-off. */
+#ifndef BRIO_PROX_H
+#define BRIO_PROX_H
+
+#include <stdint.h>
+
+#include "brio/brio_export.h"
+
+BRIO_EXTERN_C_BEGIN
+
+/* Enables the sensor and starts the monitor thread. 0; 3 sensor or thread failed; 5 no socket pair. Host
+ * thread. */
+BRIO_API uint32_t prox_open(void);
+/* Disables the sensor and ends the monitor thread. No SAR command runs once it has joined the thread. Host
+ * thread. */
+BRIO_API void prox_close(void);
+
+BRIO_EXTERN_C_END
+
+#endif

@@ -1,0 +1,1 @@
+#include "brio/brio_module.h"

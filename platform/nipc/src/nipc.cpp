@@ -1,0 +1,1 @@
+#include "nipc/nipc.h"

@@ -1,0 +1,27 @@
+// Captures what the library writes to syslog: the test program defines the syslog functions itself.
+#ifndef TESTS_SUPPORT_LOG_CAPTURE_H
+#define TESTS_SUPPORT_LOG_CAPTURE_H
+
+#include <string>
+#include <vector>
+
+namespace log_capture {
+
+struct Line {
+  int priority;
+  std::string text;
+};
+
+void clear();
+std::vector<Line> lines();
+// Number of captured lines that hold `part`.
+size_t count(const std::string& part);
+bool has(const std::string& part);
+// The first line that holds `part`, or "".
+std::string find(const std::string& part);
+// Waits up to ten seconds until `part` was logged at least `times` times.
+bool wait_for(const std::string& part, size_t times = 1);
+
+}  // namespace log_capture
+
+#endif

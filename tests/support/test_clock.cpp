@@ -1,0 +1,164 @@
+#include "support/test_clock.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+#include "base/clock.h"
+
+namespace {
+
+std::mutex s_mutex;  // guards everything below but the atomics
+std::condition_variable s_entered_changed;
+std::vector<unsigned> s_sleeps;
+int64_t s_offset_ns = 0;
+unsigned s_ticks_pending = 0;
+uint64_t s_selects_entered = 0;
+std::atomic<double> s_scale{1.0};
+std::atomic<bool> s_fail_monotonic{false};
+std::atomic<bool> s_manual_select{false};
+
+constexpr int64_t kSecond = 1000000000;
+
+int64_t real_now() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * kSecond + now.tv_nsec;
+}
+
+int64_t virtual_now() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  return real_now() + s_offset_ns;
+}
+
+timespec to_timespec(int64_t ns) {
+  return {static_cast<time_t>(ns / kSecond), static_cast<long>(ns % kSecond)};
+}
+
+void record_sleep(unsigned milliseconds) {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  s_sleeps.push_back(milliseconds);
+  s_offset_ns += static_cast<int64_t>(milliseconds) * 1000000;
+}
+
+}  // namespace
+
+namespace test_clock {
+
+void reset() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  s_sleeps.clear();
+  s_offset_ns = 0;
+  s_ticks_pending = 0;
+  s_scale = 1.0;
+  s_fail_monotonic = false;
+  s_manual_select = false;
+}
+
+void advance(double seconds) {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  s_offset_ns += static_cast<int64_t>(seconds * 1e9);
+}
+
+void scale_waits(double factor) {
+  s_scale = factor;
+}
+
+void fail_monotonic(bool fail) {
+  s_fail_monotonic = fail;
+}
+
+std::vector<unsigned> sleeps() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  return s_sleeps;
+}
+
+void manual_select(bool on) {
+  s_manual_select = on;
+}
+
+bool tick() {
+  std::unique_lock<std::mutex> lock(s_mutex);
+  auto patience = std::chrono::seconds(10);
+  if (!s_entered_changed.wait_for(lock, patience, [] { return s_selects_entered > 0; })) return false;
+  uint64_t entered = s_selects_entered;
+  s_ticks_pending++;
+  return s_entered_changed.wait_for(lock, patience, [entered] { return s_selects_entered > entered; });
+}
+
+}  // namespace test_clock
+
+namespace brio {
+
+bool clock_monotonic(timespec* now) {
+  if (s_fail_monotonic) return false;
+  *now = to_timespec(virtual_now());
+  return true;
+}
+
+time_t clock_wall() {
+  return time(nullptr);
+}
+
+void sleep_seconds(unsigned seconds) {
+  record_sleep(seconds * 1000);
+}
+
+void sleep_milliseconds(unsigned milliseconds) {
+  record_sleep(milliseconds);
+}
+
+int clock_wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* deadline) {
+  int64_t left = deadline->tv_sec * kSecond + deadline->tv_nsec - virtual_now();
+  if (left < 0) left = 0;
+  timespec real_deadline =
+      to_timespec(real_now() + static_cast<int64_t>(static_cast<double>(left) * s_scale));
+  int result = pthread_cond_timedwait(condition, mutex, &real_deadline);
+  if (result == ETIMEDOUT) {
+    std::lock_guard<std::mutex> lock(s_mutex);
+    int64_t missing = deadline->tv_sec * kSecond + deadline->tv_nsec - (real_now() + s_offset_ns);
+    if (missing > 0) s_offset_ns += missing;
+  }
+  return result;
+}
+
+int clock_select(int nfds, fd_set* read_set, fd_set* except_set, int timeout_seconds) {
+  {
+    std::lock_guard<std::mutex> lock(s_mutex);
+    s_selects_entered++;
+    s_entered_changed.notify_all();
+  }
+  if (!s_manual_select) {
+    double seconds = timeout_seconds * s_scale;
+    timeval timeout = {static_cast<time_t>(seconds),
+                       static_cast<suseconds_t>((seconds - static_cast<time_t>(seconds)) * 1e6)};
+    return select(nfds, read_set, nullptr, except_set, &timeout);
+  }
+  for (;;) {
+    fd_set reads = *read_set;
+    fd_set excepts = *except_set;
+    timeval slice = {0, 1000};
+    int ready = select(nfds, &reads, nullptr, &excepts, &slice);
+    if (ready != 0) {
+      *read_set = reads;
+      *except_set = excepts;
+      return ready;
+    }
+    std::lock_guard<std::mutex> lock(s_mutex);
+    if (s_ticks_pending > 0) {
+      s_ticks_pending--;
+      s_offset_ns += timeout_seconds * kSecond;
+      FD_ZERO(read_set);
+      FD_ZERO(except_set);
+      return 0;
+    }
+  }
+}
+
+}  // namespace brio

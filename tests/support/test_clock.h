@@ -1,0 +1,36 @@
+// A clock below the library that tests drive. Sleeps take no time: they move the clock and are written down.
+// Waits with a deadline run in real time, scaled.
+#ifndef TESTS_SUPPORT_TEST_CLOCK_H
+#define TESTS_SUPPORT_TEST_CLOCK_H
+
+#include <cstdint>
+#include <vector>
+
+namespace test_clock {
+
+// Real clock, no sleeps recorded, scale 1, no failing reads. Each test starts like this.
+void reset();
+
+// Moves the monotonic clock.
+void advance(double seconds);
+
+// A wait of one second lasts `factor` real seconds (0.001: a 20 s time-out takes 20 ms).
+void scale_waits(double factor);
+
+// Makes reading the monotonic clock fail.
+void fail_monotonic(bool fail);
+
+// What the library slept, in milliseconds, in order.
+std::vector<unsigned> sleeps();
+
+// select with a time-out (the proximity monitor's poll): by default it really waits, scaled. In manual mode
+// it reports its time-out once per tick(), moves the clock by that, and otherwise waits for its descriptors
+// only.
+void manual_select(bool on);
+// Lets one select time out and waits until the following one is entered (or its thread is gone: false after
+// 10 s).
+bool tick();
+
+}  // namespace test_clock
+
+#endif

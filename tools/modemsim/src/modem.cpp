@@ -1,0 +1,1 @@
+#include "modemsim/modem.h"
