@@ -1,0 +1,37 @@
+// Log lines of the module. Every line is gated by bits of gBrioModuleLogMask (WABS_LOG_* of wabs.h).
+//
+// A file that logs defines its source name first:
+//   static constexpr char kSourceFile[] = "brio_module";
+// and writes the whole line, level letter included. Debug lines end in " (%s:%s:%d)", which the macro fills
+// with function, source name and line; the other levels carry no suffix:
+//   MODULE_D(WABS_LOG_VALUE, "D brio:bars:%d (%s:%s:%d)", bars);
+//   MODULE_E("E brio:simstat:status=%d:bad sim status", status);
+#ifndef BRIO_MODULE_LOG_H
+#define BRIO_MODULE_LOG_H
+
+#include <syslog.h>
+
+#include "base/words.h"
+#include "brio/wabs.h"
+
+namespace brio {
+
+inline bool module_log_on(uint32_t bits) {
+  return (relaxed_load(gBrioModuleLogMask) & bits) != 0;
+}
+
+}  // namespace brio
+
+#define MODULE_LINE(bits, priority, ...) \
+  do {                                   \
+    if (::brio::module_log_on(bits)) {   \
+      ::syslog(priority, __VA_ARGS__);   \
+    }                                    \
+  } while (0)
+
+#define MODULE_D(bits, ...) MODULE_LINE(bits, LOG_DEBUG, __VA_ARGS__, __func__, kSourceFile, __LINE__)
+#define MODULE_I(...) MODULE_LINE(WABS_LOG_NOTICE, LOG_NOTICE, __VA_ARGS__)
+#define MODULE_W(...) MODULE_LINE(WABS_LOG_WARNING, LOG_WARNING, __VA_ARGS__)
+#define MODULE_E(...) MODULE_LINE(WABS_LOG_ERROR, LOG_ERR, __VA_ARGS__)
+
+#endif
