@@ -1,1 +1,134 @@
+// The data that the library's threads share, its two mutexes and its reset, and the library status of a
+// request.
 #include "brio_common/shared_data.h"
+
+#include <pthread.h>
+#include <string.h>
+
+#include "base/log.h"
+#include "base/text.h"
+#include "brio/brio_at.h"
+
+namespace {
+
+constexpr char kLogTag[] = "briolib/src/brio_common";
+
+// Error-checking mutexes: a caller that locks twice or unlocks what it does not hold gets status 4 instead of
+// a dead-lock.
+
+// Guards g_brio_lib_atcmd_data, brio::g_sim_status, s_pdp_event and s_prev_pdp_event. The library-state mutex
+// may be held when this one is taken, never the other way round.
+pthread_mutex_t s_urc_data_mutex = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
+
+// Guards s_sim_plmn and s_sim_info. Taken with no other data mutex held.
+pthread_mutex_t s_static_data_mutex = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
+
+sim_plmn_data s_sim_plmn;
+sim_info_data s_sim_info;
+
+constexpr size_t kTimeZoneWord = 2;
+
+uint32_t prv_mutex_status(int result) {
+  return result == 0 ? BRIO_STATUS_OK : BRIO_STATUS_FAILURE;
+}
+
+template <size_t N>
+void prv_set_text(char (&field)[N], const char* text) {
+  brio::copy_text(field, N, text);
+}
+
+}  // namespace
+
+brio_atcmd_data g_brio_lib_atcmd_data;
+
+uint16_t brio::g_sim_status = SIM_NOT_READ;
+
+uint32_t briolib_lock_urc_data_mutex(void) {
+  return prv_mutex_status(pthread_mutex_lock(&s_urc_data_mutex));
+}
+
+uint32_t briolib_unlock_urc_data_mutex(void) {
+  return prv_mutex_status(pthread_mutex_unlock(&s_urc_data_mutex));
+}
+
+uint32_t briolib_lock_static_data_mutex(void) {
+  return prv_mutex_status(pthread_mutex_lock(&s_static_data_mutex));
+}
+
+uint32_t briolib_unlock_static_data_mutex(void) {
+  return prv_mutex_status(pthread_mutex_unlock(&s_static_data_mutex));
+}
+
+void briolib_init_atcmd_data(int32_t keep) {
+  brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  if (keep == 0) {
+    memset(&data, 0, sizeof(data));
+    data.carrier_config = -1;
+    data.carrier_word = 0x00FF;
+    data.time_info[kTimeZoneWord] = 0xFFFFFFFF;
+  }
+  data.rac = 0x00FF;
+  data.signal_a = 255;
+  data.signal_b = 255;
+  data.lac = 0xFFFF;
+  data.cell_id = 0xFFFFFFFF;
+  data.rat = 0xFF;
+  data.bars = 255;
+  briolib_invalid_cached_bars();
+  data.nmo = 0xFF;
+  data.cops_mode = -1;
+  data.pdp_state = 0xFF;
+  prv_set_text(data.mcc, BRIO_PLMN_UNKNOWN);
+  prv_set_text(data.mnc, BRIO_PLMN_UNKNOWN);
+  prv_set_text(data.plmn_text, "None");
+  prv_set_text(data.band_text, "BAND_NONE");
+  data.bas_value_a = 0xFFFF;
+  data.bas_value_b = 0xFFFF;
+  data.curr_lte_ant = 0xFF;
+  data.band = 0;
+}
+
+uint32_t briolib_get_sim_plmn_data(sim_plmn_data* record) {
+  if (record == nullptr) return BRIO_STATUS_INVALID;
+  *record = s_sim_plmn;
+  return BRIO_STATUS_OK;
+}
+
+uint32_t briolib_update_sim_plmn_data(const sim_plmn_data* record) {
+  if (record == nullptr) return BRIO_STATUS_INVALID;
+  s_sim_plmn = *record;
+  return BRIO_STATUS_OK;
+}
+
+uint32_t briolib_get_sim_info_data(sim_info_data* record) {
+  if (record == nullptr) return BRIO_STATUS_INVALID;
+  *record = s_sim_info;
+  return BRIO_STATUS_OK;
+}
+
+uint32_t briolib_update_sim_info_data(const sim_info_data* record) {
+  if (record == nullptr) return BRIO_STATUS_INVALID;
+  s_sim_info = *record;
+  return BRIO_STATUS_OK;
+}
+
+uint32_t briolib_translate_status(uint32_t packet_status, uint32_t response_status) {
+  switch (packet_status) {
+    case BLPKT_STATUS_SUCCESS:
+      break;
+    case BLPKT_STATUS_TIMEOUT:
+      return BRIO_STATUS_TIMEOUT;
+    case BLPKT_STATUS_SCAN_ABORTED:
+      return BRIO_STATUS_SCAN_ABORTED;
+    default:
+      BLIB_E("E blib:%s:%d:blpktstat:status=%d:modem returned bad status", BLIB_HERE,
+             static_cast<int>(packet_status));
+      return BRIO_STATUS_FAILURE;
+  }
+  if (response_status != 0) {
+    BLIB_E("E blib:%s:%d:resp_status:resp=%d:modem indicated a failure", BLIB_HERE,
+           static_cast<int>(response_status));
+    return BRIO_STATUS_FAILURE;
+  }
+  return BRIO_STATUS_OK;
+}
