@@ -1,0 +1,28 @@
+// The modem's body-SAR transmit-power back-off. Who decides when: the proximity monitor.
+#include "base/log.h"
+#include "brio/brio.h"
+#include "brio/brio_at.h"
+#include "brio/briolib.h"
+
+// Written by the proximity monitor, read by the diagnostic page without a lock; accessed relaxed.
+int32_t g_pre_sar_mode = BRIO_SAR_OFF;
+
+namespace {
+
+constexpr char kLogTag[] = "briolib/src/brio_misc";
+
+}  // namespace
+
+uint32_t brio_set_sar_pwr(uint32_t on) {
+  uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) {
+    BLIB_E("E blib:%s:%d:brio_set_sar_power::improper brio library status\n", BLIB_HERE);
+    return status;
+  }
+  return briolib_set_sar_pwr(on);
+}
+
+uint32_t briolib_set_sar_pwr(uint32_t on) {
+  const char* command = on != 0 ? "AT+BODYSARON=1" : "AT+BODYSARON=0";
+  return blpkt_atcmd_request_with_callback(command, NO_RESULT, nullptr, nullptr, nullptr, 0);
+}
