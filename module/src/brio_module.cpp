@@ -1,1 +1,0 @@
-#include "brio/brio_module.h"

@@ -1,0 +1,64 @@
+// What the files of the host module interface share: state, event table and log helpers.
+#ifndef BRIO_MODULE_STATE_H
+#define BRIO_MODULE_STATE_H
+
+#include <stdint.h>
+
+#include "base/words.h"
+#include "brio/brio.h"
+#include "brio/wabs.h"
+#include "module_log.h"
+
+namespace brio {
+
+inline constexpr char kSourceFile[] = "brio_module";
+
+// Process-wide, all zero at load. Used by the host's thread, except where a field names another reader or
+// writer.
+struct ModuleState {
+  uint8_t library_open;      // also read by the thread that aborts a scan: relaxed atomic
+  uint8_t prox_open;         // the proximity monitor runs
+  void* ipc;                 // connection to the device's IPC service, null when it is not to be had
+  int32_t cached_time_zone;  // quarter hours, -1 not known: written by the event thread, relaxed atomic
+  uint32_t mcc_mnc_refresh;  // 1: ask the library again; set by the event thread, relaxed atomic
+  sim_identity sim;          // filled by wabs_open
+  modem_info modem;          // filled by wabs_open
+};
+extern ModuleState g_module;
+
+inline bool module_is_open() {
+  return relaxed_load(g_module.library_open) != 0;
+}
+
+struct EventCallback {
+  uint32_t id;
+  const char* name;
+  brio_event_callback callback;
+};
+inline constexpr int kEventCallbackCount = 8;
+// In the order of registration.
+extern const EventCallback kEventCallbacks[kEventCallbackCount];
+
+// The line of a query that the modem library (or another service) refused.
+void log_get_error(const char* parameter, uint32_t status);
+
+// Entry and exit lines of an operation; both carry the line of the entry.
+class FlowLines {
+ public:
+  FlowLines(const char* function, int line) : function_(function), line_(line) { write(true); }
+  ~FlowLines() { write(false); }
+  FlowLines(const FlowLines&) = delete;
+  FlowLines& operator=(const FlowLines&) = delete;
+
+ private:
+  void write(bool entering) const;
+
+  const char* function_;
+  int line_;
+};
+
+}  // namespace brio
+
+#define MODULE_FLOW() ::brio::FlowLines flow_lines(__func__, __LINE__)
+
+#endif
