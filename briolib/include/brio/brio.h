@@ -40,10 +40,14 @@ BRIO_API void brio_set_root_dir(const char* dir);
 /*
  * Opens the modem on `query_port` ("/dev/ttyACM2"). 0; 2 while open or closing; 4 when the packet layer or
  * the ports cannot be opened; 5 when the modem does not accept "ATE0" or "AT+CFUN=1". Not gated. A failed
- * open leaves nothing behind and may be retried. Blocks for the whole command sequence.
+ * open leaves nothing behind and may be retried. Blocks for the whole command sequence. A port that is lost
+ * after "AT+CFUN=1" does not fail the open: the status gate answers 3 behind it.
  */
 BRIO_API uint32_t brio_open(const char* query_port);
-/* Closes the library; always 0, harmless when it is not open. Not gated. */
+/*
+ * Closes the library; always 0, harmless when it is not open. A close that meets another one returns at once.
+ * Not gated; not on the library's own threads.
+ */
 BRIO_API uint32_t brio_close(void);
 /* The status gate's value, nothing else. */
 BRIO_API uint32_t brio_log_startup_status(void);

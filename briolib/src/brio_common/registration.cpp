@@ -1,0 +1,273 @@
+// Unsolicited results on and off, registration state, SIM refresh.
+#include <string.h>
+
+#include "base/log.h"
+#include "base/text.h"
+#include "brio/brio_at.h"
+#include "brio_common/answer.h"
+#include "brio_common/shared_data.h"
+#include "parse/registration.h"
+
+namespace {
+
+constexpr char kLogTag[] = "briolib/src/brio_common";
+
+// Parser selectors: user values of the requests.
+constexpr uint16_t kSelectorQuery = 1;
+constexpr uint16_t kSelectorCrsm = 23;
+
+constexpr char kBasPrefix[] = "+BAS";
+
+// READ BINARY of the file 12258, the ICCID.
+constexpr char kReadIccidCommand[] = "AT+CRSM=176,12258,0,0,0";
+
+enum CauseByte { kCsCause = 1, kPsCause = 2 };
+
+// Final result only, default time-out.
+uint32_t prv_send(const char* command) {
+  return blpkt_atcmd_request_with_callback(command, NO_RESULT, nullptr, nullptr, nullptr, 0);
+}
+
+uint32_t prv_send_bas(const char* command) {
+  return blpkt_atcmd_request_with_callback(command, SINGLELINE, kBasPrefix, nullptr, nullptr, 0);
+}
+
+void prv_enable_startup_urcs() {
+  prv_send("AT+COPS=3,2");
+  uint8_t wan_type;
+  {
+    brio::UrcDataLock lock;
+    wan_type = g_brio_lib_atcmd_data.wan_type;
+  }
+  // That hardware names the band in its registration lines, in the reporting mode 99 only.
+  const bool with_band = wan_type == BRIO_WAN_TYPE_OSPREY;
+  prv_send(with_band ? "AT+CREG=99" : "AT+CREG=2");
+  prv_send(with_band ? "AT+CGREG=99" : "AT+CGREG=2");
+  prv_send("AT+CTZR=1");
+  prv_send("AT+GTOTAREJECT=1");
+  prv_send("AT+GTBARS=0");
+}
+
+// Response callback of "AT+CREG?" and "AT+CGREG?" (read thread).
+uint32_t recv_func_prv_briolib_get_reg(const ATResponse* response, void*, uint16_t user_value) {
+  char* line = brio::answer_line(response);
+  if (line == nullptr) {
+    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_reg::response is invalid", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  void* selector = reinterpret_cast<void*>(static_cast<uintptr_t>(user_value));
+  uint32_t result = at_parse(brio::skip_spaces(line), nullptr, selector);
+  BLIB_D(BRIO_LOG_MODEM_INFO, "D blib:%s:%d:atcmd creg/cgreg blpkt_ret:%d", BLIB_HERE,
+         static_cast<int>(result));
+  return result;
+}
+
+// Serving-cell data is worthless once the modem is registered for neither domain.
+void prv_clear_serving_cell() {
+  BLIB_D(BRIO_LOG_DEREG, "D blib:%s:%d:CS PS de-reg, clearing cache", BLIB_HERE);
+  briolib_init_atcmd_data(1);
+}
+
+void prv_store_cs_stat(int32_t stat) {
+  brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  switch (stat) {
+    case 1:
+      BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:CS REGISTERED", BLIB_HERE);
+      data.cs_reg_status = 1;
+      break;
+    case 5:
+      data.cs_reg_status = 2;
+      break;
+    case 3:
+      data.cs_reg_status = 3;
+      break;
+    default:
+      data.cs_reg_status = 0;
+      if (data.ps_reg_status == 0) prv_clear_serving_cell();
+      break;
+  }
+}
+
+void prv_store_ps_stat(int32_t stat) {
+  brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  uint32_t attached = 0;
+  switch (stat) {
+    case 1:
+    case 5:
+      BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:PS REGISTERED", BLIB_HERE);
+      data.ps_reg_status = stat == 1 ? 1 : 2;
+      attached = 1;
+      break;
+    case 3:
+      // A denied PS registration is kept in the CS field, and the PS field keeps its value. This is meant.
+      data.cs_reg_status = 3;
+      break;
+    default:
+      data.ps_reg_status = 0;
+      if (data.cs_reg_status == 0) prv_clear_serving_cell();
+      break;
+  }
+  memcpy(s_prev_pdp_event, s_pdp_event, sizeof(s_pdp_event));
+  s_pdp_event[0] = attached;
+  s_pdp_event[1] = attached;
+  if (s_pdp_event[0] != s_prev_pdp_event[0]) {
+    briolib_exec_event_callback(BRIO_EVENT_PDP_ACTIVATION_ALLOWED, sizeof(s_pdp_event), s_pdp_event);
+  }
+}
+
+void prv_log_tokens(const char* payload, const brio::parse::Registration& line, bool is_query) {
+  constexpr int kBandIndex = 5;
+  int index = is_query ? 0 : 1;
+  bool band_pending = line.band_place;
+  const char* token = payload;
+  for (uint32_t i = 0; i < line.token_count; i++) {
+    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:index[%d]token[%s]", BLIB_HERE, index, token);
+    if (index == kBandIndex && band_pending) {
+      band_pending = false;
+    } else {
+      index++;
+    }
+    token += strlen(token) + 1;
+  }
+}
+
+void prv_store_registration(const brio::parse::Registration& line, bool is_cs) {
+  using namespace brio::parse;
+  brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  // The registration state first: it may clear what the other fields then fill.
+  if ((line.fields & kRegStat) != 0) {
+    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:reg_status[%d]", BLIB_HERE, line.stat);
+    if (is_cs) {
+      prv_store_cs_stat(line.stat);
+    } else {
+      prv_store_ps_stat(line.stat);
+    }
+  }
+  if ((line.fields & kRegLac) != 0) {
+    data.lac = line.lac;
+    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:LAC[%d]", BLIB_HERE, line.lac);
+  }
+  if ((line.fields & kRegCellId) != 0) {
+    data.cell_id = line.cell_id;
+    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:CELL_ID[%d]", BLIB_HERE, static_cast<int>(line.cell_id));
+  }
+  if ((line.fields & kRegRat) != 0) {
+    data.rat = line.rat;
+    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:RAT[%d]", BLIB_HERE, line.rat);
+  }
+  if ((line.fields & kRegBand) != 0) data.band = line.band;
+  if ((line.fields & kRegRejectType) != 0) {
+    if (is_cs) {
+      BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:CS_REJECT_TYPE[%d]", BLIB_HERE, line.reject_type);
+    } else {
+      BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:PS_REJECT_TYPE[%d]", BLIB_HERE, line.reject_type);
+    }
+  }
+  if ((line.fields & kRegRejectCause) != 0) {
+    data.reject_bytes[is_cs ? kCsCause : kPsCause] = line.reject_cause;
+    if (is_cs) {
+      BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:CS_REJECT_CAUSE[%d]", BLIB_HERE, line.reject_cause);
+    } else {
+      BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:PS_REJECT_CAUSE[%d]", BLIB_HERE, line.reject_cause);
+    }
+  }
+}
+
+}  // namespace
+
+uint32_t s_pdp_event[2];
+uint32_t s_prev_pdp_event[2];
+
+uint32_t briolib_atcmd_enable_urc(uint32_t mode) {
+  switch (mode) {
+    case 0:
+      prv_enable_startup_urcs();
+      return BRIO_STATUS_OK;
+    case 1:
+      prv_send("AT@GTICOM:SIO_PSVCTRL(0)");
+      return briolib_translate_status(prv_send_bas("AT@EPHY:EPHY_BAS_STATUS(1)"), 0);
+    case 2:
+      prv_send_bas("AT@EPHY:EPHY_BAS_STATUS(0)");
+      return briolib_translate_status(prv_send("AT@GTICOM:SIO_PSVCTRL(0)"), 0);
+    case 3:
+      return briolib_translate_status(prv_send("AT+GTBARS=1"), 0);
+    case 4:
+      return briolib_translate_status(prv_send("AT+GTBARS=0"), 0);
+    default:
+      return BRIO_STATUS_OK;
+  }
+}
+
+uint32_t brio_atcmd_enable_urc(uint32_t mode) {
+  // The modes above 1 are used on the way down, when the library may already be failing: they pass no gate.
+  if (mode <= 1) {
+    uint32_t status = briolib_check_library_status();
+    if (status != BRIO_STATUS_OK) {
+      BLIB_E("E blib:%s:%d:brio_atcmd_enable_urc::improper brio library status", BLIB_HERE);
+      return status;
+    }
+  }
+  return briolib_atcmd_enable_urc(mode);
+}
+
+uint32_t briolib_atcmd_query_reg_status(void) {
+  blpkt_atcmd_request_with_callback("AT+CREG?", SINGLELINE, "+CREG", recv_func_prv_briolib_get_reg, nullptr,
+                                    kSelectorQuery);
+  return blpkt_atcmd_request_with_callback("AT+CGREG?", SINGLELINE, "+CGREG", recv_func_prv_briolib_get_reg,
+                                           nullptr, kSelectorQuery);
+}
+
+void briolib_parse_reg_status(char* payload, int32_t is_cs, int32_t is_query) {
+  brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  if (payload == nullptr) {
+    BLIB_E("E blib:%s:%d:briolib_parse_reg_status:reg_payload is NULL:", BLIB_HERE);
+    if (data.rat < 255) data.rat_valid = 1;
+    return;
+  }
+  const bool with_band = data.wan_type == BRIO_WAN_TYPE_OSPREY;
+  brio::parse::Registration line = brio::parse::parse_registration(payload, is_query != 0, with_band);
+  if (brio::log_on(BRIO_LOG_REG)) prv_log_tokens(payload, line, is_query != 0);
+  prv_store_registration(line, is_cs != 0);
+  if (data.rat < 255) data.rat_valid = 1;
+  if (is_query == 0) BLIB_I("I blib:URC::+%s: %s", is_cs != 0 ? "CREG" : "CGREG", line.summary);
+}
+
+void briolib_parse_stkpci(char* payload) {
+  if (payload == nullptr) {
+    BLIB_E("E blib:%s:%d:briolib_parse_stkpci:stkpci_str is NULL:", BLIB_HERE);
+    return;
+  }
+  BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_STKPCI:stkpci_urc_payload_pointer: %p", BLIB_HERE,
+         static_cast<void*>(payload));
+  BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:string: %s", BLIB_HERE, payload);
+  if (strlen(payload) < brio::parse::kProactiveCommandMin) {
+    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:Proactive command is much smaller then REFRESH: %s", BLIB_HERE,
+           payload);
+    return;
+  }
+  if (!brio::parse::is_usim_refresh(payload)) return;
+  BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:Refresh command for USIM Init and Full File Change Notification",
+         BLIB_HERE);
+  // The parser of the answer learns from the command which file it holds; it only reads that text.
+  blpkt_atcmd_request_with_callback(kReadIccidCommand, SINGLELINE, "+CRSM",
+                                    brio::recv_func_prv_briolib_get_crsm,
+                                    const_cast<char*>(kReadIccidCommand), kSelectorCrsm);
+}
+
+uint32_t brio::recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_data, uint16_t) {
+  char* line = answer_line(response);
+  if (line == nullptr) {
+    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_crsm::response is invalid", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  line = skip_spaces(line);
+  if (log_on(BRIO_LOG_DEBUG)) {
+    // The line may hold the ICCID.
+    char masked[256];
+    copy_text(masked, sizeof(masked), line);
+    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:get crsm [%s]", BLIB_HERE, briolib_obfuscate_numeral(masked, '*'));
+  }
+  uint32_t result = at_parse(line, user_data, nullptr);
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:atcmd crsm blpkt_ret[%d]", BLIB_HERE, static_cast<int>(result));
+  return result;
+}

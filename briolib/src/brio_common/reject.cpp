@@ -1,0 +1,98 @@
+// Reject causes of the network, and the flag that tells the rest of the device to stop retrying.
+#include <fcntl.h>
+#include <string.h>
+
+#include "base/guards.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "brio/brio_at.h"
+#include "brio_common/shared_data.h"
+#include "parse/reject.h"
+
+namespace {
+
+constexpr char kLogTag[] = "briolib/src/brio_common";
+
+constexpr size_t kPayloadTooShort = 7;
+
+// Where the report of one procedure is kept: the cause in reject_bytes, MCC and MNC in reject_words. The CS
+// and PS causes are shared with the registration lines: the last report wins.
+struct RejectPlace {
+  uint8_t procedure;
+  uint8_t cause_byte;
+  uint8_t mcc_word;
+  uint8_t mnc_word;
+  const char* cause_name;
+  const char* mcc_name;
+  const char* mnc_name;
+};
+constexpr RejectPlace kPlaces[] = {
+    {1, 1, 0, 1, "CS_REJ_CAUSE", "CS_REJ_MCC", "CS_REJ_MNC"},
+    {3, 2, 2, 3, "PS_REJ_CAUSE", "PS_REJ_MCC", "PS_REJ_MNC"},
+    {4, 3, 4, 5, "SM_REJ_CAUSE", "SM_REJ_MCC", "SM_REJ_MNC"},
+    {5, 4, 6, 7, "EMM_REJ_CAUSE", "EMM_REJ_MCC", "EMM_REJ_MNC"},
+    {6, 5, 8, 9, "ESM_REJ_CAUSE", "ESM_REJ_MCC", "ESM_REJ_MNC"},
+};
+
+const RejectPlace* prv_find_place(uint8_t procedure) {
+  for (const RejectPlace& place : kPlaces) {
+    if (place.procedure == procedure) return &place;
+  }
+  return nullptr;
+}
+
+void prv_briolib_create_fatal_reject_flag() {
+  // The file's presence is the whole message. A symbolic link or a pipe planted there is refused: neither may
+  // truncate another file or hold the event thread.
+  brio::Descriptor flag(brio::open_device(brio::kFatalRejectFile,
+                                          O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK, 0644));
+  if (!flag.valid()) {
+    BLIB_E("E blib:%s:%d:%s::FATAL Reject Flag create failure", BLIB_HERE,
+           "prv_briolib_create_fatal_reject_flag");
+  }
+}
+
+void prv_briolib_check_fatal_reject(uint8_t procedure, uint8_t cause) {
+  if (!brio::parse::is_fatal_reject(procedure, cause)) return;
+  BLIB_I("I blib:%s:%d:%s:PROC:%d Rej Cause:%d:Fatal Reject cause received", BLIB_HERE,
+         "prv_briolib_check_fatal_reject", procedure, cause);
+  prv_briolib_create_fatal_reject_flag();
+}
+
+void prv_log_value(const char* name, int value) {
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTOTAREJECT: %s[%d]", BLIB_HERE, name, value);
+}
+
+}  // namespace
+
+void briolib_parse_gtotareject(char* payload) {
+  using namespace brio::parse;
+  if (payload == nullptr || strlen(payload) <= kPayloadTooShort) {
+    BLIB_E("E blib:%s:%d:briolib_parse_gtotareject:URC payload is invalid:", BLIB_HERE);
+    return;
+  }
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:gtotareject: %s", BLIB_HERE, payload);
+  RejectReport report = parse_reject(payload);
+  if ((report.fields & kRejectProcedure) == 0) return;
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTOTAREJECT: PROCEDURE[%d]", BLIB_HERE, report.procedure);
+  const RejectPlace* place = prv_find_place(report.procedure);
+  if (place == nullptr) return;
+  brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  if ((report.fields & kRejectCause) != 0) {
+    data.reject_bytes[place->cause_byte] = report.cause;
+    prv_log_value(place->cause_name, report.cause);
+    prv_briolib_check_fatal_reject(report.procedure, report.cause);
+  }
+  if ((report.fields & kRejectMcc) != 0) {
+    data.reject_words[place->mcc_word] = report.mcc;
+    prv_log_value(place->mcc_name, report.mcc);
+  }
+  if ((report.fields & kRejectMnc) != 0) {
+    data.reject_words[place->mnc_word] = report.mnc;
+    prv_log_value(place->mnc_name, report.mnc);
+  }
+}
+
+uint32_t briolib_get_rej_causes(void) {
+  return BRIO_STATUS_OK;
+}

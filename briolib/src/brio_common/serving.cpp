@@ -1,0 +1,306 @@
+// The network that the modem is camped on: operator, cell, protocol states, time zone; stored short messages.
+#include "parse/serving.h"
+
+#include <string.h>
+
+#include "base/log.h"
+#include "base/text.h"
+#include "brio/brio_at.h"
+#include "brio_common/answer.h"
+#include "brio_common/shared_data.h"
+
+namespace {
+
+constexpr char kLogTag[] = "briolib/src/brio_common";
+
+// Parser selector of the clock request: its user value.
+constexpr uint16_t kSelectorClock = 4;
+
+// Text behind the first ":" of a line; null when there is none.
+char* prv_behind_colon(char* line) {
+  char* colon = strchr(line, ':');
+  return colon != nullptr ? colon + 1 : nullptr;
+}
+
+void prv_log_cops_failure(brio::parse::CopsResult result, const char* text) {
+  switch (result) {
+    case brio::parse::CopsResult::kOk:
+      break;
+    case brio::parse::CopsResult::kNoMode:
+    case brio::parse::CopsResult::kNoOperator:
+      BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:no valid MCCMNC found %s", BLIB_HERE, text);
+      break;
+    case brio::parse::CopsResult::kNoClosingQuote:
+      BLIB_W("W blib:%s:%d::no valid MCCMNC found %s:", BLIB_HERE, text);
+      break;
+    case brio::parse::CopsResult::kBadLength:
+      BLIB_W("W blib:%s:%d::no valid MCCMNC found, incorrect len %s:", BLIB_HERE, text);
+      break;
+    case brio::parse::CopsResult::kBadFormat:
+      BLIB_W("W blib:%s:%d::no valid MCCMNC found, incorrect format %s:", BLIB_HERE, text);
+      break;
+  }
+}
+
+// Response callback of "AT+COPS?" (read thread).
+uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*, uint16_t) {
+  using brio::parse::CopsResult;
+  const char* line = brio::answer_line(response);
+  if (line == nullptr) {
+    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_update_mcc_mnc::response is invalid", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  char text[brio::parse::kCopsTextMax + 1];
+  brio::copy_text(text, sizeof(text), line);
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:AT+COPS: %s", BLIB_HERE, text);
+
+  const brio::parse::CopsAnswer answer = brio::parse::parse_cops(text);
+  brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  if (answer.result != CopsResult::kNoMode) {
+    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:OP Mode %d", BLIB_HERE, static_cast<uint8_t>(answer.mode));
+    brio::UrcDataLock lock;
+    data.cops_mode = answer.mode;
+  }
+  if (answer.result != CopsResult::kOk) {
+    prv_log_cops_failure(answer.result, text);
+    return BRIO_STATUS_FAILURE;
+  }
+  brio::UrcDataLock lock;
+  memcpy(data.mcc, answer.mcc, sizeof(data.mcc));
+  memcpy(data.mnc, answer.mnc, sizeof(data.mnc));
+  return BRIO_STATUS_OK;
+}
+
+// Response callback of "AT+GTLTEINFO?" (read thread).
+uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16_t) {
+  using namespace brio::parse;
+  char* line = brio::answer_line(response);
+  if (line == nullptr) {
+    BLIB_E("E blib:%s:%d:briolib_update_lte_info:at_resp is invalid:", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  if (*line == '\0') {
+    BLIB_E("E blib:%s:%d:recv_func_at_req_get_lte_info:resp is invalid:", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  char* fields = prv_behind_colon(line);
+  LteInfo info = {};
+  if (fields != nullptr) info = parse_lte_info(fields);
+
+  brio::UrcDataLock lock;
+  brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  if ((info.fields & kLteEmmState) != 0) data.emm_state = info.emm_state;
+  if ((info.fields & kLteEmmSubstate) != 0) data.emm_substate = info.emm_substate;
+  if ((info.fields & kLteRrcState) != 0) data.rrc_state = info.rrc_state;
+  if ((info.fields & kLteMcc) != 0) memcpy(data.mcc, info.mcc, sizeof(data.mcc));
+  if ((info.fields & kLteMnc) != 0) memcpy(data.mnc, info.mnc, sizeof(data.mnc));
+  if ((info.fields & kLteTac) != 0) data.tac = info.tac;
+  if ((info.fields & kLteCellId) != 0) data.cell_id = info.cell_id;
+  BLIB_D(BRIO_LOG_DEBUG,
+         "D blib:%s:%d:emm_state[%d] emm_substate[%d] rrc_state[%d] mcc %s mnc %s tac 0x%x cell id 0x%x",
+         BLIB_HERE, data.emm_state, data.emm_substate, data.rrc_state, data.mcc, data.mnc, data.tac,
+         data.cell_id);
+  return BRIO_STATUS_OK;
+}
+
+void prv_store_serving_cell(const brio::parse::ServingCell& cell) {
+  using namespace brio::parse;
+  brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  if ((cell.fields & kCellRat) != 0) {
+    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: RAT[%d]", BLIB_HERE, cell.rat);
+  }
+  if ((cell.fields & kCellPlmn) != 0) {
+    memcpy(data.plmn_text, cell.plmn_text, sizeof(data.plmn_text));
+    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: PLMN %s", BLIB_HERE, data.plmn_text);
+  }
+  if ((cell.fields & kCellNmo) != 0) {
+    data.nmo = cell.nmo;
+    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: NMO [%d]", BLIB_HERE, data.nmo);
+  }
+  if ((cell.fields & kCellBand) != 0) {
+    memcpy(data.band_text, cell.band_text, sizeof(data.band_text));
+    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: BAND %s", BLIB_HERE, data.band_text);
+  }
+  if ((cell.fields & kCellLac) != 0) {
+    data.lac = cell.lac;
+    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: LAC 0X%X", BLIB_HERE, data.lac);
+  }
+  if ((cell.fields & kCellTac) != 0) {
+    data.tac = cell.tac;
+    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: TAC 0X%X", BLIB_HERE, data.tac);
+  }
+  if ((cell.fields & kCellRac) != 0) {
+    data.rac = cell.rac;
+    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: RAC 0X%X", BLIB_HERE, data.rac);
+  }
+  if ((cell.fields & kCellArfcn) != 0) {
+    data.arfcn = cell.arfcn;
+    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: ARFCN 0X%X", BLIB_HERE, data.arfcn);
+  }
+}
+
+// Response callback of "AT+GTSCINFO?" (read thread).
+uint32_t recv_func_at_req_get_gtscinfo(const ATResponse* response, void*, uint16_t) {
+  char* line = brio::answer_line(response);
+  if (line == nullptr) {
+    BLIB_E("E blib:%s:%d:recv_func_at_req_get_gtscinfo:at_resp is invalid:", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  if (*line == '\0') {
+    BLIB_E("E blib:%s:%d:recv_func_at_req_get_gtscinfo:resp is invalid:", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:recv_func_at_req_get_gtscinfo callback %s", BLIB_HERE, line);
+  char* fields = prv_behind_colon(line);
+  if (fields == nullptr) return BRIO_STATUS_INVALID;
+  const brio::parse::ServingCell cell = brio::parse::parse_serving_cell(fields);
+  brio::UrcDataLock lock;
+  prv_store_serving_cell(cell);
+  return BRIO_STATUS_OK;
+}
+
+// Response callback of "AT+GTSCSTAT?" (read thread).
+uint32_t recv_func_at_req_get_gtscstat(const ATResponse* response, void*, uint16_t) {
+  char* line = brio::answer_line(response);
+  if (line == nullptr) {
+    BLIB_E("E blib:%s:%d:briolib_get_gtscstat:at_resp is invalid:", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  if (*line == '\0') {
+    BLIB_E("E blib:%s:%d:recv_func_at_req_get_gtscstat:resp is invalid:", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:get_gtscstat callback called %s", BLIB_HERE, line);
+  char* fields = prv_behind_colon(line);
+  if (fields == nullptr) return BRIO_STATUS_INVALID;
+  const brio::parse::ProtocolStates states = brio::parse::parse_protocol_states(fields);
+
+  brio::UrcDataLock lock;
+  brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  const struct {
+    uint8_t* field;
+    const char* name;
+  } places[brio::parse::kProtocolStateCount] = {
+      {&data.pdp_state, "PDP_STATE"},       {&data.mm_state, "MM_STATE"},
+      {&data.mm_substate, "MM_SUBSTATE"},   {&data.gmm_state, "GMM_STATE"},
+      {&data.gmm_substate, "GMM_SUBSTATE"}, {&data.rrc_state, "RRC_STATE"},
+  };
+  for (uint32_t i = 0; i < brio::parse::kProtocolStateCount; i++) {
+    if ((states.fields & (1u << i)) == 0) continue;
+    *places[i].field = states.state[i];
+    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCSTAT: %s[%d]", BLIB_HERE, places[i].name, states.state[i]);
+  }
+  return BRIO_STATUS_OK;
+}
+
+// Response callback of "AT+CCLK?" (read thread); the user data is the zone, an int32_t.
+uint32_t recv_func_prv_briolib_get_timezone(const ATResponse* response, void* user_data, uint16_t) {
+  if (response == nullptr || response->intermediates == nullptr || user_data == nullptr) {
+    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_timezone::response is invalid", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  const char* line = response->intermediates->line;
+  if (line == nullptr || *line == '\0') {
+    BLIB_W("W blib:%s:%d::no valid tz info found, bad response[%d]:", BLIB_HERE, response->status);
+    return BRIO_STATUS_FAILURE;
+  }
+  char text[brio::parse::kClockTextMax + 1];
+  brio::copy_text(text, sizeof(text), line);
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:atcmd AT+CCLK %s", BLIB_HERE, text);
+  int32_t zone;
+  if (!brio::parse::parse_clock_zone(text, &zone)) {
+    BLIB_W("W blib:%s:%d::no valid tz info found %s:", BLIB_HERE, text);
+    return BRIO_STATUS_FAILURE;
+  }
+  *static_cast<int32_t*>(user_data) = zone;
+  BLIB_I("I blib:Timezone info updated[%d]::", zone);
+  return BRIO_STATUS_OK;
+}
+
+// One query whose answer is a single line with the prefix.
+uint32_t prv_query(const char* command, const char* prefix, recv_func callback) {
+  return briolib_translate_status(
+      blpkt_atcmd_request_with_callback(command, SINGLELINE, prefix, callback, nullptr, 0), 0);
+}
+
+}  // namespace
+
+uint32_t briolib_update_mcc_mnc(void) {
+  uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) return status;
+  uint32_t result = blpkt_atcmd_request_with_callback("AT+COPS?", NUMERIC, "+COPS",
+                                                      recv_func_prv_briolib_update_mcc_mnc, nullptr, 0);
+  return result == BLPKT_STATUS_SUCCESS ? BRIO_STATUS_OK : BRIO_STATUS_TIMEOUT;
+}
+
+uint32_t briolib_update_lte_info(void) {
+  return prv_query("AT+GTLTEINFO?", "+GTLTEINFO", recv_func_at_req_get_lte_info);
+}
+
+uint32_t briolib_get_gtscinfo(void) {
+  return prv_query("AT+GTSCINFO?", "+GTSCINFO", recv_func_at_req_get_gtscinfo);
+}
+
+uint32_t briolib_get_gtscstat(void) {
+  return prv_query("AT+GTSCSTAT?", "+GTSCSTAT", recv_func_at_req_get_gtscstat);
+}
+
+uint32_t brio_get_network_time(network_time* record) {
+  uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) return status;
+  if (record == nullptr) return BRIO_STATUS_INVALID;
+  int32_t zone = 0;
+  uint32_t result = blpkt_atcmd_request_with_callback(
+      "AT+CCLK?", NUMERIC, "+CCLK", recv_func_prv_briolib_get_timezone, &zone, kSelectorClock);
+  if (result != BLPKT_STATUS_SUCCESS) return BRIO_STATUS_TIMEOUT;
+  *record = {};
+  record->time_zone = zone;
+  return BRIO_STATUS_OK;
+}
+
+void briolib_update_time_info(const network_time* record) {
+  static_assert(sizeof(g_brio_lib_atcmd_data.time_info) == sizeof(*record), "time_info holds a network_time");
+  if (record == nullptr) return;
+  memcpy(g_brio_lib_atcmd_data.time_info, record, sizeof(*record));
+}
+
+void briolib_send_time_event(const network_time* record) {
+  // The size is that of the first word; the record behind the pointer is whole.
+  briolib_exec_event_callback(BRIO_EVENT_TIME_INFO, sizeof(uint32_t), record);
+}
+
+uint32_t brio_get_data_service_mode(uint32_t* out) {
+  if (out == nullptr) return BRIO_STATUS_INVALID;
+  uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) return status;
+  enum DataServiceMode : uint32_t { kNone = 0, kGsm = 1, kEdge = 2, kUmts = 3, kLte = 5 };
+  // By access technology of 3GPP TS 27.007.
+  static constexpr DataServiceMode kModes[] = {kGsm, kNone, kUmts, kEdge, kUmts, kUmts, kUmts, kLte};
+  brio::UrcDataLock lock;
+  const uint8_t rat = g_brio_lib_atcmd_data.rat;
+  *out = rat < sizeof(kModes) / sizeof(kModes[0]) ? kModes[rat] : kNone;
+  return BRIO_STATUS_OK;
+}
+
+uint32_t briolib_plmn_get_mcc_mnc(const uint8_t plmn[3], char* mcc, char* mnc) {
+  if (plmn == nullptr || mcc == nullptr || mnc == nullptr) return BRIO_STATUS_INVALID;
+  brio::parse::plmn_to_text(plmn, mcc, mnc);
+  return BRIO_STATUS_OK;
+}
+
+uint32_t briolib_mccmnc_to_plmn(const char* mcc, const char* mnc, uint8_t plmn[3]) {
+  if (mcc == nullptr || mnc == nullptr || plmn == nullptr) return BRIO_STATUS_INVALID;
+  brio::parse::text_to_plmn(mcc, mnc, plmn);
+  return BRIO_STATUS_OK;
+}
+
+uint32_t brio_clear_sms(void) {
+  uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) return status;
+  if (blpkt_atcmd_request_with_callback("AT+CMGD=1,4", NUMERIC, nullptr, nullptr, nullptr, 0) !=
+      BLPKT_STATUS_SUCCESS) {
+    BLIB_E("E blib:%s:%d:clearSMS::failed to clear SMS", BLIB_HERE);
+    return BRIO_STATUS_TIMEOUT;
+  }
+  return BRIO_STATUS_OK;
+}
