@@ -1,0 +1,113 @@
+#include "support/sim_fixture.h"
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "brio/brio.h"
+
+namespace fs = std::filesystem;
+
+DeviceRoot::DeviceRoot() {
+  std::string name = ::testing::TempDir() + "/brio_root_XXXXXX";
+  if (mkdtemp(&name[0]) == nullptr) {
+    ADD_FAILURE() << "no temporary directory " << name;
+    return;
+  }
+  dir_ = name;
+  for (const char* folder : {"/dev", "/var/local/wan/debug", "/var/run", "/mnt/us", "/proc/net",
+                             "/sys/devices/virtual/proximity/proximity0"}) {
+    make_directory(folder);
+  }
+}
+
+DeviceRoot::~DeviceRoot() {
+  std::error_code ignored;
+  if (!dir_.empty()) fs::remove_all(dir_, ignored);
+}
+
+void DeviceRoot::write(const std::string& device_path, const std::string& content) const {
+  std::ofstream file(path(device_path), std::ios::binary | std::ios::trunc);
+  file << content;
+  file.close();
+  if (!file) ADD_FAILURE() << "cannot write " << path(device_path);
+}
+
+std::optional<std::string> DeviceRoot::read(const std::string& device_path) const {
+  std::ifstream file(path(device_path), std::ios::binary);
+  if (!file) return std::nullopt;
+  std::ostringstream content;
+  content << file.rdbuf();
+  return content.str();
+}
+
+bool DeviceRoot::exists(const std::string& device_path) const {
+  return fs::exists(path(device_path));
+}
+
+void DeviceRoot::remove(const std::string& device_path) const {
+  fs::remove_all(path(device_path));
+}
+
+void DeviceRoot::make_directory(const std::string& device_path) const {
+  fs::create_directories(path(device_path));
+}
+
+void DeviceRoot::set_mode(const std::string& device_path, mode_t mode) const {
+  if (chmod(path(device_path).c_str(), mode) != 0) ADD_FAILURE() << "cannot chmod " << path(device_path);
+}
+
+void SimFixture::SetUp() {
+  test_clock::reset();
+  log_capture::clear();
+  brio_set_root_dir(root_.dir().c_str());
+  modem_ = std::make_unique<modemsim::Modem>(initial_state());
+  ASSERT_TRUE(modem_->start(root_.dir())) << modem_->error();
+}
+
+void SimFixture::TearDown() {
+  close_library();
+  modem_.reset();
+  brio_set_root_dir(nullptr);
+}
+
+void SimFixture::close_library() {
+  brio_close();
+}
+
+uint32_t SimFixture::open() {
+  return brio_open("/dev/ttyACM2");
+}
+
+void SimFixture::open_ready() {
+  ASSERT_EQ(open(), 0u);
+  modem_->clear_commands();
+  log_capture::clear();
+}
+
+namespace {
+
+std::size_t entries(const char* dir) {
+  std::size_t count = 0;
+  for (const auto& entry : fs::directory_iterator(dir)) {
+    (void)entry;
+    count++;
+  }
+  return count;
+}
+
+}  // namespace
+
+std::size_t open_descriptors() {
+  return entries("/proc/self/fd") - 1;  // without the one that reads the directory
+}
+
+std::size_t thread_count() {
+  return entries("/proc/self/task");
+}
+
+bool wait_thread_count(std::size_t count) {
+  return eventually([count] { return thread_count() == count; });
+}

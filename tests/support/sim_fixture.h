@@ -1,0 +1,86 @@
+// A library on a simulated modem: a temporary root directory with the device's folders, the simulator behind
+// its ports.
+#ifndef TESTS_SUPPORT_SIM_FIXTURE_H
+#define TESTS_SUPPORT_SIM_FIXTURE_H
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "modemsim/modem.h"
+#include "support/log_capture.h"
+#include "support/test_clock.h"
+
+// A temporary directory with the folders of a device: /dev, /var/local/wan/debug, /var/run, /mnt/us,
+// /proc/net, the proximity sensor's sysfs folder. Removed with everything in it at the end. Paths are the
+// device's
+// ("/var/run/mcsdwc.dat").
+class DeviceRoot {
+ public:
+  DeviceRoot();
+  ~DeviceRoot();
+  DeviceRoot(const DeviceRoot&) = delete;
+  DeviceRoot& operator=(const DeviceRoot&) = delete;
+
+  const std::string& dir() const { return dir_; }
+  // The place of a device path in this file system.
+  std::string path(const std::string& device_path) const { return dir_ + device_path; }
+
+  void write(const std::string& device_path, const std::string& content) const;
+  std::optional<std::string> read(const std::string& device_path) const;  // nothing when it cannot be opened
+  bool exists(const std::string& device_path) const;
+  void remove(const std::string& device_path) const;
+  void make_directory(const std::string& device_path) const;
+  void set_mode(const std::string& device_path, mode_t mode) const;
+
+ private:
+  std::string dir_;
+};
+
+// Without SetUp of its own a test starts with a closed library below root(), a modem with initial_state()
+// behind the ports, a fresh clock and an empty log. TearDown closes the library.
+class SimFixture : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  virtual modemsim::State initial_state() { return {}; }
+  virtual void close_library();  // brio_close; the host's tests close through the module
+
+  DeviceRoot& root() { return root_; }
+  modemsim::Modem& modem() { return *modem_; }
+  // brio_open on the query port.
+  uint32_t open();
+  // brio_open, then forgets the commands and the log of the open sequence.
+  void open_ready();
+
+ private:
+  DeviceRoot root_;
+  std::unique_ptr<modemsim::Modem> modem_;
+};
+
+// Descriptors and threads of this process.
+std::size_t open_descriptors();
+std::size_t thread_count();
+// Waits up to ten seconds for that many threads: a joined thread leaves /proc a little later.
+bool wait_thread_count(std::size_t count);
+
+// Runs `condition` until it holds; false after ten seconds.
+template <typename Condition>
+bool eventually(Condition condition) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    ::testing::internal::SleepMilliseconds(1);
+  }
+  return true;
+}
+
+#endif
