@@ -182,12 +182,15 @@ BRIO_API uint32_t brio_carrier_selection(void);
  * ------------------------------------------------------------------------------------------------- */
 
 /*
- * Applies the filter file and starts the trace capture into "<log_prefix>_Y_M_D_h_m_s.istp". 0 running; 7 no
- * filter file (tracing switched off); 6 a line has an invalid format; 4 no command in the file, or no thread;
- * 3 port or trace file cannot be opened; a filter request's packet status.
+ * Sends the commands of the filter file and starts the capture of the modem's trace port into the new file
+ * "<log_prefix>_Y_M_D_h_m_s.istp" (local time; of the prefix the first 50 bytes count). A capture that still
+ * runs ends first. 0 running, or tracing switched off for a null `filter_path`; 7 no filter file (tracing
+ * switched off); 6 a line has an invalid format (switched off); 4 no command in the file, or no socket pair
+ * or thread; 3 the port cannot be opened or another process holds it, or the trace file cannot be created;
+ * a filter request's packet status (switched off). Host thread.
  */
 BRIO_API uint32_t brio_trace_tst_log(const char* filter_path, const char* log_prefix);
-/* Ends the capture and joins its thread; harmless when none runs. Not gated. */
+/* Ends the capture and joins its thread; harmless when none runs. Sends nothing. Not gated. Host thread. */
 BRIO_API void brio_trace_tst_stop(void);
 
 BRIO_EXTERN_C_END

@@ -1,0 +1,302 @@
+// Capture of the modem's binary trace into a file, steered by a filter file.
+
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <stdio.h>
+#include <sys/file.h>
+#include <sys/select.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include "base/clock.h"
+#include "base/control_sockets.h"
+#include "base/guards.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "brio/brio.h"
+#include "brio/brio_at.h"
+#include "brio/briolib.h"
+#include "parse/trace_filter.h"
+
+namespace {
+
+constexpr char kLogTag[] = "briolib/src/brio_trace";
+
+constexpr size_t kBlockSize = 1023;
+constexpr mode_t kTraceFileMode = 0444;
+constexpr const char* kSwitchOffCommands[] = {"AT+XSYSTRACE=0", "AT+TRACE=0"};
+
+struct Capture {
+  int port = -1;              // the debug port, under an exclusive lock
+  int sockets[2] = {-1, -1};  // the thread waits on the first, brio_trace_tst_stop writes to the second
+  int log = -1;               // the trace file
+};
+
+// Guards s_capture. While the copy thread runs it alone closes the port, the file and the first socket, so
+// that it may use them without the lock; the second socket is closed by whoever takes it out under the lock.
+pthread_mutex_t s_capture_mutex = PTHREAD_MUTEX_INITIALIZER;
+Capture s_capture;
+
+// Host thread only. A copy thread that ended by itself leaves s_running set until it is joined.
+pthread_t s_thread;
+int32_t s_running;
+
+// Copy thread only; set by the first write failure of the process.
+uint32_t s_disk_full_reported;
+
+void prv_close(int* fd) {
+  close(*fd);
+  *fd = -1;
+}
+
+void prv_release() {
+  brio::MutexGuard guard(s_capture_mutex);
+  if (s_capture.port >= 0) {
+    flock(s_capture.port, LOCK_UN);
+    prv_close(&s_capture.port);
+  }
+  for (int& socket : s_capture.sockets) {
+    if (socket > 0) prv_close(&socket);
+  }
+  if (s_capture.log >= 0) prv_close(&s_capture.log);
+}
+
+// ---- Copy thread
+
+void prv_write_block(int log, const char* block, size_t size) {
+  size_t written = 0;
+  while (written < size) {
+    ssize_t count = write(log, block + written, size - written);
+    if (count > 0) {
+      written += static_cast<size_t>(count);
+      continue;
+    }
+    if (count < 0 && errno == EINTR) continue;
+    // Whatever the reason, it is reported as a full disk, and once only.
+    if (s_disk_full_reported == 0) {
+      s_disk_full_reported = 1;
+      BLIB_E("E blib:%s:%d:brio_writeline:bytes=%d:write error: No space left on device\n", BLIB_HERE,
+             static_cast<int>(written));
+    }
+    return;
+  }
+}
+
+// One block from the port to the file; false when the port is lost.
+bool prv_copy_block(int port, int log) {
+  char block[kBlockSize];
+  ssize_t count = read(port, block, sizeof(block));
+  if (count < 0) {
+    int error = errno;
+    BLIB_E("E blib:%s:%d:brio_readline:bytes =%d:error calling read()\n", BLIB_HERE, static_cast<int>(count));
+    if (error == EINTR) return true;
+    BLIB_E("E blib:%s:%d:read:errno=%d:error on read--pausing read thread\n", BLIB_HERE, error);
+    return false;
+  }
+  if (count == 0) {
+    BLIB_W("W blib:%s:%d:prv_log_rw_thread:log read port disconnected:\n", BLIB_HERE);
+    return false;
+  }
+  prv_write_block(log, block, static_cast<size_t>(count));
+  return true;
+}
+
+void prv_copy_until_stopped(int port, int stop, int log) {
+  int nfds = port > stop ? port : stop;
+  BLIB_D(BRIO_LOG_CONFIG, "D blib:%s:%d:prv_log_rw_thread(), nfds: %d\n", BLIB_HERE, nfds);
+  fd_set both;
+  FD_ZERO(&both);
+  FD_SET(port, &both);
+  FD_SET(stop, &both);
+  for (;;) {
+    fd_set read_set = both;
+    fd_set except_set = both;
+    if (select(nfds + 1, &read_set, nullptr, &except_set, nullptr) < 0) {
+      if (errno == EINTR) continue;
+      BLIB_E("E blib:%s:%d:select:errno=%d:select failed--pausing read thread\n", BLIB_HERE, errno);
+      return;
+    }
+    if (FD_ISSET(port, &except_set)) {
+      BLIB_E("E blib:%s:%d:selerr:errno=%d:select err on read fd--exiting read thread\n", BLIB_HERE, errno);
+      return;
+    }
+    if (FD_ISSET(stop, &except_set)) {
+      BLIB_E("E blib:%s:%d:selerr:errno=%d:select err on socket pair--exiting read thread\n", BLIB_HERE,
+             errno);
+      return;
+    }
+    // Before the port's data, so that a stop gets through a stream that never pauses.
+    if (FD_ISSET(stop, &read_set)) {
+      BLIB_D(BRIO_LOG_CONFIG, "D blib:%s:%d:exiting log rw thread\n", BLIB_HERE);
+      return;
+    }
+    if (FD_ISSET(port, &read_set) && !prv_copy_block(port, log)) return;
+  }
+}
+
+void* prv_log_rw_thread(void*) {
+  pthread_mutex_lock(&s_capture_mutex);
+  Capture own = s_capture;
+  pthread_mutex_unlock(&s_capture_mutex);
+  prv_copy_until_stopped(own.port, own.sockets[0], own.log);
+  prv_release();
+  return nullptr;
+}
+
+// ---- Start
+
+void prv_configure_port(int port) {
+  fcntl(port, F_SETFL, 0);
+  termios settings;
+  if (tcgetattr(port, &settings) != 0) return;
+  cfmakeraw(&settings);
+  settings.c_cflag |= CLOCAL | CREAD;
+  settings.c_cc[VMIN] = 0;
+  settings.c_cc[VTIME] = 0;
+  cfsetispeed(&settings, B921600);
+  cfsetospeed(&settings, B921600);
+  tcsetattr(port, TCSANOW, &settings);
+}
+
+uint32_t prv_read_log_from_tst(const char* log_path) {
+  brio::Descriptor port(brio::open_device(brio::kTracePort, O_RDWR | O_NOCTTY | O_NONBLOCK));
+  if (!port.valid() || port.get() >= FD_SETSIZE) {
+    BLIB_E("E blib:%s:%d:brio_read_log_from_tst:port=\"%s\":can't open debug port\n", BLIB_HERE,
+           brio::kTracePort);
+    return BRIO_STATUS_FATAL;
+  }
+  if (flock(port.get(), LOCK_EX | LOCK_NB) != 0) {
+    BLIB_E("E blib:%s:%d:brio_read_log_from_tst:port=\"%s\":locked by other process\n", BLIB_HERE,
+           brio::kTracePort);
+    return BRIO_STATUS_FATAL;
+  }
+  prv_configure_port(port.get());
+  // O_EXCL: a second start within the same second neither overwrites nor continues the earlier trace, and a
+  // link planted under the foreseeable name is not followed.
+  brio::Descriptor log(brio::open_device(log_path, O_WRONLY | O_CREAT | O_EXCL | O_NONBLOCK, kTraceFileMode));
+  if (!log.valid()) {
+    BLIB_E("E blib:%s:%d:brio_read_log_from_tst:log=\"%s\":can't open log file\n", BLIB_HERE, log_path);
+    return BRIO_STATUS_FATAL;
+  }
+  int sockets[2];
+  if (!brio::open_control_sockets(sockets)) {
+    BLIB_E("E blib:%s:%d:brio_read_log_from_tst:errno=%d:can't create socket pair\n", BLIB_HERE, errno);
+    return BRIO_STATUS_FAILURE;
+  }
+  pthread_mutex_lock(&s_capture_mutex);
+  s_capture.port = port.release();
+  s_capture.sockets[0] = sockets[0];
+  s_capture.sockets[1] = sockets[1];
+  s_capture.log = log.release();
+  pthread_mutex_unlock(&s_capture_mutex);
+  int error = pthread_create(&s_thread, nullptr, prv_log_rw_thread, nullptr);
+  if (error != 0) {
+    BLIB_E("E blib:%s:%d:brio_read_log_from_tst:err=%d:cant create thread\n", BLIB_HERE, error);
+    prv_release();
+    return BRIO_STATUS_FAILURE;
+  }
+  s_running = 1;
+  return BRIO_STATUS_OK;
+}
+
+// ---- Filter
+
+uint32_t prv_request(const char* command) {
+  return blpkt_atcmd_request_with_callback(command, NUMERIC, nullptr, nullptr, nullptr, 0);
+}
+
+// The next line without its "\n", of a longer one the first kTraceLineMax + 1 characters; false at the end of
+// the file.
+bool prv_next_line(FILE* file, char (&line)[brio::parse::kTraceLineMax + 1], size_t* length) {
+  *length = 0;
+  int c = getc_unlocked(file);
+  if (c == EOF) return false;
+  for (; c != EOF && c != '\n'; c = getc_unlocked(file)) {
+    if (*length < sizeof(line)) line[(*length)++] = static_cast<char>(c);
+  }
+  return true;
+}
+
+// Sends every command of the filter file. `*switch_off` is set when the modem's trace is to be stopped.
+uint32_t prv_send_filter_to_tst(FILE* file, bool* switch_off) {
+  using brio::parse::TraceFilterLine;
+  uint32_t status = BRIO_STATUS_FAILURE;
+  char line[brio::parse::kTraceLineMax + 1];
+  size_t length;
+  while (prv_next_line(file, line, &length)) {
+    char command[brio::parse::kTraceCommandSize];
+    TraceFilterLine kind = brio::parse::trace_filter_line(line, length, command);
+    if (kind == TraceFilterLine::kIgnored) continue;
+    if (kind == TraceFilterLine::kInvalid) {
+      BLIB_E("E blib:%s:%d:brio_send_filter_to_tst:Invalid filter format:\n", BLIB_HERE);
+      *switch_off = true;
+      return BRIO_STATUS_INVALID;
+    }
+    status = prv_request(command);
+    if (status != 0) {
+      BLIB_E("E blib:%s:%d:brio_send_filter_to_tst:error sending filter:\n", BLIB_HERE);
+      *switch_off = true;
+      return status;
+    }
+  }
+  // A file that cannot be read to its end (a directory, say) is as good as one without commands.
+  return ferror(file) != 0 ? static_cast<uint32_t>(BRIO_STATUS_FAILURE) : status;
+}
+
+uint32_t prv_apply_filter(const char* filter_path) {
+  bool switch_off = false;
+  uint32_t status = BRIO_STATUS_OK;
+  if (filter_path == nullptr) {
+    switch_off = true;
+  } else if (brio::File file(brio::fopen_device(filter_path, "r")); file) {
+    BLIB_I("I blib:%s:%d::name=\"%s\":file detected\n", BLIB_HERE, filter_path);
+    status = prv_send_filter_to_tst(file.get(), &switch_off);
+  } else {
+    BLIB_I("I blib:%s:%d::trace log filter file (%s) does not exist:disable trace log\n", BLIB_HERE,
+           filter_path);
+    switch_off = true;
+    status = BRIO_STATUS_UNAVAILABLE;
+  }
+  if (switch_off) {
+    for (const char* command : kSwitchOffCommands) prv_request(command);
+  }
+  return status;
+}
+
+}  // namespace
+
+uint32_t brio_trace_tst_log(const char* filter_path, const char* log_prefix) {
+  uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) return status;
+  // A capture that still runs ends here: what runs afterwards is what the status says.
+  brio_trace_tst_stop();
+  status = prv_apply_filter(filter_path);
+  if (status != BRIO_STATUS_OK || filter_path == nullptr || log_prefix == nullptr) return status;
+
+  time_t now = brio::clock_wall();
+  tm start = {};
+  localtime_r(&now, &start);
+  char name[brio::parse::kTraceNameSize];
+  brio::parse::trace_file_name(log_prefix, start, name);
+  BLIB_I("I blib:%s:%d:brio_trace_tst_log:name=\"%s\":start to catch tst log\n", BLIB_HERE, name);
+  return prv_read_log_from_tst(name);
+}
+
+void brio_trace_tst_stop() {
+  if (s_running <= 0) return;
+  pthread_mutex_lock(&s_capture_mutex);
+  int* stop = &s_capture.sockets[1];
+  if (!brio::send_stop(*stop)) {
+    BLIB_W("W blib:%s:%d:brio_trace_log_shutdown:errno=%d:unable to write to socket pair\n", BLIB_HERE,
+           errno);
+    if (*stop != -1) {
+      BLIB_E("E blib:%s:%d:brio_trace_log_shutdown:write:error on socket pair\n", BLIB_HERE);
+      // The end of stream stops the thread, which then releases the rest.
+      brio::hang_up(stop);
+    }
+  }
+  pthread_mutex_unlock(&s_capture_mutex);
+  pthread_join(s_thread, nullptr);
+  s_running = 0;
+}
