@@ -11,7 +11,7 @@
 namespace fs = std::filesystem;
 
 DeviceRoot::DeviceRoot() {
-  std::string name = ::testing::TempDir() + "/brio_root_XXXXXX";
+  std::string name = ::testing::TempDir() + "brio_root_XXXXXX";
   if (mkdtemp(&name[0]) == nullptr) {
     ADD_FAILURE() << "no temporary directory " << name;
     return;

@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "modemsim/modem.h"
@@ -78,7 +79,7 @@ bool eventually(Condition condition) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) return false;
-    ::testing::internal::SleepMilliseconds(1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   return true;
 }
