@@ -138,9 +138,9 @@ BRIO_API void briolib_base64_init(void);
 BRIO_API int32_t briolib_base64_encode(const void* input, void* output, int32_t input_length,
                                        int32_t output_capacity);
 /*
- * Bytes produced, or -1 when the length is no multiple of 4 or the capacity exceeds the decoded size before
- * padding (a quirk that is kept: `output_capacity` must not exceed 3 * length / 4). Characters are not
- * checked.
+ * Decoded length, or -1 when the input length is negative or no multiple of 4, or the capacity exceeds the
+ * decoded size before padding (a quirk that is kept: `output_capacity` must not exceed 3 * length / 4). Never
+ * writes more than `output_capacity` bytes, whatever it returns. Characters are not checked.
  */
 BRIO_API int32_t briolib_base64_decode(const void* input, void* output, int32_t input_length,
                                        int32_t output_capacity);

@@ -11,9 +11,8 @@
 #include <syslog.h>
 
 #include "base/words.h"
+#include "brio/brio.h"
 #include "brio/brio_log_bits.h"
-
-extern "C" __attribute__((visibility("default"))) uint32_t g_brio_lib_log_mask;
 
 namespace brio {
 

@@ -1,0 +1,26 @@
+// The first steps of every response callback: the answer's line, and its text behind the result name.
+#ifndef BRIOLIB_PARSE_ANSWER_H
+#define BRIOLIB_PARSE_ANSWER_H
+
+#include <string.h>
+
+#include "base/text.h"
+#include "brio/brio_at.h"
+
+namespace brio::parse {
+
+// The answer's first intermediate line, or null when there is none.
+inline char* answer_line(const ATResponse* response) {
+  if (response == nullptr || response->intermediates == nullptr) return nullptr;
+  return response->intermediates->line;
+}
+
+// Text behind the first ":" of `line`, white space skipped; null for a null line or one without ":".
+inline const char* answer_payload(const char* line) {
+  const char* colon = line != nullptr ? strchr(line, ':') : nullptr;
+  return colon != nullptr ? skip_spaces(colon + 1) : nullptr;
+}
+
+}  // namespace brio::parse
+
+#endif

@@ -1,0 +1,92 @@
+#include "parse/modem_config.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#include "base/text.h"
+#include "brio/brio_types.h"
+#include "parse/answer.h"
+
+namespace brio::parse {
+namespace {
+
+struct ModelRow {
+  const char* model;
+  uint8_t wan_type;
+};
+
+constexpr ModelRow kModels[] = {
+    {"L816", BRIO_WAN_TYPE_KESTREL},
+    {"L816-GL", BRIO_WAN_TYPE_OSPREY},
+};
+
+constexpr char kWanTypeKey[] = "WAN_TYPE=";
+
+bool append(char* text, size_t capacity, size_t* used, const char* piece) {
+  size_t length = strlen(piece);
+  if (length >= capacity - *used) return false;
+  memcpy(text + *used, piece, length + 1);
+  *used += length;
+  return true;
+}
+
+}  // namespace
+
+bool parse_carrier_id(const char* line, uint16_t* carrier_id) {
+  const char* payload = answer_payload(line);
+  if (payload == nullptr) return false;
+  *carrier_id = static_cast<uint16_t>(decimal(payload));
+  return true;
+}
+
+bool parse_model(const char* line, char model[kModelSize]) {
+  if (line == nullptr) return false;
+  const char* payload = answer_payload(line);
+  if (payload == nullptr) payload = skip_spaces(line);
+  if (*payload == '"') payload++;
+  copy_text(model, kModelSize, payload, strcspn(payload, "\","));
+  trim(model);
+  return true;
+}
+
+uint8_t wan_type_of_model(const char* model) {
+  for (const ModelRow& row : kModels) {
+    if (strcmp(model, row.model) == 0) return row.wan_type;
+  }
+  return BRIO_WAN_TYPE_UNKNOWN;
+}
+
+bool parse_wan_type_line(const char* line, uint8_t* type) {
+  if (strstr(line, kWanTypeKey) == nullptr) return false;
+  *type = static_cast<uint8_t>(decimal(line + strlen(kWanTypeKey)));
+  return true;
+}
+
+uint32_t snapshot_mode_of_line(const char* line) {
+  return strcasestr(line, "AT+COPS=0") != nullptr ? 1 : 0;
+}
+
+void build_apn_command(const char* apn, char command[kApnCommandSize]) {
+  snprintf(command, kApnCommandSize, "AT+CGDCONT=1,\"IP\",\"%s\",\"\",0,0", apn);
+}
+
+char* override_apn(char* line) {
+  line = skip_spaces(line);
+  line[strcspn(line, "\r\n")] = '\0';
+  return trim(line);
+}
+
+bool build_remove_command(const char* path, const char* device_path, char* command, size_t capacity) {
+  size_t used = 0;
+  if (path[0] == '\0') return false;
+  if (!append(command, capacity, &used, "rm -f ")) return false;
+  if (strcmp(path, device_path) == 0) return append(command, capacity, &used, path);
+  if (!append(command, capacity, &used, "-- '")) return false;
+  for (const char* c = path; *c != '\0'; c++) {
+    const char piece[] = {*c, '\0'};
+    if (!append(command, capacity, &used, *c == '\'' ? "'\\''" : piece)) return false;
+  }
+  return append(command, capacity, &used, "'");
+}
+
+}  // namespace brio::parse

@@ -1,0 +1,51 @@
+// Carrier configuration, data context and WAN type: answers, file lines and the command that is built of
+// them.
+#ifndef BRIOLIB_PARSE_MODEM_CONFIG_H
+#define BRIOLIB_PARSE_MODEM_CONFIG_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+namespace brio::parse {
+
+// +GTFDCAR: 201
+//           1
+// Field 1: carrier ID, of which 16 bits are kept. False for a line without ":".
+bool parse_carrier_id(const char* line, uint16_t* carrier_id);
+
+inline constexpr size_t kModelSize = 13;
+
+// +CGMM: L816-GL    or quoted, or without the result name
+//        1
+// Field 1: model, at most 12 characters. False for a null line.
+bool parse_model(const char* line, char model[kModelSize]);
+
+// WAN type of a modem model, 0 for one that is not known.
+uint8_t wan_type_of_model(const char* model);
+
+// WAN_TYPE=7
+//          1
+// One line of the WAN information file. False when it does not hold the key. The number begins at the tenth
+// character wherever the key stands: a line that does not open with the key gives what is there.
+bool parse_wan_type_line(const char* line, uint8_t* type);
+
+// 300 AT+COPS=0
+// The stored selection command: 1 when it selects automatically (any letter case), else 0.
+uint32_t snapshot_mode_of_line(const char* line);
+
+inline constexpr size_t kApnCommandSize = 128;
+
+// The command that writes an APN into PDP context 1, cut to 127 characters.
+void build_apn_command(const char* apn, char command[kApnCommandSize]);
+
+// The APN of the override file's first line: the text up to the first CR or LF without white space around it.
+// Cuts `line` up in place.
+char* override_apn(char* line);
+
+// The shell command that removes the file at `path`. A path that is not `device_path` itself lies below a
+// root directory of someone's choice and is quoted. False when it does not fit.
+bool build_remove_command(const char* path, const char* device_path, char* command, size_t capacity);
+
+}  // namespace brio::parse
+
+#endif

@@ -1,0 +1,48 @@
+#include "parse/sim_identity.h"
+
+#include <string.h>
+
+#include "base/text.h"
+#include "parse/answer.h"
+
+namespace brio::parse {
+namespace {
+
+constexpr size_t kShortIccidLength = 19;
+constexpr const char* kThreeDigitMncNetworks[] = {"310410", "302720"};
+
+}  // namespace
+
+bool parse_iccid(const char* line, char iccid[kIccidSize]) {
+  const char* payload = answer_payload(line);
+  if (payload == nullptr) return false;
+  copy_text(iccid, kIccidSize, payload);
+  if (strlen(iccid) > kShortIccidLength && !is_digit(iccid[kShortIccidLength])) {
+    iccid[kShortIccidLength] = '\0';
+  }
+  return true;
+}
+
+bool parse_imsi(const char* line, char imsi[kImsiSize]) {
+  const char* payload = answer_payload(line);
+  if (payload == nullptr) return false;
+  copy_text(imsi, kImsiSize, payload);
+  return true;
+}
+
+void imsi_prefix(const char* imsi, char prefix[kImsiPrefixSize]) {
+  copy_text(prefix, kImsiPrefixSize, imsi);
+}
+
+void home_plmn(const char* imsi, char mcc[4], char mnc[4]) {
+  char prefix[kImsiPrefixSize];
+  imsi_prefix(imsi, prefix);
+  size_t mnc_digits = 2;
+  for (const char* network : kThreeDigitMncNetworks) {
+    if (strstr(prefix, network) != nullptr) mnc_digits = 3;
+  }
+  copy_text(mcc, 4, prefix, 3);
+  copy_text(mnc, 4, strlen(prefix) > 3 ? prefix + 3 : "", mnc_digits);
+}
+
+}  // namespace brio::parse

@@ -1,0 +1,33 @@
+// The SIM's identities as the modem prints them, and what follows from an IMSI.
+#ifndef BRIOLIB_PARSE_SIM_IDENTITY_H
+#define BRIOLIB_PARSE_SIM_IDENTITY_H
+
+#include <stddef.h>
+
+namespace brio::parse {
+
+inline constexpr size_t kIccidSize = 21;      // up to 20 digits and NUL
+inline constexpr size_t kImsiSize = 16;       // up to 15 digits and NUL
+inline constexpr size_t kImsiPrefixSize = 7;  // six digits, which hold MCC and MNC, and NUL
+
+// +CCID: 89014103211118510720
+//        1
+// Field 1: 19 digits with a filler that is no digit behind them, or 20 digits. Text behind that is dropped.
+// False (and `iccid` untouched) for a line without ":".
+bool parse_iccid(const char* line, char iccid[kIccidSize]);
+
+// +CIMI: 310410123456789
+//        1
+// False (and `imsi` untouched) for a line without ":".
+bool parse_imsi(const char* line, char imsi[kImsiSize]);
+
+// The first six characters of an IMSI; fewer of a shorter one.
+void imsi_prefix(const char* imsi, char prefix[kImsiPrefixSize]);
+
+// MCC and MNC of an IMSI. Only the networks 310410 and 302720 have three MNC digits here, on purpose; every
+// other home network is read with two.
+void home_plmn(const char* imsi, char mcc[4], char mnc[4]);
+
+}  // namespace brio::parse
+
+#endif
