@@ -201,8 +201,11 @@ typedef struct bas_status {
   uint8_t antenna;  /* LTE antenna in use */
 } bas_status;
 
-/* What the diagnostic page prints: a copy of the shared record and its neighbours
- * (briolib_get_atcmd_snapshot). */
+/*
+ * What the diagnostic page prints: a copy of the shared record and its neighbours, 192 bytes
+ * (briolib_get_atcmd_snapshot). Fields are those of brio_atcmd_data unless a comment says more; texts are
+ * NUL-terminated.
+ */
 typedef struct atcmd_snapshot {
   uint8_t cs_reg_status;
   uint8_t ps_reg_status;
@@ -217,8 +220,8 @@ typedef struct atcmd_snapshot {
   uint16_t arfcn;
   uint8_t reject_bytes[6];
   uint16_t reject_words[10];
-  int32_t signal_a;
-  int32_t signal_b;
+  int32_t signal_a; /* raw RSSI, RSCP or RSRP, by rat */
+  int32_t signal_b; /* raw Ec/Io, for WCDMA */
   uint8_t bars;
   uint8_t pdp_state;
   uint8_t mm_state;
@@ -230,7 +233,7 @@ typedef struct atcmd_snapshot {
   uint8_t rat_valid;
   uint8_t spare_state;
   int16_t carrier_config;
-  uint16_t sim_status; /* enum brio_sim_status */
+  uint16_t sim_status; /* enum brio_sim_status, of the last brio_get_wn3_sim_status */
   uint8_t curr_lte_ant;
   int16_t bas_value_a;
   int16_t bas_value_b;
@@ -241,9 +244,9 @@ typedef struct atcmd_snapshot {
   uint8_t wan_type;
   uint32_t band;
   uint32_t snapshot_mode; /* 0 automatic, 1 manual, or as cops_mode says */
-  char fw_ver[33];
-  char lib_ver[9]; /* "S30J38" */
-  char imei[16];
+  char fw_ver[33];        /* " " while the modem information was not read */
+  char lib_ver[9];        /* "S30J38" */
+  char imei[16];          /* " " while the modem information was not read */
 } atcmd_snapshot;
 
 /* One row of a value-to-name table (enum_to_string). */
@@ -262,6 +265,7 @@ static_assert(sizeof(sim_plmn_data) == 7336, "sim_plmn_data is 7,336 bytes");
 static_assert(sizeof(sim_info_data) == 129, "sim_info_data is 129 bytes");
 static_assert(sizeof(sim_identity) == 40, "sim_identity is 40 bytes");
 static_assert(sizeof(modem_info) == 90, "modem_info is 90 bytes");
+static_assert(sizeof(atcmd_snapshot) == 192, "atcmd_snapshot is 192 bytes");
 #endif
 
 #endif

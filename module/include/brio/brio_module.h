@@ -9,16 +9,23 @@
 BRIO_EXTERN_C_BEGIN
 
 /*
- * Writes the diagnostic page into `buffer` of `*size` bytes and stores the number of bytes written; mode 1 is
- * the full view. The call after brio_module_exit_logging writes nothing and leaves `*size` alone. When no
- * snapshot can be taken the negated capacity is stored. 0. Host thread.
+ * Writes the diagnostic page into `buffer` of `*size` bytes, NUL-terminated, and stores the number of bytes
+ * written, without the NUL. Mode 1 is the full view; any other is the masked one, without ICCID, IMEI and
+ * full addresses. A page that does not fit leaves its first `*size` - 1 characters and `*size` as it was. The
+ * call after brio_module_exit_logging writes nothing and leaves `*size` alone. When no snapshot can be taken,
+ * a line says so and the room left behind it is stored negated (two's complement). Asks the modem for
+ * serving-cell data on every third call, and for the SIM's static information on the first page of a visit.
+ * Always 0. Host thread.
  */
 BRIO_API uint32_t brio_module_get_log_string(char* buffer, uint32_t* size, uint32_t mode);
-/* Ends a visit of the page. 0. Host thread. */
+/* Ends a visit of the page and switches off what it switched on in the modem. Always 0. Host thread. */
 BRIO_API uint32_t brio_module_exit_logging(void);
-/* Masks the band name in place: "LTE_BAND_4" becomes "XXX_XXXX_4". */
+/* Masks a band name in place, up to its last "_": "LTE_BAND_4" becomes "XXX_XXXX_4". Null does nothing. */
 BRIO_API void mask_band(char* text);
-/* Masks the last two numbers of an IPv4 address in place: "10.1.2.3" becomes "10.1.X.X". */
+/*
+ * Masks the last two numbers of an IPv4 address in place: "10.1.2.3" becomes "10.1.X.X". The first character
+ * is never changed. Null does nothing.
+ */
 BRIO_API void mask_ip_address(char* text);
 
 BRIO_EXTERN_C_END
