@@ -2,6 +2,8 @@
 
 #include <stddef.h>
 
+#include "sar_names.h"
+
 namespace brio::names {
 namespace {
 
@@ -59,12 +61,6 @@ constexpr enum_pair kSelectionModeRows[] = {
 constexpr enum_pair kRatRows[] = {
     {0, "GSM"}, {2, "WCDMA"}, {3, "EDGE"}, {4, "WCDMA_HSDPA"}, {5, "WCDMA_HSUPA"}, {6, "WCDMA_HSDPA_HSUPA"},
     {7, "LTE"}, {255, "N/A"},
-};
-
-constexpr enum_pair kSarModeRows[] = {
-    {BRIO_SAR_OFF, "OFF"},
-    {BRIO_SAR_ON, "ON"},
-    {BRIO_SAR_INIT, "INIT"},
 };
 
 constexpr enum_pair kEmmStateRows[] = {
@@ -336,7 +332,7 @@ constexpr Table kWanType = prv_table<3, kWanTypeRows>();
 constexpr Table kRegistrationStatus = prv_table<4, kRegistrationStatusRows>();
 constexpr Table kSelectionMode = prv_table<3, kSelectionModeRows>();
 constexpr Table kRat = prv_table<8, kRatRows>();
-constexpr Table kSarMode = prv_table<3, kSarModeRows>();
+constexpr Table kSarMode = prv_table<3, kSarNames>();
 constexpr Table kEmmState = prv_table<8, kEmmStateRows>();
 constexpr Table kEmmSubstate = prv_table<13, kEmmSubstateRows>();
 constexpr Table kMmState = prv_table<22, kMmStateRows>();
