@@ -128,6 +128,12 @@ int clock_wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, const ti
   return result;
 }
 
+int clock_poll(pollfd* descriptors, nfds_t count, int timeout_seconds) {
+  int ready = poll(descriptors, count, static_cast<int>(timeout_seconds * 1000 * s_scale));
+  if (ready == 0) test_clock::advance(timeout_seconds * (1 - s_scale));
+  return ready;
+}
+
 int clock_select(int nfds, fd_set* read_set, fd_set* except_set, int timeout_seconds) {
   {
     std::lock_guard<std::mutex> lock(s_mutex);

@@ -28,6 +28,10 @@ int clock_wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, const ti
   return pthread_cond_timedwait(condition, mutex, deadline);
 }
 
+int clock_poll(pollfd* descriptors, nfds_t count, int timeout_seconds) {
+  return poll(descriptors, count, timeout_seconds * 1000);
+}
+
 int clock_select(int nfds, fd_set* read_set, fd_set* except_set, int timeout_seconds) {
   timeval timeout = {timeout_seconds, 0};
   return select(nfds, read_set, nullptr, except_set, &timeout);

@@ -2,6 +2,7 @@
 #ifndef BRIOLIB_BASE_CLOCK_H
 #define BRIOLIB_BASE_CLOCK_H
 
+#include <poll.h>
 #include <pthread.h>
 #include <stdint.h>
 #include <sys/select.h>
@@ -21,6 +22,9 @@ void sleep_milliseconds(unsigned milliseconds);
 
 // pthread_cond_timedwait for a condition bound to CLOCK_MONOTONIC.
 int clock_wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* deadline);
+
+// poll(2) with a time-out of whole seconds.
+int clock_poll(pollfd* descriptors, nfds_t count, int timeout_seconds);
 
 // select(2) with a time-out of whole seconds.
 int clock_select(int nfds, fd_set* read_set, fd_set* except_set, int timeout_seconds);

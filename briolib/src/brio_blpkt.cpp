@@ -1,0 +1,329 @@
+// Packet layer: synchronous requests with one status each, and the event thread that unsolicited lines reach
+// through pool and queue.
+#include <pthread.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "base/guards.h"
+#include "base/log.h"
+#include "brio/brio_at.h"
+#include "brio/briolib.h"
+#include "brio_pktio.h"
+
+namespace {
+
+using brio::MutexGuard;
+
+constexpr char kLogTag[] = "briolib/src/brio_blpkt";
+
+constexpr uint32_t kKindResponse = 0;
+constexpr uint32_t kKindUrc = 1;
+
+// Most reports are short; two blocks hold a line that fills the reader's buffer.
+constexpr mempool_def kPoolDefinition[] = {{64, 25},   {128, 15}, {256, 10}, {1024, 10},
+                                           {1656, 10}, {2400, 2}, {0, 0}};
+
+constexpr int32_t kEventQueueElements = 20;
+constexpr int32_t kResponseQueueElements = 1;
+
+// One slot of the event queue.
+struct EventElement {
+  char* payload;      // pool block with the line and its NUL; freed by the event thread
+  uint16_t reserved;  // always 0
+  uint16_t size;      // line length + 1
+};
+static_assert(sizeof(EventElement) == sizeof(void*) + (sizeof(void*) > 4 ? 8 : 4), "no surprise padding");
+
+// The request that waits, if any.
+struct CurrentRequest {
+  recv_func callback;
+  void* user_data;
+  uint16_t user_value;
+};
+
+// Serialises blpkt_init and blpkt_shutdown; guards s_event_thread and s_event_thread_running. Taken first.
+pthread_mutex_t s_lifecycle_mutex = PTHREAD_MUTEX_INITIALIZER;
+// Serialises whole requests, the wait included. Taken before the response mutex.
+pthread_mutex_t s_send_mutex = PTHREAD_MUTEX_INITIALIZER;
+// Orders the producers of the response queue and guards s_request. The read thread holds it while a response
+// callback runs, so a request that has cleared s_request knows that nobody writes into its caller's memory.
+pthread_mutex_t s_response_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+CurrentRequest s_request;
+// Written under the send and the response mutex, read under either.
+queue* s_response_queue;
+// Set before the event thread and the read thread start and cleared when both are gone.
+mempool* s_pool;
+queue* s_event_queue;
+pthread_t s_event_thread;
+bool s_event_thread_running;
+
+const blpkt_callback* s_event_callbacks;
+uint32_t s_event_callback_count;
+blpkt_callback s_default_event_callback;
+const blpkt_callback* s_log_callbacks;
+uint32_t s_log_callback_count;
+blpkt_callback s_default_log_callback;
+
+void prv_copy_event(void* destination, const void* source, uint32_t, uint32_t) {
+  const EventElement* from = static_cast<const EventElement*>(source);
+  EventElement* to = static_cast<EventElement*>(destination);
+  to->payload = from->payload;
+  to->reserved = from->reserved;
+  to->size = from->size;
+}
+
+void* prv_event_thread(void*) {
+  EventElement event = {};
+  while (q_get_with_copy_callback(s_event_queue, &event, prv_copy_event, 0, -1) == Q_OK) {
+    BLIB_D(BRIO_LOG_EVENT, "D blib:%s:%d:prv_event_thread payload size =  %d\n", BLIB_HERE, event.size);
+    if (event.payload == nullptr) {
+      BLIB_E("E blib:%s:%d:URC error:log.payload is NULL:\n", BLIB_HERE);
+      continue;
+    }
+    at_parse(event.payload, nullptr, nullptr);
+    BLIB_D(BRIO_LOG_EVENT, "D blib:%s:%d:payload pointer to be freed[%p]\n", BLIB_HERE,
+           static_cast<void*>(event.payload));
+    mempool_free(s_pool, event.payload);
+  }
+  return nullptr;
+}
+
+// Caller holds the response mutex.
+bool prv_queue_response(int32_t status) {
+  uint32_t result = q_add(s_response_queue, &status, sizeof(status));
+  if (result == Q_OK) return true;
+  BLIB_E("E blib:%s:%d:qresp:status=%d:can't queue response\n", BLIB_HERE, static_cast<int>(result));
+  return false;
+}
+
+// Read thread: one complete answer becomes one status.
+void prv_convert_and_queue_resp_packet(const ATResponse* response) {
+  if (response == nullptr) {
+    BLIB_E("E blib:%s:%d:queue_resp_packet:ret=%d:FATAL: resp is NULL\n", BLIB_HERE, BLPKT_STATUS_ERROR);
+    return;
+  }
+  MutexGuard lock(s_response_mutex);
+  uint32_t status = BLPKT_STATUS_SUCCESS;
+  if (response->status != 0) {
+    BLIB_E("E blib:%s:%d:blpktstat:AT_err_string:%s:\n", BLIB_HERE,
+           response->final_response != nullptr ? response->final_response : "");
+    status = BLPKT_STATUS_ERROR;
+  } else if (s_request.callback != nullptr) {
+    status = s_request.callback(response, s_request.user_data, s_request.user_value);
+  }
+  BLIB_D(BRIO_LOG_REQUEST, "D blib:%s:%d:prv_convert_and_queue_resp_packet %d\n", BLIB_HERE,
+         static_cast<int>(status));
+  prv_queue_response(static_cast<int32_t>(status));
+}
+
+// Read thread: one unsolicited line goes to the event thread, or is dropped when that one is too far behind.
+void prv_queue_urc(const char* line) {
+  if (line == nullptr) return;
+  uint16_t length = static_cast<uint16_t>(strlen(line));
+  uint32_t size = length + 1u;
+  char* payload = static_cast<char*>(mempool_alloc(s_pool, size));
+  if (payload == nullptr) {
+    BLIB_W("W blib:%s:%d:alloclog:payload_size:%d:cant allocate log payload\n", BLIB_HERE,
+           static_cast<int>(size));
+    return;
+  }
+  memcpy(payload, line, length);
+  payload[length] = '\0';
+  EventElement event = {payload, 0, static_cast<uint16_t>(size)};
+  uint32_t result = q_add_with_copy_callback(s_event_queue, &event, prv_copy_event, 0);
+  if (result != Q_OK) {
+    BLIB_W("W blib:%s:%d:qlog:status:%d:cant add log to queue\n", BLIB_HERE, static_cast<int>(result));
+    mempool_free(s_pool, payload);
+    return;
+  }
+  BLIB_D(BRIO_LOG_EVENT, "D blib:%s:%d:Added to s_blpkt_log_event_queue\n", BLIB_HERE);
+}
+
+void prv_set_request(const CurrentRequest& request) {
+  MutexGuard lock(s_response_mutex);
+  s_request = request;
+}
+
+// Waits for the status of the command just sent. Caller holds the send mutex.
+uint32_t prv_await_response(const char* command, int32_t timeout_seconds) {
+  int32_t response = 0;
+  uint32_t result = q_get(s_response_queue, &response, sizeof(response), timeout_seconds);
+  if (result == Q_TIMEOUT) {
+    BLIB_E("E blib:%s:%d:blpkt_recv:status=%d:AT cmd %s timed out\n", BLIB_HERE, BLPKT_STATUS_TIMEOUT,
+           command);
+    return BLPKT_STATUS_TIMEOUT;
+  }
+  if (result != Q_OK) {
+    BLIB_E("E blib:%s:%d:qget:status=%d:q_get failed\n", BLIB_HERE, static_cast<int>(result));
+    return BLPKT_STATUS_ERROR;
+  }
+  uint32_t status = static_cast<uint32_t>(response);
+  if (status == BLPKT_STATUS_SCAN_ABORTED) {
+    BLIB_I("I blib:%s:%d:blpkt_recv::Aborting the manual nw scan\n", BLIB_HERE);
+  } else if (status != BLPKT_STATUS_SUCCESS) {
+    BLIB_E("E blib:%s:%d:blpkt_recv:status=%d:error in AT cmd %s resp\n", BLIB_HERE, response, command);
+  }
+  return status;
+}
+
+// Caller holds the send mutex.
+uint32_t prv_send_and_await(const char* command, uint32_t type, const char* response_prefix,
+                            const CurrentRequest& request, int32_t timeout_seconds) {
+  if (command == nullptr) {
+    BLIB_E("E blib:%s:%d:param:BLPKT_STATUS_BAD_REQUEST:null AT param\n", BLIB_HERE);
+    return BLPKT_STATUS_BAD_REQUEST;
+  }
+  prv_set_request(request);
+  if (pktio_at_send_cmd(command, type, response_prefix) != 0) {
+    BLIB_E("E blib:%s:%d:blpkt_send::can't send req packet\n", BLIB_HERE);
+    return BLPKT_STATUS_ERROR;
+  }
+  // The response queue is not flushed on purpose: a status that was queued while its own request already
+  // timed out, or an abort without a request, is what this request receives.
+  return prv_await_response(command, timeout_seconds);
+}
+
+// Caller holds the lifecycle mutex. False when something could not be made.
+bool prv_start() {
+  s_pool = mempool_create(kPoolDefinition, 1);
+  if (s_pool == nullptr) {
+    BLIB_E("E blib:%s:%d:alloc2::can't allocate mempool\n", BLIB_HERE);
+    return false;
+  }
+  s_event_queue = q_create(sizeof(EventElement), kEventQueueElements);
+  if (s_event_queue == nullptr) {
+    BLIB_E("E blib:%s:%d:alloc3::can't allocate event queue\n", BLIB_HERE);
+    return false;
+  }
+  queue* response_queue = q_create(sizeof(int32_t), kResponseQueueElements);
+  if (response_queue == nullptr) {
+    BLIB_E("E blib:%s:%d:alloc4::can't allocate response queue\n", BLIB_HERE);
+    return false;
+  }
+  {
+    MutexGuard send_lock(s_send_mutex);
+    MutexGuard response_lock(s_response_mutex);
+    s_response_queue = response_queue;
+  }
+  int err = pthread_create(&s_event_thread, nullptr, prv_event_thread, nullptr);
+  if (err != 0) {
+    BLIB_E("E blib:%s:%d:createth:err=%d:cant create thread\n", BLIB_HERE, err);
+    return false;
+  }
+  BLIB_D(BRIO_LOG_EVENT, "D blib:%s:%d:pthread create: s_blpkt_event_thread status:%d\n", BLIB_HERE, err);
+  s_event_thread_running = true;
+  return true;
+}
+
+// Caller holds the lifecycle mutex. Null-safe: tears down what there is.
+void prv_tear_down() {
+  {
+    // First of all: the event thread may itself wait for an answer that no port will bring any more.
+    MutexGuard response_lock(s_response_mutex);
+    q_cancel(s_response_queue);
+  }
+  if (s_event_thread_running) {
+    q_cancel(s_event_queue);
+    pthread_join(s_event_thread, nullptr);
+    s_event_thread_running = false;
+  }
+  {
+    MutexGuard send_lock(s_send_mutex);
+    MutexGuard response_lock(s_response_mutex);
+    q_destroy(s_response_queue);
+    s_response_queue = nullptr;
+  }
+  q_destroy(s_event_queue);
+  s_event_queue = nullptr;
+  if (s_pool != nullptr) mempool_destroy(s_pool);
+  s_pool = nullptr;
+}
+
+void prv_store_callbacks(const blpkt_callback* table, const blpkt_callback** stored, uint32_t* count) {
+  if (table == nullptr) return;
+  *stored = table;
+  *count = 0;
+  while (table[*count] != nullptr) (*count)++;
+}
+
+}  // namespace
+
+uint32_t blpkt_init(void) {
+  MutexGuard lifecycle(s_lifecycle_mutex);
+  prv_tear_down();
+  if (prv_start()) return BLPKT_STATUS_SUCCESS;
+  prv_tear_down();
+  return BLPKT_STATUS_ERROR;
+}
+
+void blpkt_shutdown(void) {
+  MutexGuard lifecycle(s_lifecycle_mutex);
+  prv_tear_down();
+}
+
+void blpkt_handle_packet(uint32_t kind, void* data, void*) {
+  switch (kind) {
+    case kKindResponse:
+      prv_convert_and_queue_resp_packet(static_cast<const ATResponse*>(data));
+      break;
+    case kKindUrc:
+      prv_queue_urc(static_cast<const char*>(data));
+      break;
+    default:
+      BLIB_E("E blib:%s:%d:blpkt_handle_packet:callback type %d:callback type error\n", BLIB_HERE,
+             static_cast<int>(kind));
+  }
+}
+
+uint32_t blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t type,
+                                                   const char* response_prefix, recv_func callback,
+                                                   void* user_data, uint16_t user_value,
+                                                   int32_t timeout_seconds) {
+  MutexGuard send_lock(s_send_mutex);
+  const char* shown = command != nullptr ? command : "";
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:>>>>>Start sending [%s]<<<<<\n", BLIB_HERE, shown);
+  uint32_t status =
+      prv_send_and_await(command, type, response_prefix, {callback, user_data, user_value}, timeout_seconds);
+  // From here on a late answer is discarded, and no callback runs for it.
+  pktio_reset_command();
+  prv_set_request({});
+  BLIB_D(BRIO_LOG_REQUEST, "D blib:%s:%d:<<<<<Exit sending [%s] ret[%d]>>>>>\n", BLIB_HERE, shown,
+         static_cast<int>(status));
+  return status;
+}
+
+uint32_t blpkt_atcmd_request_with_callback(const char* command, uint32_t type, const char* response_prefix,
+                                           recv_func callback, void* user_data, uint16_t user_value) {
+  return blpkt_atcmd_request_with_callback_timeout(command, type, response_prefix, callback, user_data,
+                                                   user_value, BLPKT_DEFAULT_TIMEOUT_SECONDS);
+}
+
+uint32_t blpkt_abort_manual_nw_scan(void) {
+  MutexGuard lock(s_response_mutex);
+  return prv_queue_response(BLPKT_STATUS_SCAN_ABORTED) ? BLPKT_STATUS_SCAN_ABORTED : BLPKT_STATUS_ERROR;
+}
+
+uint32_t blpkt_acquire_send_mutex(void) {
+  return static_cast<uint32_t>(pthread_mutex_lock(&s_send_mutex));
+}
+
+uint32_t blpkt_release_send_mutex(void) {
+  return static_cast<uint32_t>(pthread_mutex_unlock(&s_send_mutex));
+}
+
+void blpkt_set_event_callbacks(const blpkt_callback* table) {
+  prv_store_callbacks(table, &s_event_callbacks, &s_event_callback_count);
+}
+
+void blpkt_set_log_callbacks(const blpkt_callback* table) {
+  prv_store_callbacks(table, &s_log_callbacks, &s_log_callback_count);
+}
+
+void blpkt_set_default_event_callback(blpkt_callback callback) {
+  s_default_event_callback = callback;
+}
+
+void blpkt_set_default_log_callback(blpkt_callback callback) {
+  s_default_log_callback = callback;
+}

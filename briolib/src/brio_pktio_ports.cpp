@@ -1,0 +1,98 @@
+#include "brio_pktio_ports.h"
+
+#include <errno.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include "base/log.h"
+#include "base/paths.h"
+
+namespace brio {
+namespace {
+
+constexpr char kLogTag[] = "briolib/src/brio_pktio";
+
+constexpr speed_t kBaudRate = B921600;
+
+// Raw bytes; a read takes what is there and never waits.
+void prv_set_raw(int fd) {
+  termios attributes;
+  if (tcgetattr(fd, &attributes) != 0) return;
+  cfmakeraw(&attributes);
+  attributes.c_cflag |= CLOCAL | CREAD;
+  attributes.c_cc[VMIN] = 0;
+  attributes.c_cc[VTIME] = 0;
+  cfsetispeed(&attributes, kBaudRate);
+  cfsetospeed(&attributes, kBaudRate);
+  tcsetattr(fd, TCSANOW, &attributes);
+}
+
+// A serial port, ready for use, or -1 with errno. Non-blocking for the open only, which must not wait for a
+// carrier.
+int prv_open_serial(const char* path) {
+  int fd = open_device(path, O_RDWR | O_NOCTTY | O_NONBLOCK);
+  if (fd < 0) return fd;
+  fcntl(fd, F_SETFL, 0);
+  prv_set_raw(fd);
+  return fd;
+}
+
+bool prv_fits_select(int fd) {
+  if (fd < FD_SETSIZE) return true;
+  BLIB_E("E blib:%s:%d:open:fd=%d,limit=%d:descriptor too large for select\n", BLIB_HERE, fd, FD_SETSIZE);
+  return false;
+}
+
+void prv_close_if_open(int fd) {
+  if (fd >= 0) close(fd);
+}
+
+}  // namespace
+
+bool open_ports(const char* query_port, Ports* ports) {
+  if (query_port == nullptr) query_port = "";
+  ports->query = prv_open_serial(query_port);
+  if (ports->query < 0) {
+    BLIB_E("E blib:%s:%d:open:device: %s, errno: %d:can't open device\n", BLIB_HERE, query_port, errno);
+    return false;
+  }
+  if (!prv_fits_select(ports->query)) return false;
+  BLIB_D(BRIO_LOG_PORT, "D blib:%s:%d:pktio_init QRY fd:%d port:%s\n", BLIB_HERE, ports->query, query_port);
+
+  ports->urc = prv_open_serial(kUrcPort);
+  if (ports->urc < 0) {
+    // The line names the query port, as it always did.
+    BLIB_E("E blib:%s:%d:open:device=%s,errno=%d:cant open device\n", BLIB_HERE, query_port, errno);
+    return false;
+  }
+  if (!prv_fits_select(ports->urc)) return false;
+  BLIB_D(BRIO_LOG_PORT, "D blib:%s:%d:pktio_init URC fd:%d port:%s\n", BLIB_HERE, ports->urc, kUrcPort);
+
+  int pair[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
+    BLIB_E("E blib:%s:%d:socketpair:errno=%d:can't create socket pair\n", BLIB_HERE, errno);
+    return false;
+  }
+  ports->stop_read = pair[0];
+  ports->stop_write = pair[1];
+  return prv_fits_select(ports->stop_read);
+}
+
+void close_ports(const Ports& ports) {
+  if (ports.query >= 0) {
+    close(ports.query);
+  } else {
+    BLIB_E("E blib:%s:%d:cleanup:fd val=%d:pktIO fd has garbage value\n", BLIB_HERE, ports.query);
+  }
+  if (ports.urc >= 0) {
+    close(ports.urc);
+  } else {
+    BLIB_E("E blib:%s:%d:cleanup:fd val=%d:urcpktIO fd has garbage value\n", BLIB_HERE, ports.urc);
+  }
+  prv_close_if_open(ports.stop_read);
+  prv_close_if_open(ports.stop_write);
+}
+
+}  // namespace brio
