@@ -1,0 +1,124 @@
+// Antennas: the BAS status and the antenna lock.
+#include "base/log.h"
+#include "brio/brio.h"
+#include "brio/brio_at.h"
+#include "brio/briolib.h"
+#include "brio_common/shared_data.h"
+#include "parse/bas.h"
+
+static constexpr char kLogTag[] = "briolib/src/brio_common";
+
+namespace {
+
+using brio::UrcDataLock;
+
+constexpr uint8_t kAntennaUnknown = 0xFF;
+constexpr uint16_t kBasValueUnknown = 0xFFFF;
+// User value of the status request; nothing reads it.
+constexpr uint16_t kBasUserValue = 6;
+
+// Antenna choice - 1 is the modem's own argument.
+constexpr const char* kLockCommands[] = {
+    "AT@EPHY:EPHY_BAS_SET(0)",  // 1: first antenna
+    "AT@EPHY:EPHY_BAS_SET(1)",  // 2: second antenna
+    "AT@EPHY:EPHY_BAS_SET(2)",  // 3: automatic
+};
+constexpr uint32_t kLockCommandCount = sizeof(kLockCommands) / sizeof(kLockCommands[0]);
+
+uint32_t recv_func_prv_briolib_read_bas_status(const ATResponse* response, void* user_data,
+                                               uint16_t /*user_value*/) {
+  if (response == nullptr || response->intermediates == nullptr || response->intermediates->line == nullptr) {
+    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_read_bas_status::response is invalid", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  char* line = response->intermediates->line;
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:recv_func_prv_briolib_read_bas_status callback called resp [%s]",
+         BLIB_HERE, line);
+  UrcDataLock lock;
+  briolib_parse_bas_status(line, static_cast<bas_status*>(user_data));
+  return BRIO_STATUS_OK;
+}
+
+}  // namespace
+
+void briolib_parse_bas_status(char* payload, bas_status* record) {
+  if (payload == nullptr || *payload == '\0') {
+    BLIB_E("E blib:%s:%d:briolib_parse_bas_status:bas_p is NULL:", BLIB_HERE);
+    return;
+  }
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:bas_data_p: %s", BLIB_HERE, payload);
+  bool is_answer = record != nullptr;
+  brio::parse::BasReport report = brio::parse::parse_bas(payload, is_answer);
+  brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  if ((report.fields & brio::parse::kBasValueA) != 0) data.bas_value_a = report.value_a;
+  if ((report.fields & brio::parse::kBasValueB) != 0) data.bas_value_b = report.value_b;
+  if ((report.fields & brio::parse::kBasAntenna) != 0) data.curr_lte_ant = report.antenna;
+
+  // Answers and reports name the swapped antenna differently; this is meant.
+  if (data.curr_lte_ant == (is_answer ? 1 : 0)) {
+    uint16_t value_a = data.bas_value_a;
+    data.bas_value_a = data.bas_value_b;
+    data.bas_value_b = value_a;
+  }
+  if (is_answer) {
+    record->value_a = data.bas_value_a;
+    record->value_b = data.bas_value_b;
+    record->antenna = data.curr_lte_ant;
+  }
+}
+
+uint32_t brio_get_bas_status(bas_status* record) {
+  uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) {
+    BLIB_E("E blib:%s:%d:brio_get_bas_status::improper brio library status", BLIB_HERE);
+    return status;
+  }
+  if (record == nullptr) return BRIO_STATUS_INVALID;
+  status = blpkt_atcmd_request_with_callback("AT@EPHY:EPHY_BAS_STATUS(2)", SINGLELINE, "+BAS",
+                                             recv_func_prv_briolib_read_bas_status, record, kBasUserValue);
+  if (status != BLPKT_STATUS_SUCCESS) {
+    BLIB_E("E blib:%s:%d:get_bas_status::get bas status failed", BLIB_HERE);
+    return BRIO_STATUS_TIMEOUT;  // whatever the failure was
+  }
+  return BRIO_STATUS_OK;
+}
+
+uint32_t brio_get_curr_lte_ant(uint32_t* out) {
+  uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) {
+    BLIB_E("E blib:%s:%d:%s::improper brio library status", BLIB_HERE, "brio_get_curr_lte_ant");
+    return status;
+  }
+  if (out == nullptr) return BRIO_STATUS_INVALID;
+  uint8_t antenna = kAntennaUnknown;
+  {
+    UrcDataLock lock;
+    antenna = g_brio_lib_atcmd_data.curr_lte_ant;
+  }
+  if (antenna == kAntennaUnknown) {
+    bas_status record = {kBasValueUnknown, kBasValueUnknown, kAntennaUnknown};
+    if (brio_get_bas_status(&record) != BRIO_STATUS_OK) {
+      BLIB_E("E blib:%s:%d:brio_get_curr_lte_ant::get bas status failed", BLIB_HERE);
+      return BRIO_STATUS_UNAVAILABLE;
+    }
+    antenna = record.antenna;
+  }
+  *out = antenna;
+  return BRIO_STATUS_OK;
+}
+
+uint32_t brio_set_lte_ant(uint32_t choice) {
+  uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) return status;
+  blpkt_atcmd_request_with_callback("AT@GTICOM:SIO_PSVCTRL(0)", NUMERIC, nullptr, nullptr, nullptr, 0);
+  if (choice == 0 || choice > kLockCommandCount) {
+    BLIB_E("E blib:%s:%d:LTE ant lock:err:can't lock ANT[%d]", BLIB_HERE, static_cast<int>(choice));
+    return BRIO_STATUS_INVALID;
+  }
+  status =
+      blpkt_atcmd_request_with_callback(kLockCommands[choice - 1], NUMERIC, nullptr, nullptr, nullptr, 0);
+  if (status != BLPKT_STATUS_SUCCESS) {
+    BLIB_E("E blib:%s:%d:setANT:err_no=%d:can't set LTE ANT", BLIB_HERE, static_cast<int>(status));
+  }
+  return briolib_translate_status(status, 0);
+}

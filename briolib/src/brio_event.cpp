@@ -1,0 +1,36 @@
+// The table of library event callbacks.
+#include "base/log.h"
+#include "base/words.h"
+#include "brio/brio.h"
+#include "brio/briolib.h"
+
+static constexpr char kLogTag[] = "briolib/src/brio_event";
+
+namespace {
+
+// Registered by the host thread before the library reports; read by whichever thread raises an event.
+brio_event_callback s_event_callbacks[BRIO_EVENT_COUNT];
+
+}  // namespace
+
+uint32_t brio_set_callback_for_event_id(uint32_t id, brio_event_callback callback) {
+  if (id >= BRIO_EVENT_COUNT) return BRIO_STATUS_INVALID;
+  brio::relaxed_store(s_event_callbacks[id], callback);
+  return BRIO_STATUS_OK;
+}
+
+void briolib_exec_event_callback(uint32_t id, uint32_t data_size, const void* data) {
+  if (data_size != 0 && data == nullptr) {
+    BLIB_E("E blib:%s:%d:bdparexec:id=%d:bad param when executing event callback\n", BLIB_HERE,
+           static_cast<int>(id));
+    return;
+  }
+  if (id >= BRIO_EVENT_COUNT) return;
+  brio_event_callback callback = brio::relaxed_load(s_event_callbacks[id]);
+  if (callback != nullptr) callback(id, data_size, data);
+}
+
+void briolib_send_time_event(const network_time* record) {
+  // The size counts the pointer word of the device, not the 16-byte record: hosts rely on 4.
+  briolib_exec_event_callback(BRIO_EVENT_TIME_INFO, 4, record);
+}

@@ -1,0 +1,126 @@
+#include "parse/sim_file.h"
+
+#include <string.h>
+
+#include "base/text.h"
+
+namespace brio::parse {
+namespace {
+
+constexpr size_t kCommandCapacity = 30;
+constexpr size_t kFileIdLength = 5;
+constexpr size_t kIccidDigits = 20;
+
+struct FileRow {
+  const char* id;
+  SimFile file;
+};
+
+constexpr FileRow kFiles[] = {
+    {"28512", SimFile::kUserPlmn},   {"28513", SimFile::kOperatorPlmn},
+    {"28514", SimFile::kHomePlmn},   {"28643", SimFile::kEpsLocation},
+    {"28531", SimFile::kPsLocation}, {"28539", SimFile::kForbiddenPlmn},
+    {"28542", SimFile::kLocation},   {"28633", SimFile::kEquivalentHomePlmn},
+    {"12258", SimFile::kIccid},
+};
+
+// Not a hexadecimal digit: 255, which has every bit set.
+uint8_t prv_hex_digit(char c) {
+  if (c >= '0' && c <= '9') return static_cast<uint8_t>(c - '0');
+  if (c >= 'A' && c <= 'F') return static_cast<uint8_t>(c - 'A' + 10);
+  if (c >= 'a' && c <= 'f') return static_cast<uint8_t>(c - 'a' + 10);
+  return 255;
+}
+
+bool prv_accepted(const char* sw1, const char* sw2) {
+  if (strncmp(sw1, "144", 3) == 0 || strncmp(sw1, "145", 3) == 0) return true;
+  return strncmp(sw1, "146", 3) == 0 && strncmp(sw2, "64", 2) == 0;
+}
+
+}  // namespace
+
+SimFile crsm_file(const char* command) {
+  if (command == nullptr) return SimFile::kOther;
+  char copy[kCommandCapacity];
+  copy_text(copy, sizeof(copy), command);
+  char* cursor = copy;
+  next_field(&cursor, ',');
+  const char* id = next_field(&cursor, ',');
+  if (id == nullptr) return SimFile::kOther;
+  id = skip_spaces(id);
+  for (const FileRow& row : kFiles) {
+    if (strncmp(id, row.id, kFileIdLength) == 0) return row.file;
+  }
+  return SimFile::kOther;
+}
+
+//   +CRSM: 144,0,"62F2100080FFFFFF0000"
+//          |   | `- 3 file contents, hexadecimal
+//          |   `--- 2 sw2
+//          `------- 1 sw1, decimal: 144 done, 145 done with a proactive command pending, 146 warning
+CrsmOutcome parse_crsm(char* rest, CrsmAnswer* answer) {
+  *answer = {};
+  char* cursor = rest;
+  char* sw1 = next_field(&cursor, ',');
+  char* sw2 = next_field(&cursor, ',');
+  if (sw1 == nullptr || sw2 == nullptr) return CrsmOutcome::kNoStatusWords;
+  answer->sw1 = skip_spaces(sw1);
+  answer->sw2 = skip_spaces(sw2);
+  if (!prv_accepted(answer->sw1, answer->sw2)) return CrsmOutcome::kRefused;
+
+  if (cursor == nullptr) return CrsmOutcome::kNoEndQuote;
+  while (*cursor == '"' || is_space(*cursor)) cursor++;
+  size_t length = strlen(cursor);
+  if (length == 0 || cursor[length - 1] != '"') return CrsmOutcome::kNoEndQuote;
+  cursor[length - 1] = '\0';
+  answer->data = cursor;
+  return CrsmOutcome::kOk;
+}
+
+//   62F210 0080   MCC 262, MNC 01, GSM
+//   012345 6789   position: MCC digits 1 0 3, MNC digits 5 4 2 (2 is F for a two-digit MNC),
+//                 6 to 9 access technologies (6 has bit 8 for UTRAN and 4 for E-UTRAN, 8 has bit 8 for GSM)
+bool next_plmn(const char** cursor, bool with_access_technology, plmn_entry* entry) {
+  const char* c = *cursor;
+  size_t left = strlen(c);
+  if (left <= (with_access_technology ? 9u : 5u) || strncmp(c, "FFFFFF", 6) == 0) return false;
+  // Ten characters in both modes is meant, although an entry of the forbidden list has only six.
+  *cursor = c + (left < 10 ? left : 10);
+
+  *entry = {};
+  entry->mcc[0] = c[1];
+  entry->mcc[1] = c[0];
+  entry->mcc[2] = c[3];
+  entry->mnc[0] = c[5];
+  entry->mnc[1] = c[4];
+  if (c[2] != 'F') entry->mnc[2] = c[2];
+  if (with_access_technology) {
+    uint8_t x = prv_hex_digit(c[6]);
+    uint8_t y = prv_hex_digit(c[8]);
+    unsigned bits = ((x & 4u) != 0 ? 4u : 0u) | ((x & 8u) != 0 ? 2u : 0u) | ((y & 8u) != 0 ? 1u : 0u);
+    entry->access_tech = static_cast<uint8_t>(bits != 0 ? bits : 255u);
+  }
+  return true;
+}
+
+void iccid_from_file(const char* data, char (&iccid)[21]) {
+  copy_text(iccid, sizeof(iccid), data, kIccidDigits);
+  for (size_t i = 0; iccid[i] != '\0' && iccid[i + 1] != '\0'; i += 2) {
+    char first = iccid[i];
+    iccid[i] = iccid[i + 1];
+    iccid[i + 1] = first;
+  }
+  if (!is_digit(iccid[kIccidDigits - 1])) iccid[kIccidDigits - 1] = '\0';
+}
+
+//   +CCID: 89014103211118510720
+//   +CCID: 8901410321111851072F   19 digits and a filler
+void iccid_from_line(const char* rest, char (&iccid)[24]) {
+  memset(iccid, 0, sizeof(iccid));
+  copy_text(iccid, sizeof(iccid), skip_spaces(rest));
+  size_t n = strlen(iccid);
+  if (n < kIccidDigits) n = kIccidDigits;
+  if (!is_digit(iccid[n - 1])) iccid[n - 1] = '\0';
+}
+
+}  // namespace brio::parse

@@ -1,0 +1,58 @@
+// SIM elementary files: the answer to "AT+CRSM=176,..." and the contents of the files, and the ICCID of
+// "AT+CCID". File numbers and contents are those of 3GPP TS 31.102.
+#ifndef BRIOLIB_PARSE_SIM_FILE_H
+#define BRIOLIB_PARSE_SIM_FILE_H
+
+#include <stdint.h>
+
+#include "brio/brio_types.h"
+
+namespace brio::parse {
+
+enum class SimFile {
+  kOther,
+  kUserPlmn,
+  kOperatorPlmn,
+  kHomePlmn,
+  kEpsLocation,
+  kPsLocation,
+  kForbiddenPlmn,
+  kLocation,
+  kEquivalentHomePlmn,
+  kIccid,
+};
+
+// The file that a READ BINARY command names ("AT+CRSM=176,28512,0,0,0" or its parameters alone). Null gives
+// kOther.
+SimFile crsm_file(const char* command);
+
+enum class CrsmOutcome {
+  kOk,
+  kNoStatusWords,  // sw1 or sw2 missing
+  kRefused,        // status words of a failure
+  kNoEndQuote,     // response data without its closing quote
+};
+
+struct CrsmAnswer {
+  const char* sw1;  // null when the line ended before it
+  const char* sw2;
+  const char* data;  // hexadecimal file contents, kOk only
+};
+
+// Text behind "+CRSM:", cut up in place.
+CrsmOutcome parse_crsm(char* rest, CrsmAnswer* answer);
+
+// The next entry of a PLMN list file; false at its end. Moves the cursor by 10 characters, never beyond the
+// text's end.
+bool next_plmn(const char** cursor, bool with_access_technology, plmn_entry* entry);
+
+// ICCID of EF ICCID's contents: digits swapped in pairs, a filler in the 20th place cut.
+void iccid_from_file(const char* data, char (&iccid)[21]);
+
+// ICCID of a "+CCID" line: text behind the colon. The character in the last place, but at least the 20th, is
+// cut unless it is a digit.
+void iccid_from_line(const char* rest, char (&iccid)[24]);
+
+}  // namespace brio::parse
+
+#endif
