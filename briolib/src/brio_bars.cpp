@@ -13,6 +13,7 @@
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "brio_common/shared_data.h"
+#include "parse/answer.h"
 #include "parse/bars.h"
 
 static constexpr char kLogTag[] = "briolib/src/brio_bars";
@@ -57,11 +58,11 @@ void prv_take_byte(const brio::parse::BarsReport& report, uint32_t field, int32_
 }
 
 uint32_t recv_func_at_req_get_bars(const ATResponse* response, void* data, uint16_t /*user_value*/) {
-  if (response == nullptr || response->intermediates == nullptr || response->intermediates->line == nullptr) {
+  char* line = brio::parse::answer_line(response);
+  if (line == nullptr) {
     BLIB_E("E blib:%s:%d:recv_func_at_req_get_bars:at_resp is invalid:\n", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
-  char* line = response->intermediates->line;
   if (strlen(line) < kShortestLine) {
     BLIB_E("E blib:%s:%d:recv_func_at_req_get_bars:resp is invalid:\n", BLIB_HERE);
     return BRIO_STATUS_INVALID;

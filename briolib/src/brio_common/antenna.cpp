@@ -4,6 +4,7 @@
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "brio_common/shared_data.h"
+#include "parse/answer.h"
 #include "parse/bas.h"
 
 static constexpr char kLogTag[] = "briolib/src/brio_common";
@@ -27,11 +28,11 @@ constexpr uint32_t kLockCommandCount = sizeof(kLockCommands) / sizeof(kLockComma
 
 uint32_t recv_func_prv_briolib_read_bas_status(const ATResponse* response, void* user_data,
                                                uint16_t /*user_value*/) {
-  if (response == nullptr || response->intermediates == nullptr || response->intermediates->line == nullptr) {
+  char* line = brio::parse::answer_line(response);
+  if (line == nullptr) {
     BLIB_E("E blib:%s:%d:recv_func_prv_briolib_read_bas_status::response is invalid", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
-  char* line = response->intermediates->line;
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:recv_func_prv_briolib_read_bas_status callback called resp [%s]",
          BLIB_HERE, line);
   UrcDataLock lock;
