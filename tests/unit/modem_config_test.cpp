@@ -1,0 +1,163 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "parse/modem_config.h"
+#include "parse/modem_info.h"
+#include "support/corpus.h"
+
+namespace {
+
+using namespace brio::parse;
+
+TEST(ModemInfo, FillsTheRecordFromTheCorpus) {
+  for (const auto& row : read_corpus("modem_info.txt", 7)) {
+    // The record ends where its heap block ends, so that a sanitizer sees a write behind it.
+    auto info = std::make_unique<modem_info>();
+    for (char* text : {info->fw_ver, info->imei, info->serial, info->hw_ver}) strcpy(text, "old");
+    info->fault_ct = 7;
+    EXPECT_EQ(std::stoi(row[1]), parse_modem_info(row[0].c_str(), info.get())) << row[0];
+    EXPECT_EQ(row[2], info->fw_ver) << row[0];
+    EXPECT_EQ(row[3], info->imei) << row[0];
+    EXPECT_EQ(row[4], info->serial) << row[0];
+    EXPECT_EQ(row[5], info->hw_ver) << row[0];
+    EXPECT_EQ(std::stoi(row[6]), info->fault_ct) << row[0];
+  }
+}
+
+TEST(ModemConfig, KeepsSixteenBitsOfTheCarrierId) {
+  struct Case {
+    const char* line;
+    bool read;
+    uint16_t id;
+  };
+  const Case cases[] = {
+      {"+GTFDCAR: 201", true, 201},
+      {"+GTFDCAR:216,1", true, 216},
+      {"+GTFDCAR: 65737", true, 201},
+      {"+GTFDCAR: -1", true, 0xFFFF},
+      {"+GTFDCAR: x", true, 0},
+      {"+GTFDCAR:", true, 0},
+      {"201", false, 77},
+      {nullptr, false, 77},
+  };
+  for (const auto& c : cases) {
+    uint16_t id = 77;
+    EXPECT_EQ(c.read, parse_carrier_id(c.line, &id)) << c.line;
+    EXPECT_EQ(c.id, id) << c.line;
+  }
+}
+
+TEST(ModemConfig, ReadsTheModelAndItsWanType) {
+  struct Case {
+    const char* line;
+    const char* model;
+    int wan_type;
+  };
+  const Case cases[] = {
+      {"+CGMM: L816", "L816", 6},
+      {"+CGMM: \"L816-GL\"", "L816-GL", 7},
+      {"+CGMM: \"L816-GL\",\"vendor\"", "L816-GL", 7},
+      {"L816-GL ", "L816-GL", 7},
+      {"+CGMM: l816", "l816", 0},
+      {"+CGMM: L816-EAU-00-LONG-NAME", "L816-EAU-00-", 0},
+      {"+CGMM:", "", 0},
+      {"", "", 0},
+  };
+  for (const auto& c : cases) {
+    char model[kModelSize] = "kept";
+    EXPECT_TRUE(parse_model(c.line, model)) << c.line;
+    EXPECT_STREQ(c.model, model) << c.line;
+    EXPECT_EQ(c.wan_type, wan_type_of_model(model)) << c.line;
+  }
+  char model[kModelSize];
+  EXPECT_FALSE(parse_model(nullptr, model));
+}
+
+TEST(ModemConfig, ReadsTheWanTypeFromTheTenthCharacter) {
+  struct Case {
+    const char* line;
+    bool found;
+    int type;
+  };
+  const Case cases[] = {
+      {"WAN_TYPE=7\n", true, 7},
+      {"WAN_TYPE= 6", true, 6},
+      {" WAN_TYPE=7\n", true, 0},
+      {"WAN_TYPE=", true, 0},
+      {"WAN_TYPE=263", true, 7},
+      {"WAN_TYPE=200\r\n", true, 200},
+      {"abcdefghi5WAN_TYPE=7", true, 5},
+      {"WAN_TYP=7", false, 99},
+      {"", false, 99},
+      {"wan_type=7", false, 99},
+  };
+  for (const auto& c : cases) {
+    uint8_t type = 99;
+    EXPECT_EQ(c.found, parse_wan_type_line(c.line, &type)) << c.line;
+    EXPECT_EQ(c.type, type) << c.line;
+  }
+}
+
+TEST(ModemConfig, TakesTheOverrideApnWithoutItsSurroundings) {
+  const char* const cases[][2] = {
+      {"apn.example\n", "apn.example"},
+      {" \t apn.example \t\r\n", "apn.example"},
+      {"\n", ""},
+      {"   ", ""},
+      {"two words\n", "two words"},
+      {"apn\rAT+CFUN=0\n", "apn"},  // one line is one command
+  };
+  for (const auto& c : cases) {
+    std::string line = c[0];
+    EXPECT_STREQ(c[1], override_apn(&line[0])) << c[0];
+  }
+}
+
+TEST(ModemConfig, CutsTheApnCommand) {
+  char command[kApnCommandSize];
+  build_apn_command("m2m.example", command);
+  EXPECT_STREQ("AT+CGDCONT=1,\"IP\",\"m2m.example\",\"\",0,0", command);
+  build_apn_command("", command);
+  EXPECT_STREQ("AT+CGDCONT=1,\"IP\",\"\",\"\",0,0", command);
+  build_apn_command(std::string(255, 'a').c_str(), command);
+  EXPECT_EQ("AT+CGDCONT=1,\"IP\",\"" + std::string(127 - 19, 'a'), command);
+}
+
+TEST(ModemConfig, QuotesTheRemovedFileOnlyBelowARootDirectory) {
+  struct Case {
+    const char* path;
+    const char* command;  // null: refused
+  };
+  const Case cases[] = {
+      {"/var/local/wan/info", "rm -f /var/local/wan/info"},
+      {"/tmp/root/var/local/wan/info", "rm -f -- '/tmp/root/var/local/wan/info'"},
+      {"/tmp/a b$(id);'c/info", "rm -f -- '/tmp/a b$(id);'\\''c/info'"},
+      {"", nullptr},
+  };
+  for (const auto& c : cases) {
+    char command[128];
+    ASSERT_EQ(c.command != nullptr,
+              build_remove_command(c.path, "/var/local/wan/info", command, sizeof(command)));
+    if (c.command == nullptr) continue;
+    EXPECT_STREQ(c.command, command);
+  }
+  // "rm -f -- 'aaa'" needs 15 bytes.
+  char exact[15];
+  EXPECT_TRUE(build_remove_command("aaa", "/x", exact, sizeof(exact)));
+  EXPECT_STREQ("rm -f -- 'aaa'", exact);
+  for (size_t capacity = 1; capacity < sizeof(exact); capacity++) {
+    EXPECT_FALSE(build_remove_command("aaa", "/x", exact, capacity)) << capacity;
+  }
+}
+
+TEST(ModemConfig, FindsAutomaticSelectionInAnyCase) {
+  EXPECT_EQ(1u, snapshot_mode_of_line("300 AT+COPS=0\n"));
+  EXPECT_EQ(1u, snapshot_mode_of_line("at+cops=0"));
+  EXPECT_EQ(0u, snapshot_mode_of_line("300 AT+COPS=1,2,\"310410\""));
+  EXPECT_EQ(0u, snapshot_mode_of_line(""));
+}
+
+}  // namespace
