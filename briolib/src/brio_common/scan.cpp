@@ -1,0 +1,249 @@
+// Network scan, its abort, automatic selection, and the network that the device is on.
+#include <string.h>
+
+#include "base/clock.h"
+#include "base/log.h"
+#include "base/text.h"
+#include "brio/brio.h"
+#include "brio/brio_at.h"
+#include "brio/briolib.h"
+#include "brio_common/shared_data.h"
+#include "parse/answer.h"
+#include "parse/scan_list.h"
+
+static constexpr char kLogTag[] = "briolib/src/brio_common";
+
+namespace {
+
+using brio::UrcDataLock;
+using brio::parse::kScanEntriesMax;
+using brio::parse::ScanEntry;
+using brio::parse::ScanError;
+using brio::parse::ScanFault;
+using brio::parse::ScanStep;
+
+constexpr int32_t kDeregisterTimeoutSeconds = 80;
+constexpr int32_t kScanTimeoutSeconds = 300;
+constexpr int32_t kEchoTimeoutSeconds = 1;
+constexpr uint8_t kRatUnknown = 255;
+constexpr char kUnknownRat[] = "F";
+
+// The network in use, as a scan's entries name it. One host thread asks for it and scans.
+struct CurrentNetwork {
+  char rat[2];
+  char mcc[4];
+  char mnc[4];
+};
+constexpr CurrentNetwork kUnknownNetwork = {"F", BRIO_PLMN_UNKNOWN, BRIO_PLMN_UNKNOWN};
+CurrentNetwork s_current_network = kUnknownNetwork;
+
+// The caller's buffer. Only what was written there is ever read.
+struct ScanTarget {
+  char* buffer;
+  size_t used;  // length of the text; 0 while the buffer is untouched
+};
+
+// Access technologies of a registration in the three families that a scan tells apart.
+constexpr char kRatFamilies[] = {'0', 'F', '2', '0', '2', '2', '2', '7'};
+
+// A text for the log with its letters masked; null and empty texts are "NULL".
+template <size_t N>
+class MaskedLetters {
+ public:
+  explicit MaskedLetters(const char* text) {
+    bool missing = text == nullptr || *text == '\0';
+    brio::copy_text(text_, sizeof(text_), missing ? "NULL" : text);
+    if (!missing) briolib_obfuscate_alphabet(text_, '*');
+  }
+  const char* text() const { return text_; }
+
+ private:
+  char text_[N + 1];
+};
+constexpr size_t kResponseHead = 128;
+using MaskedText = MaskedLetters<kResponseHead>;
+using MaskedLongName = MaskedLetters<16>;
+using MaskedShortName = MaskedLetters<8>;
+
+const char* prv_or_null(const char* text) {
+  return text == nullptr || *text == '\0' ? "NULL" : text;
+}
+
+// Reports a fault and clears the entry that has it; `entry` may be null.
+void prv_briolib_ms_display_err_info(const ScanFault& fault, const char* response, ScanEntry* entry) {
+  static constexpr char kName[] = "prv_briolib_ms_display_err_info";
+  BLIB_E("E blib:%s:%d:%s:ERR_TOK:%s AT_RSP:%s ERR[%d]:", BLIB_HERE, kName, MaskedText(fault.token).text(),
+         MaskedText(response).text(), static_cast<int>(fault.error));
+  if (entry == nullptr) {
+    BLIB_E("E blib:%s:%d:%s:MS_CUR: NULL:", BLIB_HERE, kName);
+    return;
+  }
+  BLIB_E("E blib:%s:%d:%s:Cur Scan Entries:%s-%s-%s-%s-%s-%s:", BLIB_HERE, kName,
+         MaskedText(entry->stat).text(), MaskedText(entry->mcc).text(), MaskedText(entry->mnc).text(),
+         MaskedText(entry->access_technology).text(), MaskedText(entry->long_name).text(),
+         MaskedText(entry->short_name).text());
+  *entry = {};
+}
+
+bool prv_known(const ScanEntry* entries, size_t count, const ScanEntry& entry) {
+  for (size_t i = 0; i < count; i++) {
+    if (brio::parse::same_network(entries[i], entry)) return true;
+  }
+  return false;
+}
+
+// Fills `entries` from the answer's line; their number. The last of 32 comes back cleared: this is meant.
+size_t prv_briolib_ms_parse_results(char* line, ScanEntry (&entries)[kScanEntriesMax]) {
+  char response[kResponseHead + 1];
+  brio::copy_text(response, sizeof(response), line);
+  ScanFault fault = {};
+  fault.error = brio::parse::start_scan(&line);
+  if (fault.error != brio::parse::kScanOk) {
+    prv_briolib_ms_display_err_info(fault, response, nullptr);
+    return 0;
+  }
+  size_t count = 0;
+  ScanEntry entry;
+  for (;;) {
+    ScanStep step = brio::parse::next_scan_entry(&line, &entry, &fault);
+    if (step == ScanStep::kEnd) return count;
+    if (step == ScanStep::kError) prv_briolib_ms_display_err_info(fault, response, &entry);
+    if (step != ScanStep::kEntry || prv_known(entries, count, entry)) continue;
+    entries[count++] = entry;
+    if (count == kScanEntriesMax) {
+      BLIB_E("E blib:%s:%d:%s::Number of carrier entries exceeds maximum", BLIB_HERE,
+             "prv_briolib_ms_parse_results");
+      fault = {brio::parse::kScanTooMany, nullptr};
+      prv_briolib_ms_display_err_info(fault, response, &entries[count - 1]);
+      return count;
+    }
+  }
+}
+
+void prv_list_entries(const ScanEntry* entries, size_t count) {
+  for (size_t i = 0; i < count; i++) {
+    const ScanEntry& entry = entries[i];
+    BLIB_I("I blib:%s:%d:MS_INFO::%d.%s,%s,%s,%s,%s,%s", BLIB_HERE, static_cast<int>(i + 1),
+           prv_or_null(entry.stat), prv_or_null(entry.mcc), prv_or_null(entry.mnc),
+           prv_or_null(entry.access_technology), MaskedLongName(entry.long_name).text(),
+           MaskedShortName(entry.short_name).text());
+  }
+}
+
+void prv_briolib_ms_fill_buffer(const ScanEntry* entries, size_t count, ScanTarget* target, size_t size) {
+  for (size_t i = 0; i < count; i++) {
+    if (entries[i].stat == nullptr) continue;  // the cleared last entry
+    if (!brio::parse::append_scan_entry(entries[i], target->buffer, size, &target->used)) {
+      BLIB_E("E blib:%s:%d:%s::Scan Buffer Full", BLIB_HERE, "prv_briolib_ms_fill_buffer");
+      return;
+    }
+  }
+}
+
+// Read thread. `size` is the size of the target's buffer.
+uint32_t recv_func_prv_briolib_parse_scan_results(const ATResponse* response, void* user_data,
+                                                  uint16_t size) {
+  auto* target = static_cast<ScanTarget*>(user_data);
+  if (target == nullptr || target->buffer == nullptr) {
+    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_parse_scan_results::Data ptr NULL", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  char* line = brio::parse::answer_line(response);
+  if (line == nullptr) {
+    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_parse_scan_results::response is invalid", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  ScanEntry entries[kScanEntriesMax];
+  size_t count = prv_briolib_ms_parse_results(line, entries);
+  prv_list_entries(entries, count);
+  if (count == 0) {
+    BLIB_E("E blib:%s:%d:%s::No Valid carriers found", BLIB_HERE, "recv_func_prv_briolib_parse_scan_results");
+    return BRIO_STATUS_INVALID;
+  }
+  prv_briolib_ms_fill_buffer(entries, count, target, size);
+  return BRIO_STATUS_OK;
+}
+
+uint32_t prv_send(const char* command, uint32_t type, int32_t timeout_seconds) {
+  return blpkt_atcmd_request_with_callback_timeout(command, type, nullptr, nullptr, nullptr, 0,
+                                                   timeout_seconds);
+}
+
+// The status gate of the operations that send, with their name in the log.
+uint32_t prv_gate(const char* name) {
+  uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) {
+    BLIB_E("E blib:%s:%d:%s::improper brio library status", BLIB_HERE, name);
+  }
+  return status;
+}
+
+}  // namespace
+
+uint32_t brio_get_current_network(void) {
+  uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) return status;
+  CurrentNetwork current = kUnknownNetwork;
+  uint8_t rat = kRatUnknown;
+  {
+    UrcDataLock lock;
+    rat = g_brio_lib_atcmd_data.rat;
+    if (rat != kRatUnknown) {
+      current.rat[0] = rat < sizeof(kRatFamilies) ? kRatFamilies[rat] : kUnknownRat[0];
+      brio::copy_text(current.mcc, sizeof(current.mcc), g_brio_lib_atcmd_data.mcc);
+      brio::copy_text(current.mnc, sizeof(current.mnc), g_brio_lib_atcmd_data.mnc);
+    }
+  }
+  s_current_network = current;
+  if (rat != kRatUnknown) {
+    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:current_mcc %s current_mnc %s current_rat %s", BLIB_HERE,
+           current.mcc, current.mnc, current.rat);
+  }
+  return BRIO_STATUS_OK;
+}
+
+uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size) {
+  uint32_t status = prv_gate("brio_atcmd_scan_network");
+  if (status != BRIO_STATUS_OK) return status;
+  if (buffer == nullptr) return BRIO_STATUS_INVALID;
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:brio_atcmd_scan_network", BLIB_HERE);
+
+  status = prv_send("AT+COPS=2", NUMERIC, kDeregisterTimeoutSeconds);
+  if (status > BLPKT_STATUS_TIMEOUT) return briolib_translate_status(status, 0);
+  if (status == BLPKT_STATUS_TIMEOUT) {
+    // A modem that was cut off may echo again.
+    prv_send("ATE0", NUMERIC, kEchoTimeoutSeconds);
+    brio::sleep_seconds(1);
+  }
+
+  ScanTarget target = {buffer, 0};
+  status = blpkt_atcmd_request_with_callback_timeout("AT+COPS=?", SINGLELINE, "+COPS",
+                                                     recv_func_prv_briolib_parse_scan_results, &target, size,
+                                                     kScanTimeoutSeconds);
+  if (status == BLPKT_STATUS_TIMEOUT) prv_send("ATE0", NUMERIC, kEchoTimeoutSeconds);
+  if (status == BLPKT_STATUS_SUCCESS && target.used > 0 && strcmp(s_current_network.rat, kUnknownRat) != 0) {
+    brio::parse::mark_current_network(buffer, s_current_network.mcc, s_current_network.mnc,
+                                      s_current_network.rat);
+  }
+  status = briolib_translate_status(status, 0);
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Filled Scan Buffer %s", BLIB_HERE, target.used > 0 ? buffer : "");
+  return status;
+}
+
+uint32_t brio_atcmd_scan_abort(void) {
+  uint32_t status = prv_gate("brio_atcmd_scan_abort");
+  if (status != BRIO_STATUS_OK) return status;
+  return briolib_translate_status(prv_send("^", NO_RESULT, BLPKT_DEFAULT_TIMEOUT_SECONDS), 0);
+}
+
+uint32_t brio_abort_manual_nw_scan(void) {
+  uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) return status;
+  return briolib_translate_status(blpkt_abort_manual_nw_scan(), 0);
+}
+
+uint32_t brio_atcmd_set_auto_mode(void) {
+  uint32_t status = prv_gate("brio_atcmd_set_auto_mode");
+  if (status != BRIO_STATUS_OK) return status;
+  return briolib_translate_status(prv_send("AT+COPS=0", NO_RESULT, BLPKT_DEFAULT_TIMEOUT_SECONDS), 0);
+}

@@ -1,0 +1,188 @@
+#include "parse/scan_list.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "base/text.h"
+#include "brio/brio_at.h"
+
+namespace brio::parse {
+namespace {
+
+constexpr size_t kFieldCount = 5;
+constexpr unsigned long long kStatMax = 2;
+constexpr unsigned long long kAccessTechnologyMax = 7;
+constexpr size_t kMccDigits = 3;
+constexpr size_t kNumericMin = 5;
+constexpr size_t kNumericMax = 6;
+constexpr char kNoName[] = "\"\"";
+// Six commas, the empty quoted field, ";" and the NUL.
+constexpr size_t kFixedLength = 10;
+
+struct Group {
+  char* fields[kFieldCount];
+  size_t count;
+};
+
+// Whether a text behind "," can be the beginning of a field: quoted, empty, or without a quote up to its end.
+bool prv_field_follows(const char* text) {
+  text = skip_spaces(text);
+  if (*text == '"') return true;
+  return text[strcspn(text, ",)\"")] != '"';
+}
+
+// Whether a ")" in front of `text` can end an operator.
+bool prv_group_ended(const char* text) {
+  text = skip_spaces(text);
+  if (*text == ',') text = skip_spaces(text + 1);
+  return *text == '\0' || *text == '(' || *text == ',';
+}
+
+// The end of a field that starts at `text`: its "," or ")" or the end of the line. A quoted name may hold
+// commas, brackets and quotes: a quote ends it only where the list can go on behind it.
+char* prv_field_end(char* text) {
+  char* start = skip_spaces(text);
+  if (*start != '"') return start + strcspn(start, ",)");
+  for (char* quote = strchr(start + 1, '"'); quote != nullptr; quote = strchr(quote + 1, '"')) {
+    char* behind = skip_spaces(quote + 1);
+    if (*behind == '\0') return behind;
+    if (*behind == ',' && prv_field_follows(behind + 1)) return behind;
+    if (*behind == ')' && prv_group_ended(behind + 1)) return behind;
+  }
+  return start + strlen(start);
+}
+
+// Takes the fields of one operator, up to its ")". The last field is complete only with that.
+Group prv_take_group(char** cursor) {
+  Group group = {};
+  char* text = *cursor;
+  while (*text != '\0') {
+    bool last = group.count == kFieldCount - 1;
+    char* end = last ? text + strcspn(text, ")") : prv_field_end(text);
+    char terminator = *end;
+    if (last && terminator == '\0') {
+      text = end;
+      break;
+    }
+    *end = '\0';
+    group.fields[group.count++] = trim(text);
+    text = terminator == '\0' ? end : end + 1;
+    if (terminator == ')') break;
+  }
+  *cursor = text;
+  return group;
+}
+
+// Moves behind the next "(" of the list; false at the list's end, which an empty element marks: the modem's
+// modes and formats follow behind ",,".
+bool prv_next_group(char** cursor) {
+  unsigned commas = 0;
+  for (char* text = *cursor; *text != '\0'; text++) {
+    if (*text == '(') {
+      *cursor = text + 1;
+      return true;
+    }
+    if (*text == ',') {
+      if (++commas == 2) return false;
+    } else if (!is_space(*text)) {
+      commas = 0;
+    }
+  }
+  return false;
+}
+
+unsigned long long prv_number(const char* digits) {
+  return strtoull(digits, nullptr, 10);
+}
+
+ScanStep prv_refuse(ScanFault* fault, ScanError error, const char* token) {
+  *fault = {error, token};
+  return ScanStep::kError;
+}
+
+ScanStep prv_read_group(const Group& group, ScanEntry* entry, ScanFault* fault) {
+  char* const* fields = group.fields;
+  if (group.count < 1) return prv_refuse(fault, kScanNoStat, nullptr);
+  remove_blank_space(fields[0]);
+  if (is_string_digit(fields[0]) == 0) return prv_refuse(fault, kScanBadStat, fields[0]);
+  if (prv_number(fields[0]) > kStatMax) return ScanStep::kForbidden;
+  entry->stat = fields[0];
+
+  if (group.count < 2) return prv_refuse(fault, kScanNoLongName, nullptr);
+  entry->long_name = *fields[1] != '\0' ? fields[1] : kNoName;
+  if (group.count < 3) return prv_refuse(fault, kScanNoShortName, nullptr);
+  bool short_only = strcmp(entry->long_name, kNoName) == 0 && *fields[2] != '\0';
+  entry->short_name = short_only ? fields[2] : kNoName;
+
+  if (group.count < 4) return prv_refuse(fault, kScanNoNumeric, nullptr);
+  remove_blank_space(fields[3]);
+  remove_double_quotes(fields[3]);
+  size_t digits = strlen(fields[3]);
+  if (is_string_digit(fields[3]) == 0 || digits < kNumericMin || digits > kNumericMax) {
+    return prv_refuse(fault, kScanBadNumeric, fields[3]);
+  }
+  copy_text(entry->mcc, sizeof(entry->mcc), fields[3], kMccDigits);
+  copy_text(entry->mnc, sizeof(entry->mnc), fields[3] + kMccDigits);
+
+  if (group.count < 5) return prv_refuse(fault, kScanNoAccessTechnology, nullptr);
+  remove_blank_space(fields[4]);
+  if (is_string_digit(fields[4]) == 0 || prv_number(fields[4]) > kAccessTechnologyMax) {
+    return prv_refuse(fault, kScanBadAccessTechnology, fields[4]);
+  }
+  entry->access_technology = fields[4];
+  return ScanStep::kEntry;
+}
+
+}  // namespace
+
+//   +COPS: (2,"AT&T","ATT","310410",7),(1,"T-Mobile","T-Mo","310260",7),,(0-4),(0-2)
+//           | |      |     |        |                                   `- modes and formats, no operators
+//           | |      |     |        `- 5 access technology, 0..7
+//           | |      |     `---------- 4 numeric operator: MCC and MNC
+//           | |      `---------------- 3 short name
+//           | `----------------------- 2 long name
+//           `------------------------- 1 stat: 0 unknown, 1 available, 2 current, 3 forbidden
+ScanError start_scan(char** cursor) {
+  if (*cursor == nullptr) return kScanNoLine;
+  char* text = skip_spaces(*cursor);
+  if (*text == '\0') return kScanNoLine;
+  text += strspn(text, ":");
+  if (*text == '\0') return kScanNothingToSplit;
+  text += strcspn(text, ":");
+  *cursor = *text == ':' ? text + 1 : text;
+  return kScanOk;
+}
+
+ScanStep next_scan_entry(char** cursor, ScanEntry* entry, ScanFault* fault) {
+  *entry = {};
+  *fault = {};
+  if (!prv_next_group(cursor)) return ScanStep::kEnd;
+  Group group = prv_take_group(cursor);
+  return prv_read_group(group, entry, fault);
+}
+
+bool same_network(const ScanEntry& a, const ScanEntry& b) {
+  return strcmp(a.mcc, b.mcc) == 0 && strcmp(a.mnc, b.mnc) == 0 &&
+         strcmp(a.access_technology, b.access_technology) == 0;
+}
+
+bool append_scan_entry(const ScanEntry& entry, char* buffer, size_t size, size_t* used) {
+  size_t length = strlen(entry.stat) + strlen(entry.mcc) + strlen(entry.mnc) +
+                  strlen(entry.access_technology) + strlen(entry.long_name) + strlen(entry.short_name) +
+                  kFixedLength;
+  if (*used + length > size) return false;
+  snprintf(buffer + *used, length, "%s,%s,%s,%s,\"\",%s,%s;", entry.stat, entry.mcc, entry.mnc,
+           entry.access_technology, entry.long_name, entry.short_name);
+  *used += length - 1;
+  return true;
+}
+
+void mark_current_network(char* list, const char* mcc, const char* mnc, const char* rat) {
+  char current[12];
+  snprintf(current, sizeof(current), "%s,%s,%s,%s", "1", mcc, mnc, rat);
+  char* place = strstr(list, current);
+  if (place != nullptr) *place = '2';
+}
+
+}  // namespace brio::parse
