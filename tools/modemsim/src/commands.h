@@ -1,0 +1,57 @@
+// The commands that the modem knows: one table from pattern to handler.
+#ifndef MODEMSIM_COMMANDS_H
+#define MODEMSIM_COMMANDS_H
+
+#include <string>
+#include <vector>
+
+#include "modemsim/modem.h"
+#include "state.h"
+
+namespace modemsim {
+
+// What a handler works on. `last` is where the modem was when it last left a network of automatic selection
+// (no numeric: nowhere yet), so that it can return there.
+struct Session {
+  State& state;
+  Network& last;
+};
+
+// How a command is written: AT+X, AT+X?, AT+X=?, AT+X=1,2 or AT@X(1).
+enum class Form { kPlain, kRead, kTest, kSet, kCall };
+
+using Arguments = std::vector<std::string>;
+using Handler = std::string (*)(Session&, const Arguments&);
+
+struct Command {
+  const char* name;  // upper case
+  Form form;
+  Handler run;
+  const char* arguments;  // for the list of commands
+  const char* what;
+};
+
+// The command line taken apart: name in upper case, arguments without their quotes.
+struct Parsed {
+  std::string name;
+  Form form = Form::kPlain;
+  Arguments arguments;
+};
+
+// False when a quote or bracket is left open.
+bool parse_command(const std::string& line, Parsed& parsed);
+const std::vector<Command>& command_table();
+
+// How long the modem works on a command before it answers.
+Milliseconds command_time(const Parsed& command, const State& state);
+bool is_scan(const Parsed& command);
+
+// The whole answer with its line ends, ERROR for what is not known.
+std::string answer_command(const std::string& line, Session& session);
+
+inline constexpr char kOk[] = "\r\nOK\r\n";
+inline constexpr char kError[] = "\r\nERROR\r\n";
+
+}  // namespace modemsim
+
+#endif

@@ -1,0 +1,106 @@
+// The inside of Modem. Apart from what the two mutexes guard, everything belongs to the simulator's thread
+// (to the caller while that thread does not run).
+#ifndef MODEMSIM_IMPL_H
+#define MODEMSIM_IMPL_H
+
+#include <array>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "commands.h"
+#include "modemsim/modem.h"
+#include "port.h"
+#include "state.h"
+
+namespace modemsim {
+
+struct Modem::Impl {
+  struct Waiter {
+    std::function<bool()> condition;  // asked on the simulator's thread
+    bool ready = false;               // guarded by log_mutex_
+  };
+
+  bool start(const std::string& where);
+  void stop();
+
+  // Runs `work` on the simulator's thread, in the order of the calls: now and then; call() waits until it
+  // ran.
+  void post(std::function<void()> work);
+  void call(const std::function<void()>& work);
+  bool wait_until(std::function<bool()> condition, Milliseconds patience);
+
+  // The rest runs on the simulator's thread.
+  void run();
+  void wait();
+  void look_who_opened();
+  void run_timers();
+  void read_port(Port port);
+  void tell_waiters();
+  std::uint64_t after(Clock::duration delay, std::function<void()> action);
+  void cancel(std::uint64_t timer);
+
+  bool connect();
+  void disconnect();
+  bool plug();
+
+  void take_line(const std::string& line);
+  void work_on_commands();
+  void finish_command();
+  void drop_current();
+  Fault take_fault(const std::string& command);
+  void report_change(const Reported& before);
+  void write(Port port, const std::string& bytes);
+  bool all_written() const;
+  static std::string join_lines(const std::string& answer);
+
+  // Guards running_ and mailbox_.
+  std::mutex mutex_;
+  bool running_ = false;
+  std::vector<std::function<void()>> mailbox_;
+
+  // Guards commands_ and each waiter's `ready`; log_changed_ tells of both.
+  std::mutex log_mutex_;
+  std::condition_variable log_changed_;
+  std::vector<std::string> commands_;
+
+  std::thread thread_;
+  std::string root_;
+  std::string error_;
+  int wake_ = -1;
+  int inotify_ = -1;
+  bool connected_ = false;
+  bool quit_ = false;
+
+  std::array<PtyPort, 3> ports_;  // by Port
+  std::array<std::size_t, 3> poll_index_{};
+  std::array<bool, 3> readable_{};
+  std::size_t chunk_ = 0;
+  std::multimap<Clock::time_point, std::pair<std::uint64_t, std::function<void()>>> timers_;
+  std::uint64_t last_timer_ = 0;
+  std::vector<std::shared_ptr<Waiter>> waiters_;
+  std::function<void(const Traffic&)> observer_;
+
+  State state_;
+  Network last_network_;
+  std::vector<Fault> faults_;
+  std::string partial_line_;
+  std::deque<std::string> queue_;  // commands that wait for the one in work
+  std::string current_;
+  Fault fault_;  // of the current command
+  bool busy_ = false;
+  bool scanning_ = false;
+  std::uint64_t work_timer_ = 0;
+};
+
+}  // namespace modemsim
+
+#endif

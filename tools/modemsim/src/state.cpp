@@ -1,0 +1,187 @@
+#include "state.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+namespace modemsim {
+namespace {
+
+constexpr int kIccidFile = 12258;
+
+bool has_cell(int stat) {
+  return stat == 1 || stat == 5;
+}
+
+}  // namespace
+
+std::string format(const char* text, ...) {
+  va_list arguments;
+  va_start(arguments, text);
+  va_list again;
+  va_copy(again, arguments);
+  std::string result(static_cast<std::size_t>(std::max(0, std::vsnprintf(nullptr, 0, text, arguments))),
+                     '\0');
+  va_end(arguments);
+  std::vsnprintf(result.data(), result.size() + 1, text, again);
+  va_end(again);
+  return result;
+}
+
+std::map<int, std::string> default_sim_files() {
+  return {
+      // User list: Germany 01, Canada 720, each with its access technologies.
+      {28512,
+       "62F2104080"
+       "03720280C0"},
+      // Operator list: the home network, 311-180, Mexico 020 and 03.
+      {28513,
+       "1300144000"
+       "1301814000"
+       "3304208000"
+       "33F4300080"},
+      {28514, "1300144000"},
+      {28531,
+       "A1B2C3D4"
+       "112233"
+       "1300142F01"
+       "01"
+       "00"},
+      {28539,
+       "130062"
+       "130013"
+       "FFFFFF"
+       "FFFFFF"},
+      {28542,
+       "C0FFEE01"
+       "1300142F01"
+       "00"
+       "00"},
+      {28633,
+       "1300144000"
+       "130014C080"
+       "FFFFFF0000"},
+      {28643,
+       "0BF6130014800102DEADBEEF"
+       "1300142F01"
+       "00"},
+  };
+}
+
+Reported reported(const State& state) {
+  return {state.cs_stat, state.ps_stat, state.lac,  state.cell_id, state.rat,   state.band,
+          state.bars,    state.rssi,    state.ecno, state.bas_a,   state.bas_b, state.antenna};
+}
+
+std::string registration_fields(const State& state, bool circuit_switched, int mode) {
+  const int stat = circuit_switched ? state.cs_stat : state.ps_stat;
+  const int cause = circuit_switched ? state.cs_reject_cause : state.ps_reject_cause;
+  const bool rejected = stat == 3 && cause != 0;
+  std::string text = std::to_string(stat);
+  if (mode < 2 || !(has_cell(stat) || rejected)) return text;
+  text += format(",\"%04X\",\"%08X\",%d", static_cast<unsigned>(state.lac) & 0xFFFFU,
+                 static_cast<unsigned>(state.cell_id), state.rat);
+  if (mode == 99) text += "," + std::to_string(state.band);
+  if (rejected) text += format(",\"0\",\"%d\"", cause);
+  return text;
+}
+
+std::vector<std::string> reports_of_change(const Reported& before, const State& now) {
+  std::vector<std::string> lines;
+  const Reported after = reported(now);
+  const bool cell = before.lac != after.lac || before.cell_id != after.cell_id || before.rat != after.rat ||
+                    before.band != after.band;
+  const auto registration = [&](int mode, int was, int is, bool circuit_switched, const char* name) {
+    if (mode == 0 || (was == is && !(mode >= 2 && cell && has_cell(is)))) return;
+    lines.push_back(std::string(name) + registration_fields(now, circuit_switched, mode));
+  };
+  registration(now.creg_mode, before.cs_stat, after.cs_stat, true, "+CREG: ");
+  registration(now.cgreg_mode, before.ps_stat, after.ps_stat, false, "+CGREG: ");
+  if (now.bars_reports &&
+      (before.bars != after.bars || before.rssi != after.rssi || before.ecno != after.ecno)) {
+    lines.push_back("+GTBARS: " + bars_fields(now));
+  }
+  if (now.bas_reports &&
+      (before.bas_a != after.bas_a || before.bas_b != after.bas_b || before.antenna != after.antenna)) {
+    lines.push_back("+BASURC: " + bas_fields(now));
+  }
+  return lines;
+}
+
+Network current_network(const State& state) {
+  return {state.operator_numeric, state.plmn_text, state.cs_stat, state.ps_stat, state.rat,  state.lac,
+          state.cell_id,          state.tac,       state.rac,     state.arfcn,   state.band, state.band_text};
+}
+
+void enter_network(State& state, const Network& network) {
+  state.operator_numeric = network.numeric;
+  state.plmn_text = network.plmn_text;
+  state.cs_stat = network.cs_stat;
+  state.ps_stat = network.ps_stat;
+  state.rat = network.rat;
+  state.lac = network.lac;
+  state.cell_id = network.cell_id;
+  state.tac = network.tac;
+  state.rac = network.rac;
+  state.arfcn = network.arfcn;
+  state.band = network.band;
+  state.band_text = network.band_text;
+}
+
+std::string mcc_of(const std::string& numeric) {
+  return numeric.substr(0, 3);
+}
+std::string mnc_of(const std::string& numeric) {
+  return numeric.size() > 3 ? numeric.substr(3) : "";
+}
+
+std::string ctzv_line(const std::string& clock) {
+  const std::size_t sign = clock.find_first_of("+-");
+  const int zone = sign == std::string::npos ? 0 : std::atoi(clock.c_str() + sign);
+  return "+CTZV: " + std::to_string(zone) + ",\"" + clock.substr(0, sign) + "\"";
+}
+
+std::string ciev_line(const std::string& clock, int dst) {
+  const std::size_t sign = clock.find_first_of("+-");
+  const std::string zone = sign == std::string::npos ? "+0" : clock.substr(sign);
+  return "+CIEV: 9,\"" + clock.substr(0, sign) + "\"," + zone + "," + std::to_string(dst);
+}
+
+std::string reject_line(int procedure, int cause, int mcc, int mnc) {
+  return format("+GTOTAREJECT: 1,%d,%d,%03d,%02d", procedure, cause, mcc, mnc);
+}
+
+std::string refresh_line() {
+  return "+STKPCI: 0,\"D009810301010082028182\"";
+}
+
+std::string bas_fields(const State& state) {
+  return format("%d,%d,%d", state.bas_a, state.bas_b, state.antenna);
+}
+
+std::string bars_fields(const State& state) {
+  if (state.radio == 0) return format("%d,0,0,0", state.rat);
+  return format("%d,%d,%d,%d", state.rat, state.bars, state.rssi, state.ecno);
+}
+
+// EF ICCID holds the digits with the two of each byte swapped, filled up with F.
+std::string sim_file(const State& state, int id) {
+  const auto found = state.files.find(id);
+  if (found != state.files.end()) return found->second;
+  if (id != kIccidFile) return "";
+  std::string digits = state.iccid.substr(0, 20);
+  digits.resize(20, 'F');
+  for (std::size_t i = 0; i + 1 < digits.size(); i += 2) std::swap(digits[i], digits[i + 1]);
+  return digits;
+}
+
+void reset_session(State& state) {
+  state.echo = true;
+  state.cops_format = 0;
+  state.creg_mode = state.cgreg_mode = 0;
+  state.time_reports = state.reject_reports = state.bars_reports = state.bas_reports = state.trace_on = false;
+  state.radio = 1;
+}
+
+}  // namespace modemsim

@@ -1,0 +1,60 @@
+// What a change of the state makes the modem say, and how the state looks on the wire.
+#ifndef MODEMSIM_STATE_H
+#define MODEMSIM_STATE_H
+
+#include <string>
+#include <vector>
+
+#include "modemsim/modem.h"
+
+namespace modemsim {
+
+// The values whose change is reported.
+struct Reported {
+  int cs_stat, ps_stat, lac, cell_id, rat, band;
+  int bars, rssi, ecno;
+  int bas_a, bas_b, antenna;
+};
+
+Reported reported(const State& state);
+
+// The URC lines that the enabled reports give for the way from `before` to `now`, without line ends.
+std::vector<std::string> reports_of_change(const Reported& before, const State& now);
+
+// The fields of +CREG / +CGREG behind an answer's mode: "1,"1A2B","01C2D3E4",7".
+std::string registration_fields(const State& state, bool circuit_switched, int mode);
+
+// The network and cell where the modem is.
+struct Network {
+  std::string numeric, plmn_text;
+  int cs_stat = 0, ps_stat = 0, rat = 0, lac = 0, cell_id = 0, tac = 0, rac = 0, arfcn = 0, band = 0;
+  std::string band_text;
+};
+
+Network current_network(const State& state);
+void enter_network(State& state, const Network& network);
+
+// "310410" and two-digit codes such as "26201" by the way they are stored.
+std::string mcc_of(const std::string& numeric);
+std::string mnc_of(const std::string& numeric);
+
+// +CTZV and +CIEV lines for a clock text of AT+CCLK? ("26/03/07,09:05:00-28").
+std::string ctzv_line(const std::string& clock);
+std::string ciev_line(const std::string& clock, int dst);
+std::string reject_line(int procedure, int cause, int mcc, int mnc);
+// The SIM toolkit command REFRESH, NAA initialisation and full file change notification (ETSI TS 102 223).
+std::string refresh_line();
+std::string bas_fields(const State& state);
+std::string bars_fields(const State& state);
+
+// Contents of a SIM file or "" when the card has none such.
+std::string sim_file(const State& state, int id);
+
+// What the modem forgets when it loses its power: echo, report modes, trace.
+void reset_session(State& state);
+
+std::string format(const char* text, ...) __attribute__((format(printf, 1, 2)));
+
+}  // namespace modemsim
+
+#endif
