@@ -29,8 +29,3 @@ void briolib_exec_event_callback(uint32_t id, uint32_t data_size, const void* da
   brio_event_callback callback = brio::relaxed_load(s_event_callbacks[id]);
   if (callback != nullptr) callback(id, data_size, data);
 }
-
-void briolib_send_time_event(const network_time* record) {
-  // The size counts the pointer word of the device, not the 16-byte record: hosts rely on 4.
-  briolib_exec_event_callback(BRIO_EVENT_TIME_INFO, 4, record);
-}
