@@ -1,0 +1,20 @@
+// A writable text whose memory ends with its NUL, so that AddressSanitizer sees every step beyond it.
+#ifndef TESTS_SUPPORT_EXACT_TEXT_H
+#define TESTS_SUPPORT_EXACT_TEXT_H
+
+#include <cstring>
+#include <memory>
+#include <string>
+
+class ExactText {
+ public:
+  explicit ExactText(const std::string& text) : bytes_(new char[text.size() + 1]) {
+    std::memcpy(bytes_.get(), text.c_str(), text.size() + 1);
+  }
+  char* get() { return bytes_.get(); }
+
+ private:
+  std::unique_ptr<char[]> bytes_;
+};
+
+#endif
