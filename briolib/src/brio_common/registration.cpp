@@ -2,10 +2,11 @@
 #include <string.h>
 
 #include "base/log.h"
+#include "base/masked.h"
 #include "base/text.h"
 #include "brio/brio_at.h"
-#include "brio_common/answer.h"
 #include "brio_common/shared_data.h"
+#include "parse/answer.h"
 #include "parse/registration.h"
 
 namespace {
@@ -50,7 +51,7 @@ void prv_enable_startup_urcs() {
 
 // Response callback of "AT+CREG?" and "AT+CGREG?" (read thread).
 uint32_t recv_func_prv_briolib_get_reg(const ATResponse* response, void*, uint16_t user_value) {
-  char* line = brio::answer_line(response);
+  char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_reg::response is invalid", BLIB_HERE);
     return BRIO_STATUS_INVALID;
@@ -59,6 +60,20 @@ uint32_t recv_func_prv_briolib_get_reg(const ATResponse* response, void*, uint16
   uint32_t result = at_parse(brio::skip_spaces(line), nullptr, selector);
   BLIB_D(BRIO_LOG_MODEM_INFO, "D blib:%s:%d:atcmd creg/cgreg blpkt_ret:%d", BLIB_HERE,
          static_cast<int>(result));
+  return result;
+}
+
+// Response callback of the ICCID file's reading (read thread). The user data is the text of the command.
+uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_data, uint16_t) {
+  char* line = brio::parse::answer_line(response);
+  if (line == nullptr) {
+    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_crsm::response is invalid", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  line = brio::skip_spaces(line);
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:get crsm [%s]", BLIB_HERE, brio::MaskedDigits(line).text());
+  uint32_t result = at_parse(line, user_data, nullptr);
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:atcmd crsm blpkt_ret[%d]", BLIB_HERE, static_cast<int>(result));
   return result;
 }
 
@@ -249,25 +264,6 @@ void briolib_parse_stkpci(char* payload) {
   BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:Refresh command for USIM Init and Full File Change Notification",
          BLIB_HERE);
   // The parser of the answer learns from the command which file it holds; it only reads that text.
-  blpkt_atcmd_request_with_callback(kReadIccidCommand, SINGLELINE, "+CRSM",
-                                    brio::recv_func_prv_briolib_get_crsm,
+  blpkt_atcmd_request_with_callback(kReadIccidCommand, SINGLELINE, "+CRSM", recv_func_prv_briolib_get_crsm,
                                     const_cast<char*>(kReadIccidCommand), kSelectorCrsm);
-}
-
-uint32_t brio::recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_data, uint16_t) {
-  char* line = answer_line(response);
-  if (line == nullptr) {
-    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_crsm::response is invalid", BLIB_HERE);
-    return BRIO_STATUS_INVALID;
-  }
-  line = skip_spaces(line);
-  if (log_on(BRIO_LOG_DEBUG)) {
-    // The line may hold the ICCID.
-    char masked[256];
-    copy_text(masked, sizeof(masked), line);
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:get crsm [%s]", BLIB_HERE, briolib_obfuscate_numeral(masked, '*'));
-  }
-  uint32_t result = at_parse(line, user_data, nullptr);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:atcmd crsm blpkt_ret[%d]", BLIB_HERE, static_cast<int>(result));
-  return result;
 }

@@ -6,8 +6,8 @@
 #include "base/log.h"
 #include "base/text.h"
 #include "brio/brio_at.h"
-#include "brio_common/answer.h"
 #include "brio_common/shared_data.h"
+#include "parse/answer.h"
 
 namespace {
 
@@ -45,7 +45,7 @@ void prv_log_cops_failure(brio::parse::CopsResult result, const char* text) {
 // Response callback of "AT+COPS?" (read thread).
 uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*, uint16_t) {
   using brio::parse::CopsResult;
-  const char* line = brio::answer_line(response);
+  const char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("E blib:%s:%d:recv_func_prv_briolib_update_mcc_mnc::response is invalid", BLIB_HERE);
     return BRIO_STATUS_INVALID;
@@ -74,7 +74,7 @@ uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*,
 // Response callback of "AT+GTLTEINFO?" (read thread).
 uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16_t) {
   using namespace brio::parse;
-  char* line = brio::answer_line(response);
+  char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("E blib:%s:%d:briolib_update_lte_info:at_resp is invalid:", BLIB_HERE);
     return BRIO_STATUS_INVALID;
@@ -141,7 +141,7 @@ void prv_store_serving_cell(const brio::parse::ServingCell& cell) {
 
 // Response callback of "AT+GTSCINFO?" (read thread).
 uint32_t recv_func_at_req_get_gtscinfo(const ATResponse* response, void*, uint16_t) {
-  char* line = brio::answer_line(response);
+  char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("E blib:%s:%d:recv_func_at_req_get_gtscinfo:at_resp is invalid:", BLIB_HERE);
     return BRIO_STATUS_INVALID;
@@ -161,7 +161,7 @@ uint32_t recv_func_at_req_get_gtscinfo(const ATResponse* response, void*, uint16
 
 // Response callback of "AT+GTSCSTAT?" (read thread).
 uint32_t recv_func_at_req_get_gtscstat(const ATResponse* response, void*, uint16_t) {
-  char* line = brio::answer_line(response);
+  char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("E blib:%s:%d:briolib_get_gtscstat:at_resp is invalid:", BLIB_HERE);
     return BRIO_STATUS_INVALID;
@@ -262,11 +262,6 @@ void briolib_update_time_info(const network_time* record) {
   static_assert(sizeof(g_brio_lib_atcmd_data.time_info) == sizeof(*record), "time_info holds a network_time");
   if (record == nullptr) return;
   memcpy(g_brio_lib_atcmd_data.time_info, record, sizeof(*record));
-}
-
-void briolib_send_time_event(const network_time* record) {
-  // The size is that of the first word; the record behind the pointer is whole.
-  briolib_exec_event_callback(BRIO_EVENT_TIME_INFO, sizeof(uint32_t), record);
 }
 
 uint32_t brio_get_data_service_mode(uint32_t* out) {
