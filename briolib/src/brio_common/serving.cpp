@@ -264,6 +264,11 @@ void briolib_update_time_info(const network_time* record) {
   memcpy(g_brio_lib_atcmd_data.time_info, record, sizeof(*record));
 }
 
+void briolib_send_time_event(const network_time* record) {
+  // Hosts rely on the size 4; the 16-byte record behind the pointer is whole.
+  briolib_exec_event_callback(BRIO_EVENT_TIME_INFO, 4, record);
+}
+
 uint32_t brio_get_data_service_mode(uint32_t* out) {
   if (out == nullptr) return BRIO_STATUS_INVALID;
   uint32_t status = briolib_check_library_status();
