@@ -68,8 +68,7 @@ void brio_module_update_ppp(NetInfo* net) {
   s_previous_sample = now;
 }
 
-void prv_plmn_section(Writer& page) {
-  page.add("******** PLMN ********\n");
+void prv_static_info(Writer& page) {
   if (page.room() == 0) return;
   if (!s_static_info_read) {
     uint32_t status = brio_get_sim_static_info(1);
@@ -102,7 +101,7 @@ void prv_brio_get611_display(Writer& page, const atcmd_snapshot& snapshot, View 
     MODULE_E("E brio:611:Exiting due to error in prv_brio_get611_display \n:strdup failed ");
     return;
   }
-  prv_plmn_section(page);
+  prv_static_info(page);
 }
 
 }  // namespace

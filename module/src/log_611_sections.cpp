@@ -330,7 +330,9 @@ bool write_sections(Writer& page, const PageInput& input) {
   } else {
     prv_status_gsm_wcdma(page, input);
   }
-  return prv_wwan(page, input);
+  if (!prv_wwan(page, input)) return false;
+  page.add("******** PLMN ********\n");
+  return true;
 }
 
 void write_static_info(Writer& page, FILE* file) {

@@ -40,11 +40,11 @@ struct PageInput {
   View view;
 };
 
-// Everything up to the heading of the PLMN section. False when memory for a masked address was short; the
-// page ends there.
+// Everything up to and with the heading of the PLMN section. False when memory for a masked address was
+// short; the page ends there.
 bool write_sections(Writer& page, const PageInput& input);
 
-// The PLMN section behind its heading: `file` line by line.
+// What stands below that heading: `file` line by line, as far as there is room.
 void write_static_info(Writer& page, FILE* file);
 
 }  // namespace brio::page
