@@ -20,9 +20,13 @@ std::vector<unsigned> s_sleeps;
 int64_t s_offset_ns = 0;
 unsigned s_ticks_pending = 0;
 uint64_t s_selects_entered = 0;
+unsigned s_selects_waiting = 0;
+int s_select_error = 0;
+bool s_select_exception = false;
 std::atomic<double> s_scale{1.0};
 std::atomic<bool> s_fail_monotonic{false};
 std::atomic<bool> s_manual_select{false};
+std::atomic<time_t> s_wall{0};  // 0: the real one
 
 constexpr int64_t kSecond = 1000000000;
 
@@ -59,6 +63,9 @@ void reset() {
   s_scale = 1.0;
   s_fail_monotonic = false;
   s_manual_select = false;
+  s_select_error = 0;
+  s_select_exception = false;
+  s_wall = 0;
 }
 
 void advance(double seconds) {
@@ -86,10 +93,24 @@ void manual_select(bool on) {
 bool tick() {
   std::unique_lock<std::mutex> lock(s_mutex);
   auto patience = std::chrono::seconds(10);
-  if (!s_entered_changed.wait_for(lock, patience, [] { return s_selects_entered > 0; })) return false;
+  if (!s_entered_changed.wait_for(lock, patience, [] { return s_selects_waiting > 0; })) return false;
   uint64_t entered = s_selects_entered;
   s_ticks_pending++;
   return s_entered_changed.wait_for(lock, patience, [entered] { return s_selects_entered > entered; });
+}
+
+void fail_select(int error) {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  s_select_error = error;
+}
+
+void except_select() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  s_select_exception = true;
+}
+
+void set_wall(std::time_t now) {
+  s_wall = now;
 }
 
 }  // namespace test_clock
@@ -103,7 +124,8 @@ bool clock_monotonic(timespec* now) {
 }
 
 time_t clock_wall() {
-  return time(nullptr);
+  time_t set = s_wall;
+  return set != 0 ? set : time(nullptr);
 }
 
 void sleep_seconds(unsigned seconds) {
@@ -134,18 +156,10 @@ int clock_poll(pollfd* descriptors, nfds_t count, int timeout_seconds) {
   return ready;
 }
 
-int clock_select(int nfds, fd_set* read_set, fd_set* except_set, int timeout_seconds) {
-  {
-    std::lock_guard<std::mutex> lock(s_mutex);
-    s_selects_entered++;
-    s_entered_changed.notify_all();
-  }
-  if (!s_manual_select) {
-    double seconds = timeout_seconds * s_scale;
-    timeval timeout = {static_cast<time_t>(seconds),
-                       static_cast<suseconds_t>((seconds - static_cast<time_t>(seconds)) * 1e6)};
-    return select(nfds, read_set, nullptr, except_set, &timeout);
-  }
+namespace {
+
+// One wait in manual mode: the descriptors, a tick, or a failure that the test asked for.
+int wait_manually(int nfds, fd_set* read_set, fd_set* except_set, int timeout_seconds) {
   for (;;) {
     fd_set reads = *read_set;
     fd_set excepts = *except_set;
@@ -157,6 +171,16 @@ int clock_select(int nfds, fd_set* read_set, fd_set* except_set, int timeout_sec
       return ready;
     }
     std::lock_guard<std::mutex> lock(s_mutex);
+    if (s_select_error != 0) {
+      errno = s_select_error;
+      s_select_error = 0;
+      return -1;
+    }
+    if (s_select_exception) {
+      s_select_exception = false;
+      FD_ZERO(read_set);
+      return 1;
+    }
     if (s_ticks_pending > 0) {
       s_ticks_pending--;
       s_offset_ns += timeout_seconds * kSecond;
@@ -165,6 +189,33 @@ int clock_select(int nfds, fd_set* read_set, fd_set* except_set, int timeout_sec
       return 0;
     }
   }
+}
+
+int wait_scaled(int nfds, fd_set* read_set, fd_set* except_set, int timeout_seconds) {
+  double seconds = timeout_seconds * s_scale;
+  timeval timeout = {static_cast<time_t>(seconds),
+                     static_cast<suseconds_t>((seconds - static_cast<time_t>(seconds)) * 1e6)};
+  return select(nfds, read_set, nullptr, except_set, &timeout);
+}
+
+}  // namespace
+
+int clock_select(int nfds, fd_set* read_set, fd_set* except_set, int timeout_seconds) {
+  {
+    std::lock_guard<std::mutex> lock(s_mutex);
+    s_selects_entered++;
+    s_selects_waiting++;
+    s_entered_changed.notify_all();
+  }
+  int result = s_manual_select ? wait_manually(nfds, read_set, except_set, timeout_seconds)
+                               : wait_scaled(nfds, read_set, except_set, timeout_seconds);
+  int error = errno;
+  {
+    std::lock_guard<std::mutex> lock(s_mutex);
+    s_selects_waiting--;
+  }
+  errno = error;
+  return result;
 }
 
 }  // namespace brio

@@ -4,6 +4,7 @@
 #define TESTS_SUPPORT_TEST_CLOCK_H
 
 #include <cstdint>
+#include <ctime>
 #include <vector>
 
 namespace test_clock {
@@ -20,6 +21,9 @@ void scale_waits(double factor);
 // Makes reading the monotonic clock fail.
 void fail_monotonic(bool fail);
 
+// Stops the wall clock at `now`.
+void set_wall(std::time_t now);
+
 // What the library slept, in milliseconds, in order.
 std::vector<unsigned> sleeps();
 
@@ -30,6 +34,10 @@ void manual_select(bool on);
 // Lets one select time out and waits until the following one is entered (or its thread is gone: false after
 // 10 s).
 bool tick();
+// Makes the select that waits, or the next one, fail with `error`, or report an exception on its descriptors.
+// Manual mode only.
+void fail_select(int error);
+void except_select();
 
 }  // namespace test_clock
 
