@@ -1,0 +1,162 @@
+// brioctl at, page, trace and ant.
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "commands.h"
+#include "log_sink.h"
+
+namespace brioctl {
+namespace {
+
+// Runs on the library's read thread while the request waits.
+uint32_t recv_func_collect(const ATResponse* response, void* user_data, uint16_t) {
+  auto* lines = static_cast<std::vector<std::string>*>(user_data);
+  for (const ATLine* line = response->intermediates; line != nullptr; line = line->next) {
+    if (line->line != nullptr) lines->push_back(line->line);
+  }
+  lines->push_back(response->final_response != nullptr ? response->final_response : "OK");
+  return 0;
+}
+
+// The page: kept large, since it holds the SIM's PLMN lists.
+constexpr int32_t kPageSize = 16384;
+
+std::string read_page(const Library& lib, bool full) {
+  std::vector<char> buffer(kPageSize);
+  lib.wabs_get_log_string(buffer.data(), kPageSize, full ? 1 : 0);
+  buffer.back() = '\0';
+  return buffer.data();
+}
+
+// The newest file that begins with `prefix`, and its size.
+bool newest_trace(const std::string& prefix, std::string& path, long long& size) {
+  size_t slash = prefix.rfind('/');
+  std::string directory = prefix.substr(0, slash), start = prefix.substr(slash + 1) + "_";
+  DIR* dir = opendir(directory.empty() ? "/" : directory.c_str());
+  if (dir == nullptr) return false;
+  time_t newest = -1;
+  while (dirent* entry = readdir(dir)) {
+    std::string candidate = directory + "/" + entry->d_name;
+    struct stat info;
+    if (strncmp(entry->d_name, start.c_str(), start.size()) == 0 && stat(candidate.c_str(), &info) == 0 &&
+        info.st_mtime >= newest) {
+      newest = info.st_mtime;
+      path = candidate;
+      size = info.st_size;
+    }
+  }
+  closedir(dir);
+  return newest >= 0;
+}
+
+const char* trace_problem(uint32_t status) {
+  switch (status) {
+    case 1:
+      return "the modem library is not open";
+    case 3:
+      return "the trace port cannot be opened, is locked by another program, or the trace file cannot be "
+             "created";
+    case 4:
+      return "the filter file holds no command";
+    case 6:
+      return "a line of the filter file is neither AT+XSYSTRACE= nor AT+TRACE=";
+    case 7:
+      return "there is no filter file";
+    default:
+      return "the modem refused a filter command";
+  }
+}
+
+}  // namespace
+
+int run_at(const Options& options, const std::string& command, int timeout) {
+  Session session(options);
+  session.open_modem();
+  log_sink::clear_errors();
+  std::vector<std::string> lines;
+  uint32_t status = session.lib.blpkt_atcmd_request_with_callback_timeout(
+      command.c_str(), MULTILINE_NO_PREFIX, nullptr, recv_func_collect, &lines, 0, timeout);
+  std::string refused = log_sink::modem_error();
+  session.close();
+  for (const std::string& line : lines) printf("%s\n", line.c_str());
+  if (status == BLPKT_STATUS_SUCCESS) return 0;
+  if (status == BLPKT_STATUS_TIMEOUT) {
+    throw Failure("The modem did not answer within " + std::to_string(timeout) +
+                  " s. Give it more time with --timeout, or see with -v what it sent.");
+  }
+  if (!refused.empty()) {
+    printf("%s\n", refused.c_str());
+    return 1;
+  }
+  throw Failure(explain("The command could not be sent"));
+}
+
+int run_page(const Options& options, bool full, bool follow) {
+  Session session(options);
+  session.open_module();
+  do {
+    std::string page = read_page(session.lib, full);
+    if (follow) printf("\033[H\033[J");
+    fputs(page.c_str(), stdout);
+    fflush(stdout);
+  } while (follow && pause_for(3));
+  session.lib.wabs_exit_611_logging();
+  session.close();
+  return 0;
+}
+
+int run_trace(const Options& options, const std::string& filter, const std::string& prefix, double seconds) {
+  Session session(options);
+  session.open_modem();
+  uint32_t status = session.lib.brio_trace_tst_log(filter.c_str(), prefix.c_str());
+  if (status != 0) {
+    session.close();
+    throw Failure("The trace did not start (status " + std::to_string(status) +
+                  "): " + trace_problem(status) + ".\nThe filter file is " + session.host_path(filter) +
+                  "; one command a line, for example AT+XSYSTRACE=1.");
+  }
+  printf("Trace running; Ctrl-C ends it.\n");
+  double waited = 0;
+  std::string path;
+  long long size = 0;
+  while (seconds < 0 || waited < seconds) {
+    if (!pause_for(1)) break;
+    waited += 1;
+    if (newest_trace(session.host_path(prefix), path, size)) printf("  %4.0f s  %lld bytes\n", waited, size);
+    fflush(stdout);
+  }
+  session.lib.brio_trace_tst_stop();
+  session.close();
+  if (!newest_trace(session.host_path(prefix), path, size)) {
+    throw Failure("No trace file is there; look at the log with -v.");
+  }
+  printf("%s: %lld bytes\n", path.c_str(), size);
+  return 0;
+}
+
+int run_ant(const Options& options, const std::string& choice) {
+  Session session(options);
+  session.open_modem();
+  uint32_t status = 0;
+  if (!choice.empty()) {
+    uint32_t number = choice == "auto" ? 3 : choice == "1" ? 1 : 2;
+    status = session.lib.brio_set_lte_ant(number);
+    if (status != 0)
+      throw Failure(explain("The antenna could not be set (status " + std::to_string(status) + ")"));
+    printf("Antenna: %s\n", choice == "auto" ? "automatic" : ("locked to " + choice).c_str());
+  }
+  bas_status record = {0xFFFF, 0xFFFF, 255};
+  status = session.lib.brio_get_bas_status(&record);
+  session.close();
+  if (status != 0)
+    throw Failure(explain("The antenna status could not be read (status " + std::to_string(status) + ")"));
+  printf("Antenna in use: %u\nMain: %d\nDiversity: %d\n", record.antenna,
+         static_cast<int16_t>(record.value_a), static_cast<int16_t>(record.value_b));
+  return 0;
+}
+
+}  // namespace brioctl

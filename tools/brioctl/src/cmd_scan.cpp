@@ -1,0 +1,106 @@
+// brioctl scan: a network scan with progress, aborted in both halves by Ctrl-C.
+#include <unistd.h>
+#include <atomic>
+#include <cstdio>
+#include <thread>
+
+#include "commands.h"
+
+namespace brioctl {
+namespace {
+
+struct Entry {
+  std::string stat, plmn, rat, name;
+};
+
+// Splits the list "stat,mcc,mnc,rat,"",long name,short name;..."; quotes hold commas and semicolons.
+std::vector<Entry> parse_list(const std::string& list) {
+  std::vector<Entry> entries;
+  std::vector<std::string> fields(1);
+  bool quoted = false;
+  for (char c : list) {
+    if (c == '"') quoted = !quoted;
+    if (!quoted && c == ';') {
+      if (fields.size() >= 7) {
+        std::string name = fields[5] == "\"\"" ? fields[6] : fields[5];
+        entries.push_back({fields[0], fields[1] + "-" + fields[2], fields[3], name});
+      }
+      fields.assign(1, "");
+    } else if (!quoted && c == ',') {
+      fields.emplace_back();
+    } else {
+      fields.back() += c;
+    }
+  }
+  return entries;
+}
+
+const char* stat_name(const std::string& stat) {
+  return stat == "2" ? "current" : stat == "1" ? "available" : "unknown";
+}
+
+const char* rat_name(const std::string& rat) {
+  static const char* const names[] = {"GSM",   "GSM compact", "UTRAN", "EDGE",
+                                      "HSDPA", "HSUPA",       "HSPA",  "E-UTRAN"};
+  return rat.size() == 1 && rat[0] >= '0' && rat[0] <= '7' ? names[rat[0] - '0'] : "?";
+}
+
+}  // namespace
+
+bool scan_networks(Session& session) {
+  const Library& lib = session.lib;
+  lib.wabs_get_current_network();
+  std::vector<char> buffer(8192, '\0');
+  std::atomic<uint32_t> status{0};
+  std::atomic<bool> done{false};
+  std::thread scan([&] {
+    status = lib.wabs_do_manual_nw_scan(buffer.data(), static_cast<uint32_t>(buffer.size()));
+    done = true;
+  });
+  bool terminal = isatty(STDERR_FILENO) != 0;
+  bool aborted = false;
+  for (int tenths = 0; !done; tenths++) {
+    if (interrupted() && !aborted) {
+      aborted = true;
+      fprintf(stderr, "%sAborting the scan ...\n", terminal ? "\r" : "");
+      lib.wabs_abort_manual_nw_scan();
+    }
+    if (terminal && !aborted && tenths % 10 == 0) {
+      fprintf(stderr, "\rScanning for networks, this takes up to 300 s: %d s ", tenths / 10);
+      fflush(stderr);
+    }
+    usleep(100000);
+  }
+  scan.join();
+  if (terminal) fprintf(stderr, "\r\033[K");
+  // The released request left the modem searching; and a scan, whatever its end, left it de-registered.
+  if (aborted) lib.wabs_send_abort_cmd();
+  uint32_t automatic = lib.wabs_set_auto_mode();
+  if (aborted) {
+    printf("Scan aborted; automatic selection %s.\n",
+           automatic == 0 ? "is on again" : "could not be restored");
+    return false;
+  }
+  if (status != 0) {
+    printf("%s\n",
+           explain("The scan failed: status " + std::to_string(status) + " (" + status_name(status) + ")")
+               .c_str());
+    return false;
+  }
+  printf("%-10s  %-8s  %-11s  %s\n", "Status", "Network", "Technology", "Name");
+  for (const Entry& entry : parse_list(buffer.data())) {
+    printf("%-10s  %-8s  %-11s  %s\n", stat_name(entry.stat), entry.plmn.c_str(), rat_name(entry.rat),
+           entry.name.c_str());
+  }
+  return true;
+}
+
+int run_scan(const Options& options) {
+  Session session(options);
+  session.open_module();
+  bool complete = scan_networks(session);
+  session.close();
+  return complete ? 0 : 1;
+}
+
+}  // namespace brioctl

@@ -1,0 +1,165 @@
+// brioctl status, brioctl watch, and the rows that they share with the demo.
+#include <unistd.h>
+#include <cstdio>
+#include <ctime>
+
+#include "commands.h"
+#include "log_sink.h"
+
+namespace brioctl {
+namespace {
+
+std::string plmn(uint32_t mcc, uint32_t mnc) {
+  return std::to_string(mcc) + "-" + (mnc < 10 ? "0" : "") + std::to_string(mnc);
+}
+
+const char* mode_name(uint32_t mode) {
+  static const char* const names[] = {"none", "UMTS family", "EDGE class", "GSM", "LTE"};
+  return mode < 5 ? names[mode] : "?";
+}
+
+const char* roaming_name(uint32_t status) {
+  return status == 0 ? "home network" : status == 1 ? "roaming" : "not registered";
+}
+
+const char* sim_name(uint32_t status) {
+  static const char* const names[] = {"not read",
+                                      "no SIM",
+                                      "PIN locked",
+                                      "PUK locked",
+                                      "permanently disabled",
+                                      "illegal SIM",
+                                      "other",
+                                      "waiting to attach",
+                                      "blacklisted",
+                                      "waiting to activate a PDP context",
+                                      "service not subscribed",
+                                      "SIM ready"};
+  return status < 12 ? names[status] : "?";
+}
+
+const char* wan_name(uint32_t type) {
+  return type == 6 ? "Kestrel" : type == 7 ? "Osprey" : "unknown";
+}
+
+template <typename T, typename Call>
+Row number_row(const char* name, Call call, T initial, const std::string& unit) {
+  T value = initial;
+  uint32_t status = call(&value);
+  return {name, status, status == 0 ? std::to_string(value) : "", unit, true};
+}
+
+Row text_row(const char* name, uint32_t (*call)(char*, uint32_t), const std::string& unit, bool identity,
+             bool show) {
+  char text[64] = "";
+  uint32_t status = call(text, sizeof(text));
+  return {name, status, status != 0 ? "" : identity ? masked(text, show) : text, unit, false};
+}
+
+Row time_row(const Library& lib) {
+  time_t utc = -1;
+  int32_t offset = 0;
+  uint32_t status = lib.wabs_get_module_time(&utc, &offset);
+  char text[64] = "";
+  if (status == 0) snprintf(text, sizeof(text), "%d", offset);
+  std::string unit = "s east of UTC";
+  if (status == 0 && utc == static_cast<time_t>(-1)) unit += " (the modem gave no date)";
+  return {"wabs_get_module_time", status, text, unit, true};
+}
+
+}  // namespace
+
+std::vector<Row> status_rows(const Library& lib, bool identities) {
+  std::vector<Row> rows;
+  uint32_t value = 0;
+  auto bars = number_row<uint32_t>("wabs_get_bars", lib.wabs_get_bars, 0, "bars");
+  if (bars.value == std::to_string(WABS_BARS_NOT_ATTACHED))
+    bars = {"wabs_get_bars", 0, "-1", "not attached", true};
+  rows.push_back(bars);
+
+  auto mode = number_row<uint32_t>("wabs_get_data_service_mode", lib.wabs_get_data_service_mode, 0, "");
+  if (mode.status == 0) mode.unit = mode_name(static_cast<uint32_t>(std::stoul(mode.value)));
+  rows.push_back(mode);
+
+  auto roaming = number_row<uint32_t>("wabs_get_roaming_status", lib.wabs_get_roaming_status, 0, "");
+  if (roaming.status == 0) roaming.unit = roaming_name(static_cast<uint32_t>(std::stoul(roaming.value)));
+  rows.push_back(roaming);
+
+  rows.push_back(number_row<int32_t>("wabs_get_rssi", lib.wabs_get_rssi, 0, "always 0"));
+
+  uint32_t mcc = 0, mnc = 0;
+  uint32_t status = lib.wabs_get_mcc_mnc(&mcc, &mnc);
+  rows.push_back({"wabs_get_mcc_mnc", status, status == 0 ? plmn(mcc, mnc) : "", "serving network", false});
+  mcc = mnc = 0;
+  status = lib.wabs_get_hplmn_mcc_mnc(&mcc, &mnc);
+  rows.push_back(
+      {"wabs_get_hplmn_mcc_mnc", status, status == 0 ? plmn(mcc, mnc) : "", "home network", false});
+  rows.push_back(time_row(lib));
+
+  rows.push_back(text_row("wabs_get_imsi", lib.wabs_get_imsi, "IMSI", true, identities));
+  rows.push_back(
+      text_row("wabs_get_radio_cert_param1", lib.wabs_get_radio_cert_param1, "ICCID", true, identities));
+  rows.push_back(
+      text_row("wabs_get_radio_serial_number", lib.wabs_get_radio_serial_number, "IMEI", false, true));
+  rows.push_back(
+      text_row("wabs_get_firmware_version", lib.wabs_get_firmware_version, "firmware", false, true));
+
+  status = lib.brio_get_wn3_sim_status(&value);
+  rows.push_back(
+      {"brio_get_wn3_sim_status", status, status == 0 ? std::to_string(value) : "", sim_name(value), true});
+  status = lib.brio_get_wan_type(&value);
+  rows.push_back(
+      {"brio_get_wan_type", status, status == 0 ? std::to_string(value) : "", wan_name(value), true});
+  rows.push_back(
+      number_row<uint16_t>("brio_get_carrier_id", lib.brio_get_carrier_id, 0, "carrier configuration"));
+  rows.push_back(
+      number_row<uint32_t>("brio_get_band_info", lib.brio_get_band_info, 0, "band, 0 not reported"));
+  return rows;
+}
+
+int run_status(const Options& options, bool json) {
+  Session session(options);
+  session.open_module();
+  auto rows = status_rows(session.lib, options.identities);
+  session.close();
+  if (json) {
+    fputs(render_json(rows).c_str(), stdout);
+  } else {
+    printf("Modem: %s\n\n%s", session.modem_name().c_str(), render_table(rows).c_str());
+  }
+  for (const Row& row : rows) {
+    if (row.status != 0) return 1;
+  }
+  return 0;
+}
+
+int run_watch(const Options& options, double every, double seconds) {
+  Session session(options);
+  session.open_module();
+  log_sink::take_events();
+  bool terminal = isatty(STDOUT_FILENO) != 0;
+  std::vector<std::string> seen;
+  double waited = 0;
+  while (seconds < 0 || waited < seconds) {
+    auto rows = status_rows(session.lib, options.identities);
+    for (std::string& event : log_sink::take_events()) seen.push_back(std::move(event));
+    if (terminal) {
+      printf("\033[H\033[JModem: %s    (Ctrl-C ends)\n\n%s\n", session.modem_name().c_str(),
+             render_table(rows).c_str());
+      size_t first = seen.size() > 12 ? seen.size() - 12 : 0;
+      for (size_t i = first; i < seen.size(); i++) printf("  %s\n", seen[i].c_str());
+    } else {
+      printf("bars=%s mode=%s roaming=%s plmn=%s\n", rows[0].value.c_str(), rows[1].unit.c_str(),
+             rows[2].unit.c_str(), rows[4].value.c_str());
+      for (const std::string& event : seen) printf("  %s\n", event.c_str());
+      seen.clear();
+    }
+    fflush(stdout);
+    if (!pause_for(every)) break;
+    waited += every;
+  }
+  session.close();
+  return 0;
+}
+
+}  // namespace brioctl

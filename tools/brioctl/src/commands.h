@@ -1,0 +1,32 @@
+// The commands of brioctl. Each returns the exit code: 0, or 1 when something was asked for and not obtained.
+#ifndef BRIOCTL_COMMANDS_H
+#define BRIOCTL_COMMANDS_H
+
+#include <string>
+#include <vector>
+
+#include "report.h"
+#include "session.h"
+
+namespace brioctl {
+
+std::vector<Row> status_rows(const Library& lib, bool identities);
+int run_status(const Options& options, bool json);
+// Every `every` seconds, for `seconds` or, when negative, until interrupted.
+int run_watch(const Options& options, double every, double seconds);
+
+int run_at(const Options& options, const std::string& command, int timeout);
+int run_page(const Options& options, bool full, bool follow);
+int run_trace(const Options& options, const std::string& filter, const std::string& prefix, double seconds);
+// `choice`: "", "1", "2" or "auto".
+int run_ant(const Options& options, const std::string& choice);
+
+// Scans in an open session and prints the list; false when it failed or was aborted.
+bool scan_networks(Session& session);
+int run_scan(const Options& options);
+
+int run_demo(const Options& options, double seconds);
+
+}  // namespace brioctl
+
+#endif

@@ -1,0 +1,73 @@
+#include "library.h"
+
+#include <dlfcn.h>
+#include <limits.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "report.h"
+
+namespace brioctl {
+namespace {
+
+std::string program_directory() {
+  char path[PATH_MAX];
+  ssize_t length = readlink("/proc/self/exe", path, sizeof(path));
+  std::string text(path, length > 0 ? static_cast<size_t>(length) : 0);
+  return text.substr(0, text.rfind('/'));
+}
+
+bool readable(const std::string& path) {
+  return access(path.c_str(), R_OK) == 0;
+}
+
+// The library needs the device's IPC library. Off the device its stand-in is loaded first: the soname then
+// matches.
+void load_ipc_library() {
+  if (dlopen("libnipc.so.1", RTLD_NOW | RTLD_GLOBAL) != nullptr) return;
+  for (const std::string& path : {program_directory() + "/../" BRIOCTL_LIBDIR "/brio_module/libnipc.so.1",
+                                  std::string(BRIOCTL_BUILD_NIPC)}) {
+    if (readable(path) && dlopen(path.c_str(), RTLD_NOW | RTLD_GLOBAL) != nullptr) return;
+  }
+}
+
+}  // namespace
+
+void Library::load(const std::string& wanted) {
+  std::vector<std::string> candidates;
+  if (!wanted.empty()) {
+    candidates.push_back(wanted);
+  } else {
+    for (const std::string& near : {std::string(BRIOCTL_BUILD_LIBRARY),
+                                    program_directory() + "/../" BRIOCTL_LIBDIR "/libbrio_module.so.1"}) {
+      if (readable(near)) candidates.push_back(near);
+    }
+    candidates.push_back("libbrio_module.so.1");
+  }
+  load_ipc_library();
+  void* handle = nullptr;
+  std::string reason;
+  for (const std::string& candidate : candidates) {
+    handle = dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle != nullptr) {
+      path = candidate;
+      break;
+    }
+    reason = dlerror();
+  }
+  if (handle == nullptr) {
+    throw Failure("The module library cannot be loaded: " + reason +
+                  ".\nName it with --library, or install it where the loader looks (ldconfig -p).");
+  }
+#define BRIOCTL_RESOLVE(name)                                                               \
+  name = reinterpret_cast<decltype(name)>(dlsym(handle, #name));                            \
+  if (name == nullptr) {                                                                    \
+    throw Failure(path + " does not export " #name                                          \
+                         ": it is another version; rebuild it or name it with --library."); \
+  }
+  BRIOCTL_FUNCTIONS(BRIOCTL_RESOLVE)
+#undef BRIOCTL_RESOLVE
+}
+
+}  // namespace brioctl

@@ -1,0 +1,149 @@
+#include "log_sink.h"
+
+#include <stdarg.h>
+#include <stdio.h>
+#include <syslog.h>
+
+#include <cstring>
+#include <mutex>
+
+namespace brioctl::log_sink {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::mutex s_mutex;  // guards everything below
+bool s_echo = false;
+std::string s_last_error;
+std::string s_modem_error;
+std::vector<Request> s_requests;
+Clock::time_point s_request_start;
+std::vector<std::string> s_events;
+const Clock::time_point s_start = Clock::now();
+
+// The text behind `mark`, up to `end` (searched from the right) or the end; "" when `mark` is absent.
+std::string between(const std::string& text, const char* mark, const char* end) {
+  size_t from = text.find(mark);
+  if (from == std::string::npos) return "";
+  from += std::strlen(mark);
+  size_t to = text.rfind(end);
+  return to == std::string::npos || to < from ? text.substr(from) : text.substr(from, to - from);
+}
+
+void note_request(const std::string& line) {
+  std::string command = between(line, "atcmd request:", "\n");
+  if (!command.empty()) {
+    while (!command.empty() && (command.back() == '\r' || command.back() == '\n')) command.pop_back();
+    s_requests.push_back({command, -1, 0});
+    s_request_start = Clock::now();
+    return;
+  }
+  size_t exit = line.find("<<<<<Exit sending [");
+  size_t status = line.rfind("] ret[");
+  if (exit != std::string::npos && status != std::string::npos && !s_requests.empty()) {
+    s_requests.back().status = atoi(line.c_str() + status + 6);
+    s_requests.back().milliseconds =
+        std::chrono::duration<double, std::milli>(Clock::now() - s_request_start).count();
+  }
+}
+
+void note_event(const std::string& line) {
+  std::string report = between(line, "I blib:URC::", "\n");
+  if (!report.empty()) {
+    s_events.push_back("report  " + report);
+    return;
+  }
+  for (const char* mark : {"bars changed", "pdp_activation_allowed changed", "serving plmn changed",
+                           "TIME ZONE FROM EVENT", "mccchanged"}) {
+    size_t from = line.find(mark);
+    if (line.compare(2, 5, "brio:") == 0 && from != std::string::npos) {
+      size_t suffix = line.rfind(" (");
+      s_events.push_back("event   " +
+                         line.substr(from, suffix == std::string::npos ? suffix : suffix - from));
+      return;
+    }
+  }
+}
+
+void take(int priority, const char* format, va_list arguments) {
+  char text[4096];
+  vsnprintf(text, sizeof(text), format, arguments);
+  std::string line(text);
+  while (!line.empty() && line.back() == '\n') line.pop_back();
+  std::lock_guard<std::mutex> lock(s_mutex);
+  if (s_echo) {
+    double seconds = std::chrono::duration<double>(Clock::now() - s_start).count();
+    fprintf(stderr, "%9.3f  %s\n", seconds, line.c_str());
+  }
+  if (LOG_PRI(priority) == LOG_ERR) s_last_error = line;
+  std::string refused = between(line, "AT_err_string:", ":");
+  if (!refused.empty()) s_modem_error = refused;
+  note_request(line);
+  note_event(line);
+}
+
+}  // namespace
+
+void echo(bool on) {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  s_echo = on;
+}
+
+std::string last_error() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  return s_last_error;
+}
+
+std::string modem_error() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  return s_modem_error;
+}
+
+void clear_errors() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  s_last_error.clear();
+  s_modem_error.clear();
+}
+
+std::vector<Request> take_requests() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  std::vector<Request> requests;
+  requests.swap(s_requests);
+  return requests;
+}
+
+std::vector<std::string> take_events() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  std::vector<std::string> events;
+  events.swap(s_events);
+  return events;
+}
+
+}  // namespace brioctl::log_sink
+
+extern "C" {
+
+__attribute__((visibility("default"))) void syslog(int priority, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  va_list again;
+  va_copy(again, arguments);
+  brioctl::log_sink::take(priority, format, arguments);
+  vsyslog(priority, format, again);
+  va_end(again);
+  va_end(arguments);
+}
+
+// What a fortified library calls.
+__attribute__((visibility("default"))) void __syslog_chk(int priority, int, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  va_list again;
+  va_copy(again, arguments);
+  brioctl::log_sink::take(priority, format, arguments);
+  vsyslog(priority, format, again);
+  va_end(again);
+  va_end(arguments);
+}
+
+}  // extern "C"

@@ -1,0 +1,34 @@
+// What the library logs. brioctl defines the syslog functions, so that it can show lines (-v), notice events
+// and quote the modem's own error text; every line still goes on to syslog.
+#ifndef BRIOCTL_LOG_SINK_H
+#define BRIOCTL_LOG_SINK_H
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace brioctl::log_sink {
+
+struct Request {
+  std::string command;
+  int status = -1;  // packet status, -1 while it waits
+  double milliseconds = 0;
+};
+
+// Prints every line on standard error.
+void echo(bool on);
+
+// The last error line of the library, "" when there was none.
+std::string last_error();
+// The final line of the last command that the modem refused, "" when there was none.
+std::string modem_error();
+void clear_errors();
+
+// Requests seen since the last call.
+std::vector<Request> take_requests();
+// Reports and events seen since the last call, one readable line each.
+std::vector<std::string> take_events();
+
+}  // namespace brioctl::log_sink
+
+#endif

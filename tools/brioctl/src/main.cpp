@@ -1,0 +1,102 @@
+// brioctl: the command-line host of the modem module.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+
+#include "commands.h"
+#include "log_sink.h"
+
+using namespace brioctl;
+
+int main(int argc, char** argv) {
+  CLI::App app{
+      "Drives a modem through libbrio_module.so.1 as the WAN manager does.\n"
+      "Without --sim or --root the device's own ports are used; --sim starts a simulated modem.",
+      "brioctl"};
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.footer(
+      "Examples:\n"
+      "  brioctl demo                       the whole tour on a simulated modem\n"
+      "  brioctl --sim status               one table of what the host reads\n"
+      "  brioctl --root /tmp/desk at ATI    a modem whose ttys are linked below /tmp/desk/dev\n"
+      "  brioctl -v status                  the same on the device, with the library's log");
+
+  Options options;
+  app.add_option("--library", options.library,
+                 "Library to load instead of the one that belongs to this program")
+      ->type_name("FILE");
+  app.add_option("--root", options.root, "Directory in front of every device path")->type_name("DIR");
+  app.add_flag("--sim", options.simulate, "Use a simulated modem");
+  app.add_option("--scenario", options.scenario,
+                 "Scenario of the simulated modem, a file or an installed name; implies --sim")
+      ->type_name("SCENARIO");
+  app.add_flag("-v,--verbose", options.verbose, "Show the library's log on standard error");
+  app.add_flag("--identities", options.identities, "Show IMSI and ICCID whole");
+
+  double demo_seconds = 4;
+  auto* demo =
+      app.add_subcommand("demo", "Open a simulated modem, show what it says and reports, scan, close");
+  demo->add_option("--seconds", demo_seconds, "How long to follow reports")->capture_default_str();
+
+  bool json = false;
+  auto* status = app.add_subcommand("status", "One table of everything that the host reads");
+  status->add_flag("--json", json, "The same for scripts");
+
+  double every = 1, watch_seconds = -1;
+  auto* watch = app.add_subcommand("watch", "Refresh the table until Ctrl-C and show events as they come");
+  watch->add_option("--every", every, "Seconds between refreshes")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  watch->add_option("--seconds", watch_seconds, "End after this time");
+
+  std::string at_command;
+  int timeout = 20;
+  auto* at = app.add_subcommand("at", "Send one AT command and print the answer");
+  at->add_option("command", at_command, "For example \"AT+COPS?\"")->required();
+  at->add_option("--timeout", timeout, "Seconds to wait for the answer")
+      ->check(CLI::Range(1, 600))
+      ->capture_default_str();
+
+  app.add_subcommand("scan",
+                     "Scan for networks (up to 300 s; Ctrl-C aborts), then select automatically again");
+
+  bool full = false, follow = false;
+  auto* page = app.add_subcommand("page", "Print the 611 diagnostic page");
+  page->add_flag("--full", full, "The full view, with identities, instead of the masked one");
+  page->add_flag("--follow", follow, "Refresh every three seconds until Ctrl-C");
+
+  std::string filter = "/var/local/wan/debug/trace_filter.cfg", prefix = "/mnt/us/trace_log";
+  double trace_seconds = -1;
+  auto* trace = app.add_subcommand("trace", "Capture the modem's trace into a file");
+  trace->add_option("--filter", filter, "Filter file, a device path")->capture_default_str();
+  trace->add_option("--prefix", prefix, "Start of the trace file's path, a device path")
+      ->capture_default_str();
+  trace->add_option("--seconds", trace_seconds, "End after this time instead of at Ctrl-C");
+
+  std::string choice;
+  auto* ant = app.add_subcommand("ant", "Show the LTE antennas, or choose one");
+  ant->add_option("choice", choice, "1, 2 or auto")->check(CLI::IsMember({"1", "2", "auto"}));
+
+  CLI11_PARSE(app, argc, argv);
+  if (!options.scenario.empty()) options.simulate = true;
+  install_signals();
+  log_sink::echo(options.verbose);
+
+  try {
+    if (*demo) {
+      if (options.root.empty()) options.simulate = true;
+      return run_demo(options, demo_seconds);
+    }
+    if (*status) return run_status(options, json);
+    if (*watch) return run_watch(options, every, watch_seconds);
+    if (*at) return run_at(options, at_command, timeout);
+    if (*page) return run_page(options, full, follow);
+    if (*trace) return run_trace(options, filter, prefix, trace_seconds);
+    if (*ant) return run_ant(options, choice);
+    return run_scan(options);
+  } catch (const Failure& failure) {
+    fflush(stdout);
+    fprintf(stderr, "brioctl: %s\n", failure.what());
+    return 1;
+  }
+}

@@ -1,0 +1,127 @@
+#include "report.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <nlohmann/json.hpp>
+
+namespace brioctl {
+namespace {
+
+int s_signal_event = -1;
+volatile sig_atomic_t s_interrupted = 0;
+
+void on_signal(int) {
+  s_interrupted = 1;
+  uint64_t one = 1;
+  ssize_t ignored = write(s_signal_event, &one, sizeof(one));
+  (void)ignored;
+}
+
+std::string padded(const std::string& text, size_t width) {
+  return text.size() < width ? text + std::string(width - text.size(), ' ') : text;
+}
+
+}  // namespace
+
+std::string status_name(uint32_t status) {
+  switch (status) {
+    case 0:
+      return "ok";
+    case 1:
+      return "not open";
+    case 2:
+      return "library failure";
+    case 4:
+      return "already open";
+    case 7:
+      return "buffer too small";
+    case 11:
+      return "null pointer";
+    case 13:
+      return "no network time";
+    case 14:
+      return "scan timed out";
+    case 15:
+      return "scan aborted";
+    default:
+      return "?";
+  }
+}
+
+std::string render_table(const std::vector<Row>& rows) {
+  size_t operation = 9, status = 6, value = 5;
+  auto status_text = [](const Row& row) {
+    return std::to_string(row.status) + " " + status_name(row.status);
+  };
+  for (const Row& row : rows) {
+    operation = std::max(operation, row.operation.size());
+    status = std::max(status, status_text(row).size());
+    value = std::max(value, row.value.size());
+  }
+  auto line = [&](const std::string& a, const std::string& b, const std::string& c, const std::string& d) {
+    std::string text = padded(a, operation) + "  " + padded(b, status) + "  " + padded(c, value) + "  " + d;
+    text.erase(text.find_last_not_of(' ') + 1);
+    return text + "\n";
+  };
+  std::string text = line("Operation", "Status", "Value", "Unit or meaning");
+  text +=
+      line(std::string(operation, '-'), std::string(status, '-'), std::string(value, '-'), "---------------");
+  for (const Row& row : rows) text += line(row.operation, status_text(row), row.value, row.unit);
+  return text;
+}
+
+std::string render_json(const std::vector<Row>& rows) {
+  nlohmann::ordered_json values = nlohmann::ordered_json::object();
+  for (const Row& row : rows) {
+    nlohmann::ordered_json entry;
+    entry["status"] = row.status;
+    if (row.value.empty()) {
+      entry["value"] = nullptr;
+    } else if (row.number) {
+      entry["value"] = std::stoll(row.value);
+    } else {
+      entry["value"] = row.value;
+    }
+    if (!row.unit.empty()) entry["unit"] = row.unit;
+    values[row.operation] = entry;
+  }
+  return values.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
+
+std::string masked(const std::string& digits, bool show) {
+  std::string text = digits;
+  if (!show) {
+    for (size_t i = 6; i < text.size(); i++) text[i] = '*';
+  }
+  return text;
+}
+
+bool interrupted() {
+  return s_interrupted != 0;
+}
+
+void install_signals() {
+  s_signal_event = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  struct sigaction action = {};
+  action.sa_handler = on_signal;
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+}
+
+bool pause_for(double seconds) {
+  auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (!interrupted()) {
+    double left = std::chrono::duration<double>(until - std::chrono::steady_clock::now()).count();
+    if (left <= 0) return true;
+    pollfd event = {s_signal_event, POLLIN, 0};
+    poll(&event, 1, static_cast<int>(left * 1000) + 1);
+  }
+  return false;
+}
+
+}  // namespace brioctl

@@ -1,0 +1,42 @@
+// What a person or a script reads: failures as sentences, values as a table or as JSON.
+#ifndef BRIOCTL_REPORT_H
+#define BRIOCTL_REPORT_H
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace brioctl {
+
+// A failure told as a sentence that says what to do next.
+struct Failure : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// One value that the library was asked for.
+struct Row {
+  std::string operation;
+  uint32_t status = 0;
+  std::string value;    // as printed; "" when there is none
+  std::string unit;     // or what the number means
+  bool number = false;  // `value` is a decimal number
+};
+
+std::string render_table(const std::vector<Row>& rows);
+std::string render_json(const std::vector<Row>& rows);
+
+// Name of a WABS_STATUS_* code.
+std::string status_name(uint32_t status);
+// All but the first six digits replaced, unless `show`.
+std::string masked(const std::string& digits, bool show);
+
+// True once SIGINT or SIGTERM came; install_signals() must have run.
+bool interrupted();
+void install_signals();
+// Waits, at most until interrupted; false when interrupted.
+bool pause_for(double seconds);
+
+}  // namespace brioctl
+
+#endif

@@ -1,0 +1,119 @@
+#include "session.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "log_sink.h"
+#include "modemsim/player.h"
+#include "report.h"
+
+namespace brioctl {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Requests, written commands and reports: what the demo and the watch read off the log.
+constexpr uint32_t kLibraryLog = BRIO_LOG_PORT | BRIO_LOG_REQUEST;
+constexpr uint32_t kModuleLog = WABS_LOG_EVENT | WABS_LOG_NOTICE | WABS_LOG_WARNING | WABS_LOG_ERROR;
+
+std::string find_scenario(const std::string& wanted) {
+  std::string name = wanted.empty() ? "home-lte" : wanted;
+  if (fs::exists(name)) return name;
+  std::string program = fs::read_symlink("/proc/self/exe").parent_path();
+  for (const std::string& directory :
+       {std::string(BRIOCTL_BUILD_SCENARIOS), program + "/../share/brio_module/scenarios"}) {
+    std::string path = directory + "/" + name + ".toml";
+    if (fs::exists(path)) return path;
+  }
+  throw Failure("There is no scenario '" + name +
+                "'. Give a file, or one of the installed names: home-lte, rough-day.");
+}
+
+}  // namespace
+
+struct Simulation {
+  std::string scenario;
+  std::string directory;
+  modemsim::Player player;
+
+  explicit Simulation(const std::string& path) : scenario(path), player(modemsim::load_scenario(path)) {
+    char name[] = "/tmp/brioctl-XXXXXX";
+    if (mkdtemp(name) == nullptr) throw Failure("No temporary directory can be made below /tmp.");
+    directory = name;
+    if (!player.start(directory)) {
+      throw Failure("The simulated modem did not start: " + player.error() + ".");
+    }
+  }
+  ~Simulation() {
+    player.stop();
+    std::error_code ignored;
+    fs::remove_all(directory, ignored);
+  }
+};
+
+std::string explain(const std::string& what) {
+  std::string text = what;
+  if (!log_sink::modem_error().empty()) text += "; the modem said: " + log_sink::modem_error();
+  if (!log_sink::last_error().empty()) text += "\nLast error of the library: " + log_sink::last_error();
+  return text + "\nRun the command again with -v to see its whole log.";
+}
+
+Session::Session(const Options& options) : options_(options), root_(options.root) {
+  lib.load(options.library);
+  if (options.simulate) {
+    try {
+      simulation_ = std::make_unique<Simulation>(find_scenario(options.scenario));
+    } catch (const Failure&) {
+      throw;
+    } catch (const std::exception& problem) {
+      throw Failure(std::string("The scenario cannot be used: ") + problem.what());
+    }
+    root_ = simulation_->directory;
+  }
+  lib.brio_set_root_dir(root_.c_str());
+  lib.wabs_set_log_mask(options.verbose ? 0xFFFFFFFF : kModuleLog);
+  lib.briolib_log_set_log_mask(options.verbose ? 0xFFFFFFFF & ~(BRIO_LOG_SELECT | BRIO_LOG_AT_DETAIL)
+                                               : kLibraryLog);
+}
+
+Session::~Session() {
+  close();
+}
+
+void Session::open_module() {
+  log_sink::clear_errors();
+  uint32_t status = lib.wabs_open();
+  if (status != 0) {
+    throw Failure(explain("The modem could not be opened on " + host_path("/dev/ttyACM2") + " (status " +
+                          std::to_string(status) + ", " + status_name(status) +
+                          ").\nCheck that it and ttyACM3 exist and that no other program drives the modem"));
+  }
+  open_ = kModule;
+}
+
+void Session::open_modem() {
+  log_sink::clear_errors();
+  uint32_t status = lib.brio_open("/dev/ttyACM2");
+  if (status != 0) {
+    throw Failure(explain("The modem could not be opened on " + host_path("/dev/ttyACM2") +
+                          " (library status " + std::to_string(status) +
+                          ").\nCheck that it and ttyACM3 exist and that no other program drives the modem"));
+  }
+  open_ = kModem;
+}
+
+void Session::close() {
+  if (open_ == kModule) lib.wabs_close();
+  if (open_ == kModem) lib.brio_close();
+  open_ = kClosed;
+}
+
+std::string Session::modem_name() const {
+  if (simulation_ != nullptr)
+    return "simulated, scenario " + fs::path(simulation_->scenario).filename().string();
+  return host_path("/dev/ttyACM2");
+}
+
+}  // namespace brioctl
