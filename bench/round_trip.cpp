@@ -1,0 +1,190 @@
+// What one request costs over a pty, against a bare loop of two threads that does only what it must: write,
+// select, read, condition variable. Both talk to the same responder. Prints both and their ratio; exits 1
+// when it exceeds the limit.
+//
+//   round_trip [requests per round] [limit]
+#include <fcntl.h>
+#include <pthread.h>
+#include <stdlib.h>
+#include <sys/select.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "brio/brio.h"
+#include "brio/brio_at.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr char kCommand[] = "AT+GTBARS?";
+constexpr char kAnswer[] = "\r\n+GTBARS: 0,7,4,60,30\r\n\r\nOK\r\n";
+
+// Answers every CR on a pty master until it is closed.
+class Responder {
+ public:
+  Responder() {
+    master_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    grantpt(master_);
+    unlockpt(master_);
+    path_ = ptsname(master_);
+    keep_ = open(path_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    termios settings;
+    tcgetattr(keep_, &settings);
+    cfmakeraw(&settings);
+    tcsetattr(keep_, TCSANOW, &settings);
+    thread_ = std::thread([this] { run(); });
+  }
+  ~Responder() {
+    stop_ = true;
+    ssize_t ignored = write(keep_, "\r", 1);
+    (void)ignored;
+    thread_.join();
+    close(keep_);
+    close(master_);
+  }
+  const std::string& path() const { return path_; }
+
+ private:
+  void run() {
+    char buffer[256];
+    while (!stop_) {
+      ssize_t got = read(master_, buffer, sizeof(buffer));
+      if (got <= 0) return;
+      if (memchr(buffer, '\r', static_cast<size_t>(got)) == nullptr) continue;
+      if (write(master_, kAnswer, sizeof(kAnswer) - 1) < 0) return;
+    }
+  }
+
+  int master_ = -1, keep_ = -1;
+  std::string path_;
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
+double per_request(Clock::time_point start, int requests) {
+  return std::chrono::duration<double, std::micro>(Clock::now() - start).count() / requests;
+}
+
+struct Bare {
+  int fd;
+  pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+  pthread_cond_t answered = PTHREAD_COND_INITIALIZER;
+  bool done = false;
+  std::atomic<bool> stop{false};
+};
+
+void* bare_reader(void* argument) {
+  auto* bare = static_cast<Bare*>(argument);
+  char buffer[256];
+  size_t held = 0;
+  for (;;) {
+    fd_set reads;
+    FD_ZERO(&reads);
+    FD_SET(bare->fd, &reads);
+    select(bare->fd + 1, &reads, nullptr, nullptr, nullptr);
+    ssize_t got = read(bare->fd, buffer + held, sizeof(buffer) - held);
+    if (bare->stop || got <= 0) return nullptr;
+    held += static_cast<size_t>(got);
+    if (held < 4 || memcmp(buffer + held - 4, "OK\r\n", 4) != 0) continue;
+    held = 0;
+    pthread_mutex_lock(&bare->mutex);
+    bare->done = true;
+    pthread_cond_signal(&bare->answered);
+    pthread_mutex_unlock(&bare->mutex);
+  }
+}
+
+double bare_round(Responder& modem, int requests) {
+  Bare bare;
+  bare.fd = open(modem.path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  pthread_t reader;
+  pthread_create(&reader, nullptr, bare_reader, &bare);
+  std::string command = std::string(kCommand) + "\r";
+  auto start = Clock::now();
+  for (int i = 0; i <= requests; i++) {
+    if (i == requests) bare.stop = true;
+    if (write(bare.fd, command.data(), command.size()) < 0) abort();
+    if (i == requests) break;
+    pthread_mutex_lock(&bare.mutex);
+    while (!bare.done) pthread_cond_wait(&bare.answered, &bare.mutex);
+    bare.done = false;
+    pthread_mutex_unlock(&bare.mutex);
+  }
+  double cost = per_request(start, requests);
+  pthread_join(reader, nullptr);
+  close(bare.fd);
+  return cost;
+}
+
+uint32_t recv_func_count(const ATResponse* response, void* user_data, uint16_t) {
+  if (response->intermediates == nullptr) return 6;
+  ++*static_cast<int*>(user_data);
+  return 0;
+}
+
+double library_round(int requests, int& answered) {
+  auto start = Clock::now();
+  for (int i = 0; i < requests; i++) {
+    blpkt_atcmd_request_with_callback(kCommand, SINGLELINE, "+GTBARS", recv_func_count, &answered, 0);
+  }
+  return per_request(start, requests);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int requests = argc > 1 ? atoi(argv[1]) : 5000;
+  double limit = argc > 2 ? atof(argv[2]) : 1.5;
+  constexpr int kRounds = 7;
+
+  char root[] = "/tmp/round-trip-XXXXXX";
+  if (mkdtemp(root) == nullptr) return 1;
+  Responder bare_modem, query_modem, urc_modem;
+  std::string dev = std::string(root) + "/dev";
+  mkdir(dev.c_str(), 0755);
+  std::string query = dev + "/ttyACM2", urc = dev + "/ttyACM3";
+  if (symlink(query_modem.path().c_str(), query.c_str()) != 0 ||
+      symlink(urc_modem.path().c_str(), urc.c_str()) != 0) {
+    return 1;
+  }
+  brio_set_root_dir(root);
+  if (blpkt_init() != 0 || pktio_init("/dev/ttyACM2", blpkt_handle_packet, nullptr) != 0) {
+    fprintf(stderr, "round_trip: the channel did not open\n");
+    return 1;
+  }
+
+  // Alternating rounds, best of each: what else runs on the machine disturbs both alike.
+  double bare = 1e9, library = 1e9;
+  int answered = 0;
+  for (int round = 0; round < kRounds; round++) {
+    bare = std::min(bare, bare_round(bare_modem, requests));
+    library = std::min(library, library_round(requests, answered));
+  }
+  pktio_shutdown();
+  blpkt_shutdown();
+  unlink(query.c_str());
+  unlink(urc.c_str());
+  rmdir(dev.c_str());
+  rmdir(root);
+
+  printf(
+      "bare loop   %7.2f us per round trip\nlibrary     %7.2f us per round trip\nratio       %7.2f (limit "
+      "%.2f)\n",
+      bare, library, library / bare, limit);
+  if (answered != requests * kRounds) {
+    fprintf(stderr, "round_trip: %d of %d requests were answered\n", answered, requests * kRounds);
+    return 1;
+  }
+  return library <= limit * bare ? 0 : 1;
+}
