@@ -8,7 +8,8 @@
 #ifndef BRIO_BRIO_LOG_BITS_H
 #define BRIO_BRIO_LOG_BITS_H
 
-#define BRIO_LOG_PORT 0x00000001u   /* serial ports: open, command written, thread start and end (raw trace) \
+#define BRIO_LOG_PORT                                                                                        \
+  0x00000001u                       /* serial ports: open, command written, thread start and end (raw trace) \
                                      */
 #define BRIO_LOG_SELECT 0x00000002u /* read thread: each pass through select */
 #define BRIO_LOG_EVENT 0x00000004u  /* event queue and event thread */

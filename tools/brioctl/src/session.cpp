@@ -6,7 +6,7 @@
 #include <filesystem>
 
 #include "log_sink.h"
-#include "modemsim/player.h"
+#include "modemsim/modem.h"
 #include "report.h"
 
 namespace brioctl {
@@ -36,9 +36,9 @@ std::string find_scenario(const std::string& wanted) {
 struct Simulation {
   std::string scenario;
   std::string directory;
-  modemsim::Player player;
+  modemsim::Modem player;
 
-  explicit Simulation(const std::string& path) : scenario(path), player(modemsim::load_scenario(path)) {
+  explicit Simulation(const std::string& path) : scenario(path) {
     char name[] = "/tmp/brioctl-XXXXXX";
     if (mkdtemp(name) == nullptr) throw Failure("No temporary directory can be made below /tmp.");
     directory = name;
