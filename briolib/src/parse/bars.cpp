@@ -17,7 +17,7 @@ BarsReport prv_take_fields(char* text, const Field (&order)[N]) {
   for (const Field& field : order) {
     const char* token = next_field(&cursor, ',');
     if (token == nullptr) break;
-    if (*token == '\0') continue;
+    if (*skip_spaces(token) == '\0') continue;
     report.*field.value = decimal(token);
     report.fields |= field.bit;
   }

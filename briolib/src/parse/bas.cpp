@@ -27,19 +27,19 @@ BasReport parse_bas(char* text, bool is_answer) {
   }
   const char* field = next_field(&cursor, ',');
   if (field == nullptr) return report;
-  if (*field != '\0') {
+  if (*skip_spaces(field) != '\0') {
     report.value_a = prv_sixteenth(field);
     report.fields |= kBasValueA;
   }
   field = next_field(&cursor, ',');
   if (field == nullptr) return report;
-  if (*field != '\0') {
+  if (*skip_spaces(field) != '\0') {
     report.value_b = prv_sixteenth(field);
     report.fields |= kBasValueB;
   }
   field = next_field(&cursor, ',');
   if (field == nullptr) return report;
-  if (*field != '\0') {
+  if (*skip_spaces(field) != '\0') {
     report.antenna = static_cast<uint8_t>(decimal(field));
     report.fields |= kBasAntenna;
   }

@@ -40,7 +40,7 @@ bool prv_take_parts(char* text, char separator, const Part (&parts)[3], TimeRepo
   for (const Part& part : parts) {
     char* field = next_field(&cursor, separator);
     if (field == nullptr) return false;
-    if (*field != '\0') part.set(&report->time, decimal(field));
+    if (*skip_spaces(field) != '\0') part.set(&report->time, decimal(field));
     report->fields |= part.bit;
   }
   return true;
@@ -75,7 +75,7 @@ TimeReport parse_ctzv(char* rest) {
   char* zone = skip_spaces(next_field(&cursor, ','));
   report.zone = zone;
   report.fields |= kTimeZone;
-  if (*zone != '\0') report.time.time_zone = decimal(zone);
+  if (*skip_spaces(zone) != '\0') report.time.time_zone = decimal(zone);
 
   report.rest = cursor != nullptr ? cursor : "";
   if (strlen(report.rest) < kQuotedTimeLength || *cursor != '"') {
@@ -120,13 +120,13 @@ TimeReport parse_ciev(char* rest) {
   if (zone == nullptr) return report;
   report.zone = zone;
   report.fields |= kTimeZone;
-  if (*zone != '\0') report.time.time_zone = decimal(zone);
+  if (*skip_spaces(zone) != '\0') report.time.time_zone = decimal(zone);
 
   char* dst = next_field(&cursor, ',');
   if (dst == nullptr) return report;
   report.dst = dst;
   report.fields |= kTimeDst;
-  if (*dst != '\0') report.time.dst = decimal(dst);
+  if (*skip_spaces(dst) != '\0') report.time.dst = decimal(dst);
   report.outcome = TimeOutcome::kComplete;
   return report;
 }
