@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "brio/brio.h"
@@ -51,6 +52,7 @@ class ProxMonitor : public ::testing::Test {
     entry("prox_offset", "e74\n");  // 3700
     entry("prox_use", "2710\n");    // 10000
     descriptors_ = open_descriptors();
+    std::thread([] {}).join();  // ThreadSanitizer starts a thread of its own beside the first one
     threads_ = thread_count();
   }
   void TearDown() override { brio_set_root_dir(nullptr); }

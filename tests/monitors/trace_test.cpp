@@ -56,6 +56,7 @@ class TraceCapture : public ::testing::Test {
     plug();
     root_.write(kFilter, "# everything\nAT+XSYSTRACE=1\n");
     descriptors_ = open_descriptors();
+    std::thread([] {}).join();  // ThreadSanitizer starts a thread of its own beside the first one
     threads_ = thread_count();
   }
   void TearDown() override {
