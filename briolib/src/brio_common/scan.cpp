@@ -18,7 +18,6 @@ namespace {
 using brio::UrcDataLock;
 using brio::parse::kScanEntriesMax;
 using brio::parse::ScanEntry;
-using brio::parse::ScanError;
 using brio::parse::ScanFault;
 using brio::parse::ScanStep;
 
