@@ -108,6 +108,10 @@ std::size_t thread_count() {
   return entries("/proc/self/task");
 }
 
+bool wait_descriptor_count(std::size_t count) {
+  return eventually([count] { return open_descriptors() == count; });
+}
+
 bool wait_thread_count(std::size_t count) {
   return eventually([count] { return thread_count() == count; });
 }

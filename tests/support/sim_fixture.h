@@ -70,7 +70,9 @@ class SimFixture : public ::testing::Test {
 // Descriptors and threads of this process.
 std::size_t open_descriptors();
 std::size_t thread_count();
-// Waits up to ten seconds for that many threads: a joined thread leaves /proc a little later.
+// Wait up to ten seconds for that many: a joined thread leaves /proc a little later, and the simulator has
+// descriptors of its own that follow what the library opens and closes.
+bool wait_descriptor_count(std::size_t count);
 bool wait_thread_count(std::size_t count);
 
 // Runs `condition` until it holds; false after ten seconds.
