@@ -39,7 +39,7 @@ TEST_F(ModemIdentity, IsReadOnceAfterOpenAndThenServedFromMemory) {
   modem().with_state([](modemsim::State& state) { state.fault_count = 12; });
   open_ready();
   expect_blanks();
-  g_brio_lib_log_mask = BRIO_LOG_MODEM_INFO | BRIO_LOG_DEBUG;
+  briolib_log_set_log_mask(BRIO_LOG_MODEM_INFO | BRIO_LOG_DEBUG);
   for (int round = 0; round < 3; round++) {
     memset(&record, 'x', sizeof(record));
     EXPECT_EQ(0u, brio_get_modem_info(&record));

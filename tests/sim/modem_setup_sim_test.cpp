@@ -168,7 +168,7 @@ TEST_F(ModemSetup, TheApnOfTheCarrierGroupIsWritten) {
   const Case cases[] = {{"310410123456789", "other", a}, {"310410123456789", a, a},
                         {"302720123456789", "other", b}, {"262011234567890", "", b},
                         {"262011234567890", b, b},       {"31041", "other", b}};
-  g_brio_lib_log_mask = BRIO_LOG_DEBUG;
+  briolib_log_set_log_mask(BRIO_LOG_DEBUG);
   for (const auto& c : cases) {
     modem().with_state([&](modemsim::State& state) { state.apn = c.held; });
     insert_sim(c.imsi);

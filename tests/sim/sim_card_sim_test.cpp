@@ -175,7 +175,7 @@ TEST_F(SimCard, HomePlmnGoesIntoTheCallersCopyOnly) {
 }
 
 TEST_F(SimCard, NoLineShowsTheSubscriber) {
-  g_brio_lib_log_mask = ~(BRIO_LOG_PORT | BRIO_LOG_AT_DETAIL | BRIO_LOG_URC);
+  briolib_log_set_log_mask(~(BRIO_LOG_PORT | BRIO_LOG_AT_DETAIL | BRIO_LOG_URC));
   ASSERT_EQ(0u, open());
   sim_identity block = {};
   EXPECT_EQ(0u, brio_get_sim_info(&block));
