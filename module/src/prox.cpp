@@ -275,15 +275,14 @@ bool prv_monitor(int socket) {
   }
 }
 
-// The thread's own end, and the other one if prox_close has not taken it out.
+// The thread's own end, and the other one if prox_close has not taken it out. No later run's sockets can be
+// there yet: prox_open joins this thread first.
 void prv_close_sockets(int own) {
   brio::MutexGuard guard(s_sockets_mutex);
-  if (s_sockets[0] == own) {
-    s_sockets[0] = -1;
-    if (s_sockets[1] >= 1) close(s_sockets[1]);
-    s_sockets[1] = -1;
-  }
   close(own);
+  s_sockets[0] = -1;
+  if (s_sockets[1] >= 1) close(s_sockets[1]);
+  s_sockets[1] = -1;
 }
 
 void* prv_update_prox_reading(void* argument) {
