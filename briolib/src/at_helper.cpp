@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "base/log.h"
+#include "base/masked.h"
 #include "brio/brio_at.h"
 
 namespace {
@@ -171,23 +172,24 @@ int32_t process_line(const char* line, ATResponse* record, uint32_t type, const 
   switch (type) {
     case NUMERIC:
       if (record->intermediates != nullptr) {
-        BLIB_E("E blib:%s:%d:AT:ERROR: line %s:\n", BLIB_HERE, line);
+        BLIB_E("E blib:%s:%d:AT:ERROR: line %s:\n", BLIB_HERE, brio::LogText(line).c_str());
         return kViolation;
       }
       break;
     case SINGLELINE:
       if (record->intermediates != nullptr) {
-        BLIB_E("E blib:%s:%d:AT:ERROR: line %s prefix %s:\n", BLIB_HERE, line, prefix);
+        BLIB_E("E blib:%s:%d:AT:ERROR: line %s prefix %s:\n", BLIB_HERE, brio::LogText(line).c_str(), prefix);
         return kViolation;
       }
       if (!str_starts_with(line, prefix)) {
-        BLIB_E("E blib:%s:%d:processLine:ERROR 2: line %s resp_prefix %s:\n", BLIB_HERE, line, prefix);
+        BLIB_E("E blib:%s:%d:processLine:ERROR 2: line %s resp_prefix %s:\n", BLIB_HERE,
+               brio::LogText(line).c_str(), prefix);
         return kPrefixMissing;
       }
       break;
     case MULTILINE:
       if (!str_starts_with(line, prefix)) {
-        BLIB_E("E blib:%s:%d:AT:ERROR: line %s prefix %s:\n", BLIB_HERE, line, prefix);
+        BLIB_E("E blib:%s:%d:AT:ERROR: line %s prefix %s:\n", BLIB_HERE, brio::LogText(line).c_str(), prefix);
         return kViolation;
       }
       break;

@@ -133,20 +133,6 @@ bool prv_names_subscriber(const char* name, const void* argument_a) {
 
 }  // namespace
 
-namespace brio {
-
-bool holds_long_number(const char* text) {
-  constexpr unsigned kIdentityDigits = 15;
-  unsigned run = 0;
-  for (; *text != '\0'; text++) {
-    run = is_digit(*text) ? run + 1 : 0;
-    if (run == kIdentityDigits) return true;
-  }
-  return false;
-}
-
-}  // namespace brio
-
 void at_parse_init() {
   for (size_t i = 0; i < kMapSize; i++) {
     size_t place = i;

@@ -141,8 +141,7 @@ void prv_at_parse_crsm(char* rest, void* argument_a, void* /*argument_b*/) {
     return;
   }
   SimFile file = parse::crsm_file(command);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:crsm:%s\n", BLIB_HERE,
-         file == SimFile::kIccid ? LogText(rest, true).c_str() : rest);
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:crsm:%s\n", BLIB_HERE, LogText(rest, file == SimFile::kIccid).c_str());
 
   parse::CrsmAnswer answer;
   CrsmOutcome outcome = parse::parse_crsm(rest, &answer);

@@ -100,10 +100,13 @@ TEST(Masking, CountsTheLengthInSixteenBits) {
 
 TEST(Masking, LogCopiesLeaveTheSourceAloneAndAreBounded) {
   const std::string iccid = "89014103211118510720";
-  EXPECT_EQ(std::string(20, '*'), brio::MaskedDigits(iccid.c_str()).text());
+  EXPECT_EQ(std::string(20, '*'), brio::LogText(iccid.c_str(), true).c_str());
   EXPECT_EQ("89014103211118510720", iccid);
-  EXPECT_STREQ("", brio::MaskedDigits(nullptr).text());
-  EXPECT_EQ(std::string(255, '*'), brio::MaskedDigits(std::string(3000, '4').c_str()).text());
+  EXPECT_STREQ("", brio::LogText(nullptr, true).c_str());
+  EXPECT_EQ(std::string(2400, '*'), brio::LogText(std::string(3000, '4').c_str(), true).c_str());
+  // A number as long as an identity is masked wherever it stands.
+  EXPECT_STREQ("+CIMI: ***************", brio::LogText("+CIMI: 310410123456789").c_str());
+  EXPECT_STREQ("+CREG: 31041012345678", brio::LogText("+CREG: 31041012345678").c_str());
 }
 
 TEST(EnumToString, TakesTheIndexedRowFirstThenSearches) {

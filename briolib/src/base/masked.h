@@ -1,25 +1,31 @@
-// What a log line may print of a text that identifies the subscriber (IMSI, ICCID): a copy with its digits
-// masked.
-//   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:ICCID %s\n", BLIB_HERE, MaskedDigits(iccid).text());
+// What a log line may print of a modem's text. IMSI and ICCID are logged with their digits masked, everywhere
+// but in the raw line traces.
+//   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:ICCID %s\n", BLIB_HERE, LogText(iccid, true).c_str());
 #ifndef BRIOLIB_BASE_MASKED_H
 #define BRIOLIB_BASE_MASKED_H
 
 #include "base/text.h"
+#include "brio/brio_at.h"
 #include "brio/briolib.h"
 
 namespace brio {
 
-class MaskedDigits {
+// A run of digits as long as an IMSI (15) or an ICCID (19 or 20).
+bool holds_long_number(const char* text);
+
+// A copy of a text for the log: its digits are masked when it names the subscriber, that is when `masked`
+// says so or it holds a long number: an answer that comes late may stand where any other was awaited. No line
+// of the ports is longer than the copy; a longer text is cut. A null text is empty.
+class LogText {
  public:
-  // Cut to what fits; a null text is empty.
-  explicit MaskedDigits(const char* text) {
+  explicit LogText(const char* text, bool masked = false) {
     copy_text(text_, sizeof(text_), text != nullptr ? text : "");
-    briolib_obfuscate_numeral(text_, '*');
+    if (masked || holds_long_number(text_)) briolib_obfuscate_numeral(text_, '*');
   }
-  const char* text() const { return text_; }
+  const char* c_str() const { return text_; }
 
  private:
-  char text_[256];
+  char text_[BRIO_LINE_DATA_MAX + 1];
 };
 
 }  // namespace brio
