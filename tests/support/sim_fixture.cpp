@@ -64,7 +64,10 @@ void SimFixture::SetUp() {
   log_capture::clear();
   brio_set_root_dir(root_.dir().c_str());
   modem_ = std::make_unique<modemsim::Modem>(initial_state());
+  prepare(*modem_);
   ASSERT_TRUE(modem_->start(root_.dir())) << modem_->error();
+  descriptors_before_ = open_descriptors();
+  threads_before_ = thread_count();
 }
 
 void SimFixture::TearDown() {
@@ -108,8 +111,9 @@ std::size_t thread_count() {
   return entries("/proc/self/task");
 }
 
-bool wait_descriptor_count(std::size_t count) {
-  return eventually([count] { return open_descriptors() == count; });
+bool SimFixture::nothing_left_behind() const {
+  return eventually(
+      [this] { return open_descriptors() == descriptors_before_ && thread_count() == threads_before_; });
 }
 
 bool wait_thread_count(std::size_t count) {

@@ -53,6 +53,8 @@ class SimFixture : public ::testing::Test {
   void TearDown() override;
 
   virtual modemsim::State initial_state() { return {}; }
+  // Called before the modem starts: the place for Modem::observe.
+  virtual void prepare(modemsim::Modem&) {}
   virtual void close_library();  // brio_close; the host's tests close through the module
 
   DeviceRoot& root() { return root_; }
@@ -61,18 +63,22 @@ class SimFixture : public ::testing::Test {
   uint32_t open();
   // brio_open, then forgets the commands and the log of the open sequence.
   void open_ready();
+  // Whether the closed library holds no more descriptors and threads than before it was first opened. Waits
+  // up to ten seconds: a joined thread leaves /proc a little later, and the simulator opens descriptors of
+  // its own for a moment.
+  bool nothing_left_behind() const;
 
  private:
   DeviceRoot root_;
   std::unique_ptr<modemsim::Modem> modem_;
+  std::size_t descriptors_before_ = 0;
+  std::size_t threads_before_ = 0;
 };
 
 // Descriptors and threads of this process.
 std::size_t open_descriptors();
 std::size_t thread_count();
-// Wait up to ten seconds for that many: a joined thread leaves /proc a little later, and the simulator has
-// descriptors of its own that follow what the library opens and closes.
-bool wait_descriptor_count(std::size_t count);
+// Waits up to ten seconds for that many threads: a joined thread leaves /proc a little later.
 bool wait_thread_count(std::size_t count);
 
 // Runs `condition` until it holds; false after ten seconds.
