@@ -39,8 +39,11 @@ BRIO_API void briolib_exec_event_callback(uint32_t id, uint32_t data_size, const
 /* Builds the sorted prefix map. Once, before a port is opened. */
 BRIO_API void at_parse_init(void);
 /*
- * Hands one line ("+NAME: fields", cut up in place) to its parser; the arguments pass through. 0 when a
- * parser ran or the line held no name, 4 otherwise. Event thread, or read thread from a response callback.
+ * Hands one line ("+NAME: fields", cut up in place) to its parser; the arguments pass through: the text of
+ * the AT+CRSM command in `argument_a` for "+CRSM", non-null `argument_b` for an answer to a registration
+ * query, the sim_card_status record in `argument_b` for "+GTSIMSTATUS". 0 when a parser ran, whatever it
+ * found, or the line held no name, 4 otherwise. Event thread, or read thread from a response callback. No
+ * data mutex may be held.
  */
 BRIO_API uint32_t at_parse(char* line, void* argument_a, void* argument_b);
 
