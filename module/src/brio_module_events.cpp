@@ -52,9 +52,9 @@ uint32_t prv_sim_plmn_info_callback(uint32_t, uint32_t, const void* data) {
 }
 
 uint32_t prv_brio_event_plmn_change(uint32_t, uint32_t, const void*) {
-  MODULE_D(WABS_LOG_EVENT, "D brio:serving plmn changed...Invalidating Cached TZ (%s:%s:%d)");
   relaxed_store(g_module.cached_time_zone, -1);
   relaxed_store(g_module.mcc_mnc_refresh, 1u);
+  MODULE_D(WABS_LOG_EVENT, "D brio:serving plmn changed...Invalidating Cached TZ (%s:%s:%d)");
   return 0;
 }
 
@@ -62,8 +62,8 @@ uint32_t prv_brio_event_plmn_change(uint32_t, uint32_t, const void*) {
 uint32_t prv_brio_event_time_info(uint32_t, uint32_t, const void* data) {
   if (data == nullptr) return 0;
   int32_t zone = prv_word(data, 2);
-  MODULE_D(WABS_LOG_EVENT, "D brio:TIME ZONE FROM EVENT: %d (%s:%s:%d)", zone);
   relaxed_store(g_module.cached_time_zone, zone);
+  MODULE_D(WABS_LOG_EVENT, "D brio:TIME ZONE FROM EVENT: %d (%s:%s:%d)", zone);
   return 0;
 }
 
