@@ -12,6 +12,7 @@
 
 #include "at_helper.h"
 #include "base/clock.h"
+#include "base/control_sockets.h"
 #include "base/guards.h"
 #include "base/log.h"
 #include "brio/brio_at.h"
@@ -31,7 +32,6 @@ constexpr uint32_t kFailed = 1;
 constexpr uint32_t kKindResponse = 0;
 constexpr uint32_t kKindUrc = 1;
 
-constexpr char kStopMessage[] = "STOP";  // sent with its NUL
 constexpr size_t kSendBufferSize = 512;
 constexpr size_t kPrefixSize = 512;
 // How long a command waits for a modem that has stopped taking bytes.
@@ -322,13 +322,12 @@ void* prv_read_thread(void*) {
 // Makes the read thread leave its select; it closes the ports itself.
 void prv_request_stop() {
   MutexGuard lock(s_ports_mutex);
-  ssize_t sent = send(s_ports.stop_write, kStopMessage, sizeof(kStopMessage), MSG_NOSIGNAL);
-  if (sent == static_cast<ssize_t>(sizeof(kStopMessage))) return;
+  if (brio::send_stop(s_ports.stop_write)) return;
   BLIB_W("W blib:%s:%d:socketpair:errno=%d:unable to write to socket pair\n", BLIB_HERE, errno);
   if (s_ports.stop_write < 0) return;  // the thread has ended by itself
   BLIB_E("E blib:%s:%d:socketpair:write:error on socket pair\n", BLIB_HERE);
   // The end of the stream stops the thread as well.
-  shutdown(s_ports.stop_write, SHUT_RDWR);
+  brio::hang_up(&s_ports.stop_write);
 }
 
 // Caller holds the lifecycle mutex.

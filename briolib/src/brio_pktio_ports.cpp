@@ -2,10 +2,10 @@
 
 #include <errno.h>
 #include <sys/select.h>
-#include <sys/socket.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include "base/control_sockets.h"
 #include "base/log.h"
 #include "base/paths.h"
 
@@ -45,10 +45,6 @@ bool prv_fits_select(int fd) {
   return false;
 }
 
-void prv_close_if_open(int fd) {
-  if (fd >= 0) close(fd);
-}
-
 }  // namespace
 
 bool open_ports(const char* query_port, Ports* ports) {
@@ -71,13 +67,13 @@ bool open_ports(const char* query_port, Ports* ports) {
   BLIB_D(BRIO_LOG_PORT, "D blib:%s:%d:pktio_init URC fd:%d port:%s\n", BLIB_HERE, ports->urc, kUrcPort);
 
   int pair[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
+  if (!open_control_sockets(pair)) {
     BLIB_E("E blib:%s:%d:socketpair:errno=%d:can't create socket pair\n", BLIB_HERE, errno);
     return false;
   }
   ports->stop_read = pair[0];
   ports->stop_write = pair[1];
-  return prv_fits_select(ports->stop_read);
+  return true;
 }
 
 void close_ports(const Ports& ports) {
@@ -91,8 +87,8 @@ void close_ports(const Ports& ports) {
   } else {
     BLIB_E("E blib:%s:%d:cleanup:fd val=%d:urcpktIO fd has garbage value\n", BLIB_HERE, ports.urc);
   }
-  prv_close_if_open(ports.stop_read);
-  prv_close_if_open(ports.stop_write);
+  if (ports.stop_read > 0) close(ports.stop_read);
+  if (ports.stop_write > 0) close(ports.stop_write);
 }
 
 }  // namespace brio
