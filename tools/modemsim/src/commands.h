@@ -46,6 +46,12 @@ const std::vector<Command>& command_table();
 Milliseconds command_time(const Parsed& command, const State& state);
 bool is_scan(const Parsed& command);
 
+// The modem starts anew: reports off, echo on, radio on. It registers if it was told to stay away.
+void boot(Session& session);
+// The network sends the modem elsewhere: to the operator of that number, of the list or not. Nothing happens
+// while the modem is told to stay away from networks.
+void move_to_network(Session& session, const std::string& numeric);
+
 // The whole answer with its line ends, ERROR for what is not known.
 std::string answer_command(const std::string& line, Session& session);
 

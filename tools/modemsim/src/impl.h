@@ -18,10 +18,13 @@
 
 #include "commands.h"
 #include "modemsim/modem.h"
+#include "modemsim/scenario.h"
 #include "port.h"
 #include "state.h"
 
 namespace modemsim {
+
+struct Play;  // a scenario that is being played
 
 struct Modem::Impl {
   struct Waiter {
@@ -45,9 +48,11 @@ struct Modem::Impl {
   void run_timers();
   void read_port(Port port);
   void tell_waiters();
+  std::uint64_t at(Clock::time_point time, std::function<void()> action);
   std::uint64_t after(Clock::duration delay, std::function<void()> action);
   void cancel(std::uint64_t timer);
 
+  void close_wake_ups();
   bool connect();
   void disconnect();
   bool plug();
@@ -58,9 +63,23 @@ struct Modem::Impl {
   void drop_current();
   Fault take_fault(const std::string& command);
   void report_change(const Reported& before);
-  void write(Port port, const std::string& bytes);
+  PtyPort& port(Port which) { return ports_[static_cast<std::size_t>(which)]; }
+  void write(Port which, const std::string& bytes);
+  void send_urc(const std::string& line) { write(Port::kUrc, "\r\n" + line + "\r\n"); }
+  void set_chunk(std::size_t bytes);
+  void stream_background_trace();
   bool all_written() const;
   static std::string join_lines(const std::string& answer);
+
+  // timeline.cpp
+  bool play(const Scenario& scenario, double speed);
+  void stop_playing();
+  bool played() const;
+  void schedule_event(const std::shared_ptr<Play>& play);
+  void play_event(const std::shared_ptr<Play>& play, const Event& event);
+  void play_storm(const std::shared_ptr<Play>& play, const Event::Storm& storm, int left);
+  void tick_net(const std::shared_ptr<Play>& play);
+  void show_net_device();
 
   // Guards running_ and mailbox_.
   std::mutex mutex_;
@@ -88,6 +107,7 @@ struct Modem::Impl {
   std::uint64_t last_timer_ = 0;
   std::vector<std::shared_ptr<Waiter>> waiters_;
   std::function<void(const Traffic&)> observer_;
+  std::function<void(const std::string&)> event_observer_;
 
   State state_;
   Network last_network_;
@@ -99,6 +119,10 @@ struct Modem::Impl {
   bool busy_ = false;
   bool scanning_ = false;
   std::uint64_t work_timer_ = 0;
+
+  std::shared_ptr<Play> play_;  // the scenario that is played, or null
+  std::uint64_t net_timer_ = 0;
+  std::uint64_t trace_rate_ = 0;
 };
 
 }  // namespace modemsim

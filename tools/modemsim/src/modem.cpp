@@ -18,7 +18,6 @@
 #include <cstring>
 #include <filesystem>
 #include <future>
-#include <map>
 #include <mutex>
 #include <thread>
 
@@ -37,7 +36,6 @@ constexpr const char* kFolders[] = {"dev", "var/local/wan/debug", "var/run", "mn
 }  // namespace
 
 // -- Life
-// ----------------------------------------------------------------------------------------------------
 
 bool Modem::Impl::start(const std::string& where) {
   const std::lock_guard<std::mutex> guard(mutex_);
@@ -59,9 +57,9 @@ bool Modem::Impl::start(const std::string& where) {
     error_ = std::string("cannot create an eventfd: ") + std::strerror(errno);
     return false;
   }
+  inotify_ = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
   if (!connect()) {
-    close(wake_);
-    wake_ = -1;
+    close_wake_ups();
     return false;
   }
   quit_ = false;
@@ -78,14 +76,21 @@ bool Modem::Impl::start(const std::string& where) {
 void Modem::Impl::stop() {
   post([this] { quit_ = true; });
   if (thread_.joinable()) thread_.join();
+  stop_playing();
   disconnect();
-  if (wake_ >= 0) close(wake_);
-  wake_ = -1;
+  timers_.clear();
+  close_wake_ups();
+}
+
+void Modem::Impl::close_wake_ups() {
+  for (int* fd : {&wake_, &inotify_}) {
+    if (*fd >= 0) close(*fd);
+    *fd = -1;
+  }
 }
 
 // Creates the ptys and their links.
 bool Modem::Impl::connect() {
-  inotify_ = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
   for (std::size_t i = 0; i < ports_.size(); i++) {
     std::string problem = ports_[i].create(inotify_);
     const fs::path link = fs::path(root_) / "dev" / kPortNames[i];
@@ -118,9 +123,8 @@ void Modem::Impl::disconnect() {
     if (ports_[i].fd() >= 0 && fs::read_symlink(link, failed) == ports_[i].device()) fs::remove(link, failed);
     ports_[i].close();
   }
-  if (inotify_ >= 0) close(inotify_);
-  inotify_ = -1;
   connected_ = false;
+  show_net_device();
   partial_line_.clear();
   queue_.clear();
   drop_current();
@@ -129,12 +133,13 @@ void Modem::Impl::disconnect() {
 bool Modem::Impl::plug() {
   if (connected_) return true;
   if (!connect()) return false;
-  reset_session(state_);
+  Session session{state_, last_network_};
+  boot(session);
+  show_net_device();
   return true;
 }
 
 // -- Work from other threads
-// -----------------------------------------------------------------------------------
 
 void Modem::Impl::post(std::function<void()> work) {
   const std::lock_guard<std::mutex> guard(mutex_);
@@ -157,7 +162,6 @@ void Modem::Impl::call(const std::function<void()>& work) {
 }
 
 // -- The thread
-// ------------------------------------------------------------------------------------------------
 
 void Modem::Impl::run() {
   prctl(PR_SET_TIMERSLACK, 1000UL);
@@ -173,6 +177,7 @@ void Modem::Impl::run() {
     for (const auto& item : work) item();
     run_timers();
     for (std::size_t i = 0; i < ports_.size(); i++) read_port(static_cast<Port>(i));
+    stream_background_trace();
     for (auto& port : ports_) {
       if (port.is_open()) port.flush();
     }
@@ -252,9 +257,13 @@ void Modem::Impl::run_timers() {
   }
 }
 
-std::uint64_t Modem::Impl::after(Clock::duration delay, std::function<void()> action) {
-  timers_.emplace(Clock::now() + delay, std::make_pair(++last_timer_, std::move(action)));
+std::uint64_t Modem::Impl::at(Clock::time_point time, std::function<void()> action) {
+  timers_.emplace(time, std::make_pair(++last_timer_, std::move(action)));
   return last_timer_;
+}
+
+std::uint64_t Modem::Impl::after(Clock::duration delay, std::function<void()> action) {
+  return at(Clock::now() + delay, std::move(action));
 }
 
 void Modem::Impl::cancel(std::uint64_t timer) {
@@ -283,116 +292,7 @@ void Modem::Impl::read_port(Port port) {
   }
 }
 
-// -- Commands
-// --------------------------------------------------------------------------------------------------
-
-void Modem::Impl::take_line(const std::string& line) {
-  if (line.empty()) return;
-  {
-    const std::lock_guard<std::mutex> guard(log_mutex_);
-    commands_.push_back(line);
-  }
-  log_changed_.notify_all();
-  if (observer_) observer_({Port::kQuery, true, line});
-  if (state_.echo) write(Port::kQuery, line + "\r");
-  if (line == "^" && busy_ && scanning_) {
-    drop_current();
-    write(Port::kQuery, kOk);
-  } else {
-    queue_.push_back(line);
-  }
-  work_on_commands();
-}
-
-void Modem::Impl::work_on_commands() {
-  while (!busy_ && !queue_.empty()) {
-    current_ = queue_.front();
-    queue_.pop_front();
-    fault_ = take_fault(current_);
-    Parsed parsed;
-    const bool known = parse_command(current_, parsed);
-    const Milliseconds time = fault_.delay + (known ? command_time(parsed, state_) : Milliseconds(0));
-    if (time <= Milliseconds(0)) {
-      finish_command();
-      continue;
-    }
-    busy_ = true;
-    scanning_ = known && is_scan(parsed);
-    work_timer_ = after(time, [this] {
-      busy_ = scanning_ = false;
-      finish_command();
-      work_on_commands();
-    });
-  }
-}
-
-void Modem::Impl::drop_current() {
-  if (busy_) cancel(work_timer_);
-  busy_ = scanning_ = false;
-}
-
-void Modem::Impl::finish_command() {
-  const Fault fault = std::move(fault_);
-  fault_ = Fault();
-  if (fault.unplug) {
-    disconnect();
-    return;
-  }
-  if (fault.silent) return;
-  if (fault.replace) {
-    write(Port::kQuery, fault.before + fault.reply + fault.after);
-    return;
-  }
-  const Reported before = reported(state_);
-  Session session{state_, last_network_};
-  std::string answer = answer_command(current_, session);
-  if (fault.joined) answer = join_lines(answer);
-  write(Port::kQuery, fault.before + answer + fault.after);
-  report_change(before);
-}
-
-Fault Modem::Impl::take_fault(const std::string& command) {
-  Fault chosen;
-  bool found = false;
-  for (auto it = faults_.begin(); it != faults_.end();) {
-    if (command.compare(0, it->command.size(), it->command) != 0) {
-      ++it;
-      continue;
-    }
-    if (it->skip > 0) {
-      it->skip--;
-    } else if (!found && it->times != 0) {
-      chosen = *it;
-      found = true;
-      if (it->times > 0) it->times--;
-    }
-    it = it->times == 0 ? faults_.erase(it) : std::next(it);
-  }
-  return chosen;
-}
-
-void Modem::Impl::report_change(const Reported& before) {
-  for (const std::string& line : reports_of_change(before, state_)) write(Port::kUrc, "\r\n" + line + "\r\n");
-}
-
-void Modem::Impl::write(Port port, const std::string& bytes) {
-  if (bytes.empty()) return;
-  if (observer_) observer_({port, false, bytes});
-  ports_[static_cast<std::size_t>(port)].queue(bytes);
-}
-
-std::string Modem::Impl::join_lines(const std::string& answer) {
-  std::string text;
-  for (std::size_t at = answer.compare(0, 2, "\r\n") == 0 ? 2 : 0; at < answer.size();) {
-    const bool blank = answer.compare(at, 4, "\r\n\r\n") == 0;
-    text += answer.substr(at, blank ? 2 : 1);
-    at += blank ? 4 : 1;
-  }
-  return text;
-}
-
 // -- Waiting for the simulator
-// -----------------------------------------------------------------------------------
 
 void Modem::Impl::tell_waiters() {
   if (waiters_.empty()) return;
@@ -427,7 +327,6 @@ bool Modem::Impl::all_written() const {
 }
 
 // -- The interface
-// -------------------------------------------------------------------------------------------------
 
 Modem::Modem(State state) : impl_(std::make_unique<Impl>()) {
   impl_->state_ = std::move(state);
@@ -484,11 +383,7 @@ void Modem::clear_faults() {
 }
 
 void Modem::chunk(std::size_t bytes) {
-  impl_->call([&] {
-    impl_->chunk_ = bytes;
-    for (const Port port : {Port::kQuery, Port::kUrc})
-      impl_->ports_[static_cast<std::size_t>(port)].set_chunk(bytes);
-  });
+  impl_->call([&] { impl_->set_chunk(bytes); });
 }
 
 std::vector<std::string> Modem::commands() {
@@ -530,7 +425,7 @@ bool Modem::plug() {
 }
 
 void Modem::stream_trace(std::uint64_t bytes, std::uint64_t bytes_per_second) {
-  impl_->call([&] { impl_->ports_[static_cast<std::size_t>(Port::kTrace)].stream(bytes, bytes_per_second); });
+  impl_->call([&] { impl_->port(Port::kTrace).stream(bytes, bytes_per_second); });
 }
 
 unsigned char Modem::trace_byte(std::uint64_t position) {

@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 
 namespace modemsim {
 namespace {
@@ -91,6 +92,7 @@ void PtyPort::close() {
   waiting_.clear();
   head_ = 0;
   stream_left_ = 0;
+  endless_ = false;
   device_.clear();
 }
 
@@ -112,6 +114,7 @@ void PtyPort::note_hangup() {
   waiting_.clear();
   head_ = 0;
   stream_left_ = 0;
+  endless_ = false;
   release_peer();
   // What the last user left unread must not reach the next one.
   const int fd = ::open(device_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
@@ -145,10 +148,16 @@ void PtyPort::stream(std::uint64_t bytes, std::uint64_t rate) {
   stream_start_ = Clock::now();
 }
 
+void PtyPort::stream_for_ever(std::uint64_t rate) {
+  stream_left_ = 0;
+  endless_ = rate > 0;
+  if (endless_) stream(std::numeric_limits<std::uint64_t>::max(), rate);
+}
+
 void PtyPort::flush() {
   blocked_ = false;
   retry_at_ = Clock::time_point::max();
-  if (!pending()) return;
+  if (head_ == waiting_.size() && stream_left_ == 0) return;
   if (!(chunk_ > 0 ? flush_pieces() : flush_whole())) return;
   release_peer();
   if (stream_left_ > 0) flush_stream();

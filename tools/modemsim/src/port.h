@@ -43,9 +43,12 @@ class PtyPort {
   void queue(const std::string& bytes);
   // Adds a generated stream behind what is queued; `rate` in bytes per second, 0 without limit.
   void stream(std::uint64_t bytes, std::uint64_t rate);
+  // A stream without end, for which nobody waits; rate 0 stops it.
+  void stream_for_ever(std::uint64_t rate);
+  bool streams_for_ever() const { return endless_; }
   void set_chunk(std::size_t bytes) { chunk_ = bytes; }
 
-  bool pending() const { return open_ && (head_ < waiting_.size() || stream_left_ > 0); }
+  bool pending() const { return open_ && (head_ < waiting_.size() || (stream_left_ > 0 && !endless_)); }
   // Writes as much as goes. Afterwards blocked() says whether to poll for room, and retry_at() when to come
   // again without it (Clock::time_point::max() for never).
   void flush();
@@ -72,6 +75,7 @@ class PtyPort {
   bool blocked_ = false;
   Clock::time_point retry_at_ = Clock::time_point::max();
   Clock::time_point last_piece_{};
+  bool endless_ = false;
   std::uint64_t stream_left_ = 0;
   std::uint64_t stream_rate_ = 0;
   std::uint64_t stream_position_ = 0;

@@ -34,7 +34,7 @@ std::map<int, std::string> default_sim_files() {
       // User list: Germany 01, Canada 720, each with its access technologies.
       {28512,
        "62F2104080"
-       "03720280C0"},
+       "03022780C0"},
       // Operator list: the home network, 311-180, Mexico 020 and 03.
       {28513,
        "1300144000"

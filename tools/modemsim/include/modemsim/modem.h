@@ -95,8 +95,8 @@ struct State {
   bool bars_reports = false;  // AT+GTBARS=1
   // Antennas: raw values of +BAS
   int bas_a = 320, bas_b = 288, antenna = 0;
-  int antenna_lock = 2;                              // EPHY_BAS_SET: 0, 1 one antenna, 2 automatic
-  std::string bas_detail = "EPHY: BAS a=320 b=288";  // a line between +BAS and OK; "" for none
+  int antenna_lock = 2;                         // EPHY_BAS_SET: 0, 1 one antenna, 2 automatic
+  std::string bas_detail = "EPHY: BAS status";  // a line between +BAS and OK; "" for none
   bool bas_reports = false;
   // Configuration
   int carrier_id = 201;
@@ -136,6 +136,8 @@ struct Traffic {
   bool to_modem = false;
   std::string bytes;
 };
+
+struct Scenario;  // modemsim/scenario.h
 
 class Modem {
  public:
@@ -194,9 +196,18 @@ class Modem {
   void stream_trace(std::uint64_t bytes, std::uint64_t bytes_per_second = 0);
   static unsigned char trace_byte(std::uint64_t position);
 
+  // Plays a scenario from its beginning: sets the state, places files and sensor below the root, starts the
+  // timeline, `speed` times as fast as written. Call it after start and before the library is opened. False
+  // with a message in error(). stop() ends it; a second scenario replaces the first.
+  bool play(const Scenario& scenario, double speed = 1);
+  // Waits until the last event of the timeline was played; false after `patience`.
+  bool wait_played(Milliseconds patience = Milliseconds(10000));
+
   // Called on the simulator's thread for each command and each write; must not call the modem. Set before
   // start.
   void observe(std::function<void(const Traffic&)> observer);
+  // The same for each event of a timeline that is played.
+  void observe_events(std::function<void(const std::string& text)> observer);
 
  private:
   struct Impl;

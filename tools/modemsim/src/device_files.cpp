@@ -1,0 +1,81 @@
+#include "device_files.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "state.h"
+
+namespace modemsim {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kProxFolder[] = "/sys/devices/virtual/proximity/proximity0/";
+constexpr unsigned kMeanPacket = 800;  // bytes, for the packet counters
+
+std::string hexadecimal(int value, unsigned mask) {
+  return format("%x\n", static_cast<unsigned>(value) & mask);
+}
+
+}  // namespace
+
+std::string write_device_file(const std::string& root, const std::string& path, const std::string& contents) {
+  const fs::path target = root + "/" + path;
+  const fs::path fresh = target.string() + ".new";
+  std::error_code failed;
+  fs::create_directories(target.parent_path(), failed);
+  if (failed) return "cannot create " + target.parent_path().string() + ": " + failed.message();
+  std::ofstream file(fresh, std::ios::binary | std::ios::trunc);
+  file << contents;
+  file.close();
+  if (!file) return "cannot write " + fresh.string() + ": " + std::strerror(errno);
+  fs::rename(fresh, target, failed);
+  return failed ? "cannot write " + target.string() + ": " + failed.message() : "";
+}
+
+std::string remove_device_file(const std::string& root, const std::string& path) {
+  std::error_code failed;
+  fs::remove(root + "/" + path, failed);
+  return failed ? "cannot remove " + root + "/" + path + ": " + failed.message() : "";
+}
+
+std::string write_prox(const std::string& root, const Prox& prox, bool create) {
+  std::string problem;
+  const auto write = [&](const char* entry, const std::string& contents) {
+    if (problem.empty()) problem = write_device_file(root, std::string(kProxFolder) + entry, contents);
+  };
+  if (create) {
+    write("prox_ctrl0", "70\n");
+    write("sensor_sel", "0\n");
+  }
+  if (create || prox.diff) write("prox_diff", hexadecimal(prox.diff.value_or(0), 0x1FFF));
+  if (create || prox.avg) write("prox_avg", hexadecimal(prox.avg.value_or(2000), 0xFFFF));
+  if (create || prox.offset) write("prox_offset", hexadecimal(prox.offset.value_or(1000), 0xFFFF));
+  if (create || prox.use) write("prox_use", hexadecimal(prox.use.value_or(5000), 0xFFFF));
+  return problem;
+}
+
+std::string write_net_counters(const std::string& root, const NetCounters& net, bool connected) {
+  std::string text =
+      "Inter-|   Receive                                                |  Transmit\n"
+      " face |bytes    packets errs drop fifo frame compressed multicast|bytes    packets errs drop fifo "
+      "colls carrier "
+      "compressed\n"
+      "    lo:       0       0    0    0    0     0          0         0        0       0    0    0    0     "
+      "0       0"
+      "          0\n";
+  if (connected) {
+    const auto rx = static_cast<unsigned long long>(net.rx);
+    const auto tx = static_cast<unsigned long long>(net.tx);
+    text += format(
+        " wwan0: %7llu %7llu    0    0    0     0          0         0 %8llu %7llu    0    0    0     0 "
+        "      0          0\n",
+        rx, rx / kMeanPacket, tx, tx / kMeanPacket);
+  }
+  return write_device_file(root, "/proc/net/dev", text);
+}
+
+}  // namespace modemsim

@@ -1,0 +1,22 @@
+// Files of the device around the modem, below a root folder: what other programs and the kernel would
+// provide.
+#ifndef MODEMSIM_DEVICE_FILES_H
+#define MODEMSIM_DEVICE_FILES_H
+
+#include <string>
+
+#include "modemsim/scenario.h"
+
+namespace modemsim {
+
+// Each returns "" or what went wrong. Files are replaced whole: a reader sees the old or the new contents.
+std::string write_device_file(const std::string& root, const std::string& path, const std::string& contents);
+std::string remove_device_file(const std::string& root, const std::string& path);
+// The sensor's entries that `prox` names; with `create` also the ones that a driver only takes values in.
+std::string write_prox(const std::string& root, const Prox& prox, bool create);
+// /proc/net/dev; without `connected` there is no wwan0.
+std::string write_net_counters(const std::string& root, const NetCounters& net, bool connected);
+
+}  // namespace modemsim
+
+#endif

@@ -1,0 +1,191 @@
+// modemsim: the simulated modem as a program.
+#include <signal.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <mutex>
+
+#include "commands.h"
+#include "modemsim/modem.h"
+#include "modemsim/scenario.h"
+
+namespace {
+
+using modemsim::Port;
+
+constexpr char kAbout[] =
+    "modemsim plays a cellular modem: it makes the three serial ports of the device below a root folder, "
+    "answers AT "
+    "commands on the query port, sends reports on the URC port and trace bytes on the trace port.";
+
+constexpr char kExample[] =
+    "Example, in two terminals:\n"
+    "  modemsim --root /tmp/device --scenario home-lte -v\n"
+    "  brioctl --root /tmp/device status\n"
+    "or by hand, with any serial terminal:\n"
+    "  picocom /tmp/device/dev/ttyACM2\n"
+    "\n"
+    "A scenario is a TOML file: [state] sets what the modem knows, [[at]] tells what happens when. Those "
+    "that are\n"
+    "installed are found by their name (home-lte, rough-day).";
+
+const char* form_of(modemsim::Form form) {
+  switch (form) {
+    case modemsim::Form::kRead:
+      return "?";
+    case modemsim::Form::kTest:
+      return "=?";
+    case modemsim::Form::kSet:
+      return "=";
+    default:
+      return "";
+  }
+}
+
+void list_commands() {
+  for (const modemsim::Command& command : modemsim::command_table()) {
+    std::string usage = std::string(command.name) + form_of(command.form) + command.arguments;
+    if (command.form == modemsim::Form::kCall)
+      usage = std::string(command.name) + "(" + command.arguments + ")";
+    std::printf("%-60s %s\n", usage.c_str(), command.what);
+  }
+  std::printf("Everything else is answered with ERROR. Case does not matter.\n");
+}
+
+// Bytes as they went over the wire, on one line.
+std::string visible(const std::string& bytes) {
+  std::string text;
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (c == '\r') {
+      text += "\\r";
+    } else if (c == '\n') {
+      text += "\\n";
+    } else if (byte < 0x20 || byte == 0x7F) {
+      char code[8];
+      std::snprintf(code, sizeof code, "\\x%02x", byte);
+      text += code;
+    } else {
+      text += c;
+    }
+    if (text.size() > 2000) return text + "...";
+  }
+  return text;
+}
+
+class Printer {
+ public:
+  void traffic(const modemsim::Traffic& traffic) {
+    const char* const names[] = {"trace", "query", "urc  "};
+    line(std::string(names[static_cast<int>(traffic.port)]) + (traffic.to_modem ? " > " : " < ") +
+         visible(traffic.bytes));
+  }
+  void event(const std::string& text) { line("event   " + text); }
+
+ private:
+  void line(const std::string& text) {
+    const std::chrono::duration<double> now = std::chrono::steady_clock::now() - start_;
+    std::printf("%9.3f %s\n", now.count(), text.c_str());
+    std::fflush(stdout);
+  }
+
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+// Waits for a signal to end, at most `seconds` (0: without limit).
+void wait_for_the_end(const sigset_t& signals, double seconds) {
+  if (seconds <= 0) {
+    int which = 0;
+    sigwait(&signals, &which);
+    return;
+  }
+  timespec patience{};
+  patience.tv_sec = static_cast<time_t>(seconds);
+  patience.tv_nsec = static_cast<long>((seconds - static_cast<double>(patience.tv_sec)) * 1e9);
+  sigtimedwait(&signals, nullptr, &patience);
+}
+
+int complain(const std::string& what) {
+  std::fprintf(stderr, "modemsim: %s\n", what.c_str());
+  return 1;
+}
+
+int play(std::string root, const std::string& scenario_name, bool verbose, double seconds, double speed) {
+  modemsim::Scenario scenario;
+  if (!scenario_name.empty()) {
+    const std::string file = modemsim::find_scenario(scenario_name);
+    if (file.empty())
+      return complain("there is no scenario " + scenario_name + ": give a file or an installed name");
+    scenario = modemsim::load_scenario(file);
+  }
+
+  // Signals first: every thread from here on leaves them to wait_for_the_end.
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, number);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+  const bool own_root = root.empty();
+  if (own_root) {
+    std::string name = (std::filesystem::temp_directory_path() / "modemsim.XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) return complain("cannot create a folder below the temporary folder");
+    root = name;
+  }
+  int result = 0;
+  {
+    Printer printer;
+    modemsim::Modem modem;
+    if (verbose) {
+      modem.observe([&](const modemsim::Traffic& traffic) { printer.traffic(traffic); });
+      modem.observe_events([&](const std::string& text) { printer.event(text); });
+    }
+    if (!modem.start(root) || !modem.play(scenario, speed)) {
+      result = complain(modem.error());
+    } else {
+      if (!scenario.title.empty()) std::printf("%s\n", scenario.title.c_str());
+      std::printf("query port %s/dev/ttyACM2\nURC port   %s/dev/ttyACM3\ntrace port %s/dev/ttyACM1\n",
+                  root.c_str(), root.c_str(), root.c_str());
+      std::printf("End with Ctrl-C.\n");
+      std::fflush(stdout);
+      wait_for_the_end(signals, seconds);
+    }
+  }
+  std::error_code failed;
+  if (own_root) std::filesystem::remove_all(root, failed);
+  return result;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{kAbout, "modemsim"};
+  app.footer(kExample);
+  std::string root;
+  std::string scenario;
+  bool commands = false;
+  bool verbose = false;
+  double seconds = 0;
+  double speed = 1;
+  app.add_option("--root", root, "Folder that stands for the device's \"/\" (default: a temporary one)");
+  app.add_option("--scenario", scenario, "Scenario file, or the name of an installed one");
+  app.add_option("--speed", speed, "Play the scenario this many times as fast")->check(CLI::PositiveNumber);
+  app.add_option("--seconds", seconds, "End after this time (default: at Ctrl-C)")
+      ->check(CLI::PositiveNumber);
+  app.add_flag("--list-commands", commands, "Print the commands that the modem knows");
+  app.add_flag("-v,--verbose", verbose, "Print each command, answer, report and event");
+  CLI11_PARSE(app, argc, argv);
+  if (commands) {
+    list_commands();
+    return 0;
+  }
+  try {
+    return play(root, scenario, verbose, seconds, speed);
+  } catch (const std::exception& error) {
+    return complain(error.what());
+  }
+}
