@@ -3,22 +3,11 @@
 
 #include "brio/brio.h"
 #include "brio/briolib.h"
-#include "support/sim_fixture.h"
+#include "support/answer_fixture.h"
 
 namespace {
 
-using Commands = std::vector<std::string>;
-
-class ModemIdentity : public SimFixture {
- protected:
-  void answer(const std::string& command, const std::string& reply) {
-    modemsim::Fault fault;
-    fault.command = command;
-    fault.reply = reply;
-    fault.replace = true;
-    modem().fault(fault);
-  }
-};
+using ModemIdentity = AnswerFixture;
 using FactoryCommands = ModemIdentity;
 using SarBackOff = ModemIdentity;
 

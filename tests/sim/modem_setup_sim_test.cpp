@@ -6,29 +6,17 @@
 
 #include "brio/brio.h"
 #include "brio/briolib.h"
-#include "support/sim_fixture.h"
+#include "support/answer_fixture.h"
 
 namespace {
 
-using Commands = std::vector<std::string>;
-
 constexpr char kWanInfo[] = "/var/local/wan/info";
 constexpr char kApnFile[] = "/mnt/us/apn";
-constexpr char kError[] = "\r\nERROR\r\n";
-constexpr char kBareOk[] = "\r\nOK\r\n";
-
 // What a binary file may hold; as a text it ends at the NUL.
 const std::string kJunk("\xFF\x00\x01\x7F=\r\x80", 7);
 
-class ModemSetup : public SimFixture {
+class ModemSetup : public AnswerFixture {
  protected:
-  void answer(const std::string& command, const std::string& reply) {
-    modemsim::Fault fault;
-    fault.command = command;
-    fault.reply = reply;
-    fault.replace = true;
-    modem().fault(fault);
-  }
   void fresh() {
     modem().clear_faults();
     modem().clear_commands();
@@ -52,8 +40,12 @@ TEST_F(ModemSetup, TheWrongCarrierIsReplacedOnEveryRow) {
     const char* carrier;
   };
   const Case cases[] = {
-      {"310410123456789", 201, "ATT"}, {"302720123456789", 201, "ROGERS"}, {"440101234567890", 216, "DOCOMO"},
-      {"234151234567890", 202, "VOD"}, {"204041234567890", 202, "VOD"},
+      {"310410123456789", 201, "ATT"},
+      {"302720123456789", 201, "ROGERS"},
+      {"440101234567890", 216, "DOCOMO"},
+      {"234151234567890", 202, "VOD"},
+      {"204041234567890", 202, "VOD"},
+      {"144010234567890", 216, "DOCOMO"},  // sought anywhere in the first six characters
   };
   for (const auto& c : cases) {
     for (int current : {201, 202, 216, 205, 65535}) {
@@ -220,6 +212,7 @@ TEST_F(ModemSetup, TheOverrideFileNamesTheApn) {
       {"m2m.example\n", {set_apn("m2m.example")}},
       {"  m2m.example \t\r\nsecond.line\n", {set_apn("m2m.example")}},
       {"m2m.example", {set_apn("m2m.example")}},
+      {"two words\rAT+CFUN=0\n", {set_apn("two words")}},  // one line is one command
       {" \n", {set_apn("")}},
       {"", {}},
       // The modem refuses the command that lost its end.
@@ -279,7 +272,8 @@ TEST_F(ModemSetup, TheWanInformationFileDecidesTheWanType) {
   };
   const Case cases[] = {
       {"WAN_TYPE=7\n", 7},
-      {"WAN_TYPE=6", 6},
+      {"WAN_TYPE= 6", 6},
+      {"abcdefghi5WAN_TYPE=7", 5},
       {"# comment\nOTHER=1\nWAN_TYPE=7\nWAN_TYPE=6\n", 7},
       {" WAN_TYPE=7\n", 0},
       {"WAN_TYPE=\n", 0},

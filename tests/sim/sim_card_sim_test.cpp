@@ -4,25 +4,11 @@
 #include "brio/brio.h"
 #include "brio/briolib.h"
 #include "brio_common/shared_data.h"
-#include "support/sim_fixture.h"
+#include "support/answer_fixture.h"
 
 namespace {
 
-using Commands = std::vector<std::string>;
-
-constexpr char kBareOk[] = "\r\nOK\r\n";
-constexpr char kError[] = "\r\nERROR\r\n";
-
-class SimCard : public SimFixture {
- protected:
-  void answer(const std::string& command, const std::string& reply) {
-    modemsim::Fault fault;
-    fault.command = command;
-    fault.reply = reply;
-    fault.replace = true;
-    modem().fault(fault);
-  }
-};
+using SimCard = AnswerFixture;
 
 TEST_F(SimCard, MapsTheCardStatusAndKeepsIt) {
   open_ready();

@@ -11,16 +11,12 @@
 #include "brio/briolib.h"
 #include "brio_common/shared_data.h"
 #include "static_info.h"
-#include "support/sim_fixture.h"
+#include "support/answer_fixture.h"
 
 namespace {
 
-using Commands = std::vector<std::string>;
-
 constexpr char kFile[] = "/var/local/wan/static_info";
 constexpr char kReadIccid[] = "AT+CRSM=176,12258,0,0,0";
-constexpr char kError[] = "\r\nERROR\r\n";
-
 const Commands kAllReads = {
     kReadIccid,
     "AT+CRSM=176,28643,0,0,18",
@@ -41,10 +37,10 @@ constexpr char kText[] =
     "LOCI: FFFFFFFF130014FFFE0001\n"
     "EPSLOCI: 0BF61300148001010102030413001400010F\n";
 
-class StaticInfoFile : public SimFixture {
+class StaticInfoFile : public AnswerFixture {
  protected:
   void SetUp() override {
-    SimFixture::SetUp();
+    AnswerFixture::SetUp();
     // As at the start of the process.
     memset(brio::g_sim_info_hash, 0, sizeof(brio::g_sim_info_hash));
     briolib_set_sim_info_md5_status(0);
@@ -67,14 +63,6 @@ class StaticInfoFile : public SimFixture {
         {28643, "0BF61300148001010102030413001400010F"},
     };
     return state;
-  }
-
-  void answer(const std::string& command, const std::string& reply) {
-    modemsim::Fault fault;
-    fault.command = command;
-    fault.reply = reply;
-    fault.replace = true;
-    modem().fault(fault);
   }
 
   void force() { EXPECT_EQ(0u, brio_get_sim_static_info(1)); }

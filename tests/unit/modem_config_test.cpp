@@ -76,56 +76,6 @@ TEST(ModemConfig, ReadsTheModelAndItsWanType) {
   EXPECT_FALSE(parse_model(nullptr, model));
 }
 
-TEST(ModemConfig, ReadsTheWanTypeFromTheTenthCharacter) {
-  struct Case {
-    const char* line;
-    bool found;
-    int type;
-  };
-  const Case cases[] = {
-      {"WAN_TYPE=7\n", true, 7},
-      {"WAN_TYPE= 6", true, 6},
-      {" WAN_TYPE=7\n", true, 0},
-      {"WAN_TYPE=", true, 0},
-      {"WAN_TYPE=263", true, 7},
-      {"WAN_TYPE=200\r\n", true, 200},
-      {"abcdefghi5WAN_TYPE=7", true, 5},
-      {"WAN_TYP=7", false, 99},
-      {"", false, 99},
-      {"wan_type=7", false, 99},
-  };
-  for (const auto& c : cases) {
-    uint8_t type = 99;
-    EXPECT_EQ(c.found, parse_wan_type_line(c.line, &type)) << c.line;
-    EXPECT_EQ(c.type, type) << c.line;
-  }
-}
-
-TEST(ModemConfig, TakesTheOverrideApnWithoutItsSurroundings) {
-  const char* const cases[][2] = {
-      {"apn.example\n", "apn.example"},
-      {" \t apn.example \t\r\n", "apn.example"},
-      {"\n", ""},
-      {"   ", ""},
-      {"two words\n", "two words"},
-      {"apn\rAT+CFUN=0\n", "apn"},  // one line is one command
-  };
-  for (const auto& c : cases) {
-    std::string line = c[0];
-    EXPECT_STREQ(c[1], override_apn(&line[0])) << c[0];
-  }
-}
-
-TEST(ModemConfig, CutsTheApnCommand) {
-  char command[kApnCommandSize];
-  build_apn_command("m2m.example", command);
-  EXPECT_STREQ("AT+CGDCONT=1,\"IP\",\"m2m.example\",\"\",0,0", command);
-  build_apn_command("", command);
-  EXPECT_STREQ("AT+CGDCONT=1,\"IP\",\"\",\"\",0,0", command);
-  build_apn_command(std::string(255, 'a').c_str(), command);
-  EXPECT_EQ("AT+CGDCONT=1,\"IP\",\"" + std::string(127 - 19, 'a'), command);
-}
-
 TEST(ModemConfig, QuotesTheRemovedFileOnlyBelowARootDirectory) {
   struct Case {
     const char* path;
@@ -151,13 +101,6 @@ TEST(ModemConfig, QuotesTheRemovedFileOnlyBelowARootDirectory) {
   for (size_t capacity = 1; capacity < sizeof(exact); capacity++) {
     EXPECT_FALSE(build_remove_command("aaa", "/x", exact, capacity)) << capacity;
   }
-}
-
-TEST(ModemConfig, FindsAutomaticSelectionInAnyCase) {
-  EXPECT_EQ(1u, snapshot_mode_of_line("300 AT+COPS=0\n"));
-  EXPECT_EQ(1u, snapshot_mode_of_line("at+cops=0"));
-  EXPECT_EQ(0u, snapshot_mode_of_line("300 AT+COPS=1,2,\"310410\""));
-  EXPECT_EQ(0u, snapshot_mode_of_line(""));
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <string>
 
-#include "carriers.h"
 #include "parse/sim_identity.h"
 #include "support/corpus.h"
 
@@ -32,33 +31,6 @@ TEST(SimIdentity, ReadsImsisOfTheCorpusAndTheirHomePlmn) {
     brio::parse::home_plmn(imsi, mcc, mnc);
     EXPECT_EQ(row[2], mcc) << row[0];
     EXPECT_EQ(row[3], mnc) << row[0];
-  }
-}
-
-TEST(Carriers, AcceptAndSelectByTheSimPrefix) {
-  struct Case {
-    const char* prefix;
-    uint16_t carrier_id;  // 0: no carrier
-    const char* command;
-  };
-  const Case cases[] = {
-      {"310410", 201, "at+gtfdcar=201"},
-      {"302720", 201, "at+gtfdcar=201"},
-      {"440101", 216, "at+gtfdcar=216"},
-      {"144010", 216, "at+gtfdcar=216"},  // sought anywhere in the six characters
-      {"234150", 202, "at+gtfdcar=202"},
-      {"204049", 202, "at+gtfdcar=202"},
-      {"310260", 0, nullptr},
-      {"31041", 0, nullptr},
-      {"", 0, nullptr},
-  };
-  for (const auto& c : cases) {
-    const brio::Carrier* carrier = brio::carrier_of_sim(c.prefix);
-    ASSERT_EQ(c.carrier_id != 0, carrier != nullptr) << c.prefix;
-    EXPECT_STREQ(c.command, carrier != nullptr ? carrier->command : nullptr);
-    for (uint16_t id : {201, 202, 216, 205, 0, 65535}) {
-      EXPECT_EQ(c.carrier_id == id && id != 0, brio::carrier_accepts_sim(id, c.prefix)) << c.prefix << id;
-    }
   }
 }
 
