@@ -374,37 +374,37 @@ TEST_F(OpenTest, LogConfiguration) {
     SCOPED_TRACE(c.name);
     reopen();
     root().write(kLogConfig, c.content);
-    g_brio_lib_log_mask = kMaskBefore;
+    set_log_mask(kMaskBefore);
     ASSERT_EQ(open(), 0u);
-    EXPECT_EQ(g_brio_lib_log_mask, c.mask);
+    EXPECT_EQ(log_mask(), c.mask);
     EXPECT_FALSE(log_capture::has("No log config file detected"));
-    g_brio_lib_log_mask = 0;
+    set_log_mask(0);
   }
   root().write(kLogConfig, "0x10\n");
   reopen();
-  g_brio_lib_log_mask = kMaskBefore;
+  set_log_mask(kMaskBefore);
   ASSERT_EQ(open(), 0u);
   EXPECT_TRUE(log_capture::has("log config file: 0x10\n"));
 }
 
 TEST_F(OpenTest, LogConfigurationThatCannotBeRead) {
-  g_brio_lib_log_mask = kMaskBefore;
+  set_log_mask(kMaskBefore);
   ASSERT_EQ(open(), 0u);
   EXPECT_TRUE(log_capture::has("No log config file detected"));
-  EXPECT_EQ(g_brio_lib_log_mask, kMaskBefore);
+  EXPECT_EQ(log_mask(), kMaskBefore);
 
   reopen();
   root().make_directory(kLogConfig);
   ASSERT_EQ(open(), 0u);
-  EXPECT_EQ(g_brio_lib_log_mask, kMaskBefore);
+  EXPECT_EQ(log_mask(), kMaskBefore);
 
   reopen();
   root().remove(kLogConfig);
   ASSERT_EQ(symlink(root().path(kLogConfig).c_str(), root().path(kLogConfig).c_str()), 0);
   ASSERT_EQ(open(), 0u);
   EXPECT_TRUE(log_capture::has("No log config file detected"));
-  EXPECT_EQ(g_brio_lib_log_mask, kMaskBefore);
-  g_brio_lib_log_mask = 0;
+  EXPECT_EQ(log_mask(), kMaskBefore);
+  set_log_mask(0);
 }
 
 // ---- Stored manual selection

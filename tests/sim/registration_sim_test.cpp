@@ -100,7 +100,7 @@ TEST_F(RegistrationSim, QueryAsksForBothDomains) {
 
 TEST_F(RegistrationSim, RefreshReadsTheIccidAgain) {
   open_ready();
-  g_brio_lib_log_mask = BRIO_LOG_DEBUG | BRIO_LOG_PARSE | BRIO_LOG_REG;
+  set_log_mask(BRIO_LOG_DEBUG | BRIO_LOG_PARSE | BRIO_LOG_REG);
   // The file holds the digits nibble-swapped.
   modemsim::Fault answer;
   answer.command = "AT+CRSM=176,12258";
@@ -119,12 +119,12 @@ TEST_F(RegistrationSim, RefreshReadsTheIccidAgain) {
   EXPECT_TRUE(log_capture::has("get crsm [+CRSM: ***,*,\"" + std::string(21, '*') + "F\"]"));
   EXPECT_FALSE(log_capture::has("9894100341"));
   EXPECT_FALSE(log_capture::has("8949013014"));
-  g_brio_lib_log_mask = 0;
+  set_log_mask(0);
 }
 
 TEST_F(RegistrationSim, OtherProactiveCommandsSendNothing) {
   open_ready();
-  g_brio_lib_log_mask = BRIO_LOG_REG;
+  set_log_mask(BRIO_LOG_REG);
   modem().urc("+STKPCI:12345678901234567890123");        // 23 characters
   modem().urc("+STKPCI: 0,\"D009810301010182028182\"");  // another qualifier
   modem().urc("+STKPCI:    0,\"D0098103010100820281");   // 24 with its blanks, shorter than the pattern
@@ -135,7 +135,7 @@ TEST_F(RegistrationSim, OtherProactiveCommandsSendNothing) {
   EXPECT_TRUE(modem().commands().empty());
   briolib_parse_stkpci(nullptr);
   EXPECT_TRUE(log_capture::has("briolib_parse_stkpci:stkpci_str is NULL:"));
-  g_brio_lib_log_mask = 0;
+  set_log_mask(0);
 }
 
 TEST_F(RegistrationSim, RefreshWithoutAnAnswerLine) {

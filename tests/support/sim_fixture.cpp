@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "base/words.h"
 #include "brio/brio.h"
 
 namespace fs = std::filesystem;
@@ -82,6 +83,14 @@ void SimFixture::close_library() {
 
 uint32_t SimFixture::open() {
   return brio_open("/dev/ttyACM2");
+}
+
+void SimFixture::set_log_mask(uint32_t bits) {
+  brio::relaxed_store(g_brio_lib_log_mask, bits);
+}
+
+uint32_t SimFixture::log_mask() {
+  return brio::relaxed_load(g_brio_lib_log_mask);
 }
 
 void SimFixture::open_ready() {

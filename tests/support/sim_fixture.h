@@ -63,6 +63,9 @@ class SimFixture : public ::testing::Test {
   uint32_t open();
   // brio_open, then forgets the commands and the log of the open sequence.
   void open_ready();
+  // The library's log mask, which its threads read at any time.
+  static void set_log_mask(uint32_t bits);
+  static uint32_t log_mask();
   // Whether the closed library holds no more descriptors and threads than before it was first opened. Waits
   // up to ten seconds: a joined thread leaves /proc a little later, and the simulator opens descriptors of
   // its own for a moment.
