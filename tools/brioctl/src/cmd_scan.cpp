@@ -23,6 +23,8 @@ std::vector<Entry> parse_list(const std::string& list) {
     if (!quoted && c == ';') {
       if (fields.size() >= 7) {
         std::string name = fields[5] == "\"\"" ? fields[6] : fields[5];
+        if (name.size() >= 2 && name.front() == '"' && name.back() == '"')
+          name = name.substr(1, name.size() - 2);
         entries.push_back({fields[0], fields[1] + "-" + fields[2], fields[3], name});
       }
       fields.assign(1, "");

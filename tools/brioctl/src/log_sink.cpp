@@ -14,7 +14,7 @@ using Clock = std::chrono::steady_clock;
 
 std::mutex s_mutex;  // guards everything below
 bool s_echo = false;
-std::string s_last_error;
+std::string s_first_error;
 std::string s_modem_error;
 std::vector<Request> s_requests;
 Clock::time_point s_request_start;
@@ -50,6 +50,10 @@ void note_request(const std::string& line) {
 void note_event(const std::string& line) {
   std::string report = between(line, "I blib:URC::", "\n");
   if (!report.empty()) {
+    // The answers to these queries take the same road.
+    for (const char* answer : {"+GTSIMSTATUS:", "+CRSM:"}) {
+      if (report.compare(0, std::strlen(answer), answer) == 0) return;
+    }
     s_events.push_back("report  " + report);
     return;
   }
@@ -75,7 +79,7 @@ void take(int priority, const char* format, va_list arguments) {
     double seconds = std::chrono::duration<double>(Clock::now() - s_start).count();
     fprintf(stderr, "%9.3f  %s\n", seconds, line.c_str());
   }
-  if (LOG_PRI(priority) == LOG_ERR) s_last_error = line;
+  if (LOG_PRI(priority) == LOG_ERR && s_first_error.empty()) s_first_error = line;
   std::string refused = between(line, "AT_err_string:", ":");
   if (!refused.empty()) s_modem_error = refused;
   note_request(line);
@@ -89,9 +93,9 @@ void echo(bool on) {
   s_echo = on;
 }
 
-std::string last_error() {
+std::string first_error() {
   std::lock_guard<std::mutex> lock(s_mutex);
-  return s_last_error;
+  return s_first_error;
 }
 
 std::string modem_error() {
@@ -101,7 +105,7 @@ std::string modem_error() {
 
 void clear_errors() {
   std::lock_guard<std::mutex> lock(s_mutex);
-  s_last_error.clear();
+  s_first_error.clear();
   s_modem_error.clear();
 }
 

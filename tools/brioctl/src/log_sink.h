@@ -18,8 +18,8 @@ struct Request {
 // Prints every line on standard error.
 void echo(bool on);
 
-// The last error line of the library, "" when there was none.
-std::string last_error();
+// The first error line of the library since clear_errors(), "" when there was none.
+std::string first_error();
 // The final line of the last command that the modem refused, "" when there was none.
 std::string modem_error();
 void clear_errors();

@@ -30,6 +30,8 @@ int main(int argc, char** argv) {
   app.add_option("--scenario", options.scenario,
                  "Scenario of the simulated modem, a file or an installed name; implies --sim")
       ->type_name("SCENARIO");
+  app.add_option("--speed", options.speed, "Play the scenario this many times as fast")
+      ->check(CLI::PositiveNumber);
   app.add_flag("-v,--verbose", options.verbose, "Show the library's log on standard error");
   app.add_flag("--identities", options.identities, "Show IMSI and ICCID whole");
 
@@ -85,6 +87,9 @@ int main(int argc, char** argv) {
   try {
     if (*demo) {
       if (options.root.empty()) options.simulate = true;
+      if (options.scenario.empty()) options.scenario = "demo";
+      // A minute of the scenario in the few seconds of the tour.
+      if (app.count("--speed") == 0) options.speed = 10;
       return run_demo(options, demo_seconds);
     }
     if (*status) return run_status(options, json);

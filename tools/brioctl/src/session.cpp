@@ -7,6 +7,7 @@
 
 #include "log_sink.h"
 #include "modemsim/modem.h"
+#include "modemsim/scenario.h"
 #include "report.h"
 
 namespace brioctl {
@@ -18,17 +19,14 @@ namespace fs = std::filesystem;
 constexpr uint32_t kLibraryLog = BRIO_LOG_PORT | BRIO_LOG_REQUEST;
 constexpr uint32_t kModuleLog = WABS_LOG_EVENT | WABS_LOG_NOTICE | WABS_LOG_WARNING | WABS_LOG_ERROR;
 
-std::string find_scenario(const std::string& wanted) {
+std::string scenario_path(const std::string& wanted) {
   std::string name = wanted.empty() ? "home-lte" : wanted;
-  if (fs::exists(name)) return name;
-  std::string program = fs::read_symlink("/proc/self/exe").parent_path();
-  for (const std::string& directory :
-       {std::string(BRIOCTL_BUILD_SCENARIOS), program + "/../share/brio_module/scenarios"}) {
-    std::string path = directory + "/" + name + ".toml";
-    if (fs::exists(path)) return path;
+  for (const std::string& candidate : {name, std::string(BRIOCTL_BUILD_SCENARIOS "/") + name + ".toml"}) {
+    std::string path = modemsim::find_scenario(candidate);
+    if (!path.empty()) return path;
   }
   throw Failure("There is no scenario '" + name +
-                "'. Give a file, or one of the installed names: home-lte, rough-day.");
+                "'. Give a file, or an installed name: demo, home-lte, rough-day.");
 }
 
 }  // namespace
@@ -36,18 +34,19 @@ std::string find_scenario(const std::string& wanted) {
 struct Simulation {
   std::string scenario;
   std::string directory;
-  modemsim::Modem player;
+  modemsim::Modem modem;
 
-  explicit Simulation(const std::string& path) : scenario(path) {
+  Simulation(const std::string& path, double speed) : scenario(path) {
+    modemsim::Scenario played = modemsim::load_scenario(path);
     char name[] = "/tmp/brioctl-XXXXXX";
     if (mkdtemp(name) == nullptr) throw Failure("No temporary directory can be made below /tmp.");
     directory = name;
-    if (!player.start(directory)) {
-      throw Failure("The simulated modem did not start: " + player.error() + ".");
+    if (!modem.start(directory) || !modem.play(played, speed)) {
+      throw Failure("The simulated modem did not start: " + modem.error() + ".");
     }
   }
   ~Simulation() {
-    player.stop();
+    modem.stop();
     std::error_code ignored;
     fs::remove_all(directory, ignored);
   }
@@ -56,7 +55,7 @@ struct Simulation {
 std::string explain(const std::string& what) {
   std::string text = what;
   if (!log_sink::modem_error().empty()) text += "; the modem said: " + log_sink::modem_error();
-  if (!log_sink::last_error().empty()) text += "\nLast error of the library: " + log_sink::last_error();
+  if (!log_sink::first_error().empty()) text += "\nFirst error of the library: " + log_sink::first_error();
   return text + "\nRun the command again with -v to see its whole log.";
 }
 
@@ -64,7 +63,7 @@ Session::Session(const Options& options) : options_(options), root_(options.root
   lib.load(options.library);
   if (options.simulate) {
     try {
-      simulation_ = std::make_unique<Simulation>(find_scenario(options.scenario));
+      simulation_ = std::make_unique<Simulation>(scenario_path(options.scenario), options.speed);
     } catch (const Failure&) {
       throw;
     } catch (const std::exception& problem) {

@@ -14,6 +14,7 @@ struct Options {
   std::string root;      // "" for the device itself
   std::string scenario;  // simulate this scenario: a file, or the name of an installed one
   bool simulate = false;
+  double speed = 1;  // the scenario is played this many times as fast
   bool verbose = false;
   bool identities = false;  // show whole IMSI and ICCID
 };
