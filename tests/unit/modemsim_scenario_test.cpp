@@ -17,7 +17,6 @@ using modemsim::load_scenario;
 using modemsim::Milliseconds;
 using modemsim::Modem;
 using modemsim::parse_scenario;
-using modemsim::Port;
 using modemsim::Scenario;
 using modemsim::ScenarioError;
 using modemsim::State;

@@ -89,12 +89,12 @@ std::string sim_status(Session& s, const Arguments&) {
 }
 
 std::string iccid_query(Session& s, const Arguments&) {
-  const std::string error = sim_error(s.state);
+  std::string error = sim_error(s.state);
   return error.empty() ? answer("+CCID: " + s.state.iccid) : error;
 }
 
 std::string imsi_query(Session& s, const Arguments&) {
-  const std::string error = sim_error(s.state);
+  std::string error = sim_error(s.state);
   return error.empty() ? answer("+CIMI: " + s.state.imsi) : error;
 }
 
@@ -102,7 +102,7 @@ std::string imsi_query(Session& s, const Arguments&) {
 // that is shorter than asked for is given as far as it goes.
 std::string sim_file_read(Session& s, const Arguments& arguments) {
   constexpr int kReadBinary = 176;
-  const std::string error = sim_error(s.state);
+  std::string error = sim_error(s.state);
   if (!error.empty()) return error;
   int value[5] = {};
   if (arguments.size() < 2 || arguments.size() > 5) return kError;
@@ -126,8 +126,9 @@ std::string carrier_query(Session& s, const Arguments&) {
 
 std::string carrier_set(Session& s, const Arguments& arguments) {
   int carrier = 0;
-  if (arguments.size() != 1 || !to_number(arguments[0], carrier) || carrier < 0 || carrier > 65535)
+  if (arguments.size() != 1 || !to_number(arguments[0], carrier) || carrier < 0 || carrier > 65535) {
     return kError;
+  }
   s.state.carrier_id = carrier;
   return kOk;
 }
@@ -264,8 +265,9 @@ bool is_scan(const Parsed& command) {
 
 Milliseconds command_time(const Parsed& command, const State& state) {
   if (is_scan(command)) return state.scan_time;
-  if (command.name != "AT+COPS" || command.form != Form::kSet || command.arguments.empty())
+  if (command.name != "AT+COPS" || command.form != Form::kSet || command.arguments.empty()) {
     return Milliseconds(0);
+  }
   const std::string& mode = command.arguments[0];
   const bool selects = mode == "1" || mode == "4" || (mode == "0" && state.cops_mode != 0);
   return selects ? state.registration_time : Milliseconds(0);
@@ -275,8 +277,9 @@ std::string answer_command(const std::string& text, Session& session) {
   Parsed parsed;
   if (!parse_command(text, parsed)) return kError;
   for (const Command& command : kCommands) {
-    if (command.form == parsed.form && parsed.name == command.name)
+    if (command.form == parsed.form && parsed.name == command.name) {
       return command.run(session, parsed.arguments);
+    }
   }
   return kError;
 }

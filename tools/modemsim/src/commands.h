@@ -39,7 +39,7 @@ struct Parsed {
 };
 
 // False when a quote or bracket is left open.
-bool parse_command(const std::string& line, Parsed& parsed);
+bool parse_command(const std::string& text, Parsed& parsed);
 const std::vector<Command>& command_table();
 
 // How long the modem works on a command before it answers.
@@ -53,7 +53,7 @@ void boot(Session& session);
 void move_to_network(Session& session, const std::string& numeric);
 
 // The whole answer with its line ends, ERROR for what is not known.
-std::string answer_command(const std::string& line, Session& session);
+std::string answer_command(const std::string& text, Session& session);
 
 inline constexpr char kOk[] = "\r\nOK\r\n";
 inline constexpr char kError[] = "\r\nERROR\r\n";

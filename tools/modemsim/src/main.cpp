@@ -16,8 +16,6 @@
 
 namespace {
 
-using modemsim::Port;
-
 constexpr char kAbout[] =
     "modemsim plays a cellular modem: it makes the three serial ports of the device below a root folder, "
     "answers AT "
@@ -50,8 +48,9 @@ const char* form_of(modemsim::Form form) {
 void list_commands() {
   for (const modemsim::Command& command : modemsim::command_table()) {
     std::string usage = std::string(command.name) + form_of(command.form) + command.arguments;
-    if (command.form == modemsim::Form::kCall)
+    if (command.form == modemsim::Form::kCall) {
       usage = std::string(command.name) + "(" + command.arguments + ")";
+    }
     std::printf("%-60s %s\n", usage.c_str(), command.what);
   }
   std::printf("Everything else is answered with ERROR. Case does not matter.\n");
@@ -119,8 +118,9 @@ int play(std::string root, const std::string& scenario_name, bool verbose, doubl
   modemsim::Scenario scenario;
   if (!scenario_name.empty()) {
     const std::string file = modemsim::find_scenario(scenario_name);
-    if (file.empty())
+    if (file.empty()) {
       return complain("there is no scenario " + scenario_name + ": give a file or an installed name");
+    }
     scenario = modemsim::load_scenario(file);
   }
 
@@ -160,9 +160,7 @@ int play(std::string root, const std::string& scenario_name, bool verbose, doubl
   return result;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   CLI::App app{kAbout, "modemsim"};
   app.footer(kExample);
   std::string root;
@@ -183,8 +181,14 @@ int main(int argc, char** argv) {
     list_commands();
     return 0;
   }
+  return play(root, scenario, verbose, seconds, speed);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    return play(root, scenario, verbose, seconds, speed);
+    return run(argc, argv);
   } catch (const std::exception& error) {
     return complain(error.what());
   }

@@ -216,11 +216,13 @@ void Modem::Impl::wait() {
     patience.tv_sec = static_cast<time_t>(left.count() / 1000000000);
     patience.tv_nsec = static_cast<long>(left.count() % 1000000000);
   }
-  if (ppoll(items.data(), count, next == Clock::time_point::max() ? nullptr : &patience, nullptr) <= 0)
+  if (ppoll(items.data(), count, next == Clock::time_point::max() ? nullptr : &patience, nullptr) <= 0) {
     return;
+  }
   for (std::size_t i = 0; i < ports_.size(); i++) {
-    if (ports_[i].is_open())
+    if (ports_[i].is_open()) {
       readable_[i] = (items[poll_index_[i]].revents & (POLLIN | POLLHUP | POLLERR)) != 0;
+    }
   }
   if (items[0].revents != 0) {
     std::uint64_t value = 0;

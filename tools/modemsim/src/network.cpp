@@ -58,8 +58,7 @@ void join_automatically(Session& s) {
     }
   }
   if (best != nullptr) {
-    const Operator chosen = *best;
-    join_network(s, chosen.numeric, &chosen);
+    join_network(s, best->numeric, best);
   } else {
     join_network(s, s.last.numeric.empty() ? state.operator_numeric : s.last.numeric, nullptr);
   }
@@ -180,8 +179,7 @@ std::string operator_select(Session& s, const Arguments& arguments) {
   leave_network(s);
   state.cops_mode = mode;
   if (found != state.operators.end()) {
-    const Operator chosen = *found;
-    join_network(s, chosen.numeric, &chosen);
+    join_network(s, found->numeric, &*found);
   } else {
     join_network(s, arguments[2], nullptr);
     if (rat >= 0) state.rat = rat;
@@ -269,8 +267,7 @@ void move_to_network(Session& session, const std::string& numeric) {
     join_network(session, numeric, nullptr);
     return;
   }
-  const Operator chosen = *found;
-  join_network(session, numeric, &chosen);
+  join_network(session, numeric, &*found);
 }
 
 }  // namespace modemsim

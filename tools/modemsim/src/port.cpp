@@ -58,13 +58,13 @@ std::string PtyPort::create(int inotify) {
   termios settings{};
   if (grantpt(master_) != 0 || unlockpt(master_) != 0 || ptsname_r(master_, name, sizeof name) != 0 ||
       tcgetattr(master_, &settings) != 0) {
-    const std::string text = failure("cannot prepare a pseudo terminal");
+    std::string text = failure("cannot prepare a pseudo terminal");
     close();
     return text;
   }
   cfmakeraw(&settings);
   if (tcsetattr(master_, TCSANOW, &settings) != 0) {
-    const std::string text = failure("cannot make a pseudo terminal raw");
+    std::string text = failure("cannot make a pseudo terminal raw");
     close();
     return text;
   }
@@ -73,7 +73,7 @@ std::string PtyPort::create(int inotify) {
   if (watch_ < 0) {
     peer_ = ::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
     if (peer_ < 0) {
-      const std::string text = failure("cannot open the other side of a pseudo terminal");
+      std::string text = failure("cannot open the other side of a pseudo terminal");
       close();
       return text;
     }

@@ -252,8 +252,9 @@ Fault read_fault(Reader reader) {
   reader.text("after", fault.after);
   reader.flag("joined", fault.joined);
   reader.flag("unplug", fault.unplug);
-  if (reader.number_into("oversize", 1, 10000000, oversize))
+  if (reader.number_into("oversize", 1, 10000000, oversize)) {
     fault.before += std::string(oversize, 'x') + "\r\n";
+  }
   reader.finish();
   return fault;
 }
@@ -319,8 +320,9 @@ void read_raw(Reader& reader, Event& event) {
   raw.text("port", port);
   raw.text("bytes", event.raw_bytes);
   raw.finish();
-  if (port != "trace" && port != "query" && port != "urc")
+  if (port != "trace" && port != "query" && port != "urc") {
     raw.wrong(*table, "port", "\"trace\", \"query\" or \"urc\"");
+  }
   event.raw_port = port == "trace" ? Port::kTrace : port == "query" ? Port::kQuery : Port::kUrc;
 }
 
@@ -429,10 +431,12 @@ Scenario read_scenario(const toml::table& root, const std::string& name) {
   for (const auto* table : reader.subs("fault")) {
     scenario.faults.push_back(read_fault(Reader(scenario.file, *table, "fault")));
   }
-  if (const auto* table = reader.sub("files"))
+  if (const auto* table = reader.sub("files")) {
     scenario.files = read_files(Reader(scenario.file, *table, "files"));
-  if (const auto* table = reader.sub("prox"))
+  }
+  if (const auto* table = reader.sub("prox")) {
     scenario.prox = read_prox(Reader(scenario.file, *table, "prox"));
+  }
   if (const auto* table = reader.sub("net")) scenario.net = read_net(Reader(scenario.file, *table, "net"));
   if (const auto* table = reader.sub("trace")) {
     Reader trace(scenario.file, *table, "trace");
@@ -474,9 +478,12 @@ std::string find_scenario(const std::string& name) {
   std::error_code failed;
   if (fs::is_regular_file(name, failed)) return name;
   const fs::path program = fs::read_symlink("/proc/self/exe", failed);
-  const fs::path folder = program.parent_path().parent_path() / MODEMSIM_SCENARIOS;
-  for (const fs::path& path : {folder / name, folder / (name + ".toml")}) {
-    if (fs::is_regular_file(path, failed)) return path.string();
+  // Beside the installed program, else in the source tree that it was built from.
+  for (const fs::path& folder :
+       {program.parent_path().parent_path() / MODEMSIM_SCENARIOS, fs::path(MODEMSIM_BUILD_SCENARIOS)}) {
+    for (const fs::path& path : {folder / name, folder / (name + ".toml")}) {
+      if (fs::is_regular_file(path, failed)) return path.string();
+    }
   }
   return "";
 }

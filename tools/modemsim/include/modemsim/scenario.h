@@ -49,7 +49,7 @@ struct NetCounters {
 };
 
 // What happens at one time. An event may do several things; they happen in the order of the members.
-struct Event {
+struct Event {  // NOLINT(clang-analyzer-optin.performance.Padding): the order of the members means something
   Milliseconds time{0};
   int line = 0;      // in the scenario file
   std::string text;  // for people
