@@ -4,11 +4,11 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <iostream>
-#include <mutex>
+#include <string>
 
 #include "commands.h"
 #include "modemsim/modem.h"
@@ -103,10 +103,15 @@ void wait_for_the_end(const sigset_t& signals, double seconds) {
     sigwait(&signals, &which);
     return;
   }
-  timespec patience{};
-  patience.tv_sec = static_cast<time_t>(seconds);
-  patience.tv_nsec = static_cast<long>((seconds - static_cast<double>(patience.tv_sec)) * 1e9);
-  sigtimedwait(&signals, nullptr, &patience);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  do {
+    const std::chrono::duration<double> left = end - std::chrono::steady_clock::now();
+    if (left.count() <= 0) return;
+    timespec patience{};
+    patience.tv_sec = static_cast<time_t>(left.count());
+    patience.tv_nsec = static_cast<long>((left.count() - static_cast<double>(patience.tv_sec)) * 1e9);
+    if (sigtimedwait(&signals, nullptr, &patience) > 0) return;
+  } while (errno == EINTR);
 }
 
 int complain(const std::string& what) {
