@@ -232,7 +232,7 @@ TEST_F(IdentityTest, LogOfADayShowsNoSubscriber) {
   root().remove("/var/local/wan/static_info");
   EXPECT_EQ(brio_get_sim_static_info(1), 0u);
 
-  test_clock::scale_waits(0.002);  // a request whose answer is not recognised times out
+  test_clock::cap_waits(0.1);  // a request whose answer is not recognised times out
   // Answers that cannot be used, and those that arrive when nobody waits for them.
   for (const char* command : {"AT+CIMI", "AT+CCID", "AT+CRSM"}) {
     for (const std::string& answer : {state.imsi, state.iccid, "+CIMI " + state.imsi, "+CCID " + state.iccid,
@@ -249,6 +249,7 @@ TEST_F(IdentityTest, LogOfADayShowsNoSubscriber) {
       brio_get_sim_static_info(1);
     }
   }
+  test_clock::cap_waits(60);
   modem().clear_faults();
   modem().urc("+CCID: " + state.iccid);
   modem().urc("+CIMI: " + state.imsi);

@@ -57,17 +57,16 @@ TEST_F(OpenTest, SimNeverReady) {
   EXPECT_TRUE(log_capture::has("E brio:simstat:status=0:bad sim status"));
 }
 
+// The modem answers nothing to a command, or goes away instead of answering.
+Fault silence(const std::string& command, bool unplug) {
+  Fault fault;
+  fault.command = command;
+  fault.silent = !unplug;
+  fault.unplug = unplug;
+  return fault;
+}
+
 TEST_F(OpenTest, FailureAtEveryStepLeavesNothingBehind) {
-  Fault pulled_at_sim;
-  pulled_at_sim.command = "AT+GTSIMSTATUS?";
-  pulled_at_sim.unplug = true;
-  Fault pulled_at_identity = pulled_at_sim;
-  pulled_at_identity.command = "AT+GTMODINFO?";
-  Fault silent_echo;
-  silent_echo.command = "ATE0";
-  silent_echo.silent = true;
-  Fault pulled_at_start = pulled_at_sim;
-  pulled_at_start.command = "AT+CFUN=1";
   struct Case {
     const char* name;
     std::function<void()> prepare;
@@ -75,26 +74,26 @@ TEST_F(OpenTest, FailureAtEveryStepLeavesNothingBehind) {
   };
   const Case cases[] = {
       {"no ports", [&] { modem().unplug(); }, "E brio:openlib:status=4:can't open brio library"},
-      {"silent modem", [&] { modem().fault(silent_echo); },
+      {"silent modem", [&] { modem().fault(silence("ATE0", false)); },
        "E brio:openlib:status=5:can't open brio library"},
       {"radio refused", [&] { modem().fault(reply("AT+CFUN=1", kError, -1)); },
        "E brio:openlib:status=5:can't open brio library"},
-      {"pulled while the radio goes on", [&] { modem().fault(pulled_at_start); },
+      {"pulled while the radio goes on", [&] { modem().fault(silence("AT+CFUN=1", true)); },
        "E brio:openlib:status=5:can't open brio library"},
       {"SIM status refused", [&] { modem().fault(reply("AT+GTSIMSTATUS?", kError, -1)); },
        "E brio:get:param=sim_status,error=4:can't get parameter"},
       {"no SIM", [&] { modem().with_state([](modemsim::State& state) { state.card_status = 2; }); },
        "E brio:simstat:status=1:bad sim status"},
-      {"pulled at the SIM status", [&] { modem().fault(pulled_at_sim); },
+      {"pulled at the SIM status", [&] { modem().fault(silence("AT+GTSIMSTATUS?", true)); },
        "E brio:get:param=sim_status,error="},
       {"modem information refused", [&] { modem().fault(reply("AT+GTMODINFO?", kError, -1)); },
        "E brio:get:param=modeminfo,error=4:can't get parameter"},
-      {"pulled at the modem information", [&] { modem().fault(pulled_at_identity); },
+      {"pulled at the modem information", [&] { modem().fault(silence("AT+GTMODINFO?", true)); },
        "E brio:get:param=modeminfo,error="},
       {"ICCID refused", [&] { modem().fault(reply("AT+CCID", kError, -1)); },
        "E brio:get:param=sim_plmn_info,error=4:can't get parameter"},
   };
-  test_clock::scale_waits(0.01);
+  test_clock::cap_waits(0.3);
   const size_t threads = thread_count();
   const size_t descriptors = open_descriptors();
   for (const Case& each : cases) {
@@ -138,7 +137,8 @@ TEST_F(OpenTest, LostModemIsReportedAndComesBack) {
   open_module();
   modem().unplug();
   uint32_t bars = 77;
-  EXPECT_TRUE(eventually([&] { return wabs_get_bars(&bars) == WABS_STATUS_LIBRARY_FAILURE; }));
+  EXPECT_TRUE(eventually([] { return brio_log_startup_status() == BRIO_STATUS_FATAL; }));
+  EXPECT_EQ(wabs_get_bars(&bars), WABS_STATUS_LIBRARY_FAILURE);
   EXPECT_TRUE(log_capture::has("E brio:get:param=pdpa,error=3:can't get parameter"));
   char text[32];
   EXPECT_EQ(wabs_get_imsi(text, sizeof(text)), WABS_STATUS_OK);  // what was read at open is still served

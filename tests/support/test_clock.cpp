@@ -5,6 +5,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -24,6 +25,7 @@ unsigned s_selects_waiting = 0;
 int s_select_error = 0;
 bool s_select_exception = false;
 std::atomic<double> s_scale{1.0};
+std::atomic<double> s_cap{1e9};
 std::atomic<bool> s_fail_monotonic{false};
 std::atomic<bool> s_manual_select{false};
 std::atomic<time_t> s_wall{0};  // 0: the real one
@@ -61,6 +63,7 @@ void reset() {
   s_offset_ns = 0;
   s_ticks_pending = 0;
   s_scale = 1.0;
+  s_cap = 1e9;
   s_fail_monotonic = false;
   s_manual_select = false;
   s_select_error = 0;
@@ -75,6 +78,10 @@ void advance(double seconds) {
 
 void scale_waits(double factor) {
   s_scale = factor;
+}
+
+void cap_waits(double seconds) {
+  s_cap = seconds;
 }
 
 void fail_monotonic(bool fail) {
@@ -139,8 +146,8 @@ void sleep_milliseconds(unsigned milliseconds) {
 int clock_wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* deadline) {
   int64_t left = deadline->tv_sec * kSecond + deadline->tv_nsec - virtual_now();
   if (left < 0) left = 0;
-  timespec real_deadline =
-      to_timespec(real_now() + static_cast<int64_t>(static_cast<double>(left) * s_scale));
+  const double real_wait = std::min(static_cast<double>(left) * s_scale, s_cap * kSecond);
+  timespec real_deadline = to_timespec(real_now() + static_cast<int64_t>(real_wait));
   int result = pthread_cond_timedwait(condition, mutex, &real_deadline);
   if (result == ETIMEDOUT) {
     std::lock_guard<std::mutex> lock(s_mutex);

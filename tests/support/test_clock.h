@@ -18,6 +18,10 @@ void advance(double seconds);
 // A wait of one second lasts `factor` real seconds (0.001: a 20 s time-out takes 20 ms).
 void scale_waits(double factor);
 
+// No wait lasts longer than this many real seconds, however long it was meant: short waits keep their length,
+// so that a busy machine does not let them run out.
+void cap_waits(double seconds);
+
 // Makes reading the monotonic clock fail.
 void fail_monotonic(bool fail);
 
