@@ -16,20 +16,23 @@ constexpr uint8_t kRatUnknown = 255;
 // Calls that may refresh. Host thread only.
 uint32_t s_snapshot_calls;
 
+bool prv_queries_bas() {
+  brio::UrcDataLock lock;
+  const brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  return data.bas_query_flag == 1 && (data.ps_reg_status == 1 || data.ps_reg_status == 2);
+}
+
 // Serving-cell data from the modem into the shared record. A query that fails leaves the older values.
 void prv_refresh() {
   briolib_get_gtscinfo();
   uint8_t rat;
-  bool query_bas;
   {
     brio::UrcDataLock lock;
-    const brio_atcmd_data& data = g_brio_lib_atcmd_data;
-    rat = data.rat;
-    query_bas = data.bas_query_flag == 1 && (data.ps_reg_status == 1 || data.ps_reg_status == 2);
+    rat = g_brio_lib_atcmd_data.rat;
   }
   if (rat == kRatLte) {
     briolib_update_lte_info();
-    if (query_bas) {
+    if (prv_queries_bas()) {
       bas_status bas = {0xFFFF, 0xFFFF, 255};
       brio_get_bas_status(&bas);
     }

@@ -198,7 +198,7 @@ constexpr enum_pair kEmmRejectCauseRows[] = {
     {111, "EMM_PROTOCOL_ERROR_UNSPECIFIED"},
 };
 
-// 3GPP TS 24.301, 9.9.4.4, Release 12, and 46 of the earlier releases.
+// 3GPP TS 24.301, 9.9.4.4, Release 12.
 constexpr enum_pair kEsmRejectCauseRows[] = {
     {8, "ESM_OPERATOR_DETERMINED_BARRING"},
     {26, "ESM_INSUFFICIENT_RESOURCES"},
@@ -220,7 +220,6 @@ constexpr enum_pair kEsmRejectCauseRows[] = {
     {43, "ESM_INVALID_EPS_BEARER_IDENTITY"},
     {44, "ESM_SEMANTIC_ERRORS_IN_PACKET_FILTERS"},
     {45, "ESM_SYNTACTICAL_ERRORS_IN_PACKET_FILTERS"},
-    {46, "ESM_EPS_BEARER_CONTEXT_WITHOUT_TFT_ALREADY_ACTIVATED"},
     {47, "ESM_PTI_MISMATCH"},
     {49, "ESM_LAST_PDN_DISCONNECTION_NOT_ALLOWED"},
     {50, "ESM_PDN_TYPE_IPV4_ONLY_ALLOWED"},
@@ -231,6 +230,7 @@ constexpr enum_pair kEsmRejectCauseRows[] = {
     {55, "ESM_MULTIPLE_PDN_CONNECTIONS_FOR_A_GIVEN_APN_NOT_ALLOWED"},
     {56, "ESM_COLLISION_WITH_NETWORK_INITIATED_REQUEST"},
     {59, "ESM_UNSUPPORTED_QCI_VALUE"},
+    {60, "ESM_BEARER_HANDLING_NOT_SUPPORTED"},
     {65, "ESM_MAXIMUM_NUMBER_OF_EPS_BEARERS_REACHED"},
     {66, "ESM_REQUESTED_APN_NOT_SUPPORTED_IN_CURRENT_RAT_AND_PLMN_COMBINATION"},
     {81, "ESM_INVALID_PTI_VALUE"},
@@ -286,8 +286,8 @@ constexpr enum_pair kMmRejectCauseRows[] = {
     {111, "MM_PROTOCOL_ERROR_UNSPECIFIED"},
 };
 
-// 3GPP TS 24.008, 10.5.6.6, without 24 and 47 (multicast), 35 (never sent), 46 and 48 (secondary contexts),
-// 56 (sent by the device, not by the network), 65 and 66 (which came after Release 10).
+// 3GPP TS 24.008, 10.5.6.6. The standard grew beyond the rows that this table has: left out are 24 and 47
+// (multicast), 35 (not sent), 46, 48, 56, 60, 65 and 66. Their numbers are printed all the same.
 constexpr enum_pair kSmRejectCauseRows[] = {
     {8, "SM_OPERATOR_DETERMINED_BARRING"},
     {25, "SM_LLC_OR_SNDCP_FAILURE"},
