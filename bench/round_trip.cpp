@@ -7,6 +7,7 @@
 #include <pthread.h>
 #include <sched.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/stat.h>
 #include <termios.h>
@@ -72,6 +73,12 @@ class Responder {
   std::atomic<bool> stop_{false};
   std::thread thread_;
 };
+
+long switches() {
+  rusage usage;
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_nvcsw + usage.ru_nivcsw;
+}
 
 double per_request(Clock::time_point start, int requests) {
   return std::chrono::duration<double, std::micro>(Clock::now() - start).count() / requests;
@@ -174,10 +181,15 @@ int main(int argc, char** argv) {
 
   // Alternating rounds, best of each: what else runs on the machine disturbs both alike.
   double bare = 1e9, library = 1e9;
+  long bare_switches = 0, library_switches = 0;
   int answered = 0;
   for (int round = 0; round < kRounds; round++) {
+    long at_start = switches();
     bare = std::min(bare, bare_round(bare_modem, requests));
+    long at_half = switches();
     library = std::min(library, library_round(requests, answered));
+    bare_switches += at_half - at_start;
+    library_switches += switches() - at_half;
   }
   pktio_shutdown();
   blpkt_shutdown();
@@ -186,10 +198,12 @@ int main(int argc, char** argv) {
   rmdir(dev.c_str());
   rmdir(root);
 
-  printf(
-      "bare loop   %7.2f us per round trip\nlibrary     %7.2f us per round trip\nratio       %7.2f (limit "
-      "%.2f)\n",
-      bare, library, library / bare, limit);
+  double total = static_cast<double>(requests) * kRounds;
+  printf("bare loop   %7.2f us, %.2f context switches per round trip\n", bare,
+         static_cast<double>(bare_switches) / total);
+  printf("library     %7.2f us, %.2f context switches per round trip\n", library,
+         static_cast<double>(library_switches) / total);
+  printf("ratio       %7.2f (limit %.2f)\n", library / bare, limit);
   if (answered != requests * kRounds) {
     fprintf(stderr, "round_trip: %d of %d requests were answered\n", answered, requests * kRounds);
     return 1;
