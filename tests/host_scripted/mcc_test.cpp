@@ -1,5 +1,7 @@
 // Serving and home network, and the file that outlives the process.
 #include <errno.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -172,6 +174,19 @@ TEST_F(MccTest, FileThatCannotBeWritten) {
   EXPECT_TRUE(reported());
   EXPECT_TRUE(log_capture::has("E brio:openfile:" + std::string(kFileLine) + std::to_string(ENOENT) +
                                ":can't open file"));
+
+  // A full disk: two digits fit.
+  fs::create_directories(fs::path(file_).parent_path());
+  write("999");
+  change("262", "01");
+  signal(SIGXFSZ, SIG_IGN);
+  const rlimit full = {2, RLIM_INFINITY};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+  query(262, 1);
+  const rlimit room = {RLIM_INFINITY, RLIM_INFINITY};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &room), 0);
+  EXPECT_TRUE(log_capture::has("E brio:writefile:" + std::string(kFileLine) + std::to_string(EFBIG) +
+                               ":can't write file"));
 }
 
 TEST_F(MccTest, UnknownTextsAndFailures) {

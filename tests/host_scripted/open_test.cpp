@@ -73,41 +73,26 @@ TEST_F(ModuleTest, FailureAtEachStepUndoesEverything) {
     const char* last;  // the last call of kOpenCalls, or null: nothing to clean up
     std::string line;
   };
-  const Case cases[] = {
+  std::vector<Case> cases = {
       {"brio_open", {4}, nullptr, "E brio:openlib:status=4:can't open brio library"},
       {"brio_get_wn3_sim_status", {5}, "brio_get_wn3_sim_status", get_error("sim_status", 5)},
       {"brio_get_modem_info", {4}, "brio_get_modem_info", get_error("modeminfo", 4)},
-      {"callback", {6}, "callback 0", "E brio:cback:name=bars status=6:can't set SDK callback"},
-      {"callback",
-       {0, 6},
-       "callback 1",
-       "E brio:cback:name=pdp_activation_allowed status=6:can't set SDK callback"},
-      {"callback",
-       {0, 0, 6},
-       "callback 2",
-       "E brio:cback:name=data_service_mode status=6:can't set SDK callback"},
-      {"callback",
-       {0, 0, 0, 6},
-       "callback 3",
-       "E brio:cback:name=roaming_status status=6:can't set SDK callback"},
-      {"callback",
-       {0, 0, 0, 0, 6},
-       "callback 6",
-       "E brio:cback:name=sim_plmn_info status=6:can't set SDK callback"},
-      {"callback",
-       {0, 0, 0, 0, 0, 6},
-       "callback 5",
-       "E brio:cback:name=plmn_change status=6:can't set SDK callback"},
-      {"callback",
-       {0, 0, 0, 0, 0, 0, 6},
-       "callback 9",
-       "E brio:cback:name=time_info status=6:can't set SDK callback"},
-      {"callback",
-       {0, 0, 0, 0, 0, 0, 0, 6},
-       "callback 7",
-       "E brio:cback:name=tx_power_limit_change status=6:can't set SDK callback"},
       {"brio_get_sim_info", {4}, "brio_get_sim_info", get_error("sim_plmn_info", 4)},
   };
+  const std::pair<const char*, const char*> callbacks[] = {{"callback 0", "bars"},
+                                                           {"callback 1", "pdp_activation_allowed"},
+                                                           {"callback 2", "data_service_mode"},
+                                                           {"callback 3", "roaming_status"},
+                                                           {"callback 6", "sim_plmn_info"},
+                                                           {"callback 5", "plmn_change"},
+                                                           {"callback 9", "time_info"},
+                                                           {"callback 7", "tx_power_limit_change"}};
+  std::deque<uint32_t> statuses = {6};
+  for (const auto& [call, name] : callbacks) {
+    const std::string line = std::string("E brio:cback:name=") + name + " status=6:can't set SDK callback";
+    cases.push_back({"callback", statuses, call, line});
+    statuses.push_front(0);
+  }
   for (const Case& each : cases) {
     SCOPED_TRACE(each.line);
     g_library = ScriptedLibrary();

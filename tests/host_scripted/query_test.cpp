@@ -197,8 +197,9 @@ TEST_F(ModuleTest, ActiveApplicationRule) {
     SCOPED_TRACE(::testing::Message()
                  << (each.application != nullptr ? each.application : "none") << each.read_status);
     NipcStandinReset();
-    if (each.application != nullptr)
+    if (each.application != nullptr) {
       NipcStandinSetProperty("com.quarto.appmgrd", "activeApp", each.application);
+    }
     NipcStandinFailOpen(!each.ipc);
     ASSERT_EQ(wabs_open(), WABS_STATUS_OK);
     forget();
