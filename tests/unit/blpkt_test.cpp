@@ -383,6 +383,53 @@ TEST_F(Blpkt, CloseMeetsRequestsAbortsAndALostPort) {
   }
 }
 
+// The read thread has the final line in its hands when the time-out strikes: the callback of the request that
+// has returned does not run any more, and the status waits for the next request.
+TEST_F(Blpkt, AnswerOfARequestThatHasReturnedReachesNoCallback) {
+  static std::atomic<bool> s_final_taken, s_returned;
+  s_final_taken = s_returned = false;
+  modem_.script([](const std::string&) { return std::string("+X: 1\r\nOK\r\n"); });
+  ASSERT_EQ(blpkt_init(), 0u);
+  pktio_packet_cb late = [](uint32_t kind, void* data, void* context) {
+    s_final_taken = true;
+    while (!s_returned) std::this_thread::yield();
+    blpkt_handle_packet(kind, data, context);
+  };
+  ASSERT_EQ(pktio_init(kQueryPort, late, nullptr), 0u);
+  test_clock::scale_waits(0.2);
+  std::string line = "untouched";
+  EXPECT_EQ(
+      blpkt_atcmd_request_with_callback_timeout("AT+X?", SINGLELINE, "+X", copy_first_line, &line, 5, 1), 1u);
+  EXPECT_TRUE(s_final_taken);
+  brio::relaxed_store(g_brio_lib_log_mask, BRIO_LOG_REQUEST);
+  s_returned = true;
+  ASSERT_TRUE(log_capture::wait_for("prv_convert_and_queue_resp_packet 0"));
+  EXPECT_EQ(line, "untouched");
+  EXPECT_EQ(blpkt_atcmd_request_with_callback("AT+Y?", SINGLELINE, "+X", nullptr, nullptr, 0), 0u);
+}
+
+// The callback already runs when the time-out strikes: the request does not return under its hands.
+TEST_F(Blpkt, RequestWaitsForItsRunningCallback) {
+  struct Reply {
+    std::atomic<bool> started{false};
+    bool finished = false;
+  } reply;
+  modem_.script([](const std::string&) { return std::string("OK\r\n"); });
+  start();
+  test_clock::scale_waits(0.05);
+  recv_func slow = [](const ATResponse*, void* user_data, uint16_t) -> uint32_t {
+    static_cast<Reply*>(user_data)->started = true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    static_cast<Reply*>(user_data)->finished = true;
+    return 6;
+  };
+  EXPECT_EQ(blpkt_atcmd_request_with_callback_timeout("AT", NO_RESULT, nullptr, slow, &reply, 0, 1), 1u);
+  EXPECT_TRUE(reply.started);
+  EXPECT_TRUE(reply.finished);
+  // Nothing is flushed: the next request gets what the first one no longer took.
+  EXPECT_EQ(blpkt_atcmd_request_with_callback("AT", NO_RESULT, nullptr, nullptr, nullptr, 0), 6u);
+}
+
 // The request's time-out and the answer meet a thousand times. Once a request has returned, its reply record
 // is the caller's again: whoever writes into it then is caught by the check below and by the sanitizers.
 TEST_F(Blpkt, LateAnswersNeverTouchTheCallersMemory) {

@@ -185,10 +185,8 @@ TEST_F(Pktio, DescriptorsBeyondSelectAreRefused) {
     const size_t descriptors = open_descriptors();
     log_capture::clear();
     EXPECT_EQ(pktio_init(kQueryPort, take_packet, this), 1u) << free_places;
-    EXPECT_EQ(log_capture::count("descriptor too large for select") +
-                  log_capture::count("can't create socket pair"),
-              1u)
-        << free_places;
+    const char* line = free_places < 2 ? "descriptor too large for select" : "can't create socket pair";
+    EXPECT_EQ(log_capture::count(line), 1u) << free_places;
     EXPECT_EQ(open_descriptors(), descriptors) << free_places;
     close(taken.back());
     taken.pop_back();
