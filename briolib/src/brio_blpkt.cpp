@@ -8,6 +8,7 @@
 #include "base/log.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
+#include "brio_blpkt.h"
 #include "brio_pktio.h"
 
 namespace {
@@ -50,6 +51,9 @@ pthread_mutex_t s_send_mutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_mutex_t s_response_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 CurrentRequest s_request;
+// Whether a request waits, and whether the read thread has gone; under the response mutex.
+bool s_request_waits;
+bool s_channel_lost;
 // Written under the send and the response mutex, read under either.
 queue* s_response_queue;
 // Set before the event thread and the read thread start and cleared when both are gone.
@@ -140,9 +144,18 @@ void prv_queue_urc(const char* line) {
   BLIB_D(BRIO_LOG_EVENT, "D blib:%s:%d:Added to s_blpkt_log_event_queue\n", BLIB_HERE);
 }
 
-void prv_set_request(const CurrentRequest& request) {
+// False when no answer can come any more.
+bool prv_begin_request(const CurrentRequest& request) {
   MutexGuard lock(s_response_mutex);
   s_request = request;
+  s_request_waits = true;
+  return !s_channel_lost;
+}
+
+void prv_end_request() {
+  MutexGuard lock(s_response_mutex);
+  s_request = {};
+  s_request_waits = false;
 }
 
 // Waits for the status of the command just sent. Caller holds the send mutex.
@@ -174,8 +187,7 @@ uint32_t prv_send_and_await(const char* command, uint32_t type, const char* resp
     BLIB_E("E blib:%s:%d:param:BLPKT_STATUS_BAD_REQUEST:null AT param\n", BLIB_HERE);
     return BLPKT_STATUS_BAD_REQUEST;
   }
-  prv_set_request(request);
-  if (pktio_at_send_cmd(command, type, response_prefix) != 0) {
+  if (!prv_begin_request(request) || pktio_at_send_cmd(command, type, response_prefix) != 0) {
     BLIB_E("E blib:%s:%d:blpkt_send::can't send req packet\n", BLIB_HERE);
     return BLPKT_STATUS_ERROR;
   }
@@ -205,6 +217,7 @@ bool prv_start() {
     MutexGuard send_lock(s_send_mutex);
     MutexGuard response_lock(s_response_mutex);
     s_response_queue = response_queue;
+    s_channel_lost = false;
   }
   int err = pthread_create(&s_event_thread, nullptr, prv_event_thread, nullptr);
   if (err != 0) {
@@ -249,6 +262,12 @@ void prv_store_callbacks(const blpkt_callback* table, const blpkt_callback** sto
 
 }  // namespace
 
+void blpkt_channel_lost() {
+  MutexGuard lock(s_response_mutex);
+  s_channel_lost = true;
+  if (s_request_waits) prv_queue_response(BLPKT_STATUS_ERROR);
+}
+
 uint32_t blpkt_init(void) {
   MutexGuard lifecycle(s_lifecycle_mutex);
   prv_tear_down();
@@ -287,7 +306,7 @@ uint32_t blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t
       prv_send_and_await(command, type, response_prefix, {callback, user_data, user_value}, timeout_seconds);
   // From here on a late answer is discarded, and no callback runs for it.
   pktio_reset_command();
-  prv_set_request({});
+  prv_end_request();
   BLIB_D(BRIO_LOG_REQUEST, "D blib:%s:%d:<<<<<Exit sending [%s] ret[%d]>>>>>\n", BLIB_HERE, shown,
          static_cast<int>(status));
   return status;

@@ -48,6 +48,7 @@ struct LineBuffer {
 
 // The command that is outstanding.
 struct Command {
+  uint32_t serial;  // grows with every change
   uint32_t type;
   bool has_prefix;
   char prefix[kPrefixSize];
@@ -63,7 +64,7 @@ pthread_mutex_t s_command_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 Ports s_ports;
 unsigned s_port_users;  // writers; the ports stay open until they are gone
-Command s_command = {NO_COMMAND, false, {}};
+Command s_command = {0, NO_COMMAND, false, {}};
 pthread_t s_thread;
 bool s_thread_running;  // created and not yet joined
 
@@ -76,6 +77,7 @@ void* s_shutdown_context;
 LineBuffer s_query_lines;
 LineBuffer s_urc_lines;
 ATResponse* s_response;               // the answer so far, or null; read thread only
+uint32_t s_response_serial;           // the command that it answers; read thread only
 char s_send_buffer[kSendBufferSize];  // under the packet layer's send mutex
 
 // Keeps the ports open while a command is written.
@@ -149,6 +151,12 @@ enum class Verdict { kComplete, kGoOn, kGoOnBas, kNoCommand, kViolation };
 Verdict prv_classify(const char* line) {
   MutexGuard lock(s_command_mutex);
   if (s_command.type == NO_COMMAND) return Verdict::kNoCommand;
+  if (s_response_serial != s_command.serial) {
+    // Lines of a command that has timed out since are no part of this answer.
+    prv_drop_response();
+    s_response = at_response_new();
+    s_response_serial = s_command.serial;
+  }
   const char* prefix = s_command.has_prefix ? s_command.prefix : nullptr;
   int32_t result = process_line(line, s_response, s_command.type, prefix);
   if (result == 0) return Verdict::kComplete;
@@ -367,6 +375,7 @@ bool prv_write_whole(const Ports& ports, const char* bytes, size_t length) {
 
 void prv_set_command(uint32_t type, const char* prefix) {
   MutexGuard lock(s_command_mutex);
+  s_command.serial++;
   s_command.type = type;
   s_command.has_prefix = prefix != nullptr;
   size_t length = prefix != nullptr ? strnlen(prefix, sizeof(s_command.prefix) - 1) : 0;

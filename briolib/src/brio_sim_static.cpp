@@ -68,7 +68,6 @@ uint32_t brio_get_sim_static_info(int32_t force) {
     // A file that cannot be read through leaves the digest unknown.
     uint32_t length = briolib_get_file_md5_hash(path.c_str(), brio::g_sim_info_hash);
     if (length != 0) briolib_set_sim_info_md5_status(1);
-    briolib_set_sim_info_md5_status(1);
   }
 
   for (size_t i = 0; i < sizeof(kReadFiles) / sizeof(kReadFiles[0]); i++) {

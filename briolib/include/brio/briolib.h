@@ -129,9 +129,9 @@ BRIO_API uint32_t briolib_set_sar_pwr(uint32_t on);
  * ------------------------------------------------------------------------------------ */
 
 /*
- * Writes the static information file (mode 0644, no symbolic link is followed) when its digest differs from the
- * last known one, whatever became of the file meanwhile. A write that fails is logged and repeated by the next
- * call. Host thread.
+ * Writes the static information file (mode 0644, no symbolic link is followed) when its digest differs from
+ * the last known one, whatever became of the file meanwhile. A write that fails is logged and repeated by the
+ * next call. Host thread.
  */
 BRIO_API void briolib_log_dump_static_info(void);
 /* MD5 of `count` texts in order, up to the first null. 16, or 0 for null, no texts, or a libcrypto failure.

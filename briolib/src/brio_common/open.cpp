@@ -9,6 +9,7 @@
 #include "base/text.h"
 #include "base/words.h"
 #include "brio/brio_at.h"
+#include "brio_blpkt.h"
 #include "brio_common/shared_data.h"
 #include "parse/manual_selection.h"
 
@@ -42,6 +43,7 @@ LibraryState s_state;
 // this thread.
 void prv_channel_lost(void*) {
   brio::relaxed_store(s_state.modem_failed, 1u);
+  blpkt_channel_lost();
 }
 
 uint32_t prv_send(const char* command, int32_t timeout_seconds) {
