@@ -28,7 +28,7 @@ void capture(int priority, const char* format, va_list arguments) {
   vsnprintf(&text[0], text.size(), format, arguments);
   text.pop_back();
   std::lock_guard<std::mutex> lock(s_mutex);
-  s_lines.push_back({priority, std::move(text)});
+  s_lines.push_back({priority, std::move(text), std::this_thread::get_id()});
   s_changed.notify_all();
 }
 

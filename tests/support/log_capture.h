@@ -3,6 +3,7 @@
 #define TESTS_SUPPORT_LOG_CAPTURE_H
 
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace log_capture {
@@ -10,6 +11,7 @@ namespace log_capture {
 struct Line {
   int priority;
   std::string text;
+  std::thread::id thread;
 };
 
 void clear();

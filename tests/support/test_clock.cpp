@@ -20,6 +20,7 @@ std::condition_variable s_entered_changed;
 std::vector<unsigned> s_sleeps;
 int64_t s_offset_ns = 0;
 unsigned s_ticks_pending = 0;
+unsigned s_expiring = 0;
 uint64_t s_selects_entered = 0;
 unsigned s_selects_waiting = 0;
 int s_select_error = 0;
@@ -47,6 +48,13 @@ timespec to_timespec(int64_t ns) {
   return {static_cast<time_t>(ns / kSecond), static_cast<long>(ns % kSecond)};
 }
 
+bool take_expiring() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  if (s_expiring == 0) return false;
+  s_expiring--;
+  return true;
+}
+
 void record_sleep(unsigned milliseconds) {
   std::lock_guard<std::mutex> lock(s_mutex);
   s_sleeps.push_back(milliseconds);
@@ -62,6 +70,7 @@ void reset() {
   s_sleeps.clear();
   s_offset_ns = 0;
   s_ticks_pending = 0;
+  s_expiring = 0;
   s_scale = 1.0;
   s_cap = 1e9;
   s_fail_monotonic = false;
@@ -82,6 +91,11 @@ void scale_waits(double factor) {
 
 void cap_waits(double seconds) {
   s_cap = seconds;
+}
+
+void expire_wait() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  s_expiring++;
 }
 
 void fail_monotonic(bool fail) {
@@ -147,14 +161,18 @@ int clock_wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, const ti
   int64_t left = deadline->tv_sec * kSecond + deadline->tv_nsec - virtual_now();
   if (left < 0) left = 0;
   const double real_wait = std::min(static_cast<double>(left) * s_scale, s_cap * kSecond);
-  timespec real_deadline = to_timespec(real_now() + static_cast<int64_t>(real_wait));
-  int result = pthread_cond_timedwait(condition, mutex, &real_deadline);
-  if (result == ETIMEDOUT) {
-    std::lock_guard<std::mutex> lock(s_mutex);
-    int64_t missing = deadline->tv_sec * kSecond + deadline->tv_nsec - (real_now() + s_offset_ns);
-    if (missing > 0) s_offset_ns += missing;
+  const int64_t end = real_now() + static_cast<int64_t>(real_wait);
+  constexpr int64_t kLook = 2000000;  // how often a wait looks whether it is to expire
+  for (bool expired = false; !expired;) {
+    timespec slice = to_timespec(std::min(end, real_now() + kLook));
+    int result = pthread_cond_timedwait(condition, mutex, &slice);
+    if (result != ETIMEDOUT) return result;
+    expired = real_now() >= end || take_expiring();
   }
-  return result;
+  std::lock_guard<std::mutex> lock(s_mutex);
+  int64_t missing = deadline->tv_sec * kSecond + deadline->tv_nsec - (real_now() + s_offset_ns);
+  if (missing > 0) s_offset_ns += missing;
+  return ETIMEDOUT;
 }
 
 int clock_poll(pollfd* descriptors, nfds_t count, int timeout_seconds) {

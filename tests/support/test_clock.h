@@ -22,6 +22,9 @@ void scale_waits(double factor);
 // so that a busy machine does not let them run out.
 void cap_waits(double seconds);
 
+// The wait with a deadline that runs, or the next one, times out at once and moves the clock to its deadline.
+void expire_wait();
+
 // Makes reading the monotonic clock fail.
 void fail_monotonic(bool fail);
 

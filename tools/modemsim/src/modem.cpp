@@ -410,6 +410,12 @@ bool Modem::wait_written(Milliseconds patience) {
   return impl_->wait_until([this] { return impl_->all_written(); }, patience);
 }
 
+bool Modem::is_open(Port port) const {
+  bool open = false;
+  impl_->call([&] { open = impl_->ports_[static_cast<std::size_t>(port)].is_open(); });
+  return open;
+}
+
 bool Modem::wait_open(Port port, bool open, Milliseconds patience) {
   return impl_->wait_until(
       [this, port, open] { return impl_->ports_[static_cast<std::size_t>(port)].is_open() == open; },

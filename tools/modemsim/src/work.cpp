@@ -53,11 +53,11 @@ void Modem::Impl::drop_current() {
 void Modem::Impl::finish_command() {
   const Fault fault = std::move(fault_);
   fault_ = Fault();
-  if (fault.unplug) {
-    disconnect();
+  if (fault.unplug) disconnect();
+  if (fault.unplug || fault.silent) {
+    if (observer_) observer_({Port::kQuery, false, ""});
     return;
   }
-  if (fault.silent) return;
   if (fault.replace) {
     write(Port::kQuery, fault.before + fault.reply + fault.after);
     return;

@@ -130,7 +130,8 @@ struct Fault {
   bool unplug = false;    // the modem goes away instead of answering
 };
 
-// What went over a port, for an observer. Line ends are part of `bytes` in what the modem writes.
+// What went over a port, for an observer. Line ends are part of `bytes` in what the modem writes. An answer
+// that a fault withholds is a write of no bytes.
 struct Traffic {
   Port port = Port::kQuery;
   bool to_modem = false;
@@ -187,6 +188,7 @@ class Modem {
   void unplug();
   bool plug();
 
+  bool is_open(Port port) const;  // by anybody
   // Waits until somebody has the port open, or nobody; false after `patience`.
   bool wait_open(Port port, bool open = true, Milliseconds patience = Milliseconds(10000));
 

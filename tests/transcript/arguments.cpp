@@ -1,0 +1,120 @@
+// Words, numbers and escapes of a transcript's commands.
+#include <cstdlib>
+
+#include "session.h"
+
+namespace {
+
+// One character behind a backslash, as in C; `at` stands behind the backslash.
+char unescape(const std::string& line, size_t& at) {
+  const char c = line.at(at++);
+  const std::string names = "nrt0abfve";
+  const char values[] = "\n\r\t\0\a\b\f\v\x1b";
+  if (c == 'x') {
+    const std::string digits = line.substr(at, 2);
+    at += 2;
+    return static_cast<char>(std::stoi(digits, nullptr, 16));
+  }
+  const size_t known = names.find(c);
+  return known == std::string::npos ? c : values[known];
+}
+
+}  // namespace
+
+bool Arguments::more() {
+  while (at_ < line_.size() && line_[at_] == ' ') at_++;
+  return at_ < line_.size();
+}
+
+std::string Arguments::text() {
+  if (!more()) throw UsageError("an argument is missing");
+  std::string word;
+  while (at_ < line_.size() && line_[at_] != ' ') {
+    const char quote = line_[at_];
+    if (quote != '"' && quote != '\'') {
+      word += line_[at_++];
+      continue;
+    }
+    std::string part;
+    for (at_++; at_ < line_.size() && line_[at_] != quote;) {
+      const char c = line_[at_++];
+      part += c == '\\' && quote == '"' ? unescape(line_, at_) : c;
+    }
+    if (at_++ >= line_.size()) throw UsageError("a quote is left open");
+    size_t digits = 0;
+    const bool repeated = at_ < line_.size() && line_[at_] == '*';
+    for (int times = repeated ? std::stoi(line_.substr(at_ + 1), &digits) : 1; times > 0; times--)
+      word += part;
+    at_ += repeated ? digits + 1 : 0;
+  }
+  return word;
+}
+
+bool Arguments::take_null() {
+  const bool null =
+      more() && line_.compare(at_, 4, "null") == 0 && (line_.size() == at_ + 4 || line_[at_ + 4] == ' ');
+  if (null) at_ += 4;
+  return null;
+}
+
+long long Arguments::number() {
+  return to_number(text());
+}
+
+bool Arguments::option(const std::string& key, std::string* value) {
+  if (!more() || line_.compare(at_, key.size() + 1, key + "=") != 0) return false;
+  *value = text().substr(key.size() + 1);
+  return true;
+}
+
+std::vector<std::string> Arguments::words() {
+  std::vector<std::string> all;
+  while (more()) all.push_back(text());
+  return all;
+}
+
+std::string Arguments::rest() {
+  const bool one_word = more() && line_[at_] == '"';
+  const std::string whole = one_word ? text() : line_.substr(at_);
+  if (!one_word) at_ = line_.size();
+  return whole;
+}
+
+void Arguments::finish() {
+  if (more()) throw UsageError("not understood: " + line_.substr(at_));
+}
+
+long long to_number(const std::string& text) {
+  char* end = nullptr;
+  const long long value = std::strtoll(text.c_str(), &end, 0);
+  if (text.empty() || *end != '\0') throw UsageError("not a number: " + text);
+  return value;
+}
+
+double to_real(const std::string& text) {
+  char* end = nullptr;
+  const double value = std::strtod(text.c_str(), &end);
+  if (text.empty() || *end != '\0') throw UsageError("not a number: " + text);
+  return value;
+}
+
+std::string escaped(const std::string& bytes) {
+  std::string text;
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    char code[8];
+    if (c == '\n' || c == '\r' || c == '\t') {
+      text += c == '\n' ? "\\n" : c == '\r' ? "\\r" : "\\t";
+    } else if (byte < 0x20 || byte == 0x7F) {
+      snprintf(code, sizeof code, "\\x%02x", byte);
+      text += code;
+    } else {
+      text += c;
+    }
+  }
+  return text;
+}
+
+std::string quoted(const std::string& bytes) {
+  return "\"" + escaped(bytes) + "\"";
+}

@@ -1,0 +1,326 @@
+// The commands of a transcript; tests/transcripts/README.md describes them.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <sstream>
+
+#include "brio/brio.h"
+#include "brio/brio_module.h"
+#include "brio/briolib.h"
+#include "brio/wabs.h"
+#include "brio_common/shared_data.h"
+#include "modemsim/scenario.h"
+#include "nipc/nipc_standin.h"
+#include "session.h"
+#include "support/exact_text.h"
+
+namespace {
+
+using modemsim::Fault;
+using modemsim::State;
+
+// ---- The modem
+
+// A table of a scenario file in braces.
+modemsim::Scenario scenario(const std::string& text) {
+  try {
+    return modemsim::parse_scenario(text, "argument");
+  } catch (const modemsim::ScenarioError& error) {
+    throw UsageError(error.what());
+  }
+}
+
+std::function<void(State&)> change(Arguments& a) {
+  return [parsed = scenario("at = [{t = 0, set = {" + a.rest() + "}}]")](State& state) {
+    for (const auto& set : parsed.timeline[0].set) set(state);
+  };
+}
+
+void report(Session& s, Arguments& a) {
+  s.modem.update(change(a));
+  s.settle();
+}
+
+void sim_file(Session& s, Arguments& a) {
+  const int number = static_cast<int>(a.number());
+  const auto contents = a.words();
+  s.modem.with_state([&](State& state) {
+    state.files.erase(number);
+    if (!contents.empty()) state.files[number] = contents[0];
+  });
+}
+
+void operators(Session& s, Arguments& a) {
+  const auto added =
+      a.more() ? scenario("operator = [{" + a.rest() + "}]").state.operators : State().operators;
+  s.modem.with_state([&](State& state) {
+    if (added.empty()) state.operators.clear();
+    state.operators.insert(state.operators.end(), added.begin(), added.end());
+  });
+}
+
+Fault fault_of(Arguments& a) {
+  Fault fault;
+  std::string times = "1", skip = "0";
+  fault.command = a.text();
+  while (a.option("times", &times) || a.option("skip", &skip)) continue;
+  fault.times = static_cast<int>(to_number(times));
+  fault.skip = static_cast<int>(to_number(skip));
+  return fault;
+}
+
+void answer(Session& s, Arguments& a) {
+  Fault fault = fault_of(a);
+  fault.replace = true;
+  for (const auto& line : a.words()) fault.reply += "\r\n" + line + "\r\n";
+  s.modem.fault(fault);
+}
+
+void silent(Session& s, Arguments& a) {
+  Fault fault = fault_of(a);
+  fault.silent = true;
+  s.modem.fault(fault);
+}
+
+void fault(Session& s, Arguments& a) {
+  for (const auto& each : scenario("fault = [{" + a.rest() + "}]").faults) s.modem.fault(each);
+}
+
+void urc(Session& s, Arguments& a) {
+  if (!s.modem.is_open(modemsim::Port::kUrc)) throw UsageError("nobody listens");
+  s.modem.urc(a.rest());
+  s.settle();
+}
+
+void raw(Session& s, Arguments& a) {
+  const Session::Lines names = {"trace", "query", "urc"};
+  const auto port = std::find(names.begin(), names.end(), a.text()) - names.begin();
+  if (port == 3) throw UsageError("no such port");
+  s.modem.raw(static_cast<modemsim::Port>(port), a.text());
+}
+
+void unplug(Session& s, Arguments& a) {
+  const size_t left = thread_count() - (a.more() ? static_cast<size_t>(a.number()) : 0);
+  s.modem.unplug();
+  if (!wait_thread_count(left)) throw UsageError("the threads did not end");
+}
+
+void plug(Session& s, Arguments&) {
+  if (!s.modem.plug()) throw UsageError(s.modem.error());
+}
+
+void wait_command(Session& s, Arguments& a) {
+  const std::string command = a.text();
+  const size_t times = a.more() ? static_cast<size_t>(a.number()) : 1;
+  if (!s.modem.wait_command(command, times)) throw UsageError("the modem did not receive it");
+}
+
+// ---- The library
+
+const Call& function(const std::string& name) {
+  const auto found = calls().find(name);
+  if (found == calls().end()) throw UsageError("no function: " + name);
+  return found->second;
+}
+
+void open(Session& s, Arguments& a) {
+  const bool host = a.more() && a.text() == "host";
+  const uint32_t status = host ? wabs_open() : brio_open("/dev/ttyACM2");
+  if (status != 0) throw UsageError("it gave " + std::to_string(status));
+  s.settle();
+  s.forget();
+}
+
+void call(Session& s, Arguments& a) {
+  const Call& chosen = function(a.text());
+  s.emit(chosen(a));
+  s.settle();
+}
+
+void async(Session& s, Arguments& a) {
+  const std::string name = a.text();
+  const auto run = [call = function(name), a]() mutable { return call(a); };
+  s.running.emplace_back(name, std::async(std::launch::async, run));
+  a.rest();
+}
+
+void join(Session& s, Arguments&) {
+  for (auto& [name, result] : s.running) s.emit(name + " " + result.get());
+  s.running.clear();
+  s.settle();
+}
+
+void await(Session& s, Arguments& a) {
+  const std::string status = a.text();
+  const Call& chosen = function(a.text());
+  std::string line;
+  eventually([&] {
+    Arguments again = a;
+    line = chosen(again);
+    return line.substr(0, line.find(' ')) == status;
+  });
+  s.emit(line);
+  a.rest();
+}
+
+void line(Session& s, Arguments& a) {
+  std::string command, selector;
+  const bool has_command = a.option("a", &command);
+  a.option("b", &selector);
+  sim_card_status card = {7, 15};
+  int is_query = 1;
+  void* b = selector == "card" ? static_cast<void*>(&card) : selector == "query" ? &is_query : nullptr;
+  if (!selector.empty() && b == nullptr) throw UsageError("b is card or query");
+  const bool null = a.take_null();
+  ExactText first(command), text(null ? "" : a.rest());
+  const uint32_t status = at_parse(null ? nullptr : text.get(), has_command ? first.get() : nullptr, b);
+  s.emit(std::to_string(status) + (selector == "card" ? " " + describe(card) : ""));
+}
+
+void set(Session& s, Arguments& a) {
+  for (const auto& word : a.words()) {
+    const size_t equals = std::min(word.find('='), word.size());
+    if (word != "fresh") {
+      set_shared_field(word.substr(0, equals), word.substr(std::min(equals + 1, word.size())));
+      continue;
+    }
+    brio::UrcDataLock lock;
+    briolib_init_atcmd_data(0);
+  }
+  s.shown = shared_fields();
+}
+
+void page(Session& s, Arguments& a) {
+  const auto mode = static_cast<uint32_t>(a.number());
+  auto size = static_cast<uint32_t>(a.number());
+  std::string buffer(size + 1, '\xA5');
+  const uint32_t status = brio_module_get_log_string(buffer.data(), &size, mode);
+  s.emit(std::to_string(status) + " size=" + std::to_string(static_cast<int32_t>(size)) +
+         (buffer.back() == '\xA5' ? "" : " OVERRUN"));
+  std::istringstream text(buffer[0] == '\xA5' ? "untouched" : buffer.c_str());
+  for (std::string each; std::getline(text, each);) s.emit("| " + escaped(each));
+}
+
+void sleeps(Session& s, Arguments&) {
+  std::string text;
+  const auto all = test_clock::sleeps();
+  for (; s.sleeps_seen < all.size(); s.sleeps_seen++) text += " " + std::to_string(all[s.sleeps_seen]);
+  s.emit("slept" + (text.empty() ? " never" : text));
+}
+
+void elapsed(Session& s, Arguments& a) {
+  const double low = to_real(a.text()), high = to_real(a.text()), passed = now() - s.time_seen;
+  s.emit(passed >= low && passed <= high ? "yes" : "no: " + std::to_string(passed));
+  s.time_seen = now();
+}
+
+// ---- Clock, files, IPC
+
+void turn_clock(Session& s, Arguments& a) {
+  const std::map<std::string, void (*)(double)> switches = {
+      {"advance", test_clock::advance},
+      {"scale", test_clock::scale_waits},
+      {"cap", test_clock::cap_waits},
+      {"wall", [](double time) { test_clock::set_wall(static_cast<std::time_t>(time)); }},
+      {"broken", [](double on) { test_clock::fail_monotonic(on != 0); }},
+      {"manual", [](double on) { test_clock::manual_select(on != 0); }}};
+  std::string value;
+  for (const auto& [key, change] : switches) {
+    if (a.option(key, &value)) return change(to_real(value));
+  }
+  if (!a.more()) s.time_seen = now();
+}
+
+void tick(Session& s, Arguments& a) {
+  for (long long left = a.more() ? a.number() : 1; left > 0; left--) {
+    if (!test_clock::tick()) s.emit("gone");
+  }
+}
+
+void file(Session& s, Arguments& a) {
+  const std::string path = a.text();
+  s.root.write(path, a.more() ? a.text() : "");
+}
+
+void make_link(Session& s, Arguments& a) {
+  const std::string path = s.root.path(a.text());
+  if (symlink(s.root.path(a.text()).c_str(), path.c_str()) != 0) throw UsageError(strerror(errno));
+}
+
+void show(Session& s, Arguments& a) {
+  const std::string path = a.text();
+  struct stat info;
+  if (lstat(s.root.path(path).c_str(), &info) != 0) return s.emit("absent");
+  if (!S_ISREG(info.st_mode)) {
+    return s.emit(S_ISDIR(info.st_mode) ? "directory" : S_ISLNK(info.st_mode) ? "link" : "special");
+  }
+  char mode[8];
+  snprintf(mode, sizeof mode, "%04o ", info.st_mode & 07777U);
+  const std::string text = s.root.read(path).value_or("cannot be read");
+  s.emit(mode + std::to_string(info.st_size) + " " + quoted(text.substr(0, 2000)) +
+         (text.size() > 2000 ? "..." : ""));
+}
+
+void touched(Session& s, Arguments& a) {
+  const std::string path = a.text();
+  struct stat info;
+  std::string facts = "absent";
+  if (lstat(s.root.path(path).c_str(), &info) == 0) {
+    facts = std::to_string(info.st_ino) + " " + std::to_string(info.st_mtim.tv_sec) + " " +
+            std::to_string(info.st_mtim.tv_nsec);
+  }
+  s.emit(s.touched.count(path) == 0 ? "first look" : s.touched[path] == facts ? "no" : "yes");
+  s.touched[path] = facts;
+}
+
+void nipc(Session& s, Arguments& a) {
+  std::string value;
+  if (a.option("fail_open", &value)) return NipcStandinFailOpen(to_number(value) != 0);
+  if (a.option("fail_reads", &value)) return NipcStandinFailReads(static_cast<uint32_t>(to_number(value)));
+  if (a.option("close", &value)) return NipcStandinSetCloseStatus(static_cast<uint32_t>(to_number(value)));
+  const auto words = a.words();
+  if (words.size() == 3) {
+    NipcStandinSetProperty(words[0].c_str(), words[1].c_str(), words[2].c_str());
+  } else if (words.size() == 2) {
+    NipcStandinRemoveProperty(words[0].c_str(), words[1].c_str());
+  } else {
+    s.emit("handles=" + std::to_string(NipcStandinOpenHandles()) + " texts=" +
+           std::to_string(NipcStandinUnfreedStrings()) + " reads=" + std::to_string(NipcStandinReadCount()));
+  }
+}
+
+void quiet(Session& s, Arguments& a) {
+  s.command(a.rest());
+  s.observe();
+  s.output.clear();
+}
+
+}  // namespace
+
+const std::map<std::string, Command>& commands() {
+  static std::map<std::string, Command> table;
+  if (!table.empty()) return table;
+  const auto add = [](const char* names, auto... functions) {
+    const auto all = split_names(names);
+    auto name = all.begin();
+    ((table[*name++] = functions), ...);
+  };
+#define ADD(...) add(#__VA_ARGS__, __VA_ARGS__)
+  ADD(report, sim_file, operators, answer, silent, fault, urc, raw, unplug, plug, wait_command, open, call,
+      async, join, await, line, set, page, sleeps, elapsed, tick, file, show, touched, nipc, quiet);
+  table["clock"] = turn_clock;
+  table["link"] = make_link;
+  table["sim"] = [](Session& s, Arguments& a) { s.modem.with_state(change(a)); };
+  table["no_faults"] = [](Session& s, Arguments&) { s.modem.clear_faults(); };
+  table["settle"] = [](Session& s, Arguments&) { s.settle(); };
+  table["chunk"] = [](Session& s, Arguments& a) { s.modem.chunk(static_cast<size_t>(a.number())); };
+  table["log"] = [](Session& s, Arguments& a) { s.show_log(a.words()); };
+  table["follow"] = [](Session& s, Arguments& a) { s.follow = a.words(); };
+  table["leftover"] = [](Session& s, Arguments&) { s.emit(s.leftover()); };
+  table["dir"] = [](Session& s, Arguments& a) { s.root.make_directory(a.text()); };
+  table["rm"] = [](Session& s, Arguments& a) { s.root.remove(a.text()); };
+  table["fifo"] = [](Session& s, Arguments& a) { mkfifo(s.root.path(a.text()).c_str(), 0600); };
+  return table;
+}

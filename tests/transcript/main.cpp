@@ -1,0 +1,117 @@
+// Runs one transcript: commands ("> ...") and below each the lines that it must show. "#" and blank lines are
+// free.
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include "session.h"
+
+namespace {
+
+constexpr int kDiffers = 1;
+constexpr int kUnusable = 2;
+
+struct Step {
+  size_t line;  // in the file, counted from 1
+  std::string command;
+  std::vector<std::string> expected;
+  std::vector<std::string> shown;
+};
+
+struct Transcript {
+  std::vector<std::string> preamble;  // in front of the first command
+  std::vector<Step> steps;
+  std::vector<std::vector<std::string>> free_lines;  // behind each step
+};
+
+Transcript read_transcript(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) throw UsageError("cannot be read");
+  Transcript transcript;
+  std::string line;
+  for (size_t number = 1; std::getline(file, line); number++) {
+    if (line.compare(0, 2, "> ") == 0) {
+      transcript.steps.push_back({number, line.substr(2), {}, {}});
+      transcript.free_lines.emplace_back();
+    } else if (line.empty() || line[0] == '#') {
+      (transcript.steps.empty() ? transcript.preamble : transcript.free_lines.back()).push_back(line);
+    } else if (transcript.steps.empty()) {
+      throw UsageError("line " + std::to_string(number) + ": output in front of the first command");
+    } else {
+      transcript.steps.back().expected.push_back(line);
+    }
+  }
+  if (transcript.steps.empty()) throw UsageError("holds no command");
+  return transcript;
+}
+
+// Expected and real output; equal lines at both ends stand once.
+void print_difference(const std::string& path, const Step& step) {
+  const auto &left = step.expected, &right = step.shown;
+  size_t head = 0;
+  size_t tail = 0;
+  const size_t shorter = std::min(left.size(), right.size());
+  while (head < shorter && left[head] == right[head]) head++;
+  while (head + tail < shorter && left[left.size() - 1 - tail] == right[right.size() - 1 - tail]) tail++;
+  std::cout << path << ":" << step.line << ":\n> " << step.command << "\n";
+  for (size_t i = 0; i < head; i++) std::cout << "  " << left[i] << "\n";
+  for (size_t i = head; i < left.size() - tail; i++) std::cout << "- " << left[i] << "\n";
+  for (size_t i = head; i < right.size() - tail; i++) std::cout << "+ " << right[i] << "\n";
+  for (size_t i = left.size() - tail; i < left.size(); i++) std::cout << "  " << left[i] << "\n";
+}
+
+void write_transcript(const std::string& path, const Transcript& transcript) {
+  std::ostringstream text;
+  for (const auto& line : transcript.preamble) text << line << "\n";
+  for (size_t i = 0; i < transcript.steps.size(); i++) {
+    text << "> " << transcript.steps[i].command << "\n";
+    for (const auto& line : transcript.steps[i].shown) text << line << "\n";
+    for (const auto& line : transcript.free_lines[i]) text << line << "\n";
+  }
+  std::ofstream(path) << text.str();
+}
+
+int run(const std::string& path, bool update) {
+  Transcript transcript = read_transcript(path);
+  Session session;
+  int result = 0;
+  for (Step& step : transcript.steps) {
+    try {
+      step.shown = session.run(step.command);
+    } catch (const std::exception& error) {
+      session.end();
+      throw UsageError("line " + std::to_string(step.line) + ": " + step.command + ": " + error.what());
+    }
+    if (step.shown == step.expected || update) continue;
+    print_difference(path, step);
+    result = kDiffers;
+  }
+  const std::string left = session.end();
+  if (left != "none") {
+    std::cout << path << ": left behind: " << left << "\n";
+    result = kDiffers;
+  }
+  if (update) write_transcript(path, transcript);
+  return result;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::vector<std::string> words(argv + 1, argv + argc);
+  const bool update = !words.empty() && words[0] == "--update";
+  if (words.size() != (update ? 2U : 1U) || words.back() == "--help") {
+    std::cout << "usage: transcript [--update] FILE\n\n"
+              << std::ifstream(TRANSCRIPT_HELP).rdbuf() << "\nFunctions:\n";
+    for (const auto& each : calls()) std::cout << "  " << each.first << "\n";
+    return words.size() == 1 ? 0 : kUnusable;
+  }
+  try {
+    return run(words.back(), update);
+  } catch (const std::exception& error) {
+    std::cerr << words.back() << ": " << error.what() << "\n";
+    return kUnusable;
+  }
+}

@@ -1,0 +1,176 @@
+// The session around the commands: start and end, what changed since the last look.
+#include "session.h"
+
+#include <syslog.h>
+
+#include <algorithm>
+#include <mutex>
+#include <regex>
+
+#include "base/clock.h"
+#include "brio/brio.h"
+#include "brio/briolib.h"
+#include "brio/wabs.h"
+#include "brio_common/shared_data.h"
+#include "nipc/nipc_standin.h"
+
+namespace {
+
+// A report that no parser takes: the line that says so is the proof that all before it was handled.
+constexpr char kMarker[] = "SETTLED";
+
+std::mutex s_events_mutex;  // guards s_events
+Session::Lines s_events;
+
+// Any thread that raises an event.
+uint32_t record_event(uint32_t id, uint32_t size, const void* data) {
+  std::string line = "event " + std::to_string(id) + " size=" + std::to_string(size);
+  if (id == BRIO_EVENT_TIME_INFO && data != nullptr) {
+    line += " " + describe(*static_cast<const network_time*>(data));
+  } else {
+    for (uint32_t i = 0; i < size / 4; i++)
+      line += " " + std::to_string(static_cast<const int32_t*>(data)[i]);
+  }
+  std::lock_guard<std::mutex> guard(s_events_mutex);
+  s_events.push_back(line);
+  return 0;
+}
+
+// Whether the priority is the one that the level letter stands for.
+bool fits(const log_capture::Line& line) {
+  const bool module = line.text.compare(1, 6, " blib:") != 0;
+  const std::map<char, int> priorities = {
+      {'D', LOG_DEBUG}, {'I', module ? LOG_NOTICE : LOG_INFO}, {'W', LOG_WARNING}, {'E', LOG_ERR}};
+  const auto found = priorities.find(line.text[0]);
+  return found != priorities.end() && found->second == line.priority;
+}
+
+bool marks(const log_capture::Line& line) {
+  return line.text.find(kMarker) != std::string::npos;
+}
+
+}  // namespace
+
+double now() {
+  timespec time = {};
+  brio::clock_monotonic(&time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+Session::Session() {
+  test_clock::reset();
+  NipcStandinReset();
+  brio_set_root_dir(root.dir().c_str());
+  at_parse_init();
+  for (uint32_t id = 0; id < BRIO_EVENT_COUNT; id++) brio_set_callback_for_event_id(id, record_event);
+  // Nobody need wait for an answer that is withheld.
+  modem.observe([](const modemsim::Traffic& traffic) {
+    if (traffic.bytes.empty()) test_clock::expire_wait();
+  });
+  if (!modem.start(root.dir())) throw UsageError(modem.error());
+  {
+    brio::UrcDataLock lock;
+    briolib_init_atcmd_data(0);
+  }
+  descriptors = open_descriptors();
+  threads = thread_count();
+  shown = shared_fields();
+  time_seen = now();
+}
+
+std::string Session::end() {
+  for (auto& each : running) each.second.wait();
+  wabs_close();
+  brio_trace_tst_stop();
+  brio_close();
+  modem.plug();
+  return leftover();
+}
+
+std::string Session::leftover() const {
+  const auto none = [this] { return open_descriptors() == descriptors && thread_count() == threads; };
+  if (eventually(none)) return "none";
+  return "threads " + std::to_string(thread_count()) + " for " + std::to_string(threads) + ", descriptors " +
+         std::to_string(open_descriptors()) + " for " + std::to_string(descriptors);
+}
+
+void Session::emit(const std::string& line) {
+  const bool blank = !line.empty() && line.back() == ' ';
+  output.push_back(blank ? line.substr(0, line.size() - 1) + "\\x20" : line);
+}
+
+void Session::settle() {
+  if (!running.empty() || !modem.is_open(modemsim::Port::kUrc)) return;
+  modem.urc(std::string("+") + kMarker + ": ");
+  if (!log_capture::wait_for(std::string("No URC Callback func avail ") + kMarker, ++markers)) {
+    throw UsageError("the library did not handle a report");
+  }
+  for (const auto& line : log_capture::lines()) {
+    if (marks(line)) event_thread = line.thread;
+  }
+}
+
+void Session::show_log(const Lines& parts) {
+  static const std::regex number("(blib:[a-z_/0-9]+|\\(\\w+:\\w+):[0-9]+"), pointer("0x[0-9a-f]{9,}");
+  for (const auto& line : log) {
+    const auto holds = [&](const std::string& part) { return line.text.find(part) != std::string::npos; };
+    if (!(parts.empty() || std::any_of(parts.begin(), parts.end(), holds))) continue;
+    std::string text = std::regex_replace(std::regex_replace(line.text, number, "$1:N"), pointer, "P");
+    for (size_t at; (at = text.find(root.dir())) != std::string::npos;) text.erase(at, root.dir().size());
+    emit((fits(line) ? "" : "<" + std::to_string(line.priority) + "> ") + escaped(text));
+  }
+  log.clear();
+}
+
+void Session::observe() {
+  if (!running.empty()) return;  // what another thread does now has no fixed place here
+  const auto received = modem.commands();
+  for (size_t same = 1; commands_seen < received.size(); commands_seen += same, same = 1) {
+    const std::string& command = received[commands_seen];
+    while (commands_seen + same < received.size() && received[commands_seen + same] == command) same++;
+    emit("sent " + escaped(command) + (same > 1 ? " x" + std::to_string(same) : ""));
+  }
+  {
+    std::lock_guard<std::mutex> guard(s_events_mutex);
+    for (const auto& event : s_events) emit(event);
+    s_events.clear();
+  }
+  std::string changed;
+  const Fields fields = shared_fields();
+  for (size_t i = 0; i < fields.size(); i++) {
+    if (fields[i] != shown[i]) changed += " " + fields[i].first + "=" + fields[i].second;
+  }
+  shown = fields;
+  if (!changed.empty()) emit("changed" + changed);
+  // The event thread's lines stand behind those of the others: nothing else orders them.
+  const auto lines = log_capture::lines();
+  const auto middle =
+      log.insert(log.end(), lines.begin() + static_cast<std::ptrdiff_t>(log_seen), lines.end());
+  std::stable_partition(middle, log.end(), [this](const auto& line) { return line.thread != event_thread; });
+  log.erase(std::remove_if(log.begin(), log.end(), marks), log.end());
+  log_seen = lines.size();
+  if (!follow.empty()) show_log(follow);
+}
+
+void Session::forget() {
+  observe();
+  output.clear();
+  log.clear();
+  sleeps_seen = test_clock::sleeps().size();
+}
+
+void Session::command(const std::string& line) {
+  Arguments arguments(line);
+  const std::string name = arguments.text();
+  const auto found = commands().find(name);
+  if (found == commands().end()) throw UsageError("no such command");
+  found->second(*this, arguments);
+  arguments.finish();
+}
+
+Session::Lines Session::run(const std::string& line) {
+  output.clear();
+  command(line);
+  observe();
+  return output;
+}
