@@ -10,6 +10,7 @@
 #include "brio/briolib.h"
 #include "brio_blpkt.h"
 #include "brio_pktio.h"
+#include "brio_queue.h"
 
 namespace {
 
@@ -93,9 +94,9 @@ void* prv_event_thread(void*) {
   return nullptr;
 }
 
-// Caller holds the response mutex.
+// Caller holds the response mutex, and wakes the requester once that is released.
 bool prv_queue_response(int32_t status) {
-  uint32_t result = q_add(s_response_queue, &status, sizeof(status));
+  uint32_t result = brio::queue_put(s_response_queue, &status, sizeof(status));
   if (result == Q_OK) return true;
   BLIB_E("E blib:%s:%d:qresp:status=%d:can't queue response\n", BLIB_HERE, static_cast<int>(result));
   return false;
@@ -107,18 +108,23 @@ void prv_convert_and_queue_resp_packet(const ATResponse* response) {
     BLIB_E("E blib:%s:%d:queue_resp_packet:ret=%d:FATAL: resp is NULL\n", BLIB_HERE, BLPKT_STATUS_ERROR);
     return;
   }
-  MutexGuard lock(s_response_mutex);
-  uint32_t status = BLPKT_STATUS_SUCCESS;
-  if (response->status != 0) {
-    BLIB_E("E blib:%s:%d:blpktstat:AT_err_string:%s:\n", BLIB_HERE,
-           response->final_response != nullptr ? response->final_response : "");
-    status = BLPKT_STATUS_ERROR;
-  } else if (s_request.callback != nullptr) {
-    status = s_request.callback(response, s_request.user_data, s_request.user_value);
+  queue* queued = nullptr;
+  {
+    MutexGuard lock(s_response_mutex);
+    uint32_t status = BLPKT_STATUS_SUCCESS;
+    if (response->status != 0) {
+      BLIB_E("E blib:%s:%d:blpktstat:AT_err_string:%s:\n", BLIB_HERE,
+             response->final_response != nullptr ? response->final_response : "");
+      status = BLPKT_STATUS_ERROR;
+    } else if (s_request.callback != nullptr) {
+      status = s_request.callback(response, s_request.user_data, s_request.user_value);
+    }
+    BLIB_D(BRIO_LOG_REQUEST, "D blib:%s:%d:prv_convert_and_queue_resp_packet %d\n", BLIB_HERE,
+           static_cast<int>(status));
+    if (prv_queue_response(static_cast<int32_t>(status))) queued = s_response_queue;
   }
-  BLIB_D(BRIO_LOG_REQUEST, "D blib:%s:%d:prv_convert_and_queue_resp_packet %d\n", BLIB_HERE,
-         static_cast<int>(status));
-  prv_queue_response(static_cast<int32_t>(status));
+  // The requester takes the response mutex right away. The queue outlives the read thread.
+  if (queued != nullptr) brio::queue_wake(queued);
 }
 
 // Read thread: one unsolicited line goes to the event thread, or is dropped when that one is too far behind.
@@ -320,7 +326,10 @@ uint32_t blpkt_atcmd_request_with_callback(const char* command, uint32_t type, c
 
 uint32_t blpkt_abort_manual_nw_scan(void) {
   MutexGuard lock(s_response_mutex);
-  return prv_queue_response(BLPKT_STATUS_SCAN_ABORTED) ? BLPKT_STATUS_SCAN_ABORTED : BLPKT_STATUS_ERROR;
+  if (!prv_queue_response(BLPKT_STATUS_SCAN_ABORTED)) return BLPKT_STATUS_ERROR;
+  // Under the lock: a shutdown on another thread may be about to destroy the queue.
+  brio::queue_wake(s_response_queue);
+  return BLPKT_STATUS_SCAN_ABORTED;
 }
 
 uint32_t blpkt_acquire_send_mutex(void) {

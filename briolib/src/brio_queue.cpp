@@ -1,4 +1,6 @@
 // Bounded queue: a ring of fixed-size elements with a blocking take that times out and can be cancelled.
+#include "brio_queue.h"
+
 #include <errno.h>
 #include <pthread.h>
 #include <stddef.h>
@@ -9,7 +11,6 @@
 #include "base/clock.h"
 #include "base/guards.h"
 #include "base/log.h"
-#include "brio/brio_at.h"
 
 struct queue {
   pthread_mutex_t mutex;   // guards in, out, flags and the storage
@@ -112,6 +113,17 @@ uint32_t prv_wait_element(queue* q, int32_t timeout_seconds) {
   return Q_OK;
 }
 
+uint32_t prv_put(queue* q, const void* source, q_copy copy, uint32_t size) {
+  if (q == nullptr || source == nullptr || copy == nullptr) return Q_INVALID;
+  brio::MutexGuard lock(q->mutex);
+  if ((q->flags & kFull) != 0) return Q_FULL;
+  copy(prv_slot(q, q->in), source, size, q->element_size);
+  q->in = prv_next(q, q->in);
+  if (q->in == q->out) q->flags |= kFull;
+  prv_dump(q);
+  return Q_OK;
+}
+
 }  // namespace
 
 queue* q_create(uint32_t element_size, int32_t capacity) {
@@ -148,19 +160,19 @@ void q_destroy(queue* q) {
   free(q);
 }
 
-uint32_t q_add_with_copy_callback(queue* q, const void* source, q_copy copy, uint32_t size) {
-  if (q == nullptr || source == nullptr || copy == nullptr) return Q_INVALID;
-  {
-    brio::MutexGuard lock(q->mutex);
-    if ((q->flags & kFull) != 0) return Q_FULL;
-    copy(prv_slot(q, q->in), source, size, q->element_size);
-    q->in = prv_next(q, q->in);
-    if (q->in == q->out) q->flags |= kFull;
-    prv_dump(q);
-  }
-  // Not under the lock, which the woken consumer needs at once: one switch to it instead of three.
+uint32_t brio::queue_put(queue* q, const void* source, uint32_t size) {
+  return prv_put(q, source, prv_default_copy, size);
+}
+
+void brio::queue_wake(queue* q) {
   pthread_cond_signal(&q->changed);
-  return Q_OK;
+}
+
+uint32_t q_add_with_copy_callback(queue* q, const void* source, q_copy copy, uint32_t size) {
+  uint32_t status = prv_put(q, source, copy, size);
+  // Not under the lock, which the woken consumer needs at once: one switch to it instead of three.
+  if (status == Q_OK) brio::queue_wake(q);
+  return status;
 }
 
 uint32_t q_add(queue* q, const void* source, uint32_t size) {
