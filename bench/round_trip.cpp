@@ -9,8 +9,6 @@
 #include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/select.h>
-#include <sys/stat.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,6 +22,7 @@
 
 #include "brio/brio.h"
 #include "brio/brio_at.h"
+#include "pty_port.h"
 
 namespace {
 
@@ -32,44 +31,28 @@ using Clock = std::chrono::steady_clock;
 constexpr char kCommand[] = "AT+GTBARS?";
 constexpr char kAnswer[] = "\r\n+GTBARS: 0,7,4,60,30\r\n\r\nOK\r\n";
 
-// Answers every CR on a pty master until it is closed.
+// Answers every CR on a port until it is destroyed.
 class Responder {
  public:
-  Responder() {
-    master_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    grantpt(master_);
-    unlockpt(master_);
-    path_ = ptsname(master_);
-    keep_ = open(path_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    termios settings;
-    tcgetattr(keep_, &settings);
-    cfmakeraw(&settings);
-    tcsetattr(keep_, TCSANOW, &settings);
-    thread_ = std::thread([this] { run(); });
-  }
+  explicit Responder(bench::PtyPort& port) : port_(port), thread_([this] { run(); }) {}
   ~Responder() {
     stop_ = true;
-    ssize_t ignored = write(keep_, "\r", 1);
-    (void)ignored;
+    port_.poke();
     thread_.join();
-    close(keep_);
-    close(master_);
   }
-  const std::string& path() const { return path_; }
 
  private:
   void run() {
     char buffer[256];
     while (!stop_) {
-      ssize_t got = read(master_, buffer, sizeof(buffer));
+      ssize_t got = read(port_.master(), buffer, sizeof(buffer));
       if (got <= 0) return;
       if (memchr(buffer, '\r', static_cast<size_t>(got)) == nullptr) continue;
-      if (write(master_, kAnswer, sizeof(kAnswer) - 1) < 0) return;
+      if (write(port_.master(), kAnswer, sizeof(kAnswer) - 1) < 0) return;
     }
   }
 
-  int master_ = -1, keep_ = -1;
-  std::string path_;
+  bench::PtyPort& port_;
   std::atomic<bool> stop_{false};
   std::thread thread_;
 };
@@ -113,9 +96,9 @@ void* bare_reader(void* argument) {
   }
 }
 
-double bare_round(Responder& modem, int requests) {
+double bare_round(const bench::PtyPort& port, int requests) {
   Bare bare;
-  bare.fd = open(modem.path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  bare.fd = open(port.slave().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
   pthread_t reader;
   pthread_create(&reader, nullptr, bare_reader, &bare);
   std::string command = std::string(kCommand) + "\r";
@@ -163,17 +146,10 @@ int main(int argc, char** argv) {
   CPU_SET(sched_getcpu(), &one);
   sched_setaffinity(0, sizeof(one), &one);
 
-  char root[] = "/tmp/round-trip-XXXXXX";
-  if (mkdtemp(root) == nullptr) return 1;
-  Responder bare_modem, query_modem, urc_modem;
-  std::string dev = std::string(root) + "/dev";
-  mkdir(dev.c_str(), 0755);
-  std::string query = dev + "/ttyACM2", urc = dev + "/ttyACM3";
-  if (symlink(query_modem.path().c_str(), query.c_str()) != 0 ||
-      symlink(urc_modem.path().c_str(), urc.c_str()) != 0) {
-    return 1;
-  }
-  brio_set_root_dir(root);
+  bench::PortRoot root;
+  bench::PtyPort bare_port(root, "bare"), query(root, "ttyACM2"), urc(root, "ttyACM3");
+  Responder bare_modem(bare_port), query_modem(query);
+  brio_set_root_dir(root.path().c_str());
   if (blpkt_init() != 0 || pktio_init("/dev/ttyACM2", blpkt_handle_packet, nullptr) != 0) {
     fprintf(stderr, "round_trip: the channel did not open\n");
     return 1;
@@ -185,7 +161,7 @@ int main(int argc, char** argv) {
   int answered = 0;
   for (int round = 0; round < kRounds; round++) {
     long at_start = switches();
-    bare = std::min(bare, bare_round(bare_modem, requests));
+    bare = std::min(bare, bare_round(bare_port, requests));
     long at_half = switches();
     library = std::min(library, library_round(requests, answered));
     bare_switches += at_half - at_start;
@@ -193,10 +169,6 @@ int main(int argc, char** argv) {
   }
   pktio_shutdown();
   blpkt_shutdown();
-  unlink(query.c_str());
-  unlink(urc.c_str());
-  rmdir(dev.c_str());
-  rmdir(root);
 
   double total = static_cast<double>(requests) * kRounds;
   printf("bare loop   %7.2f us, %.2f context switches per round trip\n", bare,
