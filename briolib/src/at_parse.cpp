@@ -131,6 +131,12 @@ bool prv_names_subscriber(const char* name, const void* argument_a) {
          brio::parse::crsm_file(static_cast<const char*>(argument_a)) == brio::parse::SimFile::kIccid;
 }
 
+// A copy of (a part of) a result's line for the log.
+LogText prv_log_text(const char* text, const char* name, const void* argument_a) {
+  unsigned plain_fields = str_starts_with(name, "CRSM") != 0 ? brio::kCrsmStatusFields : 0;
+  return LogText(text, prv_names_subscriber(name, argument_a), plain_fields);
+}
+
 }  // namespace
 
 void at_parse_init() {
@@ -152,7 +158,7 @@ uint32_t at_parse(char* line, void* argument_a, void* argument_b) {
   if (line == nullptr) return BRIO_STATUS_FAILURE;
   char* name = line + strspn(line, "+:");
   BLIB_D(BRIO_LOG_DISPATCH, "D blib:%s:%d:at_parse input:%s\n", BLIB_HERE,
-         LogText(line, prv_names_subscriber(name, argument_a)).c_str());
+         prv_log_text(line, name, argument_a).c_str());
   if (*line != '+') {
     BLIB_W("W blib:%s:%d::line doesn't start with + skip parse%s:\n", BLIB_HERE, LogText(line).c_str());
     return BRIO_STATUS_FAILURE;
@@ -169,7 +175,7 @@ uint32_t at_parse(char* line, void* argument_a, void* argument_b) {
   }
   entry->parser(rest, argument_a, argument_b);
   if (!entry->silent) {
-    BLIB_I("I blib:URC::+%s: %s\n", name, LogText(rest, prv_names_subscriber(name, argument_a)).c_str());
+    BLIB_I("I blib:URC::+%s: %s\n", name, prv_log_text(rest, name, argument_a).c_str());
   }
   return BRIO_STATUS_OK;
 }

@@ -29,7 +29,7 @@ void prv_store_text(char (sim_info_data::*field)[N], const char* text) {
 // Entries beyond the capacity are counted, not kept.
 uint16_t prv_fill_plmn_values(const char* cursor, plmn_entry* list, size_t capacity,
                               bool with_access_technology) {
-  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_fill_plmn_values = %s\n", BLIB_HERE, cursor);
+  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_fill_plmn_values = %s\n", BLIB_HERE, LogText(cursor).c_str());
   uint16_t count = 0;
   plmn_entry entry;
   while (parse::next_plmn(&cursor, with_access_technology, &entry)) {
@@ -71,11 +71,11 @@ void prv_store_file(SimFile file, const char* data, const char* command) {
       prv_store_list(data, true, &sim_plmn_data::hplmn, &sim_plmn_data::hplmn_count);
       break;
     case SimFile::kEpsLocation:
-      BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Updating epsloci: %s\n", BLIB_HERE, data);
+      BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Updating epsloci: %s\n", BLIB_HERE, LogText(data).c_str());
       prv_store_text(&sim_info_data::epsloci, data);
       break;
     case SimFile::kPsLocation:
-      BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Updating psloci: %s\n", BLIB_HERE, data);
+      BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Updating psloci: %s\n", BLIB_HERE, LogText(data).c_str());
       prv_store_text(&sim_info_data::psloci, data);
       break;
     case SimFile::kForbiddenPlmn:
@@ -83,7 +83,7 @@ void prv_store_file(SimFile file, const char* data, const char* command) {
       prv_store_list(data, false, &sim_plmn_data::fplmn, &sim_plmn_data::fplmn_count);
       break;
     case SimFile::kLocation:
-      BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Updating loci:  %s \n", BLIB_HERE, data);
+      BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Updating loci:  %s \n", BLIB_HERE, LogText(data).c_str());
       prv_store_text(&sim_info_data::loci, data);
       break;
     case SimFile::kEquivalentHomePlmn:
@@ -141,7 +141,8 @@ void prv_at_parse_crsm(char* rest, void* argument_a, void* /*argument_b*/) {
     return;
   }
   SimFile file = parse::crsm_file(command);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:crsm:%s\n", BLIB_HERE, LogText(rest, file == SimFile::kIccid).c_str());
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:crsm:%s\n", BLIB_HERE,
+         LogText(rest, file == SimFile::kIccid, kCrsmStatusFields).c_str());
 
   parse::CrsmAnswer answer;
   CrsmOutcome outcome = parse::parse_crsm(rest, &answer);

@@ -85,7 +85,7 @@ void prv_at_parse_ciev(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
     return;
   }
   if ((report.fields & parse::kTimeYear) != 0) {
-    char year[8];
+    char year[32];  // a report of the right length has no longer field
     copy_text(year, sizeof(year), report.date, strcspn(report.date, "/"));
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:date: %s, year: %s\n", BLIB_HERE, report.date, year);
   }

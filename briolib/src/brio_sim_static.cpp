@@ -42,7 +42,8 @@ uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_d
     return BRIO_STATUS_INVALID;
   }
   bool identity = strcmp(static_cast<const char*>(user_data), kReadIccid) == 0;
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:get crsm [%s]\n", BLIB_HERE, brio::LogText(line, identity).c_str());
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:get crsm [%s]\n", BLIB_HERE,
+         brio::LogText(line, identity, brio::kCrsmStatusFields).c_str());
   return at_parse(brio::skip_spaces(line), user_data, nullptr);
 }
 

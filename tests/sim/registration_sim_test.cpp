@@ -118,7 +118,7 @@ TEST_F(RegistrationSim, RefreshReadsTheIccidAgain) {
     briolib_get_sim_info_data(&info);
   }
   EXPECT_STREQ(info.iccid, "89490130142110185120");
-  EXPECT_TRUE(log_capture::has("get crsm [+CRSM: ***,*,\"" + std::string(21, '*') + "F\"]"));
+  EXPECT_TRUE(log_capture::has("get crsm [+CRSM: 144,0,\"" + std::string(21, '*') + "F\"]"));
   EXPECT_FALSE(log_capture::has("9894100341"));
   EXPECT_FALSE(log_capture::has("8949013014"));
   set_log_mask(0);

@@ -168,7 +168,7 @@ TEST_F(SimCard, NoLineShowsTheSubscriber) {
   EXPECT_EQ(0u, brio_get_sim_static_info(1));
   EXPECT_TRUE(log_capture::has(":ICCID ********************\n"));
   EXPECT_TRUE(log_capture::has(":IMSI updated\n"));
-  EXPECT_TRUE(log_capture::has(":get crsm [+CRSM: ***,*,\"********************\"]\n"));
+  EXPECT_TRUE(log_capture::has(":get crsm [+CRSM: 144,0,\"********************\"]\n"));
   for (const auto& line : log_capture::lines()) {
     EXPECT_EQ(std::string::npos, line.text.find("310410123456789")) << line.text;
     EXPECT_EQ(std::string::npos, line.text.find("89014103211118510720")) << line.text;

@@ -1,5 +1,7 @@
 #include "base/masked.h"
 
+#include <string.h>
+
 namespace brio {
 
 bool holds_long_number(const char* text) {
@@ -10,6 +12,17 @@ bool holds_long_number(const char* text) {
     if (run == kIdentityDigits) return true;
   }
   return false;
+}
+
+LogText::LogText(const char* text, bool masked, unsigned plain_fields) {
+  copy_text(text_, sizeof(text_), text != nullptr ? text : "");
+  char* cursor = text_;
+  for (; plain_fields > 0; plain_fields--) {
+    cursor += strcspn(cursor, ",");
+    if (*cursor == ',') cursor++;
+  }
+  if (masked || holds_long_number(text_)) briolib_obfuscate_numeral(cursor, '*');
+  if (holds_long_number(text_)) briolib_obfuscate_numeral(text_, '*');
 }
 
 }  // namespace brio

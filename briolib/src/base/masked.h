@@ -13,15 +13,16 @@ namespace brio {
 // A run of digits as long as an IMSI (15) or an ICCID (19 or 20).
 bool holds_long_number(const char* text);
 
+// Fields of a "+CRSM" line in front of the file's contents: the status words.
+constexpr unsigned kCrsmStatusFields = 2;
+
 // A copy of a text for the log: its digits are masked when it names the subscriber, that is when `masked`
-// says so or it holds a long number: an answer that comes late may stand where any other was awaited. No line
-// of the ports is longer than the copy; a longer text is cut. A null text is empty.
+// says so or it holds a long number: an answer that comes late may stand where any other was awaited. The
+// first `plain_fields` fields stay as they are unless the number stands there. No line of the ports is longer
+// than the copy; a longer text is cut. A null text is empty.
 class LogText {
  public:
-  explicit LogText(const char* text, bool masked = false) {
-    copy_text(text_, sizeof(text_), text != nullptr ? text : "");
-    if (masked || holds_long_number(text_)) briolib_obfuscate_numeral(text_, '*');
-  }
+  explicit LogText(const char* text, bool masked = false, unsigned plain_fields = 0);
   const char* c_str() const { return text_; }
 
  private:

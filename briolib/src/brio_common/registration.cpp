@@ -71,7 +71,8 @@ uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_d
     return BRIO_STATUS_INVALID;
   }
   line = brio::skip_spaces(line);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:get crsm [%s]", BLIB_HERE, brio::LogText(line, true).c_str());
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:get crsm [%s]", BLIB_HERE,
+         brio::LogText(line, true, brio::kCrsmStatusFields).c_str());
   uint32_t result = at_parse(line, user_data, nullptr);
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:atcmd crsm blpkt_ret[%d]", BLIB_HERE, static_cast<int>(result));
   return result;

@@ -104,6 +104,7 @@ bool next_plmn(const char** cursor, bool with_access_technology, plmn_entry* ent
 }
 
 void iccid_from_file(const char* data, char (&iccid)[21]) {
+  memset(iccid, 0, sizeof(iccid));
   copy_text(iccid, sizeof(iccid), data, kIccidDigits);
   for (size_t i = 0; iccid[i] != '\0' && iccid[i + 1] != '\0'; i += 2) {
     char first = iccid[i];

@@ -34,28 +34,32 @@ constexpr Part kClockParts[] = {
     {kTimeSecond, [](network_time* time, int32_t value) { time->second = static_cast<uint8_t>(value); }},
 };
 
-// False when the text ended before its third part.
-bool prv_take_parts(char* text, char separator, const Part (&parts)[3], TimeReport* report) {
-  char* cursor = text;
+// False when the text ended before its third part. The text stays whole for the log; a number ends by itself
+// at the separator.
+bool prv_take_parts(const char* text, const char* end, char separator, const Part (&parts)[3],
+                    TimeReport* report) {
+  const char* field = text;
   for (const Part& part : parts) {
-    char* field = next_field(&cursor, separator);
     if (field == nullptr) return false;
-    if (*skip_spaces(field) != '\0') part.set(&report->time, decimal(field));
+    const char* number = skip_spaces(field);
+    if (number < end && *number != separator) part.set(&report->time, decimal(number));
     report->fields |= part.bit;
+    field = strchr(field, separator);
+    if (field != nullptr) field++;
   }
   return true;
 }
 
-bool prv_take_date(char* text, TimeReport* report) {
-  copy_text(report->date, sizeof(report->date), text);
-  return prv_take_parts(text, '/', kDateParts, report);
+bool prv_take_date(const char* text, TimeReport* report) {
+  report->date = text;
+  return prv_take_parts(text, text + strlen(text), '/', kDateParts, report);
 }
 
-bool prv_take_clock(char* text, TimeReport* report) {
-  copy_text(report->clock, sizeof(report->clock), text);
+bool prv_take_clock(const char* text, TimeReport* report) {
+  report->clock = text;
   size_t length = strlen(text);
-  if (length > 0 && text[length - 1] == '"') text[length - 1] = '\0';
-  return prv_take_parts(text, ':', kClockParts, report);
+  if (length > 0 && text[length - 1] == '"') length--;
+  return prv_take_parts(text, text + length, ':', kClockParts, report);
 }
 
 }  // namespace

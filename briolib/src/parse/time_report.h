@@ -36,12 +36,12 @@ struct TimeReport {
   network_time time;  // all ones where nothing was set
   const char* zone;   // texts of the fields for the log; null or empty where the line had none
   const char* dst;
-  const char* rest;  // what stood behind the first field when parsing stopped there
-  char date[16];     // copies: the fields themselves are cut up
-  char clock[16];
+  const char* rest;   // what stood behind the first field when parsing stopped there
+  const char* date;   // without its opening quote; valid with kTimeYear
+  const char* clock;  // with its closing quote; valid with kTimeHour
 };
 
-// Text behind "+CTZV:" or "+CIEV:", cut up in place.
+// Text behind "+CTZV:" or "+CIEV:", cut at its commas.
 TimeReport parse_ctzv(char* rest);
 TimeReport parse_ciev(char* rest);
 
