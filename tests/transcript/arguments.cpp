@@ -105,7 +105,7 @@ std::string escaped(const std::string& bytes) {
     char code[8];
     if (c == '\n' || c == '\r' || c == '\t') {
       text += c == '\n' ? "\\n" : c == '\r' ? "\\r" : "\\t";
-    } else if (byte < 0x20 || byte == 0x7F) {
+    } else if (byte < 0x20 || byte >= 0x7F) {
       snprintf(code, sizeof code, "\\x%02x", byte);
       text += code;
     } else {

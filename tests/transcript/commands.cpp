@@ -113,8 +113,12 @@ void plug(Session& s, Arguments&) {
 
 void wait_command(Session& s, Arguments& a) {
   const std::string command = a.text();
+  const auto all = s.modem.commands();
+  const auto before =
+      std::count(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(s.commands_seen), command);
   const size_t times = a.more() ? static_cast<size_t>(a.number()) : 1;
-  if (!s.modem.wait_command(command, times)) throw UsageError("the modem did not receive it");
+  if (!s.modem.wait_command(command, static_cast<size_t>(before) + times))
+    throw UsageError("it did not come");
 }
 
 // ---- The library
@@ -317,7 +321,10 @@ const std::map<std::string, Command>& commands() {
   table["settle"] = [](Session& s, Arguments&) { s.settle(); };
   table["chunk"] = [](Session& s, Arguments& a) { s.modem.chunk(static_cast<size_t>(a.number())); };
   table["log"] = [](Session& s, Arguments& a) { s.show_log(a.words()); };
-  table["follow"] = [](Session& s, Arguments& a) { s.follow = a.words(); };
+  table["follow"] = [](Session& s, Arguments& a) {
+    s.follow = a.words();
+    s.log.clear();
+  };
   table["leftover"] = [](Session& s, Arguments&) { s.emit(s.leftover()); };
   table["dir"] = [](Session& s, Arguments& a) { s.root.make_directory(a.text()); };
   table["rm"] = [](Session& s, Arguments& a) { s.root.remove(a.text()); };

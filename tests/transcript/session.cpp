@@ -101,6 +101,7 @@ void Session::emit(const std::string& line) {
 
 void Session::settle() {
   if (!running.empty() || !modem.is_open(modemsim::Port::kUrc)) return;
+  if (briolib_check_library_status() == BRIO_STATUS_NOT_OPEN) return;
   modem.urc(std::string("+") + kMarker + ": ");
   if (!log_capture::wait_for(std::string("No URC Callback func avail ") + kMarker, ++markers)) {
     throw UsageError("the library did not handle a report");

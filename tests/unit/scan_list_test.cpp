@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "parse/scan_list.h"
-#include "support/corpus.h"
 #include "support/exact_text.h"
 
 namespace {
@@ -51,23 +50,6 @@ Scan scan(const std::string& line) {
   }
   result.count = entries.size();
   return result;
-}
-
-TEST(ScanList, ReadsTheCorpus) {
-  for (const auto& row : read_corpus("scan_answers.txt", 4)) {
-    Scan result = scan(row[1]);
-    EXPECT_EQ(row[2], result.errors) << row[0];
-    EXPECT_EQ(row[3], result.list) << row[0];
-  }
-}
-
-TEST(ScanList, RefusesLinesWithoutText) {
-  EXPECT_EQ("1", scan("").errors);
-  EXPECT_EQ("1", scan(" \t ").errors);
-  EXPECT_EQ("3", scan(":").errors);
-  EXPECT_EQ("3", scan("  :::").errors);
-  char* none = nullptr;
-  EXPECT_EQ(brio::parse::kScanNoLine, brio::parse::start_scan(&none));
 }
 
 // Forty operators of every kind of name.
