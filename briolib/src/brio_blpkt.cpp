@@ -94,12 +94,20 @@ void* prv_event_thread(void*) {
   return nullptr;
 }
 
-// Caller holds the response mutex, and wakes the requester once that is released.
+// Queues a status without waking the requester. Caller holds the response mutex.
 bool prv_queue_response(int32_t status) {
   uint32_t result = brio::queue_put(s_response_queue, &status, sizeof(status));
   if (result == Q_OK) return true;
   BLIB_E("E blib:%s:%d:qresp:status=%d:can't queue response\n", BLIB_HERE, static_cast<int>(result));
   return false;
+}
+
+// The same, and wakes the requester: under the lock, since a shutdown on another thread may be about to
+// destroy the queue.
+bool prv_queue_response_and_wake(int32_t status) {
+  if (!prv_queue_response(status)) return false;
+  brio::queue_wake(s_response_queue);
+  return true;
 }
 
 // Read thread: one complete answer becomes one status.
@@ -271,7 +279,7 @@ void prv_store_callbacks(const blpkt_callback* table, const blpkt_callback** sto
 void blpkt_channel_lost() {
   MutexGuard lock(s_response_mutex);
   s_channel_lost = true;
-  if (s_request_waits) prv_queue_response(BLPKT_STATUS_ERROR);
+  if (s_request_waits) prv_queue_response_and_wake(BLPKT_STATUS_ERROR);
 }
 
 uint32_t blpkt_init(void) {
@@ -326,10 +334,8 @@ uint32_t blpkt_atcmd_request_with_callback(const char* command, uint32_t type, c
 
 uint32_t blpkt_abort_manual_nw_scan(void) {
   MutexGuard lock(s_response_mutex);
-  if (!prv_queue_response(BLPKT_STATUS_SCAN_ABORTED)) return BLPKT_STATUS_ERROR;
-  // Under the lock: a shutdown on another thread may be about to destroy the queue.
-  brio::queue_wake(s_response_queue);
-  return BLPKT_STATUS_SCAN_ABORTED;
+  return prv_queue_response_and_wake(BLPKT_STATUS_SCAN_ABORTED) ? BLPKT_STATUS_SCAN_ABORTED
+                                                                : BLPKT_STATUS_ERROR;
 }
 
 uint32_t blpkt_acquire_send_mutex(void) {

@@ -7,6 +7,7 @@
 
 #include "base/log.h"
 #include "brio/brio_at.h"
+#include "brio_blpkt.h"
 #include "faults.h"
 #include "support/pty_modem.h"
 
@@ -157,6 +158,25 @@ TEST_F(Blpkt, UnplugWhileARequestWaitsEndsInATimeOut) {
   EXPECT_TRUE(log_capture::has("pausing read thread"));
   EXPECT_EQ(blpkt_atcmd_request_with_callback("AT", NO_RESULT, nullptr, nullptr, nullptr, 0), 2u);
   EXPECT_TRUE(log_capture::has("blpkt_send::can't send req packet"));
+}
+
+TEST_F(Blpkt, LostChannelEndsTheWaitingRequestAtOnce) {
+  pktio_set_shutdown_callback([](void*) { blpkt_channel_lost(); }, nullptr);
+  auto request = [] {
+    return blpkt_atcmd_request_with_callback_timeout("AT+COPS=?", MULTILINE, "+COPS", nullptr, nullptr, 0,
+                                                     300);
+  };
+  start();
+  auto waiting = std::async(std::launch::async, request);
+  std::string got;
+  ASSERT_TRUE(eventually([&] { return (got += modem_.received()) == "AT+COPS=?\r"; }));
+  auto begin = Clock::now();
+  modem_.unplug();
+  EXPECT_EQ(waiting.get(), static_cast<uint32_t>(BLPKT_STATUS_ERROR));
+  EXPECT_EQ(request(), static_cast<uint32_t>(BLPKT_STATUS_ERROR));
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
+  close();
+  pktio_set_shutdown_callback(nullptr, nullptr);
 }
 
 TEST_F(Blpkt, AbortEndsTheWaitingRequestOrTheNextOne) {

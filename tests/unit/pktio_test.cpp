@@ -245,6 +245,15 @@ TEST_F(Pktio, LinesWithoutACommandAreDiscarded) {
   EXPECT_EQ(answer(SINGLELINE, "+B", "+B: 1\r\nOK\r\n", 99), "0|OK|+B: 1");
 }
 
+TEST_F(Pktio, LinesOfAnEarlierCommandNeverJoinAnAnswer) {
+  start();
+  ASSERT_TRUE(send(MULTILINE, "+X"));
+  feed_query("+X: 1\r\n");
+  pktio_reset_command();
+  // Its final line is missing, and nothing came while no command waited.
+  EXPECT_EQ(answer(MULTILINE, "+X", "+X: 2\r\nOK\r\n", 99), "0|OK|+X: 2");
+}
+
 TEST_F(Pktio, ViolationsDiscardEverythingBuffered) {
   start();
   const struct {
