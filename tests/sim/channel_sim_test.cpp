@@ -188,8 +188,8 @@ TEST_F(ChannelSim, JunkOversizedLinesAndStrayAnswersPassWithoutHarm) {
     modem().raw(modemsim::Port::kQuery, bytes);
     modem().raw(modemsim::Port::kUrc, bytes + "\r\n");
     ASSERT_TRUE(modem().wait_written());
-    modem().urc(time_report(s_last_report + 1));
-    int expected = s_last_report + 1;
+    const int expected = s_last_report + 1;
+    modem().urc(time_report(expected));
     ASSERT_TRUE(eventually([&] { return s_last_report == expected; }));
   }
   set_log_mask(BRIO_LOG_AT_DETAIL);
