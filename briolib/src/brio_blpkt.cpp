@@ -124,7 +124,7 @@ void prv_convert_and_queue_resp_packet(const ATResponse* response) {
       BLIB_E("E blib:%s:%d:blpktstat:AT_err_string:%s:\n", BLIB_HERE,
              response->final_response != nullptr ? response->final_response : "");
       status = BLPKT_STATUS_ERROR;
-    } else if (s_request.callback != nullptr) {
+    } else if (s_request.callback != nullptr && !pktio_answer_is_late()) {
       status = s_request.callback(response, s_request.user_data, s_request.user_value);
     }
     BLIB_D(BRIO_LOG_REQUEST, "D blib:%s:%d:prv_convert_and_queue_resp_packet %d\n", BLIB_HERE,

@@ -78,6 +78,7 @@ LineBuffer s_query_lines;
 LineBuffer s_urc_lines;
 ATResponse* s_response;               // the answer so far, or null; read thread only
 uint32_t s_response_serial;           // the command that it answers; read thread only
+__thread bool t_delivers_answer;      // this is the read thread, inside the packet callback with an answer
 char s_send_buffer[kSendBufferSize];  // under the packet layer's send mutex
 
 // Keeps the ports open while a command is written.
@@ -177,7 +178,9 @@ void prv_take_answer_lines(Cut cut, char* end) {
     switch (verdict) {
       case Verdict::kComplete:
         // What the same read holds behind the final line is dropped.
+        t_delivers_answer = true;
         if (s_packet_cb != nullptr) s_packet_cb(kKindResponse, s_response, s_packet_context);
+        t_delivers_answer = false;
         prv_drop_response();
         return;
       case Verdict::kNoCommand:
@@ -360,7 +363,7 @@ bool prv_wait_writable(const Ports& ports) {
 }
 
 // Everything in one write. The port is non-blocking meanwhile, so that a modem that has stopped reading
-// cannot keep the ports from being closed.
+// cannot keep the ports from being closed. A port that has room for a part only fails like any short write.
 bool prv_write_whole(const Ports& ports, const char* bytes, size_t length) {
   fcntl(ports.query, F_SETFL, O_NONBLOCK);
   ssize_t written;
@@ -387,6 +390,12 @@ void prv_set_command(uint32_t type, const char* prefix) {
 
 void pktio_reset_command() {
   prv_set_command(NO_COMMAND, nullptr);
+}
+
+bool pktio_answer_is_late() {
+  if (!t_delivers_answer) return false;
+  MutexGuard lock(s_command_mutex);
+  return s_response_serial != s_command.serial;
 }
 
 void pktio_set_shutdown_callback(void (*callback)(void*), void* context) {

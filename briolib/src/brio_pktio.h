@@ -6,4 +6,8 @@
 // returns, the read thread uses neither the type nor the prefix of the last command.
 void pktio_reset_command();
 
+// Whether the answer that the read thread is handing to the packet callback belongs to a command that is
+// over: its request has timed out, and the next one may wait already. False on any other thread.
+bool pktio_answer_is_late();
+
 #endif

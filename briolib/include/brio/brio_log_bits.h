@@ -16,7 +16,7 @@
 #define BRIO_LOG_REQUEST 0x00000008u    /* requests: status queued, request left */
 #define BRIO_LOG_FINAL 0x00000010u      /* final result line recognised */
 #define BRIO_LOG_MEMPOOL 0x00000020u    /* mempool_dump */
-#define BRIO_LOG_AT_DETAIL 0x00000040u  /* query port: bytes and lines as read (raw trace) */
+#define BRIO_LOG_AT_DETAIL 0x00000040u  /* line reader, both ports: bytes and lines (raw trace) */
 #define BRIO_LOG_URC 0x00000080u        /* URC port: bytes and lines as read (raw trace) */
 #define BRIO_LOG_QUEUE 0x00000100u      /* queue_dump_all */
 #define BRIO_LOG_DISPATCH 0x00000200u   /* URC dispatch: prefix map, each line handed to a parser */
