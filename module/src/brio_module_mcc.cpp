@@ -42,6 +42,10 @@ bool prv_known(const char* text) {
   return strcmp(text, BRIO_PLMN_UNKNOWN) != 0;
 }
 
+bool prv_three_digits(const char* mcc) {
+  return strlen(mcc) == kMccDigits && strspn(mcc, "0123456789") == kMccDigits;
+}
+
 // Reads until `size` bytes are there; false on an error or a file that ends before (errno is 0 then).
 bool prv_read_whole(int fd, char* data, size_t size) {
   size_t done = 0;
@@ -71,10 +75,10 @@ bool prv_write_whole(int fd, const char* data, size_t size) {
   return true;
 }
 
-// The file is never reached through a symbolic link: one in its place fails with ELOOP. Logs a failure, but
-// for the missing file that `missing` asks for.
+// Whatever stands in the file's place, a pipe too, the host does not wait for it. Logs a failure, but for the
+// missing file that `missing` asks for.
 int prv_open_mcc_file(int flags, bool* missing) {
-  int fd = brio::open_device(kMccFile, flags | O_NOFOLLOW, 0600);
+  int fd = brio::open_device(kMccFile, flags | O_NONBLOCK, 0600);
   if (missing != nullptr) *missing = fd < 0 && errno == ENOENT;
   if (fd < 0 && (missing == nullptr || !*missing)) {
     MODULE_E("E brio:openfile:name=\"%s\",errno=%d:can't open file", kMccFile, errno);
@@ -103,9 +107,10 @@ bool prv_differs_from_file(const char* mcc) {
 
 void prv_report_mcc_change(const char* mcc) {
   // The file holds three digits and is rewritten in place: a shorter text would leave a digit of the old one.
-  if (strlen(mcc) != kMccDigits || !prv_differs_from_file(mcc)) return;
+  if (!prv_three_digits(mcc) || !prv_differs_from_file(mcc)) return;
   MODULE_I("I brio:mccchanged:mcc=%s:mcc has changed", mcc);
-  brio::Descriptor file(prv_open_mcc_file(O_WRONLY | O_CREAT, nullptr));
+  // Never written through a symbolic link: one in its place fails with ELOOP.
+  brio::Descriptor file(prv_open_mcc_file(O_WRONLY | O_CREAT | O_NOFOLLOW, nullptr));
   if (file.valid() && !prv_write_whole(file.get(), mcc, kMccDigits)) {
     MODULE_E("E brio:writefile:name=\"%s\",errno=%d:can't write file", kMccFile, errno);
   }

@@ -79,7 +79,7 @@ BRIO_API uint32_t wabs_get_bars(uint32_t* bars);
 BRIO_API uint32_t wabs_get_data_service_mode(uint32_t* mode);
 /* 0 home, 1 roaming, 8 neither. 0, 1, 2 or 11. */
 BRIO_API uint32_t wabs_get_roaming_status(uint32_t* status);
-/* Always writes 0. 0, 1 or 11. */
+/* Writes 0 while open. 0, 1 or 11. */
 BRIO_API uint32_t wabs_get_rssi(int32_t* rssi);
 /*
  * Offset of local time in seconds (quarter hours * 900; the zone last reported, asked for when none is known
