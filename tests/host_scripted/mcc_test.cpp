@@ -124,13 +124,6 @@ TEST_F(MccTest, FilesThatCannotBeUsed) {
       {"empty", [&] { write(""); }, "E brio:readfile:" + std::string(kFileLine) + "0:can't read file"},
       {"directory", [&] { fs::create_directory(file_); },
        "E brio:readfile:" + std::string(kFileLine) + std::to_string(EISDIR) + ":can't read file"},
-      {"symbolic link",
-       [&] {
-         write("310");
-         fs::rename(file_, root_ + "/mcc");
-         fs::create_symlink(root_ + "/mcc", file_);
-       },
-       "E brio:openfile:" + std::string(kFileLine) + std::to_string(ELOOP) + ":can't open file"},
       {"no permission",
        [&] {
          write("310");
