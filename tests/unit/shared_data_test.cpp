@@ -101,6 +101,13 @@ TEST(SharedData, LocksExcludeAndReportMisuse) {
     EXPECT_EQ(pair.lock(), 4u) << "already held by this thread";
     EXPECT_EQ(pair.unlock(), 0u);
   }
+  brio::UrcDataLock urc_data;
+  brio::StaticDataLock static_data;
+  {
+    brio::UrcDataLock inner_urc_data;
+    brio::StaticDataLock inner_static_data;
+  }
+  for (const auto& pair : pairs) EXPECT_EQ(pair.lock(), 4u) << "released by the inner guard";
 }
 
 TEST(SharedData, SimBlocksCopyWhole) {

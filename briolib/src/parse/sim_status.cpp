@@ -12,12 +12,10 @@ SimStatus parse_sim_status(char* rest) {
   char* cursor = rest;
   char* field = next_field(&cursor, ',');
   if (field == nullptr) return status;
-  field = skip_spaces(field);
   status.card_text = field;
   status.card = decimal(field);
   field = next_field(&cursor, ',');
   if (field == nullptr) return status;
-  field = skip_spaces(field);
   status.lock_text = field;
   status.lock = decimal(field);
   return status;

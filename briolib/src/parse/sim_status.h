@@ -7,9 +7,9 @@
 namespace brio::parse {
 
 struct SimStatus {
-  const char* card_text;  // null: the line ended before the field; empty: keep the value held
+  const char* card_text;  // as it stands; null: the line ended before the field; blank: keep the value held
   const char* lock_text;
-  int32_t card;  // valid when its text is not empty
+  int32_t card;  // valid when its text is not blank
   int32_t lock;
 };
 
