@@ -1,4 +1,6 @@
 // The commands of a transcript; tests/transcripts/README.md describes them.
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -6,6 +8,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "base/words.h"
 #include "brio/brio.h"
 #include "brio/brio_module.h"
 #include "brio/briolib.h"
@@ -295,6 +298,55 @@ void nipc(Session& s, Arguments& a) {
   }
 }
 
+// Commands between " ; ", run under each bit of the module's log mask alone: the lines that it lets through.
+void bits(Session& s, Arguments& a) {
+  const std::string list = a.rest() + " ; ";
+  const uint32_t mask = brio::relaxed_load(gBrioModuleLogMask);
+  Session::Lines follow, shown;
+  std::swap(follow, s.follow);
+  s.forget();
+  for (uint32_t bit = 1; bit != 0; bit <<= 1U) {
+    wabs_set_log_mask(bit);
+    for (size_t at = 0, end; (end = list.find(" ; ", at)) != std::string::npos; at = end + 3) {
+      s.command(list.substr(at, end - at));
+    }
+    s.settle();
+    wabs_set_log_mask(mask);
+    s.observe();
+    s.output.clear();
+    s.show_log({" brio:", " def:", " proxlib:"});
+    char name[16];
+    snprintf(name, sizeof name, "0x%x ", bit);
+    for (const auto& each : s.output) shown.push_back(name + each);
+  }
+  std::swap(follow, s.follow);
+  s.output = shown;
+}
+
+// The log lines of the whole session that hold eight characters in a row of one of the words.
+void seen(Session& s, Arguments& a) {
+  constexpr size_t kRow = 8;
+  const auto words = a.words();
+  std::string shown = "none";
+  for (const auto& line : log_capture::lines()) {
+    const auto holds = [&line](const std::string& word) {
+      for (size_t at = 0; at + kRow <= word.size(); at++) {
+        if (line.text.find(word.substr(at, kRow)) != std::string::npos) return true;
+      }
+      return false;
+    };
+    if (std::any_of(words.begin(), words.end(), holds)) s.emit(shown = escaped(line.text));
+  }
+  if (shown == "none") s.emit(shown);
+}
+
+// The size that no file may grow beyond, as on a full disk; without a word: any.
+void room(Session&, Arguments& a) {
+  signal(SIGXFSZ, SIG_IGN);
+  const rlimit limit = {a.more() ? static_cast<rlim_t>(a.number()) : RLIM_INFINITY, RLIM_INFINITY};
+  if (setrlimit(RLIMIT_FSIZE, &limit) != 0) throw UsageError(strerror(errno));
+}
+
 void quiet(Session& s, Arguments& a) {
   s.command(a.rest());
   s.observe();
@@ -313,7 +365,8 @@ const std::map<std::string, Command>& commands() {
   };
 #define ADD(...) add(#__VA_ARGS__, __VA_ARGS__)
   ADD(report, sim_file, operators, answer, silent, fault, urc, raw, unplug, plug, wait_command, open, call,
-      async, join, await, line, set, page, sleeps, elapsed, tick, file, show, touched, nipc, quiet);
+      async, join, await, line, set, page, sleeps, elapsed, tick, file, show, touched, nipc, bits, seen, room,
+      quiet);
   table["clock"] = turn_clock;
   table["link"] = make_link;
   table["sim"] = [](Session& s, Arguments& a) { s.modem.with_state(change(a)); };

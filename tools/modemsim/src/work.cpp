@@ -55,7 +55,7 @@ void Modem::Impl::finish_command() {
   fault_ = Fault();
   if (fault.unplug) disconnect();
   if (fault.unplug || fault.silent) {
-    if (observer_) observer_({Port::kQuery, false, ""});
+    if (observer_ && fault.silent) observer_({Port::kQuery, false, ""});
     return;
   }
   if (fault.replace) {
