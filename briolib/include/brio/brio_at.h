@@ -90,18 +90,21 @@ BRIO_API void pktio_set_shutdown_callback(void (*callback)(void*), void* context
 
 /*
  * Opens `query_port` and the URC port, raw at 921,600 baud, and starts the read thread. Both paths stand
- * below the root directory (brio_set_root_dir). Returns 0, or 1 with everything closed again.
+ * below the root directory (brio_set_root_dir). Returns 0, or 1 with everything closed again; descriptors
+ * that do not fit select are refused. A read thread of an earlier pktio_init is ended first.
  */
 BRIO_API uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* context);
 
 /*
  * Writes `command` (at most 511 bytes of it) and one CR to the query port in one write, after making `type`
  * and `response_prefix` (null for none; copied) current for the read thread. Returns 0, or 1 when the write
- * failed or was short. Callers are serialised by the send mutex of the packet layer.
+ * failed or was short, the port is closed, or the modem took nothing for 20 seconds. Callers are serialised
+ * by the send mutex of the packet layer.
  */
 BRIO_API uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* response_prefix);
 
-/* Ends and joins the read thread; harmless when it does not run. Not on the read thread. */
+/* Ends and joins the read thread; harmless when it does not run. A command that waits for room fails. Any
+ * thread but the read thread. */
 BRIO_API void pktio_shutdown(void);
 
 /* ---- Tokenizer and string helpers
@@ -253,7 +256,8 @@ BRIO_API uint32_t blpkt_atcmd_request_with_callback_timeout(const char* command,
 BRIO_API uint32_t blpkt_atcmd_request_with_callback(const char* command, uint32_t type,
                                                     const char* response_prefix, recv_func callback,
                                                     void* user_data, uint16_t user_value);
-/* Queues the status 8 for the waiting request: 8, or 2 when the queue refused. Any thread. */
+/* Queues the status 8 for the waiting request, or for the next one when none waits: 8, or 2 when the queue
+ * refused. Any thread. */
 BRIO_API uint32_t blpkt_abort_manual_nw_scan(void);
 /* Lock and unlock the send mutex; the result of the lock call. */
 BRIO_API uint32_t blpkt_acquire_send_mutex(void);
