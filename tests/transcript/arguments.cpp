@@ -5,18 +5,12 @@
 
 namespace {
 
-// One character behind a backslash, as in C; `at` stands behind the backslash.
+// The character of an escape; `at` stands behind its backslash.
 char unescape(const std::string& line, size_t& at) {
   const char c = line.at(at++);
-  const std::string names = "nrt0abfve";
-  const char values[] = "\n\r\t\0\a\b\f\v\x1b";
-  if (c == 'x') {
-    const std::string digits = line.substr(at, 2);
-    at += 2;
-    return static_cast<char>(std::stoi(digits, nullptr, 16));
-  }
-  const size_t known = names.find(c);
-  return known == std::string::npos ? c : values[known];
+  if (c != 'x') return c == 'n' ? '\n' : c == 'r' ? '\r' : c == 't' ? '\t' : c;
+  at += 2;
+  return static_cast<char>(std::stoi(line.substr(at - 2, 2), nullptr, 16));
 }
 
 }  // namespace
@@ -101,16 +95,10 @@ double to_real(const std::string& text) {
 std::string escaped(const std::string& bytes) {
   std::string text;
   for (const char c : bytes) {
+    char code[8] = {c};
     const auto byte = static_cast<unsigned char>(c);
-    char code[8];
-    if (c == '\n' || c == '\r' || c == '\t') {
-      text += c == '\n' ? "\\n" : c == '\r' ? "\\r" : "\\t";
-    } else if (byte < 0x20 || byte >= 0x7F) {
-      snprintf(code, sizeof code, "\\x%02x", byte);
-      text += code;
-    } else {
-      text += c;
-    }
+    if (byte < 0x20 || byte >= 0x7F) snprintf(code, sizeof code, "\\x%02x", byte);
+    text += c == '\n' ? "\\n" : c == '\r' ? "\\r" : c == '\t' ? "\\t" : code;
   }
   return text;
 }

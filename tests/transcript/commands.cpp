@@ -64,26 +64,16 @@ void operators(Session& s, Arguments& a) {
   });
 }
 
-Fault fault_of(Arguments& a) {
+void fault_command(Session& s, Arguments& a, bool silent) {
   Fault fault;
   std::string times = "1", skip = "0";
   fault.command = a.text();
   while (a.option("times", &times) || a.option("skip", &skip)) continue;
   fault.times = static_cast<int>(to_number(times));
   fault.skip = static_cast<int>(to_number(skip));
-  return fault;
-}
-
-void answer(Session& s, Arguments& a) {
-  Fault fault = fault_of(a);
-  fault.replace = true;
+  fault.silent = silent;
+  fault.replace = !silent;
   for (const auto& line : a.words()) fault.reply += "\r\n" + line + "\r\n";
-  s.modem.fault(fault);
-}
-
-void silent(Session& s, Arguments& a) {
-  Fault fault = fault_of(a);
-  fault.silent = true;
   s.modem.fault(fault);
 }
 
@@ -364,12 +354,13 @@ const std::map<std::string, Command>& commands() {
     ((table[*name++] = functions), ...);
   };
 #define ADD(...) add(#__VA_ARGS__, __VA_ARGS__)
-  ADD(report, sim_file, operators, answer, silent, fault, urc, raw, unplug, plug, wait_command, open, call,
-      async, join, await, line, set, page, sleeps, elapsed, tick, file, show, touched, nipc, bits, seen, room,
-      quiet);
+  ADD(report, sim_file, operators, fault, urc, raw, unplug, plug, wait_command, open, call, async, join,
+      await, line, set, page, sleeps, elapsed, tick, file, show, touched, nipc, bits, seen, room, quiet);
   table["clock"] = turn_clock;
   table["link"] = make_link;
   table["sim"] = [](Session& s, Arguments& a) { s.modem.with_state(change(a)); };
+  table["answer"] = [](Session& s, Arguments& a) { fault_command(s, a, false); };
+  table["silent"] = [](Session& s, Arguments& a) { fault_command(s, a, true); };
   table["no_faults"] = [](Session& s, Arguments&) { s.modem.clear_faults(); };
   table["settle"] = [](Session& s, Arguments&) { s.settle(); };
   table["chunk"] = [](Session& s, Arguments& a) { s.modem.chunk(static_cast<size_t>(a.number())); };

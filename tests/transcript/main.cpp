@@ -14,37 +14,26 @@ constexpr int kDiffers = 1;
 constexpr int kUnusable = 2;
 
 struct Step {
-  size_t line;  // in the file, counted from 1
-  std::string command;
-  std::vector<std::string> expected;
-  std::vector<std::string> shown;
+  size_t line;          // in the file, counted from 1
+  std::string command;  // of the first step none: it holds the lines in front
+  std::vector<std::string> expected, shown, comments;
 };
 
-struct Transcript {
-  std::vector<std::string> preamble;  // in front of the first command
-  std::vector<Step> steps;
-  std::vector<std::vector<std::string>> free_lines;  // behind each step
-};
-
-Transcript read_transcript(const std::string& path) {
+std::vector<Step> read_transcript(const std::string& path) {
   std::ifstream file(path);
   if (!file) throw UsageError("cannot be read");
-  Transcript transcript;
+  std::vector<Step> steps(1);
   std::string line;
   for (size_t number = 1; std::getline(file, line); number++) {
     if (line.compare(0, 2, "> ") == 0) {
-      transcript.steps.push_back({number, line.substr(2), {}, {}});
-      transcript.free_lines.emplace_back();
-    } else if (line.empty() || line[0] == '#') {
-      (transcript.steps.empty() ? transcript.preamble : transcript.free_lines.back()).push_back(line);
-    } else if (transcript.steps.empty()) {
-      throw UsageError("line " + std::to_string(number) + ": output in front of the first command");
+      steps.push_back({number, line.substr(2), {}, {}, {}});
     } else {
-      transcript.steps.back().expected.push_back(line);
+      (line.empty() || line[0] == '#' ? steps.back().comments : steps.back().expected).push_back(line);
     }
   }
-  if (transcript.steps.empty()) throw UsageError("holds no command");
-  return transcript;
+  if (steps.size() == 1) throw UsageError("holds no command");
+  if (!steps[0].expected.empty()) throw UsageError("output in front of the first command");
+  return steps;
 }
 
 // Expected and real output; equal lines at both ends stand once.
@@ -62,22 +51,21 @@ void print_difference(const std::string& path, const Step& step) {
   for (size_t i = left.size() - tail; i < left.size(); i++) std::cout << "  " << left[i] << "\n";
 }
 
-void write_transcript(const std::string& path, const Transcript& transcript) {
-  std::ostringstream text;
-  for (const auto& line : transcript.preamble) text << line << "\n";
-  for (size_t i = 0; i < transcript.steps.size(); i++) {
-    text << "> " << transcript.steps[i].command << "\n";
-    for (const auto& line : transcript.steps[i].shown) text << line << "\n";
-    for (const auto& line : transcript.free_lines[i]) text << line << "\n";
+void write_transcript(const std::string& path, const std::vector<Step>& steps) {
+  std::ofstream file(path);
+  for (const Step& step : steps) {
+    if (step.line != 0) file << "> " << step.command << "\n";
+    for (const auto& line : step.shown) file << line << "\n";
+    for (const auto& line : step.comments) file << line << "\n";
   }
-  std::ofstream(path) << text.str();
 }
 
 int run(const std::string& path, bool update) {
-  Transcript transcript = read_transcript(path);
+  auto steps = read_transcript(path);
   Session session;
   int result = 0;
-  for (Step& step : transcript.steps) {
+  for (Step& step : steps) {
+    if (step.line == 0) continue;
     try {
       step.shown = session.run(step.command);
     } catch (const std::exception& error) {
@@ -93,7 +81,7 @@ int run(const std::string& path, bool update) {
     std::cout << path << ": left behind: " << left << "\n";
     result = kDiffers;
   }
-  if (update) write_transcript(path, transcript);
+  if (update) write_transcript(path, steps);
   return result;
 }
 

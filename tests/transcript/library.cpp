@@ -1,4 +1,5 @@
-// The library's functions by name: arguments from words, results as one line.
+// The library's records as names and values, and its functions by name: arguments from words, results as one
+// line.
 //
 // Numbers and texts are taken from the words; a record or number that the function fills takes no word, but
 // `null` there passes a null pointer. An output that the function left alone shows as "untouched".
@@ -6,6 +7,7 @@
 #include <tuple>
 #include <type_traits>
 
+#include "base/words.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/brio_module.h"
@@ -15,6 +17,165 @@
 #include "brio_common/shared_data.h"
 #include "session.h"
 #include "support/exact_text.h"
+
+namespace {
+
+// An unsigned word that holds a two's complement value.
+template <typename T>
+std::make_signed_t<T>& as_signed(T& word) {
+  return reinterpret_cast<std::make_signed_t<T>&>(word);
+}
+
+// A record that hands the names of its fields, as one text, and the fields to a visitor.
+template <typename R>
+struct Named;
+#define NAMED(R, ...)                     \
+  template <>                             \
+  struct Named<R> : R {                   \
+    template <typename V>                 \
+    void visit(V&& visitor) {             \
+      visitor(#__VA_ARGS__, __VA_ARGS__); \
+    }                                     \
+  };
+NAMED(network_time, year, month, day, hour, minute, second, spare, time_zone, dst)
+NAMED(brio_atcmd_data, cs_reg_status, ps_reg_status, rat_valid, cops_mode, lac, cell_id, rat, rac, mcc, mnc,
+      plmn_text, band_text, arfcn, reject_bytes, reject_words, as_signed(signal_a), as_signed(signal_b), bars,
+      pdp_state, mm_state, mm_substate, gmm_state, gmm_substate, spare_state, nmo, time_info, carrier_config,
+      carrier_word, as_signed(bas_value_a), as_signed(bas_value_b), curr_lte_ant, emm_state, emm_substate,
+      rrc_state, tac, bas_query_flag, wan_type, band)
+NAMED(atcmd_snapshot, cs_reg_status, ps_reg_status, lac, cell_id, rat, rac, mcc, mnc, plmn_text, band_text,
+      arfcn, reject_bytes, reject_words, signal_a, signal_b, bars, pdp_state, mm_state, mm_substate,
+      gmm_state, gmm_substate, rrc_state, nmo, rat_valid, spare_state, carrier_config, sim_status,
+      curr_lte_ant, bas_value_a, bas_value_b, emm_state, emm_substate, tac, bas_query_flag, wan_type, band,
+      snapshot_mode, fw_ver, lib_ver, imei)
+NAMED(sim_info_data, psloci, loci, epsloci, iccid)
+NAMED(sim_plmn_data, uplmn_count, uplmn, oplmn_count, oplmn, fplmn_count, fplmn, hplmn_count, hplmn,
+      ehplmn_count, ehplmn, home_mcc, home_mnc)
+NAMED(sim_identity, iccid, imsi)
+NAMED(sim_card_status, card_status, lock_status)
+NAMED(modem_info, fw_ver, serial, imei, hw_ver, fault_ct)
+NAMED(bas_status, as_signed(value_a), as_signed(value_b), antenna)
+
+// Entries in use, equal neighbours counted: "310-260/4 x3,262-01/2".
+std::string text_of_list(const plmn_entry* list, size_t used) {
+  while (used > 0 && list[used - 1].mcc[0] == '\0') used--;
+  std::string text;
+  for (size_t i = 0, same = 1; i < used; i += same, same = 1) {
+    while (i + same < used && std::memcmp(&list[i], &list[i + same], sizeof(plmn_entry)) == 0) same++;
+    text += (i == 0 ? "" : ",") + std::string(list[i].mcc, strnlen(list[i].mcc, 4)) + "-" +
+            std::string(list[i].mnc, strnlen(list[i].mnc, 4)) + "/" + std::to_string(list[i].access_tech) +
+            (same > 1 ? " x" + std::to_string(same) : "");
+  }
+  return text;
+}
+
+template <typename T>
+std::string text_of(const T& value) {
+  if constexpr (std::is_integral_v<T>) {
+    return std::to_string(value);
+  } else if constexpr (std::is_pointer_v<T>) {
+    return value != nullptr ? quoted(value) : "null";
+  } else if constexpr (std::is_same_v<std::remove_extent_t<T>, char>) {
+    return quoted(std::string(value, strnlen(value, sizeof value)));
+  } else if constexpr (std::is_same_v<std::remove_extent_t<T>, plmn_entry>) {
+    return text_of_list(value, std::extent_v<T>);
+  } else if constexpr (std::is_same_v<T, uint32_t[4]>) {  // the shared record's network_time
+    network_time time;
+    std::memcpy(&time, value, sizeof time);
+    return "{" + describe(time) + "}";
+  } else {
+    std::string text;
+    for (const auto& each : value) text += (text.empty() ? "" : ",") + text_of(each);
+    return text;
+  }
+}
+
+template <typename T>
+void assign(T& place, const std::string& text) {
+  if constexpr (std::is_integral_v<T>) {
+    place = static_cast<T>(to_number(text));
+  } else if constexpr (std::is_same_v<std::remove_extent_t<T>, char>) {
+    std::memset(place, 0, sizeof place);
+    std::memcpy(place, text.data(), std::min(text.size(), sizeof place - 1));
+  } else {
+    throw UsageError("a list cannot be set");
+  }
+}
+
+template <typename R>
+void add_fields(Fields& fields, const R& record) {
+  Named<R>{record}.visit([&](const char* names, auto&... each) {
+    const std::string values[] = {text_of(each)...};
+    const std::string* value = values;
+    for (const std::string& name : split_names(names)) fields.emplace_back(name, *value++);
+  });
+}
+
+}  // namespace
+
+std::vector<std::string> split_names(const std::string& names) {
+  std::vector<std::string> all(1);
+  for (const char c : names) {
+    if (c == ',') all.emplace_back();
+    if (c == '(') all.back().clear();  // only the word that is handed on
+    if (std::strchr(",() \n", c) == nullptr) all.back() += c;
+  }
+  return all;
+}
+
+template <typename R>
+std::string describe(const R& record) {
+  Fields fields;
+  add_fields(fields, record);
+  std::string text;
+  for (const auto& [name, value] : fields) text += (text.empty() ? "" : " ") + name + "=" + value;
+  return text;
+}
+template std::string describe(const network_time&);
+template std::string describe(const sim_card_status&);
+
+Fields shared_fields() {
+  Fields fields;
+  {
+    brio::UrcDataLock lock;
+    add_fields(fields, g_brio_lib_atcmd_data);
+    fields.emplace_back("sim_status", text_of(brio::g_sim_status));
+    fields.emplace_back("s_pdp_event", text_of(s_pdp_event));
+    fields.emplace_back("s_prev_pdp_event", text_of(s_prev_pdp_event));
+  }
+  brio::StaticDataLock lock;
+  sim_info_data info;
+  briolib_get_sim_info_data(&info);
+  add_fields(fields, info);
+  sim_plmn_data plmn;
+  briolib_get_sim_plmn_data(&plmn);
+  add_fields(fields, plmn);
+  char masks[2][16];
+  snprintf(masks[0], sizeof masks[0], "0x%x", brio::relaxed_load(g_brio_lib_log_mask));
+  snprintf(masks[1], sizeof masks[1], "0x%x", brio::relaxed_load(gBrioModuleLogMask));
+  fields.emplace_back("lib_mask", masks[0]);
+  fields.emplace_back("module_mask", masks[1]);
+  fields.emplace_back("g_pre_sar_mode", text_of(brio::relaxed_load(g_pre_sar_mode)));
+  fields.emplace_back("g_611_urc_on", text_of(brio::relaxed_load(g_611_urc_on)));
+  return fields;
+}
+
+void set_shared_field(const std::string& name, const std::string& value) {
+  if (name == "lib_mask")
+    return brio::relaxed_store(g_brio_lib_log_mask, static_cast<uint32_t>(to_number(value)));
+  if (name == "module_mask")
+    return brio::relaxed_store(gBrioModuleLogMask, static_cast<uint32_t>(to_number(value)));
+  brio::UrcDataLock lock;
+  Named<brio_atcmd_data> record{g_brio_lib_atcmd_data};
+  bool found = false;
+  record.visit([&](const char* names, auto&... each) {
+    const auto all = split_names(names);
+    auto next = all.begin();
+    ((*next++ == name ? (found = true, assign(each, value)) : void()), ...);
+  });
+  if (!found) throw UsageError("no field of the shared record: " + name);
+  g_brio_lib_atcmd_data = record;
+}
 
 namespace {
 
@@ -88,15 +249,6 @@ struct Parameter<brio_event_callback> {
   brio_event_callback lend() { return nullptr; }
   std::string show() { return ""; }
 };
-
-template <typename R>
-std::string text_of(R result) {
-  if constexpr (std::is_pointer_v<R>) {
-    return result != nullptr ? quoted(result) : "null";
-  } else {
-    return std::to_string(result);
-  }
-}
 
 template <typename R, typename... P>
 Call wrap(R (*function)(P...)) {
