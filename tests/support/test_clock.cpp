@@ -10,6 +10,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <utility>
 
 #include "base/clock.h"
 
@@ -20,7 +21,7 @@ std::condition_variable s_entered_changed;
 std::vector<unsigned> s_sleeps;
 int64_t s_offset_ns = 0;
 unsigned s_ticks_pending = 0;
-unsigned s_expiring = 0;
+bool s_expiring = false;
 uint64_t s_selects_entered = 0;
 unsigned s_selects_waiting = 0;
 int s_select_error = 0;
@@ -50,9 +51,7 @@ timespec to_timespec(int64_t ns) {
 
 bool take_expiring() {
   std::lock_guard<std::mutex> lock(s_mutex);
-  if (s_expiring == 0) return false;
-  s_expiring--;
-  return true;
+  return std::exchange(s_expiring, false);
 }
 
 void record_sleep(unsigned milliseconds) {
@@ -70,7 +69,7 @@ void reset() {
   s_sleeps.clear();
   s_offset_ns = 0;
   s_ticks_pending = 0;
-  s_expiring = 0;
+  s_expiring = false;
   s_scale = 1.0;
   s_cap = 1e9;
   s_fail_monotonic = false;
@@ -95,7 +94,12 @@ void cap_waits(double seconds) {
 
 void expire_wait() {
   std::lock_guard<std::mutex> lock(s_mutex);
-  s_expiring++;
+  s_expiring = true;
+}
+
+void keep_wait() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  s_expiring = false;
 }
 
 void fail_monotonic(bool fail) {

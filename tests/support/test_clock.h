@@ -24,6 +24,7 @@ void cap_waits(double seconds);
 
 // The wait with a deadline that runs, or the next one, times out at once and moves the clock to its deadline.
 void expire_wait();
+void keep_wait();  // takes that back, if no wait has taken it yet
 
 // Makes reading the monotonic clock fail.
 void fail_monotonic(bool fail);

@@ -66,6 +66,7 @@ Session::Session() {
   // Nobody need wait for an answer that is withheld.
   modem.observe([](const modemsim::Traffic& traffic) {
     if (traffic.bytes.empty()) test_clock::expire_wait();
+    if (traffic.to_modem) test_clock::keep_wait();  // the wait before is over
   });
   if (!modem.start(root.dir())) throw UsageError(modem.error());
   {

@@ -53,9 +53,12 @@ void Modem::Impl::drop_current() {
 void Modem::Impl::finish_command() {
   const Fault fault = std::move(fault_);
   fault_ = Fault();
-  if (fault.unplug) disconnect();
-  if (fault.unplug || fault.silent) {
-    if (observer_ && fault.silent) observer_({Port::kQuery, false, ""});
+  if (fault.unplug) {
+    disconnect();
+    return;
+  }
+  if (fault.silent) {
+    if (observer_) observer_({Port::kQuery, false, ""});
     return;
   }
   if (fault.replace) {

@@ -131,7 +131,7 @@ struct Fault {
 };
 
 // What went over a port, for an observer. Line ends are part of `bytes` in what the modem writes. An answer
-// that a fault withholds is a write of no bytes.
+// that a fault withholds (silent) is a write of no bytes.
 struct Traffic {
   Port port = Port::kQuery;
   bool to_modem = false;
