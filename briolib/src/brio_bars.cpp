@@ -82,11 +82,14 @@ uint32_t recv_func_at_req_get_bars(const ATResponse* response, void* data, uint1
   return BRIO_STATUS_OK;
 }
 
-// Polls the modem and stores what is valid. 0, or 7 with the shared record unchanged.
+// Polls the modem and stores what is valid. 0, or 7 with the shared record unchanged. The period until the
+// next poll begins with the answer.
 uint32_t prv_poll() {
   uint32_t status = blpkt_atcmd_request_with_callback("AT+GTBARS?", SINGLELINE, "+GTBARS",
                                                       recv_func_at_req_get_bars, &s_reply, kPollUserValue);
   if (status != BLPKT_STATUS_SUCCESS) return BRIO_STATUS_UNAVAILABLE;
+  timespec now;
+  if (brio::clock_monotonic(&now)) s_last_poll = now;
   if (s_reply.bars == kBarsUnknown) return BRIO_STATUS_OK;
   UrcDataLock lock;
   g_brio_lib_atcmd_data.signal_b = s_reply.ecno;
@@ -97,9 +100,10 @@ uint32_t prv_poll() {
 }
 
 // Whether the last poll is at least 91 s away, in either direction. False when the clock cannot be read.
-bool prv_poll_due(timespec* now) {
-  if (!brio::clock_monotonic(now)) return false;
-  int64_t seconds = static_cast<int64_t>(now->tv_sec) - static_cast<int64_t>(s_last_poll.tv_sec);
+bool prv_poll_due() {
+  timespec now;
+  if (!brio::clock_monotonic(&now)) return false;
+  int64_t seconds = static_cast<int64_t>(now.tv_sec) - static_cast<int64_t>(s_last_poll.tv_sec);
   return seconds >= kPollPeriodSeconds || seconds <= -kPollPeriodSeconds;
 }
 
@@ -118,11 +122,9 @@ uint32_t prv_get_bars(uint32_t* out, int32_t mode) {
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
 
-  timespec now;
   if (brio::relaxed_load(s_cached_valid) == 0) {
     status = prv_poll();
     if (status != BRIO_STATUS_OK) return status;
-    if (brio::clock_monotonic(&now)) s_last_poll = now;
   } else {
     {
       UrcDataLock lock;
@@ -137,10 +139,9 @@ uint32_t prv_get_bars(uint32_t* out, int32_t mode) {
       return BRIO_STATUS_OK;
     }
     // While the modem reports by itself, its reports keep the record current.
-    if (!s_low_signal_reports && prv_poll_due(&now)) {
+    if (!s_low_signal_reports && prv_poll_due()) {
       status = prv_poll();
       if (status != BRIO_STATUS_OK) return status;
-      s_last_poll = now;
     }
   }
 

@@ -20,12 +20,12 @@ struct Scan {
 
 Scan scan(const std::string& line) {
   ExactText text(line);
-  char* cursor = text.get();
+  brio::parse::ScanList list;
   Scan result;
   auto add_error = [&result](int error) {
     result.errors += (result.errors.empty() ? "" : " ") + std::to_string(error);
   };
-  if (int error = brio::parse::start_scan(&cursor)) {
+  if (int error = brio::parse::start_scan(text.get(), &list)) {
     add_error(error);
     return result;
   }
@@ -33,7 +33,7 @@ Scan scan(const std::string& line) {
   for (;;) {
     ScanEntry entry;
     ScanFault fault;
-    ScanStep step = brio::parse::next_scan_entry(&cursor, &entry, &fault);
+    ScanStep step = brio::parse::next_scan_entry(&list, &entry, &fault);
     if (step == ScanStep::kEnd) break;
     if (step == ScanStep::kError) add_error(fault.error);
     if (step != ScanStep::kEntry) continue;
@@ -50,6 +50,13 @@ Scan scan(const std::string& line) {
   }
   result.count = entries.size();
   return result;
+}
+
+// No answer that a modem can give to the scan's prefix looks like this.
+TEST(ScanList, TellsAMissingLineFromOneWithoutText) {
+  brio::parse::ScanList list;
+  EXPECT_EQ(brio::parse::kScanNoLine, brio::parse::start_scan(nullptr, &list));
+  for (const char* line : {"", " \t ", ":", "  :::"}) EXPECT_EQ("3", scan(line).errors) << line;
 }
 
 // Forty operators of every kind of name.

@@ -83,7 +83,7 @@ BRIO_API uint32_t brio_atcmd_scan_abort(void);
 BRIO_API uint32_t brio_abort_manual_nw_scan(void);
 /* Automatic network selection ("AT+COPS=0"). 0 or request failures. */
 BRIO_API uint32_t brio_atcmd_set_auto_mode(void);
-/* Refreshes the record of the current network that a scan marks. 0. */
+/* Refreshes the record of the current network, which the next scan to end marks. 0. Any thread. */
 BRIO_API uint32_t brio_get_current_network(void);
 /*
  * Asks for the network's time zone ("AT+CCLK?"). Fills `record` with zeros and the zone (time_zone, quarter

@@ -27,14 +27,14 @@ constexpr int32_t kEchoTimeoutSeconds = 1;
 constexpr uint8_t kRatUnknown = 255;
 constexpr char kUnknownRat[] = "F";
 
-// The network in use, as a scan's entries name it. One host thread asks for it and scans.
+// The network in use, as a scan's entries name it.
 struct CurrentNetwork {
   char rat[2];
   char mcc[4];
   char mnc[4];
 };
 constexpr CurrentNetwork kUnknownNetwork = {"F", BRIO_PLMN_UNKNOWN, BRIO_PLMN_UNKNOWN};
-CurrentNetwork s_current_network = kUnknownNetwork;
+CurrentNetwork s_current_network = kUnknownNetwork;  // guarded by the URC-data mutex
 
 // The caller's buffer. Only what was written there is ever read.
 struct ScanTarget {
@@ -96,7 +96,8 @@ size_t prv_briolib_ms_parse_results(char* line, ScanEntry (&entries)[kScanEntrie
   char response[kResponseHead + 1];
   brio::copy_text(response, sizeof(response), line);
   ScanFault fault = {};
-  fault.error = brio::parse::start_scan(&line);
+  brio::parse::ScanList list;
+  fault.error = brio::parse::start_scan(line, &list);
   if (fault.error != brio::parse::kScanOk) {
     prv_briolib_ms_display_err_info(fault, response, nullptr);
     return 0;
@@ -104,7 +105,7 @@ size_t prv_briolib_ms_parse_results(char* line, ScanEntry (&entries)[kScanEntrie
   size_t count = 0;
   ScanEntry entry;
   for (;;) {
-    ScanStep step = brio::parse::next_scan_entry(&line, &entry, &fault);
+    ScanStep step = brio::parse::next_scan_entry(&list, &entry, &fault);
     if (step == ScanStep::kEnd) return count;
     if (step == ScanStep::kError) prv_briolib_ms_display_err_info(fault, response, &entry);
     if (step != ScanStep::kEntry || prv_known(entries, count, entry)) continue;
@@ -192,8 +193,8 @@ uint32_t brio_get_current_network(void) {
       brio::copy_text(current.mcc, sizeof(current.mcc), g_brio_lib_atcmd_data.mcc);
       brio::copy_text(current.mnc, sizeof(current.mnc), g_brio_lib_atcmd_data.mnc);
     }
+    s_current_network = current;
   }
-  s_current_network = current;
   if (rat != kRatUnknown) {
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:current_mcc %s current_mnc %s current_rat %s", BLIB_HERE,
            current.mcc, current.mnc, current.rat);
@@ -220,9 +221,12 @@ uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size) {
                                                      recv_func_prv_briolib_parse_scan_results, &target, size,
                                                      kScanTimeoutSeconds);
   if (status == BLPKT_STATUS_TIMEOUT) prv_send("ATE0", NUMERIC, kEchoTimeoutSeconds);
-  if (status == BLPKT_STATUS_SUCCESS && target.used > 0 && strcmp(s_current_network.rat, kUnknownRat) != 0) {
-    brio::parse::mark_current_network(buffer, s_current_network.mcc, s_current_network.mnc,
-                                      s_current_network.rat);
+  if (status == BLPKT_STATUS_SUCCESS && target.used > 0) {
+    UrcDataLock lock;
+    const CurrentNetwork& current = s_current_network;
+    if (strcmp(current.rat, kUnknownRat) != 0) {
+      brio::parse::mark_current_network(buffer, current.mcc, current.mnc, current.rat);
+    }
   }
   status = briolib_translate_status(status, 0);
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Filled Scan Buffer %s", BLIB_HERE, target.used > 0 ? buffer : "");

@@ -14,16 +14,33 @@ constexpr size_t kFieldCount = 5;
 constexpr unsigned long long kStatMax = 2;
 constexpr unsigned long long kAccessTechnologyMax = 7;
 constexpr size_t kMccDigits = 3;
-constexpr size_t kNumericMin = 5;
 constexpr size_t kNumericMax = 6;
 constexpr char kNoName[] = "\"\"";
 // Six commas, the empty quoted field, ";" and the NUL.
 constexpr size_t kFixedLength = 10;
 
-struct Group {
-  char* fields[kFieldCount];
+struct Fields {
+  char* texts[kFieldCount];
   size_t count;
 };
+
+// Where that ends which is malformed in front of an operator or within it; null when nothing was found.
+char* prv_limit(const ScanOperator& found) {
+  return found.cut != nullptr ? found.open : found.close;
+}
+
+Fields prv_take_operator(const ScanOperator& found) {
+  char* stat = found.open + 1;
+  char* stat_end = stat + strcspn(stat, ",");
+  char* const ends[] = {stat_end, found.cut, found.numeric, found.technology, found.close};
+  Fields fields = {};
+  for (char* end : ends) {
+    *end = '\0';
+    fields.texts[fields.count++] = trim(stat);
+    stat = end + 1;
+  }
+  return fields;
+}
 
 // Whether a text behind "," can be the beginning of a field: quoted, empty, or without a quote up to its end.
 bool prv_field_follows(const char* text) {
@@ -32,15 +49,8 @@ bool prv_field_follows(const char* text) {
   return text[strcspn(text, ",)\"")] != '"';
 }
 
-// Whether a ")" in front of `text` can end an operator.
-bool prv_group_ended(const char* text) {
-  text = skip_spaces(text);
-  if (*text == ',') text = skip_spaces(text + 1);
-  return *text == '\0' || *text == '(' || *text == ',';
-}
-
-// The end of a field that starts at `text`: its "," or ")" or the end of the line. A quoted name may hold
-// commas, brackets and quotes: a quote ends it only where the list can go on behind it.
+// The end of a field of a malformed operator: its "," or ")" or the end of the text. A quote ends a quoted
+// one only where the list can go on behind it.
 char* prv_field_end(char* text) {
   char* start = skip_spaces(text);
   if (*start != '"') return start + strcspn(start, ",)");
@@ -48,30 +58,31 @@ char* prv_field_end(char* text) {
     char* behind = skip_spaces(quote + 1);
     if (*behind == '\0') return behind;
     if (*behind == ',' && prv_field_follows(behind + 1)) return behind;
-    if (*behind == ')' && prv_group_ended(behind + 1)) return behind;
+    if (*behind == ')' && list_goes_on(behind + 1)) return behind;
   }
   return start + strlen(start);
 }
 
-// Takes the fields of one operator, up to its ")". The last field is complete only with that.
-Group prv_take_group(char** cursor) {
-  Group group = {};
+// Takes the fields of a malformed operator one by one, up to a ")", for which the text's end stands when
+// `closed`. The last field is complete only with it.
+Fields prv_take_fields(char** cursor, bool closed) {
+  Fields fields = {};
   char* text = *cursor;
   while (*text != '\0') {
-    bool last = group.count == kFieldCount - 1;
+    bool last = fields.count == kFieldCount - 1;
     char* end = last ? text + strcspn(text, ")") : prv_field_end(text);
     char terminator = *end;
-    if (last && terminator == '\0') {
+    if (last && terminator == '\0' && !closed) {
       text = end;
       break;
     }
     *end = '\0';
-    group.fields[group.count++] = trim(text);
+    fields.texts[fields.count++] = trim(text);
     text = terminator == '\0' ? end : end + 1;
-    if (terminator == ')') break;
+    if (last || terminator == ')') break;
   }
   *cursor = text;
-  return group;
+  return fields;
 }
 
 // Moves behind the next "(" of the list; false at the list's end, which an empty element marks: the modem's
@@ -101,8 +112,10 @@ ScanStep prv_refuse(ScanFault* fault, ScanError error, const char* token) {
   return ScanStep::kError;
 }
 
-ScanStep prv_read_group(const Group& group, ScanEntry* entry, ScanFault* fault) {
-  char* const* fields = group.fields;
+// An empty name counts as the empty quoted one. The MNC keeps two or three digits, so a numeric operator of
+// fewer than five is refused as one of more than six is.
+ScanStep prv_read_fields(const Fields& group, ScanEntry* entry, ScanFault* fault) {
+  char* const* fields = group.texts;
   if (group.count < 1) return prv_refuse(fault, kScanNoStat, nullptr);
   remove_blank_space(fields[0]);
   if (is_string_digit(fields[0]) == 0) return prv_refuse(fault, kScanBadStat, fields[0]);
@@ -119,7 +132,7 @@ ScanStep prv_read_group(const Group& group, ScanEntry* entry, ScanFault* fault) 
   remove_blank_space(fields[3]);
   remove_double_quotes(fields[3]);
   size_t digits = strlen(fields[3]);
-  if (is_string_digit(fields[3]) == 0 || digits < kNumericMin || digits > kNumericMax) {
+  if (is_string_digit(fields[3]) == 0 || digits < kScanNumericMin || digits > kNumericMax) {
     return prv_refuse(fault, kScanBadNumeric, fields[3]);
   }
   copy_text(entry->mcc, sizeof(entry->mcc), fields[3], kMccDigits);
@@ -143,23 +156,44 @@ ScanStep prv_read_group(const Group& group, ScanEntry* entry, ScanFault* fault) 
 //           | |      `---------------- 3 short name
 //           | `----------------------- 2 long name
 //           `------------------------- 1 stat: 0 unknown, 1 available, 2 current, 3 forbidden
-ScanError start_scan(char** cursor) {
-  if (*cursor == nullptr) return kScanNoLine;
-  char* text = skip_spaces(*cursor);
-  if (*text == '\0') return kScanNoLine;
+//
+// Blanks around a field do not count: one of nothing else is empty.
+ScanError start_scan(char* line, ScanList* list) {
+  *list = {};
+  if (line == nullptr) return kScanNoLine;
+  char* text = skip_spaces(line);
   text += strspn(text, ":");
   if (*text == '\0') return kScanNothingToSplit;
   text += strcspn(text, ":");
-  *cursor = *text == ':' ? text + 1 : text;
+  list->text = *text == ':' ? text + 1 : text;
   return kScanOk;
 }
 
-ScanStep next_scan_entry(char** cursor, ScanEntry* entry, ScanFault* fault) {
+ScanStep next_scan_entry(ScanList* list, ScanEntry* entry, ScanFault* fault) {
   *entry = {};
   *fault = {};
-  if (!prv_next_group(cursor)) return ScanStep::kEnd;
-  Group group = prv_take_group(cursor);
-  return prv_read_group(group, entry, fault);
+  const ScanOperator& next = list->next;
+  char* limit = prv_limit(next);
+  if (limit != nullptr && list->text <= limit) *limit = next.cut != nullptr ? '(' : ')';
+  if (!prv_next_group(&list->text)) return ScanStep::kEnd;
+  char* open = list->text - 1;
+  if (!list->no_more && (limit == nullptr || open > limit)) {
+    list->next = find_operator(open);
+    list->no_more = next.close == nullptr;
+    limit = prv_limit(next);
+  }
+
+  Fields fields;
+  if (next.cut != nullptr && open == next.open) {
+    fields = prv_take_operator(next);
+    list->text = next.close + 1;
+  } else {
+    bool closed = limit != nullptr && next.cut == nullptr;
+    if (limit != nullptr) *limit = '\0';
+    fields = prv_take_fields(&list->text, closed);
+    if (closed && list->text == limit) list->text++;
+  }
+  return prv_read_fields(fields, entry, fault);
 }
 
 bool same_network(const ScanEntry& a, const ScanEntry& b) {

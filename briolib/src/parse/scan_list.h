@@ -5,6 +5,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "parse/scan_operator.h"
+
 namespace brio::parse {
 
 inline constexpr size_t kScanEntriesMax = 32;
@@ -47,11 +49,19 @@ struct ScanFault {
   const char* token;  // what was refused; null when it is missing
 };
 
-// Moves behind the text before the colon.
-ScanError start_scan(char** cursor);
-// The next operator of the list, which is cut up in place. Torn and malformed operators are kError; the
-// formats behind the list are none of it.
-ScanStep next_scan_entry(char** cursor, ScanEntry* entry, ScanFault* fault);
+// A list that is being read.
+struct ScanList {
+  char* text;         // what was not read yet
+  ScanOperator next;  // the next operator that has an end; all null before the first
+  bool no_more;       // there is none from here to the line's end
+};
+
+// Begins with `line` behind the text before its colon.
+ScanError start_scan(char* line, ScanList* list);
+// The next operator of the list, which is cut up in place. Torn and malformed operators are kError and do not
+// hide a whole one behind them; the formats behind the list are none of it. A fault's token and the texts of
+// an entry that is kError live until the next call. All calls together take time in proportion to the line.
+ScanStep next_scan_entry(ScanList* list, ScanEntry* entry, ScanFault* fault);
 
 // The same MCC, MNC and access technology.
 bool same_network(const ScanEntry& a, const ScanEntry& b);

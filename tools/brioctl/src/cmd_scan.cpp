@@ -1,7 +1,9 @@
 // brioctl scan: a network scan with progress, aborted in both halves by Ctrl-C.
 #include <unistd.h>
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <regex>
 #include <thread>
 
 #include "commands.h"
@@ -13,26 +15,36 @@ struct Entry {
   std::string stat, plmn, rat, name;
 };
 
-// Splits the list "stat,mcc,mnc,rat,"",long name,short name;..."; quotes hold commas and semicolons.
+// One entry of the list begins here: stat, mcc, mnc, rat and the empty field.
+constexpr auto kAtStart = std::regex_constants::match_continuous;
+const std::regex kEntryStart("([0-9]+),([0-9]{3}),([0-9]{2,3}),([0-9]+),\"\",");
+
+std::string unquoted(const std::string& name) {
+  bool quoted = name.size() >= 2 && name.front() == '"' && name.back() == '"';
+  return quoted ? name.substr(1, name.size() - 2) : name;
+}
+
+// The other of two names of which one is the empty quoted string.
+std::string name_of(const std::string& names) {
+  if (names.rfind("\"\",", 0) == 0) return unquoted(names.substr(3));
+  size_t comma = names.rfind(",\"\"");
+  return unquoted(names.substr(0, comma));
+}
+
+// Splits the list "stat,mcc,mnc,rat,"",long name,short name;...". Names may hold commas, semicolons and
+// quotes: an entry ends at the ";" behind which another one begins or the list ends.
 std::vector<Entry> parse_list(const std::string& list) {
   std::vector<Entry> entries;
-  std::vector<std::string> fields(1);
-  bool quoted = false;
-  for (char c : list) {
-    if (c == '"') quoted = !quoted;
-    if (!quoted && c == ';') {
-      if (fields.size() >= 7) {
-        std::string name = fields[5] == "\"\"" ? fields[6] : fields[5];
-        if (name.size() >= 2 && name.front() == '"' && name.back() == '"')
-          name = name.substr(1, name.size() - 2);
-        entries.push_back({fields[0], fields[1] + "-" + fields[2], fields[3], name});
-      }
-      fields.assign(1, "");
-    } else if (!quoted && c == ',') {
-      fields.emplace_back();
-    } else {
-      fields.back() += c;
+  std::smatch start;
+  for (auto at = list.begin(); std::regex_search(at, list.end(), start, kEntryStart, kAtStart);) {
+    auto names = start[0].second;
+    auto end = std::find(names, list.end(), ';');
+    while (end != list.end() && end + 1 != list.end() &&
+           !std::regex_search(end + 1, list.end(), kEntryStart, kAtStart)) {
+      end = std::find(end + 1, list.end(), ';');
     }
+    entries.push_back({start[1], start[2].str() + "-" + start[3].str(), start[4], name_of({names, end})});
+    at = end == list.end() ? end : end + 1;
   }
   return entries;
 }
