@@ -4,6 +4,7 @@
 
 #include "base/guards.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "brio/briolib.h"
 
 namespace {
@@ -52,7 +53,7 @@ uint32_t briolib_get_file_md5_hash(const char* path, uint8_t digest[16]) {
     return 0;
   }
   Md5 md5;
-  brio::File file(fopen(path, "rbe"));
+  brio::File file(brio::fopen_to_read(path));
   if (!file) {
     BLIB_E("E blib:%s:%d:briolib_get_file_md5_hash::Error in fopen\n", BLIB_HERE);
     return 0;

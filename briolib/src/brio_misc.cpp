@@ -65,12 +65,15 @@ uint32_t recv_func_prv_briolib_get_model(const ATResponse* response, void* user_
 
 // True when the override file decides: with a first line `command` is built, else it stays empty.
 bool prv_apn_override(char* command) {
-  FILE* file = brio::fopen_device(brio::kApnOverrideFile, "r");
+  FILE* file = brio::fopen_device(brio::kApnOverrideFile);
   if (file == nullptr) return false;
   if (s_apn_override_file != nullptr) fclose(s_apn_override_file);
   s_apn_override_file = file;
   char line[kFileLineSize];
-  if (fgets(line, sizeof(line), file) == nullptr) return true;
+  if (fgets(line, sizeof(line), file) == nullptr) {
+    brio::read_failed(file, brio::kApnOverrideFile);
+    return true;
+  }
   const char* apn = brio::parse::override_apn(line);
   BLIB_I("I blib:%s:%d:APN:updated to:[%s]\n", BLIB_HERE, apn);
   brio::parse::build_apn_command(apn, command);
@@ -111,9 +114,10 @@ uint8_t prv_wan_type_of_file(FILE* file) {
   char line[kFileLineSize];
   uint8_t type = BRIO_WAN_TYPE_UNKNOWN;
   while (fgets(line, sizeof(line), file) != nullptr) {
-    if (brio::parse::parse_wan_type_line(line, &type)) break;
+    if (brio::parse::parse_wan_type_line(line, &type)) return type;
   }
-  return type;
+  brio::read_failed(file, brio::kWanInfoFile);
+  return BRIO_WAN_TYPE_UNKNOWN;
 }
 
 }  // namespace
@@ -161,7 +165,7 @@ uint32_t briolib_check_apn_setting(void) {
 uint32_t briolib_update_wan_type(void) {
   uint32_t status = BRIO_STATUS_OK;
   uint8_t type = BRIO_WAN_TYPE_UNKNOWN;
-  brio::File file(brio::fopen_device(brio::kWanInfoFile, "r"));
+  brio::File file(brio::fopen_device(brio::kWanInfoFile));
   if (file) {
     type = prv_wan_type_of_file(file.get());
   } else {
@@ -182,8 +186,12 @@ uint32_t briolib_update_wan_type(void) {
 
 uint32_t briolib_get_snapshot_mode(uint32_t mode) {
   if (mode != kModeStoredByHost) return mode;
-  brio::File file(brio::fopen_device(brio::kManualSelectionFile, "r"));
+  brio::File file(brio::fopen_device(brio::kManualSelectionFile));
+  if (!file) return 0;
   char line[kSelectionLineSize];
-  if (!file || fgets(line, sizeof(line), file.get()) == nullptr) return 0;
+  if (fgets(line, sizeof(line), file.get()) == nullptr) {
+    brio::read_failed(file.get(), brio::kManualSelectionFile);
+    return 0;
+  }
   return brio::parse::snapshot_mode_of_line(line);
 }

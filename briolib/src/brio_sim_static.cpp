@@ -4,21 +4,20 @@
 
 #include "base/guards.h"
 #include "base/log.h"
-#include "base/masked.h"
 #include "base/paths.h"
 #include "base/words.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "parse/answer.h"
+#include "parse/sim_file.h"
 #include "static_info.h"
 
 namespace {
 
 constexpr char kLogTag[] = "briolib/src/brio_sim";
 
-// READ BINARY (176) of files of 3GPP TS 31.102 and TS 51.011.
-constexpr char kReadIccid[] = "AT+CRSM=176,12258,0,0,0";
+// READ BINARY (176) of files of 3GPP TS 31.102 and TS 51.011, besides EF ICCID.
 constexpr const char* kReadFiles[] = {
     "AT+CRSM=176,28643,0,0,18",  // EF EPSLOCI
     "AT+CRSM=176,28514,0,0,0",   // EF HPLMNwAcT
@@ -41,9 +40,8 @@ uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_d
     BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_crsm::response is invalid\n", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
-  bool identity = strcmp(static_cast<const char*>(user_data), kReadIccid) == 0;
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:get crsm [%s]\n", BLIB_HERE,
-         brio::LogText(line, identity, brio::kCrsmStatusFields).c_str());
+         brio::parse::crsm_log_text(line, static_cast<const char*>(user_data)).c_str());
   return at_parse(brio::skip_spaces(line), user_data, nullptr);
 }
 
@@ -60,9 +58,10 @@ uint32_t brio_get_sim_static_info(int32_t force) {
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:collecting static info of modem\n", BLIB_HERE);
-  prv_read_file(kReadIccid);
+  prv_read_file(brio::parse::kReadIccidCommand);
 
-  bool file_exists = brio::Descriptor(brio::open_device(brio::kStaticInfoFile, O_RDONLY)).valid();
+  bool file_exists =
+      brio::Descriptor(brio::open_device(brio::kStaticInfoFile, O_RDONLY | O_NONBLOCK)).valid();
   if (file_exists && force == 0) return BRIO_STATUS_OK;
   if (file_exists && briolib_get_sim_info_md5_status() == 0) {
     brio::DevicePath path(brio::kStaticInfoFile);

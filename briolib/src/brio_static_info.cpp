@@ -21,8 +21,9 @@ namespace {
 
 constexpr char kLogTag[] = "briolib/src/brio_log";
 
-// The file's text may be read by everybody; a symbolic link in its place is not followed.
-constexpr int kOpenFlags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW;
+// The file's text may be read by everybody; a symbolic link in its place is not followed, a pipe keeps nobody
+// waiting.
+constexpr int kOpenFlags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK;
 constexpr mode_t kFileMode = 0644;
 
 bool prv_write_all(int fd, const char* text, size_t length) {

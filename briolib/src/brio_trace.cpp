@@ -219,7 +219,7 @@ bool prv_next_line(FILE* file, char (&line)[brio::parse::kTraceLineMax + 1], siz
 }
 
 // Sends every command of the filter file. `*switch_off` is set when the modem's trace is to be stopped.
-uint32_t prv_send_filter_to_tst(FILE* file, bool* switch_off) {
+uint32_t prv_send_filter_to_tst(FILE* file, const char* filter_path, bool* switch_off) {
   using brio::parse::TraceFilterLine;
   uint32_t status = BRIO_STATUS_FAILURE;
   char line[brio::parse::kTraceLineMax + 1];
@@ -241,7 +241,7 @@ uint32_t prv_send_filter_to_tst(FILE* file, bool* switch_off) {
     }
   }
   // A file that cannot be read to its end (a directory, say) is as good as one without commands.
-  return ferror(file) != 0 ? static_cast<uint32_t>(BRIO_STATUS_FAILURE) : status;
+  return brio::read_failed(file, filter_path) ? static_cast<uint32_t>(BRIO_STATUS_FAILURE) : status;
 }
 
 uint32_t prv_apply_filter(const char* filter_path) {
@@ -249,9 +249,9 @@ uint32_t prv_apply_filter(const char* filter_path) {
   uint32_t status = BRIO_STATUS_OK;
   if (filter_path == nullptr) {
     switch_off = true;
-  } else if (brio::File file(brio::fopen_device(filter_path, "r")); file) {
+  } else if (brio::File file(brio::fopen_device(filter_path)); file) {
     BLIB_I("I blib:%s:%d::name=\"%s\":file detected\n", BLIB_HERE, filter_path);
-    status = prv_send_filter_to_tst(file.get(), &switch_off);
+    status = prv_send_filter_to_tst(file.get(), filter_path, &switch_off);
   } else {
     BLIB_I("I blib:%s:%d::trace log filter file (%s) does not exist:disable trace log\n", BLIB_HERE,
            filter_path);

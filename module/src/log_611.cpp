@@ -80,12 +80,13 @@ void prv_static_info(Writer& page) {
     }
     s_static_info_read = true;
   }
-  brio::File file(brio::fopen_device(brio::kStaticInfoFile, "r"));
+  brio::File file(brio::fopen_device(brio::kStaticInfoFile));
   if (!file) {
     MODULE_E("E brio:611:no static info found \n:Bad Param");
     return;
   }
   brio::page::write_static_info(page, file.get());
+  brio::read_failed(file.get(), brio::kStaticInfoFile);
 }
 
 void prv_brio_get611_display(Writer& page, const atcmd_snapshot& snapshot, View view) {

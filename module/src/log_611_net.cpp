@@ -84,7 +84,7 @@ bool parse_net_dev_line(const char* line, const char* interface, TrafficSample* 
 void read_counters(const char* interface, TrafficSample* sample) {
   sample->rx_bytes = kUnknownCounter;
   sample->tx_bytes = kUnknownCounter;
-  File file(fopen_device(kNetDevFile, "r"));
+  File file(fopen_device(kNetDevFile));
   if (!file) return;
   char line[kLine];
   while (fgets(line, sizeof(line), file.get()) != nullptr) {

@@ -239,6 +239,7 @@ TEST_F(ModemSetup, TheOverrideFileNamesTheApn) {
   root().make_directory(kApnFile);
   EXPECT_EQ(0u, briolib_check_apn_setting());
   EXPECT_TRUE(modem().commands().empty());
+  EXPECT_EQ(1u, log_capture::count(":readfile:name=/mnt/us/apn,errno=21:can't read file\n"));
   root().remove(kApnFile);
   modem().with_state([](modemsim::State& state) { state.apn = BRIO_APN_GROUP_A; });
   ASSERT_EQ(0, symlink("apn", root().path(kApnFile).c_str()));

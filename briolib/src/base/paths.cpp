@@ -1,12 +1,17 @@
 #include "base/paths.h"
 
+#include <errno.h>
 #include <string.h>
 #include <sys/types.h>
 
+#include "base/guards.h"
+#include "base/log.h"
 #include "brio/brio.h"
 
 namespace brio {
 namespace {
+
+constexpr char kLogTag[] = "briolib/src/base";
 
 // Written only while the library is closed, read by all its threads.
 char s_root_dir[PATH_MAX];
@@ -22,10 +27,22 @@ int open_device(const char* path, int flags, mode_t mode) {
   return open(DevicePath(path).c_str(), flags | O_CLOEXEC, mode);
 }
 
-FILE* fopen_device(const char* path, const char* mode) {
-  char mode_cloexec[8];
-  snprintf(mode_cloexec, sizeof(mode_cloexec), "%se", mode);
-  return fopen(DevicePath(path).c_str(), mode_cloexec);
+FILE* fopen_to_read(const char* path) {
+  Descriptor fd(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!fd.valid()) return nullptr;
+  FILE* file = fdopen(fd.get(), "r");
+  if (file != nullptr) fd.release();
+  return file;
+}
+
+FILE* fopen_device(const char* path) {
+  return fopen_to_read(DevicePath(path).c_str());
+}
+
+bool read_failed(FILE* file, const char* path) {
+  if (ferror(file) == 0) return false;
+  BLIB_E("E blib:%s:%d:readfile:name=%s,errno=%d:can't read file\n", BLIB_HERE, path, errno);
+  return true;
 }
 
 }  // namespace brio

@@ -34,10 +34,17 @@ class DevicePath {
   char text_[PATH_MAX];
 };
 
-// open(2) and fopen(3) of a device path; every descriptor is close-on-exec. `fopen` modes carry no "e" of
-// their own.
+// open(2) of a device path; every descriptor is close-on-exec.
 int open_device(const char* path, int flags, mode_t mode = 0);
-FILE* fopen_device(const char* path, const char* mode);
+
+// A file opened for reading, of any path and of a device path. A pipe that somebody planted in its place
+// keeps nobody waiting: without a writer it reads as an empty file.
+FILE* fopen_to_read(const char* path);
+FILE* fopen_device(const char* path);
+
+// To be asked directly behind the read that gave nothing: whether it failed (of a directory, say) instead of
+// meeting the file's end. Then an error line names the device path.
+bool read_failed(FILE* file, const char* path);
 
 }  // namespace brio
 

@@ -23,7 +23,7 @@ constexpr int kRadioAttempts = 2;
 constexpr int32_t kDeregisterTimeoutSeconds = 80;
 constexpr unsigned kRetryPauseSeconds = 1;
 
-constexpr size_t kLogConfigLine = 31;         // characters of one line of the log configuration
+constexpr size_t kLogConfigLine = 31;         // characters of a log configuration's line that count
 constexpr size_t kManualSelectionLine = 127;  // characters of the stored selection
 
 // Guards library_open and closing. Held across the whole of brio_open, so that a status check waits for its
@@ -51,21 +51,33 @@ uint32_t prv_send(const char* command, int32_t timeout_seconds) {
                                                    timeout_seconds);
 }
 
+// The next line, "\n" included, of a longer one its first characters; false at the end of the file.
+bool prv_next_config_line(FILE* file, char (&line)[kLogConfigLine + 1]) {
+  size_t length = 0;
+  int c = 0;
+  while (c != '\n' && (c = getc_unlocked(file)) != EOF) {
+    if (length < kLogConfigLine) line[length++] = static_cast<char>(c);
+  }
+  line[length] = '\0';
+  return length > 0;
+}
+
 void prv_read_log_config() {
-  brio::File file(brio::fopen_device(brio::kLogConfigFile, "r"));
+  brio::File file(brio::fopen_device(brio::kLogConfigFile));
   if (!file) {
     BLIB_D(BRIO_LOG_CONFIG, "D blib:%s:%d:No log config file detected", BLIB_HERE);
     return;
   }
   char buffer[kLogConfigLine + 1];
-  while (fgets(buffer, sizeof(buffer), file.get()) != nullptr) {
+  while (prv_next_config_line(file.get(), buffer)) {
     BLIB_D(BRIO_LOG_CONFIG, "D blib:%s:%d:log config file: %s", BLIB_HERE, buffer);
     const char* line = brio::trim(buffer);
     if (*line == '\0' || *line == '#') continue;
     // Text that is no number counts as what the conversion gives, 0: every debug line off.
     briolib_log_set_log_mask(brio::hexadecimal(line));
-    break;
+    return;
   }
+  brio::read_failed(file.get(), brio::kLogConfigFile);
 }
 
 bool prv_start_channel(const char* query_port) {
@@ -135,10 +147,13 @@ void prv_brio_atcmd_mcs(const brio::parse::ManualSelection& selection) {
 
 // A manual selection that another program stored is carried over a restart.
 void prv_replay_manual_selection() {
-  brio::File file(brio::fopen_device(brio::kManualSelectionFile, "r"));
+  brio::File file(brio::fopen_device(brio::kManualSelectionFile));
   if (!file) return;
   char line[kManualSelectionLine + 1];
-  if (fgets(line, sizeof(line), file.get()) == nullptr) return;
+  if (fgets(line, sizeof(line), file.get()) == nullptr) {
+    brio::read_failed(file.get(), brio::kManualSelectionFile);
+    return;
+  }
   brio::parse::ManualSelection selection;
   if (brio::parse::parse_manual_selection(line, &selection)) prv_brio_atcmd_mcs(selection);
 }

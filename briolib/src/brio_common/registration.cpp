@@ -2,12 +2,12 @@
 #include <string.h>
 
 #include "base/log.h"
-#include "base/masked.h"
 #include "base/text.h"
 #include "brio/brio_at.h"
 #include "brio_common/shared_data.h"
 #include "parse/answer.h"
 #include "parse/registration.h"
+#include "parse/sim_file.h"
 
 namespace {
 
@@ -18,9 +18,6 @@ constexpr uint16_t kSelectorQuery = 1;
 constexpr uint16_t kSelectorCrsm = 23;
 
 constexpr char kBasPrefix[] = "+BAS";
-
-// READ BINARY of the file 12258, the ICCID.
-constexpr char kReadIccidCommand[] = "AT+CRSM=176,12258,0,0,0";
 
 enum CauseByte { kCsCause = 1, kPsCause = 2 };
 
@@ -49,6 +46,11 @@ void prv_enable_startup_urcs() {
   prv_send("AT+GTBARS=0");
 }
 
+// A request's selector as at_parse passes it on.
+void* prv_selector(uint16_t user_value) {
+  return reinterpret_cast<void*>(static_cast<uintptr_t>(user_value));
+}
+
 // Response callback of "AT+CREG?" and "AT+CGREG?" (read thread).
 uint32_t recv_func_prv_briolib_get_reg(const ATResponse* response, void*, uint16_t user_value) {
   char* line = brio::parse::answer_line(response);
@@ -56,15 +58,14 @@ uint32_t recv_func_prv_briolib_get_reg(const ATResponse* response, void*, uint16
     BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_reg::response is invalid", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
-  void* selector = reinterpret_cast<void*>(static_cast<uintptr_t>(user_value));
-  uint32_t result = at_parse(brio::skip_spaces(line), nullptr, selector);
+  uint32_t result = at_parse(brio::skip_spaces(line), nullptr, prv_selector(user_value));
   BLIB_D(BRIO_LOG_MODEM_INFO, "D blib:%s:%d:atcmd creg/cgreg blpkt_ret:%d", BLIB_HERE,
          static_cast<int>(result));
   return result;
 }
 
 // Response callback of the ICCID file's reading (read thread). The user data is the text of the command.
-uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_data, uint16_t) {
+uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_data, uint16_t user_value) {
   char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_crsm::response is invalid", BLIB_HERE);
@@ -72,8 +73,8 @@ uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_d
   }
   line = brio::skip_spaces(line);
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:get crsm [%s]", BLIB_HERE,
-         brio::LogText(line, true, brio::kCrsmStatusFields).c_str());
-  uint32_t result = at_parse(line, user_data, nullptr);
+         brio::parse::crsm_log_text(line, static_cast<const char*>(user_data)).c_str());
+  uint32_t result = at_parse(line, user_data, prv_selector(user_value));
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:atcmd crsm blpkt_ret[%d]", BLIB_HERE, static_cast<int>(result));
   return result;
 }
@@ -265,6 +266,7 @@ void briolib_parse_stkpci(char* payload) {
   BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:Refresh command for USIM Init and Full File Change Notification",
          BLIB_HERE);
   // The parser of the answer learns from the command which file it holds; it only reads that text.
-  blpkt_atcmd_request_with_callback(kReadIccidCommand, SINGLELINE, "+CRSM", recv_func_prv_briolib_get_crsm,
-                                    const_cast<char*>(kReadIccidCommand), kSelectorCrsm);
+  const char* command = brio::parse::kReadIccidCommand;
+  blpkt_atcmd_request_with_callback(command, SINGLELINE, "+CRSM", recv_func_prv_briolib_get_crsm,
+                                    const_cast<char*>(command), kSelectorCrsm);
 }

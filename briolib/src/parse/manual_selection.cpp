@@ -15,6 +15,7 @@ bool parse_manual_selection(char* line, ManualSelection* selection) {
   const char* timeout = next_field(&rest, ' ');
   if (rest == nullptr) return false;
   const char* command = next_field(&rest, '\n');
+  // Without a command there is nothing that would bring the modem back behind the de-registration.
   if (*command == '\0' || strncasecmp(command, kAutomatic, sizeof(kAutomatic) - 1) == 0) return false;
   selection->timeout_seconds = decimal(timeout);
   // A negative time-out would wait without limit, and so keep a damaged file's reader from ever opening.

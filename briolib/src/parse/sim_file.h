@@ -5,6 +5,7 @@
 
 #include <stdint.h>
 
+#include "base/masked.h"
 #include "brio/brio_types.h"
 
 namespace brio::parse {
@@ -25,6 +26,13 @@ enum class SimFile {
 // The file that a READ BINARY command names ("AT+CRSM=176,28512,0,0,0" or its parameters alone). Null gives
 // kOther.
 SimFile crsm_file(const char* command);
+
+inline constexpr char kReadIccidCommand[] = "AT+CRSM=176,12258,0,0,0";
+
+// The answer to such a command for the log: of the ICCID's file the contents are masked.
+inline LogText crsm_log_text(const char* line, const char* command) {
+  return LogText(line, crsm_file(command) == SimFile::kIccid, kCrsmStatusFields);
+}
 
 enum class CrsmOutcome {
   kOk,
