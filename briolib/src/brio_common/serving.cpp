@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "base/log.h"
+#include "base/masked.h"
 #include "base/text.h"
 #include "brio/brio_at.h"
 #include "brio_common/shared_data.h"
@@ -15,6 +16,14 @@ constexpr char kLogTag[] = "briolib/src/brio_common";
 
 // Parser selector of the clock request: its user value.
 constexpr uint16_t kSelectorClock = 4;
+
+// The first characters of an answer, as far as a parser looks at them, and their copy for the log: the answer
+// of another question, an IMSI say, may stand there, and the cut shall not hide its length.
+template <size_t N>
+brio::LogText prv_cut(char (&text)[N], const char* line) {
+  brio::copy_text(text, N, line);
+  return brio::LogText(text, brio::holds_long_number(line));
+}
 
 // Text behind the first ":" of a line; null when there is none.
 char* prv_behind_colon(char* line) {
@@ -51,8 +60,8 @@ uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*,
     return BRIO_STATUS_INVALID;
   }
   char text[brio::parse::kCopsTextMax + 1];
-  brio::copy_text(text, sizeof(text), line);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:AT+COPS: %s", BLIB_HERE, text);
+  const brio::LogText log_text = prv_cut(text, line);
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:AT+COPS: %s", BLIB_HERE, log_text.c_str());
 
   const brio::parse::CopsAnswer answer = brio::parse::parse_cops(text);
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
@@ -62,7 +71,7 @@ uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*,
     data.cops_mode = answer.mode;
   }
   if (answer.result != CopsResult::kOk) {
-    prv_log_cops_failure(answer.result, text);
+    prv_log_cops_failure(answer.result, log_text.c_str());
     return BRIO_STATUS_FAILURE;
   }
   brio::UrcDataLock lock;
@@ -150,7 +159,8 @@ uint32_t recv_func_at_req_get_gtscinfo(const ATResponse* response, void*, uint16
     BLIB_E("E blib:%s:%d:recv_func_at_req_get_gtscinfo:resp is invalid:", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
-  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:recv_func_at_req_get_gtscinfo callback %s", BLIB_HERE, line);
+  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:recv_func_at_req_get_gtscinfo callback %s", BLIB_HERE,
+         brio::LogText(line).c_str());
   char* fields = prv_behind_colon(line);
   if (fields == nullptr) return BRIO_STATUS_INVALID;
   const brio::parse::ServingCell cell = brio::parse::parse_serving_cell(fields);
@@ -170,7 +180,8 @@ uint32_t recv_func_at_req_get_gtscstat(const ATResponse* response, void*, uint16
     BLIB_E("E blib:%s:%d:recv_func_at_req_get_gtscstat:resp is invalid:", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
-  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:get_gtscstat callback called %s", BLIB_HERE, line);
+  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:get_gtscstat callback called %s", BLIB_HERE,
+         brio::LogText(line).c_str());
   char* fields = prv_behind_colon(line);
   if (fields == nullptr) return BRIO_STATUS_INVALID;
   const brio::parse::ProtocolStates states = brio::parse::parse_protocol_states(fields);
@@ -205,11 +216,11 @@ uint32_t recv_func_prv_briolib_get_timezone(const ATResponse* response, void* us
     return BRIO_STATUS_FAILURE;
   }
   char text[brio::parse::kClockTextMax + 1];
-  brio::copy_text(text, sizeof(text), line);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:atcmd AT+CCLK %s", BLIB_HERE, text);
+  const brio::LogText log_text = prv_cut(text, line);
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:atcmd AT+CCLK %s", BLIB_HERE, log_text.c_str());
   int32_t zone;
   if (!brio::parse::parse_clock_zone(text, &zone)) {
-    BLIB_W("W blib:%s:%d::no valid tz info found %s:", BLIB_HERE, text);
+    BLIB_W("W blib:%s:%d::no valid tz info found %s:", BLIB_HERE, log_text.c_str());
     return BRIO_STATUS_FAILURE;
   }
   *static_cast<int32_t*>(user_data) = zone;

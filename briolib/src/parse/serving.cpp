@@ -178,13 +178,20 @@ ProtocolStates parse_protocol_states(char* fields) {
 }
 
 // +CCLK: "26/03/07,09:05:00-28"
-// The date's separator is "/", so the first sign behind the prefix is the zone's.
+// The date's separator is "/", so the first sign behind the name is the zone's. The name may be missing; an
+// answer of another name has no zone, whatever signs it holds.
 bool parse_clock_zone(const char* line, int32_t* zone) {
-  constexpr char kPrefix[] = "+CCLK";
+  constexpr char kName[] = "+CCLK";
+  constexpr size_t kNameLength = sizeof(kName) - 1;
   char text[kClockTextMax + 1];
   copy_text(text, sizeof(text), line);
   const char* rest = skip_spaces(text);
-  if (strncmp(rest, kPrefix, sizeof(kPrefix) - 1) == 0) rest += sizeof(kPrefix) - 1;
+  if (*rest == '+') {
+    if (strncmp(rest, kName, kNameLength) != 0 || strchr(": \"", rest[kNameLength]) == nullptr) return false;
+    rest += kNameLength;
+  }
+  const size_t colon = strcspn(rest, ":\"");
+  if (rest[colon] == ':') rest += colon + 1;
   const char* sign = strchr(rest, '+');
   if (sign == nullptr) sign = strchr(rest, '-');
   if (sign == nullptr) return false;

@@ -89,7 +89,7 @@ ProtocolStates parse_protocol_states(char* fields);
 
 // Characters of the answer that are looked at.
 inline constexpr uint32_t kClockTextMax = 32;
-// Quarter hours; false when the text holds no sign.
+// Quarter hours; false when the text holds no sign or is the answer of another name.
 bool parse_clock_zone(const char* line, int32_t* zone);
 
 // ---- PLMN of three bytes, 3GPP TS 24.008
