@@ -8,6 +8,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <limits>
+
 #include "base/clock.h"
 #include "base/guards.h"
 #include "base/log.h"
@@ -101,7 +103,10 @@ uint32_t prv_wait_element(queue* q, int32_t timeout_seconds) {
   timespec deadline = {};
   if (timeout_seconds > 0) {
     if (!brio::clock_monotonic(&deadline)) return Q_CLOCK;
-    deadline.tv_sec += timeout_seconds;
+    // Where time_t has 32 bits the longest time-outs end beyond it.
+    if (__builtin_add_overflow(deadline.tv_sec, timeout_seconds, &deadline.tv_sec)) {
+      deadline.tv_sec = std::numeric_limits<time_t>::max();
+    }
   }
   while (prv_is_empty(q)) {
     int result = timeout_seconds > 0 ? brio::clock_wait_until(&q->changed, &q->mutex, &deadline)

@@ -7,6 +7,7 @@
 
 #include "base/log.h"
 #include "brio/brio_at.h"
+#include "brio/briolib.h"
 #include "brio_blpkt.h"
 #include "faults.h"
 #include "support/pty_modem.h"
@@ -254,6 +255,10 @@ TEST_F(Blpkt, FailedInitTearsEverythingDown) {
     EXPECT_EQ(blpkt_abort_manual_nw_scan(), 2u) << c.line;
     blpkt_shutdown();
   }
+  faults::fail(Call::kThread, ENOMEM);
+  EXPECT_EQ(brio_open(kQueryPort), BRIO_STATUS_FAILURE);
+  EXPECT_TRUE(log_capture::has(":blpktinit:status=2:blpkt failed to initialize"));
+  EXPECT_EQ(briolib_check_library_status(), BRIO_STATUS_NOT_OPEN);
   EXPECT_EQ(open_descriptors(), descriptors);
   ASSERT_TRUE(eventually([&] { return thread_count() <= threads; }));
   start();

@@ -40,8 +40,10 @@ enum brio_event_id {
  *
  * Runs on the thread that raises the event: the event thread for unsolicited results, the read thread when a
  * command's answer brings the change, or a caller's own thread. It must be short, must not send a request and
- * must not open or close the library; the shared-data mutex may be held by the raiser, so it must not lock
- * that either. `data` is borrowed for the call. The result is ignored.
+ * must not open or close the library. Nor may it call an operation that can answer BRIO_STATUS_NOT_OPEN, not
+ * even a getter: that waits for the end of a whole brio_open, and the open may wait for the callback. The
+ * shared-data mutex may be held by the raiser, so it must not lock that either. `data` is borrowed for the
+ * call. The result is ignored.
  */
 typedef uint32_t (*brio_event_callback)(uint32_t id, uint32_t data_size, const void* data);
 
