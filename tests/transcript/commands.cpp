@@ -369,6 +369,7 @@ const std::map<std::string, Command>& commands() {
     s.follow = a.words();
     s.log.clear();
   };
+  table["keeps"] = [](Session& s, Arguments& words) { s.descriptors += static_cast<size_t>(words.number()); };
   table["leftover"] = [](Session& s, Arguments&) { s.emit(s.leftover()); };
   table["dir"] = [](Session& s, Arguments& a) { s.root.make_directory(a.text()); };
   table["rm"] = [](Session& s, Arguments& a) { s.root.remove(a.text()); };

@@ -1,158 +1,187 @@
+// Encodings, digests and texts that no session with the library can show.
 #include <gtest/gtest.h>
+#include <string.h>
 
-#include <cstdint>
 #include <fstream>
-#include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "base/masked.h"
 #include "brio/briolib.h"
+#include "parse/modem_config.h"
+#include "static_info.h"
 #include "support/log_capture.h"
 
 namespace {
 
-// Encodes into a heap block of exactly `capacity` bytes.
-std::pair<int32_t, std::string> encode(const std::string& input, int32_t capacity) {
-  std::vector<char> output(static_cast<size_t>(capacity > 0 ? capacity : 0));
-  int32_t length =
-      briolib_base64_encode(input.data(), output.data(), static_cast<int32_t>(input.size()), capacity);
-  return {length, std::string(output.data(), length > 0 ? static_cast<size_t>(length) : 0)};
+// Length and bytes, from a heap block of exactly `capacity` bytes.
+std::string coded(int32_t (*call)(const void*, void*, int32_t, int32_t), const std::string& input,
+                  int capacity) {
+  std::vector<char> output(static_cast<size_t>(capacity > 0 ? capacity : 1));
+  int32_t length = call(input.data(), output.data(), static_cast<int32_t>(input.size()), capacity);
+  size_t shown =
+      length > 0 ? std::min<size_t>(static_cast<size_t>(length), static_cast<size_t>(std::max(capacity, 0)))
+                 : 0;
+  return std::to_string(length) + ":" + std::string(output.data(), shown);
 }
 
-std::pair<int32_t, std::string> decode(const std::string& input, int32_t capacity) {
-  std::vector<char> output(static_cast<size_t>(capacity > 0 ? capacity : 0));
-  int32_t length =
-      briolib_base64_decode(input.data(), output.data(), static_cast<int32_t>(input.size()), capacity);
-  size_t written = length > 0 ? std::min(static_cast<size_t>(length), output.size()) : 0;
-  return {length, std::string(output.data(), written)};
-}
-
-using Result = std::pair<int32_t, std::string>;
-
-TEST(Base64, Rfc4648Vectors) {
-  const char* const vectors[][2] = {
-      {"", ""},
-      {"f", "Zg=="},
-      {"fo", "Zm8="},
-      {"foo", "Zm9v"},
-      {"foob", "Zm9vYg=="},
-      {"fooba", "Zm9vYmE="},
-      {"foobar", "Zm9vYmFy"},
-      {"hi", "aGk="},
-      {"\xFB\xEF\xBE", "++++"},
-      {"\xFF\xFF\xFF", "////"},
-  };
-  for (const auto& v : vectors) {
-    std::string text = v[0];
-    std::string encoded = v[1];
-    auto size = static_cast<int32_t>(encoded.size());
-    EXPECT_EQ(Result(size, encoded), encode(text, size));
-    EXPECT_EQ(Result(static_cast<int32_t>(text.size()), text), decode(encoded, size / 4 * 3)) << encoded;
+TEST(Encodings, Base64) {
+  // RFC 4648, and the alphabet's last characters.
+  const char* const vectors[][2] = {{"", ""},
+                                    {"f", "Zg=="},
+                                    {"fo", "Zm8="},
+                                    {"foo", "Zm9v"},
+                                    {"foob", "Zm9vYg=="},
+                                    {"fooba", "Zm9vYmE="},
+                                    {"foobar", "Zm9vYmFy"},
+                                    {"hi", "aGk="},
+                                    {"\xFB\xEF\xBE", "++++"},
+                                    {"\xFF\xFF\xFF", "////"}};
+  for (const auto& [plain, code] : vectors) {
+    int size = static_cast<int>(strlen(code));
+    EXPECT_EQ(coded(briolib_base64_encode, plain, size), std::to_string(size) + ":" + code);
+    EXPECT_EQ(coded(briolib_base64_decode, code, size / 4 * 3), std::to_string(strlen(plain)) + ":" + plain);
+    if (size > 0) {
+      EXPECT_EQ(coded(briolib_base64_encode, plain, size - 1), "-1:");
+    }
   }
-}
-
-TEST(Base64, ThereAndBackForEveryLength) {
   std::mt19937 random(1);
-  for (int32_t length = 0; length < 200; length++) {
+  for (int length = 0; length < 200; length++) {
     std::string text(static_cast<size_t>(length), '\0');
     for (auto& c : text) c = static_cast<char>(random());
-    auto encoded = encode(text, 300);
-    ASSERT_EQ((length + 2) / 3 * 4, encoded.first);
-    EXPECT_EQ(Result(length, text), decode(encoded.second, encoded.first / 4 * 3));
+    std::string code = coded(briolib_base64_encode, text, 300);
+    code.erase(0, code.find(':') + 1);
+    EXPECT_EQ(coded(briolib_base64_decode, code, static_cast<int>(code.size()) / 4 * 3),
+              std::to_string(length) + ":" + text);
   }
-}
-
-TEST(Base64, EncodeCapacityAndLengthRules) {
+  // Decoding: the capacity must not exceed the groups' size, and bounds what is written.
+  const struct {
+    const char* code;
+    int capacity;
+    const char* result;
+  } rules[] = {{"aGk=", 3, "2:hi"}, {"aGk=", 4, "-1:"}, {"aGk=", 1, "2:h"}, {"aGk=", -5, "2:"},
+               {"AAAAA", 3, "-1:"}, {"", 0, "0:"},      {"", 1, "-1:"}};
+  for (const auto& rule : rules)
+    EXPECT_EQ(coded(briolib_base64_decode, rule.code, rule.capacity), rule.result);
   char output[8] = {};
-  EXPECT_EQ(-1, briolib_base64_encode("hi", output, 2, 3));
-  EXPECT_EQ(4, briolib_base64_encode("hi", output, 2, 4));
   EXPECT_EQ(-1, briolib_base64_encode("hi", output, -1, 8));
-  EXPECT_EQ(-1, briolib_base64_encode("hi", output, 0, -1));
-  EXPECT_EQ(0, briolib_base64_encode(nullptr, nullptr, 0, 0));
+  EXPECT_EQ(-1, briolib_base64_encode("hi", output, INT32_MAX, INT32_MAX));
   EXPECT_EQ(-1, briolib_base64_encode(nullptr, output, 2, 8));
-  EXPECT_EQ(-1, briolib_base64_encode("hi", output, INT32_MAX, INT32_MAX));  // 4 * groups is above 32 bits
-}
-
-TEST(Base64, DecodeCapacityIsAnUpperLimitOfTheGroups) {
-  EXPECT_EQ(Result(2, "hi"), decode("aGk=", 3));
-  EXPECT_EQ(-1, decode("aGk=", 4).first);
-  EXPECT_EQ(Result(2, "h"), decode("aGk=", 1));  // the block of one byte is not left
-  for (int32_t length : {1, 2, 3, 5, 7})
-    EXPECT_EQ(-1, decode(std::string(static_cast<size_t>(length), 'A'), 3).first);
-  EXPECT_EQ(0, decode("", 0).first);
-  EXPECT_EQ(-1, decode("", 1).first);
-  char output[8] = {};
-  EXPECT_EQ(2, briolib_base64_decode("aGk=", output, 4, -5));
-  EXPECT_EQ(0, output[0]);
   EXPECT_EQ(-1, briolib_base64_decode("aGk=", output, -4, 0));
   EXPECT_EQ(-1, briolib_base64_decode(nullptr, output, 4, 3));
 }
 
-TEST(Base64, DecodeTakesAnyCharacter) {
-  std::string junk;
-  for (int i = 0; i < 256; i++) junk += static_cast<char>(i);
-  EXPECT_EQ(192, decode(junk, 192).first);
-  EXPECT_EQ(4, decode("====aA==", 6).first);
-}
-
-std::string hex(const uint8_t* digest) {
-  std::string text;
-  char byte[3];
-  for (int i = 0; i < 16; i++) {
+std::string hex(uint32_t length, const uint8_t* digest) {
+  std::string text = std::to_string(length) + ":";
+  for (uint32_t i = 0; i < length; i++) {
+    char byte[3];
     snprintf(byte, sizeof(byte), "%02x", digest[i]);
     text += byte;
   }
   return text;
 }
 
-std::string md5(const std::vector<const char*>& strings, int32_t count) {
-  uint8_t digest[16] = {};
-  uint32_t length = briolib_get_md5_hash(strings.data(), count, digest);
-  return length == 16 ? hex(digest) : "length " + std::to_string(length);
-}
-
-TEST(Md5, Rfc1321VectorsAndConcatenation) {
-  EXPECT_EQ("d41d8cd98f00b204e9800998ecf8427e", md5({""}, 1));
-  EXPECT_EQ("900150983cd24fb0d6963f7d28e17f72", md5({"abc"}, 1));
-  EXPECT_EQ("900150983cd24fb0d6963f7d28e17f72", md5({"a", "", "bc"}, 3));
-  EXPECT_EQ("f96b697d7cb7938d525a2f31aaf161d0", md5({"message digest"}, 1));
-  // Ends at the first null pointer.
-  EXPECT_EQ("900150983cd24fb0d6963f7d28e17f72", md5({"abc", nullptr, "def"}, 3));
-  EXPECT_EQ("d41d8cd98f00b204e9800998ecf8427e", md5({nullptr}, 1));
-}
-
-TEST(Md5, RefusesNothingToHash) {
+std::string md5(const std::vector<const char*>& strings) {
   uint8_t digest[16];
+  return hex(briolib_get_md5_hash(strings.data(), static_cast<int32_t>(strings.size()), digest), digest);
+}
+
+TEST(Encodings, Md5) {
+  const std::string abc = "16:900150983cd24fb0d6963f7d28e17f72";  // RFC 1321
+  EXPECT_EQ(md5({"abc"}), abc);
+  EXPECT_EQ(md5({"a", "", "bc"}), abc);
+  EXPECT_EQ(md5({"abc", nullptr, "def"}), abc) << "ends at the first null pointer";
+  EXPECT_EQ(md5({""}), "16:d41d8cd98f00b204e9800998ecf8427e");
   const char* const strings[] = {"abc"};
+  uint8_t digest[16];
   EXPECT_EQ(0u, briolib_get_md5_hash(nullptr, 1, digest));
   EXPECT_EQ(0u, briolib_get_md5_hash(strings, 0, digest));
   EXPECT_EQ(0u, briolib_get_md5_hash(strings, -3, digest));
   EXPECT_EQ(0u, briolib_get_md5_hash(strings, 1, nullptr));
-}
 
-TEST(Md5, FileDigestEqualsTextDigestAroundTheBlockSize) {
   const std::string path = ::testing::TempDir() + "brio_md5_file";
-  for (size_t size : {0u, 1u, 511u, 512u, 513u, 1024u, 5000u}) {
+  for (size_t size : {0u, 511u, 512u, 513u, 5000u}) {
     std::string text(size, 'x');
     std::ofstream(path, std::ios::binary) << text;
-    uint8_t digest[16] = {};
-    EXPECT_EQ(16u, briolib_get_file_md5_hash(path.c_str(), digest));
-    EXPECT_EQ(md5({text.c_str()}, 1), hex(digest)) << size;
+    EXPECT_EQ(hex(briolib_get_file_md5_hash(path.c_str(), digest), digest), md5({text.c_str()})) << size;
   }
   remove(path.c_str());
+  const struct {
+    const char* path;
+    uint8_t* digest;
+    const char* line;
+  } errors[] = {{nullptr, digest, "::Error in input params.\n"},
+                {"/", nullptr, "::Error in input params.\n"},
+                {"/nonexistent/file", digest, "::Error in fopen\n"},
+                {"/", digest, "::Error in fread\n"}};
+  for (const auto& error : errors) {
+    log_capture::clear();
+    EXPECT_EQ(0u, briolib_get_file_md5_hash(error.path, error.digest));
+    EXPECT_TRUE(log_capture::has(std::string("briolib_get_file_md5_hash") + error.line));
+  }
 }
 
-TEST(Md5, FileErrorsAreLogged) {
-  uint8_t digest[16];
-  log_capture::clear();
-  EXPECT_EQ(0u, briolib_get_file_md5_hash(nullptr, digest));
-  EXPECT_EQ(0u, briolib_get_file_md5_hash("/", nullptr));
-  EXPECT_EQ(2u, log_capture::count(":briolib_get_file_md5_hash::Error in input params.\n"));
-  EXPECT_EQ(0u, briolib_get_file_md5_hash("/nonexistent/file", digest));
-  EXPECT_EQ(1u, log_capture::count(":briolib_get_file_md5_hash::Error in fopen\n"));
-  EXPECT_EQ(0u, briolib_get_file_md5_hash("/", digest));  // a directory opens but cannot be read
-  EXPECT_EQ(1u, log_capture::count(":briolib_get_file_md5_hash::Error in fread\n"));
+TEST(Encodings, NumbersThatNameTheSubscriberAreMasked) {
+  EXPECT_EQ(brio::LogText(std::string(3000, '4').c_str(), true).c_str(), std::string(2400, '*'));
+  EXPECT_STREQ(brio::LogText("+CIMI: 310410123456789").c_str(), "+CIMI: ***************");
+  EXPECT_STREQ(brio::LogText("+CREG: 31041012345678").c_str(), "+CREG: 31041012345678");
+  EXPECT_STREQ(brio::LogText(nullptr, true).c_str(), "");
+  std::string text(65536 + 3, '7');  // counts as 3
+  briolib_obfuscate_numeral(&text[0], '*');
+  EXPECT_EQ(text.find_last_of('*'), 2u);
+}
+
+TEST(Encodings, NamesAreTakenByIndexFirst) {
+  const enum_pair rows[] = {{2, "early two"}, {7, "seven"}, {2, "indexed two"}};
+  EXPECT_STREQ(enum_to_string(rows, 3, 2), "indexed two");
+  EXPECT_STREQ(enum_to_string(rows, 2, 2), "early two");
+  EXPECT_STREQ(enum_to_string(rows, 3, 0xFFFFFFFF), "N/A");
+  EXPECT_STREQ(enum_to_string(nullptr, 3, 0), "N/A");
+}
+
+TEST(Encodings, StaticInformationTextStaysInItsFieldsAndItsSize) {
+  sim_plmn_data plmn = {};
+  sim_info_data info = {};
+  auto text = [&] {
+    char buffer[brio::kStaticInfoSize];
+    brio::static_info_text(plmn, info, buffer);
+    return std::string(buffer, strnlen(buffer, sizeof(buffer)));
+  };
+  // Texts without end, counts beyond their lists.
+  memset(&info, 'A', sizeof(info));
+  memset(plmn.ehplmn, '9', sizeof(plmn.ehplmn));
+  plmn.ehplmn_count = 65535;
+  std::string tail = "999999Null\nPSLOCI: " + std::string(28, 'A') + "\nLOCI: " + std::string(22, 'A') +
+                     "\nEPSLOCI: " + std::string(36, 'A') + "\n";
+  std::string line = "999999Null 999999Null 999999Null 999999Null ";
+  EXPECT_EQ(text(), "EHPLMN: " + line + "999999Null\n      " + line + tail);
+  const char* const names[] = {"Null", "G  ", "W  ", "WG ", "L  ", "LG ", "LW ", "LWG", "Null"};
+  plmn.ehplmn_count = 1;
+  for (uint8_t mask = 0; mask < 9; mask++) {
+    plmn.ehplmn[0] = {"310", "26", mask, 0};
+    EXPECT_EQ(text().substr(0, 20).find(std::string("EHPLMN: 310 26") + names[mask]), 0u);
+  }
+  for (auto& entry : plmn.uplmn) entry = {"310", "410", 7, 0};
+  plmn.uplmn_count = plmn.oplmn_count = BRIO_UPLMN_MAX;
+  EXPECT_EQ(text().size(), brio::kStaticInfoSize - 1);
+  EXPECT_EQ(text().find("PSLOCI"), std::string::npos);
+}
+
+TEST(Encodings, RemovedFileIsQuotedBelowARootDirectory) {
+  const char* const cases[][2] = {{"/var/local/wan/info", "rm -f /var/local/wan/info"},
+                                  {"/tmp/a b$(id);'c/info", "rm -f -- '/tmp/a b$(id);'\\''c/info'"}};
+  for (const auto& [path, expected] : cases) {
+    size_t exact = strlen(expected) + 1;
+    for (size_t capacity = 1; capacity <= exact; capacity++) {
+      std::vector<char> command(capacity);
+      bool fits = brio::parse::build_remove_command(path, "/var/local/wan/info", command.data(), capacity);
+      EXPECT_EQ(fits, capacity == exact);
+      if (fits) {
+        EXPECT_STREQ(command.data(), expected);
+      }
+    }
+  }
 }
 
 }  // namespace
