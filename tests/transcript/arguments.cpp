@@ -106,3 +106,9 @@ std::string escaped(const std::string& bytes) {
 std::string quoted(const std::string& bytes) {
   return "\"" + escaped(bytes) + "\"";
 }
+
+bool holds_one(const std::string& text, const std::vector<std::string>& parts) {
+  bool found = parts.empty();
+  for (const auto& part : parts) found = found || text.find(part) != std::string::npos;
+  return found;
+}

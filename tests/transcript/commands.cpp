@@ -190,14 +190,20 @@ void set(Session& s, Arguments& a) {
 }
 
 void page(Session& s, Arguments& a) {
+  const bool no_buffer = a.take_null();
   const auto mode = static_cast<uint32_t>(a.number());
-  auto size = static_cast<uint32_t>(a.number());
+  const bool no_size = a.take_null();
+  auto size = no_size ? 0 : static_cast<uint32_t>(a.number());
   std::string buffer(size + 1, '\xA5');
-  const uint32_t status = brio_module_get_log_string(buffer.data(), &size, mode);
+  const uint32_t status =
+      brio_module_get_log_string(no_buffer ? nullptr : buffer.data(), no_size ? nullptr : &size, mode);
   s.emit(std::to_string(status) + " size=" + std::to_string(static_cast<int32_t>(size)) +
          (buffer.back() == '\xA5' ? "" : " OVERRUN"));
+  const auto parts = a.words();
   std::istringstream text(buffer[0] == '\xA5' ? "untouched" : buffer.c_str());
-  for (std::string each; std::getline(text, each);) s.emit("| " + escaped(each));
+  for (std::string each; std::getline(text, each);) {
+    if (holds_one(each, parts)) s.emit("| " + escaped(each));
+  }
 }
 
 void sleeps(Session& s, Arguments&) {
@@ -224,6 +230,10 @@ void turn_clock(Session& s, Arguments& a) {
       {"broken", [](double on) { test_clock::fail_monotonic(on != 0); }},
       {"manual", [](double on) { test_clock::manual_select(on != 0); }}};
   std::string value;
+  if (a.option("zone", &value)) {
+    setenv("TZ", value.c_str(), 1);
+    return tzset();
+  }
   for (const auto& [key, change] : switches) {
     if (a.option(key, &value)) return change(to_real(value));
   }
@@ -373,6 +383,9 @@ const std::map<std::string, Command>& commands() {
   table["leftover"] = [](Session& s, Arguments&) { s.emit(s.leftover()); };
   table["dir"] = [](Session& s, Arguments& a) { s.root.make_directory(a.text()); };
   table["rm"] = [](Session& s, Arguments& a) { s.root.remove(a.text()); };
+  table["full"] = [](Session& s, Arguments& a) {
+    if (symlink("/dev/full", s.root.path(a.text()).c_str()) != 0) throw UsageError(strerror(errno));
+  };
   table["fifo"] = [](Session& s, Arguments& a) { mkfifo(s.root.path(a.text()).c_str(), 0600); };
   return table;
 }

@@ -42,6 +42,8 @@ long long to_number(const std::string& text);
 double to_real(const std::string& text);
 std::string escaped(const std::string& bytes);
 std::string quoted(const std::string& bytes);
+// Whether the text holds one of the parts; without parts every text does.
+bool holds_one(const std::string& text, const std::vector<std::string>& parts);
 // The words between the commas; of a qualified or bracketed word its last part.
 std::vector<std::string> split_names(const std::string& names);
 
