@@ -1,56 +1,40 @@
 // Many lives of the module in one host process. The simulated modem runs in a process of its own, so that
 // threads, descriptors and heap are the host's alone.
 #include <malloc.h>
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "host_fixture.h"
+#include "brio/brio.h"
+#include "brio/wabs.h"
+#include "support/sim_fixture.h"
 
 namespace {
 
-class ModemProcess {
- public:
-  ModemProcess(const std::string& root, const modemsim::State& state) {
-    int to_child[2];
-    int from_child[2];
-    if (pipe(to_child) != 0 || pipe(from_child) != 0) return;
-    child_ = fork();
-    if (child_ == 0) {
-      close(to_child[1]);
-      close(from_child[0]);
-      modemsim::Modem modem(state);
-      char byte = modem.start(root) ? 'y' : 'n';
-      if (write(from_child[1], &byte, 1) == 1) {
-        while (read(to_child[0], &byte, 1) > 0) {
-        }
-      }
-      modem.stop();
-      _exit(0);
-    }
-    close(to_child[0]);
-    close(from_child[1]);
-    stop_ = to_child[1];
-    char byte = 'n';
-    started_ = read(from_child[0], &byte, 1) == 1 && byte == 'y';
-    close(from_child[0]);
+// The modem's process; 0 when it did not start.
+pid_t start_modem(const std::string& root, const modemsim::State& state) {
+  int ready[2];
+  if (pipe(ready) != 0) return 0;
+  const pid_t child = fork();
+  if (child == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    modemsim::Modem modem(state);
+    if (!modem.start(root) || write(ready[1], "", 1) != 1) _exit(1);
+    for (;;) pause();
   }
-  ~ModemProcess() {
-    close(stop_);
-    if (child_ > 0) waitpid(child_, nullptr, 0);
-  }
-  bool started() const { return started_; }
-
- private:
-  pid_t child_ = -1;
-  int stop_ = -1;
-  bool started_ = false;
-};
+  close(ready[1]);
+  char byte;
+  const bool started = read(ready[0], &byte, 1) == 1;
+  close(ready[0]);
+  return started ? child : 0;
+}
 
 void cycle(const DeviceRoot& root) {
-  ASSERT_EQ(wabs_open(), WABS_STATUS_OK);
   uint32_t bars = 0;
-  ASSERT_EQ(wabs_get_bars(&bars), WABS_STATUS_OK);
   char page[8192];
+  ASSERT_EQ(wabs_open(), WABS_STATUS_OK);
+  ASSERT_EQ(wabs_get_bars(&bars), WABS_STATUS_OK);
   ASSERT_EQ(wabs_get_log_string(page, sizeof(page), 1), WABS_STATUS_OK);
   ASSERT_EQ(wabs_close(), WABS_STATUS_OK);
   root.remove("/mnt/us");  // trace files
@@ -66,10 +50,12 @@ TEST(CycleTest, TwoHundredCyclesLeaveNothing) {
   state.imsi = "234151234567890";
   DeviceRoot root;
   brio_set_root_dir(root.dir().c_str());
-  for (const char* entry : kSensorEntries) root.write(kSensorFolder + std::string(entry), "0");
+  for (const char* entry : {"prox_ctrl0", "sensor_sel", "prox_diff", "prox_avg", "prox_offset", "prox_use"}) {
+    root.write(std::string("/sys/devices/virtual/proximity/proximity0/") + entry, "0");
+  }
   root.write("/var/local/wan/debug/trace_filter.cfg", "AT+XSYSTRACE=1\n");
-  ModemProcess modem(root.dir(), state);
-  ASSERT_TRUE(modem.started());
+  const pid_t modem = start_modem(root.dir(), state);
+  ASSERT_NE(modem, 0);
 
   cycle(root);
   const size_t threads = thread_count();
@@ -81,6 +67,8 @@ TEST(CycleTest, TwoHundredCyclesLeaveNothing) {
   EXPECT_TRUE(wait_thread_count(threads)) << thread_count();
   EXPECT_EQ(open_descriptors(), descriptors);
   EXPECT_EQ(mallinfo2().uordblks, heap);
+  kill(modem, SIGTERM);
+  waitpid(modem, nullptr, 0);
 }
 
 }  // namespace

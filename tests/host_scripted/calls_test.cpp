@@ -24,6 +24,12 @@ Calls s_calls;      // "+" in front: the module counted as open then
 Answers s_answers;  // next statuses of a call, the last one stays; none: 0
 std::deque<uint32_t> s_sim = {SIM_STATUS_OK};
 network_time s_time;
+std::deque<const char*> s_plmn = {
+    "310\0"
+    "410",
+    "262\0"
+    "01\0"};
+std::map<uint32_t, brio_event_callback> s_callbacks;
 
 uint32_t next(std::deque<uint32_t>& all) {
   const uint32_t first = all.empty() ? 0 : all.front();
@@ -69,8 +75,14 @@ uint32_t __wrap_brio_get_wn3_sim_status(uint32_t* status) {
   *status = next(s_sim);
   return called("brio_get_wn3_sim_status");
 }
-uint32_t __wrap_brio_set_callback_for_event_id(uint32_t id, brio_event_callback) {
+uint32_t __wrap_brio_set_callback_for_event_id(uint32_t id, brio_event_callback callback) {
+  s_callbacks[id] = callback;
   return called("callback", std::to_string(id));
+}
+uint32_t __wrap_brio_get_mcc_mnc(char* out) {
+  memcpy(out, s_plmn.front(), 8);
+  s_plmn.pop_front();  // the network changes while it is asked for
+  return s_callbacks[BRIO_EVENT_SERVING_PLMN_CHANGED](BRIO_EVENT_SERVING_PLMN_CHANGED, 0, nullptr);
 }
 uint32_t __wrap_brio_get_sim_static_info(int32_t force) {
   return called("brio_get_sim_static_info", std::to_string(force));
@@ -81,7 +93,7 @@ uint32_t __wrap_brio_get_pdp_context_activation_allowed(uint32_t* attached, uint
 }
 uint32_t __wrap_brio_get_network_time(network_time* record) {
   *record = s_time;
-  return 0;
+  return called("brio_get_network_time");
 }
 void* __real_NipcOpen(const char* service);
 void* __wrap_NipcOpen(const char* service) {
@@ -97,23 +109,13 @@ uint32_t __wrap_NipcClose(void* handle) {
 
 namespace {
 
-const Calls kOpen = {"-brio_open /dev/ttyACM2",
-                     "-brio_trace_tst_log /var/local/wan/debug/trace_filter.cfg /mnt/us/trace_log",
-                     "+brio_get_carrier_id",
-                     "+prox_open",
-                     "+brio_get_wn3_sim_status",
-                     "+brio_get_modem_info",
-                     "+callback 0",
-                     "+callback 1",
-                     "+callback 2",
-                     "+callback 3",
-                     "+callback 6",
-                     "+callback 5",
-                     "+callback 9",
-                     "+callback 7",
-                     "+brio_get_sim_info",
-                     "+brio_get_sim_static_info 0",
-                     "+NipcOpen com.quarto.brio_module"};
+// clang-format off
+const Calls kOpen = {
+    "-brio_open /dev/ttyACM2", "-brio_trace_tst_log /var/local/wan/debug/trace_filter.cfg /mnt/us/trace_log",
+    "+brio_get_carrier_id", "+prox_open", "+brio_get_wn3_sim_status", "+brio_get_modem_info",
+    "+callback 0", "+callback 1", "+callback 2", "+callback 3", "+callback 6", "+callback 5", "+callback 9",
+    "+callback 7", "+brio_get_sim_info", "+brio_get_sim_static_info 0", "+NipcOpen com.quarto.brio_module"};
+// clang-format on
 const Calls kClose = {"+prox_close", "+brio_close", "+brio_trace_tst_stop", "-NipcClose"};
 const Calls kUndo = {"+brio_close", "+brio_trace_tst_stop", "-prox_close", "-NipcClose"};
 
@@ -254,12 +256,31 @@ TEST(HostCalls, DatesOfTheNetworksTime) {
       {{3, 7, 9, 5, 0, 255, 2026, 0, -1}, 1772874300}, {{12, 31, 23, 59, 59, 255, 99, 0, -1}, 4102444799},
       {{0, 7, 9, 5, 0, 255, 26, 0, -1}, -1},           {{13, 7, 9, 5, 0, 255, 26, 0, -1}, -1},
       {{3, 7, 255, 255, 255, 255, 26, 0, -1}, -1},     {{255, 255, 255, 255, 255, 255, 0xFFFF, 0, -1}, -1}};
+  time_t utc = 5;
+  int32_t offset = 5;
   for (const auto& [time, expected] : dates) {
     s_time = time;
-    time_t utc = 5;
-    int32_t offset = 5;
     EXPECT_EQ(wabs_get_module_time(&utc, &offset), WABS_STATUS_OK);
     EXPECT_EQ(utc, expected) << int{time.month} << " " << time.year;
+  }
+  ASSERT_EQ(wabs_open(), 0u);
+  wabs_set_log_mask(WABS_LOG_FLOW);
+  s_callbacks[BRIO_EVENT_SERVING_PLMN_CHANGED](BRIO_EVENT_SERVING_PLMN_CHANGED, 0, nullptr);
+  s_answers["brio_get_network_time"] = {BRIO_STATUS_UNAVAILABLE};
+  utc = 5;
+  EXPECT_EQ(wabs_get_module_time(&utc, &offset), WABS_STATUS_NO_NETWORK_TIME);
+  EXPECT_EQ(utc, 5);
+  EXPECT_TRUE(log_capture::has("D brio:Network time not provided (wabs_get_module_time:brio_module:"));
+}
+
+TEST(HostCalls, ChangeWhileAskingIsNotLost) {
+  brio_set_root_dir("/nonexistent");
+  ASSERT_EQ(wabs_open(), 0u);
+  for (const auto& [expected_mcc, expected_mnc] : {std::pair{310U, 410U}, std::pair{262U, 1U}}) {
+    uint32_t mcc = 0, mnc = 0;
+    EXPECT_EQ(wabs_get_mcc_mnc(&mcc, &mnc), WABS_STATUS_OK);
+    EXPECT_EQ(mcc, expected_mcc);
+    EXPECT_EQ(mnc, expected_mnc);
   }
 }
 

@@ -270,6 +270,13 @@ void show(Session& s, Arguments& a) {
          (text.size() > 2000 ? "..." : ""));
 }
 
+void grown(Session& s, Arguments& a) {
+  const std::string path = s.root.path(a.text());
+  const long long size = a.number();
+  struct stat info;
+  if (!eventually([&] { return stat(path.c_str(), &info) == 0 && info.st_size >= size; })) s.emit("no");
+}
+
 void touched(Session& s, Arguments& a) {
   const std::string path = a.text();
   struct stat info;
@@ -327,17 +334,19 @@ void bits(Session& s, Arguments& a) {
 void seen(Session& s, Arguments& a) {
   constexpr size_t kRow = 8;
   const auto words = a.words();
-  std::string shown = "none";
-  for (const auto& line : log_capture::lines()) {
-    const auto holds = [&line](const std::string& word) {
+  s.observe();
+  s.log = log_capture::lines();
+  const auto clean = [&words](const log_capture::Line& line) {
+    for (const auto& word : words) {
       for (size_t at = 0; at + kRow <= word.size(); at++) {
-        if (line.text.find(word.substr(at, kRow)) != std::string::npos) return true;
+        if (line.text.find(word.substr(at, kRow)) != std::string::npos) return false;
       }
-      return false;
-    };
-    if (std::any_of(words.begin(), words.end(), holds)) s.emit(shown = escaped(line.text));
-  }
-  if (shown == "none") s.emit(shown);
+    }
+    return true;
+  };
+  s.log.erase(std::remove_if(s.log.begin(), s.log.end(), clean), s.log.end());
+  if (s.log.empty()) s.emit("none");
+  s.show_log({});
 }
 
 // The size that no file may grow beyond, as on a full disk; without a word: any.
@@ -365,7 +374,8 @@ const std::map<std::string, Command>& commands() {
   };
 #define ADD(...) add(#__VA_ARGS__, __VA_ARGS__)
   ADD(report, sim_file, operators, fault, urc, raw, unplug, plug, wait_command, open, call, async, join,
-      await, line, set, page, sleeps, elapsed, tick, file, show, touched, nipc, bits, seen, room, quiet);
+      await, line, set, page, sleeps, elapsed, tick, file, show, grown, touched, nipc, bits, seen, room,
+      quiet);
   table["clock"] = turn_clock;
   table["link"] = make_link;
   table["sim"] = [](Session& s, Arguments& a) { s.modem.with_state(change(a)); };

@@ -58,6 +58,7 @@ double now() {
 }
 
 Session::Session() {
+  setenv("TZ", "UTC0", 1);
   test_clock::reset();
   NipcStandinReset();
   brio_set_root_dir(root.dir().c_str());
