@@ -14,6 +14,8 @@ inline constexpr char kApnGroupA[] = BRIO_APN_GROUP_A;  // SIMs of the network b
 inline constexpr char kApnGroupB[] = BRIO_APN_GROUP_B;  // every other SIM
 inline constexpr char kApnGroupANetwork[] = "310410";   // sought in the IMSI's first six characters
 
+static_assert(sizeof(kApnGroupA) > 1 && sizeof(kApnGroupB) > 1, "an APN is not empty");
+
 }  // namespace brio
 
 #endif

@@ -5,6 +5,7 @@
 #include "apn.h"
 #include "base/guards.h"
 #include "base/log.h"
+#include "base/masked.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/words.h"
@@ -51,7 +52,7 @@ uint32_t recv_func_prv_briolib_check_apn_setting(const ATResponse* response, voi
   }
   char* answer = static_cast<char*>(user_data);
   brio::copy_text(answer, size, payload);
-  BLIB_I("I blib:APN::[%s]\n", answer);
+  BLIB_I("I blib:APN::[%s]\n", brio::LogText(answer, brio::holds_long_number(payload)).c_str());
   return 0;
 }
 

@@ -26,7 +26,6 @@ std::vector<std::string> check(const std::string& context, const std::string& im
 
 }  // namespace
 
-uint32_t g_brio_lib_log_mask = 0;
 brio_atcmd_data g_brio_lib_atcmd_data;
 
 uint32_t blpkt_atcmd_request_with_callback(const char* command, uint32_t, const char*, recv_func callback,

@@ -163,8 +163,8 @@ BRIO_API uint32_t brio_get_sim_static_info(int32_t force);
 /* Modem identity; asked for once after open, then served from memory (not gated then). 0; 6 for null; 4 on
  * failure. */
 BRIO_API uint32_t brio_get_modem_info(modem_info* record);
-/* The texts held in memory, or " " in each; never asks the modem. The fault count is not copied. 0. Not
- * gated. */
+/* The texts held in memory, or " " in each; never asks the modem. The fault count is not copied. 0; 6
+ * for null. Not gated. */
 BRIO_API uint32_t brio_copy_modem_info(modem_info* record);
 /* Body-SAR back-off on (non-zero) or off. 0, the gate's status, or the request's packet status. Any thread.
  */

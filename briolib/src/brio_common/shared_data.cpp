@@ -66,6 +66,7 @@ void briolib_init_atcmd_data(int32_t keep) {
     data.carrier_config = -1;
     data.carrier_word = 0x00FF;
     data.time_info[kTimeZoneWord] = 0xFFFFFFFF;
+    brio::g_sim_status = SIM_NOT_READ;
   }
   data.rac = 0x00FF;
   data.signal_a = 255;

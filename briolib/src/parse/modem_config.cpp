@@ -44,6 +44,7 @@ bool parse_model(const char* line, char model[kModelSize]) {
   const char* payload = answer_payload(line);
   if (payload == nullptr) payload = skip_spaces(line);
   if (*payload == '"') payload++;
+  payload = skip_spaces(payload);
   copy_text(model, kModelSize, payload, strcspn(payload, "\","));
   trim(model);
   return true;

@@ -145,15 +145,17 @@ int run_ant(const Options& options, const std::string& choice) {
   if (!choice.empty()) {
     uint32_t number = choice == "auto" ? 3 : choice == "1" ? 1 : 2;
     status = session.lib.brio_set_lte_ant(number);
-    if (status != 0)
+    if (status != 0) {
       throw Failure(explain("The antenna could not be set (status " + std::to_string(status) + ")"));
+    }
     printf("Antenna: %s\n", choice == "auto" ? "automatic" : ("locked to " + choice).c_str());
   }
   bas_status record = {0xFFFF, 0xFFFF, 255};
   status = session.lib.brio_get_bas_status(&record);
   session.close();
-  if (status != 0)
+  if (status != 0) {
     throw Failure(explain("The antenna status could not be read (status " + std::to_string(status) + ")"));
+  }
   printf("Antenna in use: %u\nMain: %d\nDiversity: %d\n", record.antenna,
          static_cast<int16_t>(record.value_a), static_cast<int16_t>(record.value_b));
   return 0;

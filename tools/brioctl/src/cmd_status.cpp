@@ -73,8 +73,9 @@ std::vector<Row> status_rows(const Library& lib, bool identities) {
   std::vector<Row> rows;
   uint32_t value = 0;
   auto bars = number_row<uint32_t>("wabs_get_bars", lib.wabs_get_bars, 0, "bars");
-  if (bars.value == std::to_string(WABS_BARS_NOT_ATTACHED))
+  if (bars.value == std::to_string(WABS_BARS_NOT_ATTACHED)) {
     bars = {"wabs_get_bars", 0, "-1", "not attached", true};
+  }
   rows.push_back(bars);
 
   auto mode = number_row<uint32_t>("wabs_get_data_service_mode", lib.wabs_get_data_service_mode, 0, "");

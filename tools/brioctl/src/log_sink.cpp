@@ -127,6 +127,7 @@ std::vector<std::string> take_events() {
 
 extern "C" {
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 __attribute__((visibility("default"))) void syslog(int priority, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);

@@ -110,8 +110,9 @@ void Session::close() {
 }
 
 std::string Session::modem_name() const {
-  if (simulation_ != nullptr)
+  if (simulation_ != nullptr) {
     return "simulated, scenario " + fs::path(simulation_->scenario).filename().string();
+  }
   return host_path("/dev/ttyACM2");
 }
 
