@@ -20,6 +20,7 @@ std::mutex s_mutex;  // guards everything below but the atomics
 std::condition_variable s_entered_changed;
 std::vector<unsigned> s_sleeps;
 int64_t s_offset_ns = 0;
+int64_t s_stopped_at = 0;  // 0: the clock runs
 unsigned s_ticks_pending = 0;
 bool s_expiring = false;
 uint64_t s_selects_entered = 0;
@@ -40,9 +41,13 @@ int64_t real_now() {
   return now.tv_sec * kSecond + now.tv_nsec;
 }
 
+int64_t now_locked() {
+  return (s_stopped_at != 0 ? s_stopped_at : real_now()) + s_offset_ns;
+}
+
 int64_t virtual_now() {
   std::lock_guard<std::mutex> lock(s_mutex);
-  return real_now() + s_offset_ns;
+  return now_locked();
 }
 
 timespec to_timespec(int64_t ns) {
@@ -68,6 +73,7 @@ void reset() {
   std::lock_guard<std::mutex> lock(s_mutex);
   s_sleeps.clear();
   s_offset_ns = 0;
+  s_stopped_at = 0;
   s_ticks_pending = 0;
   s_expiring = false;
   s_scale = 1.0;
@@ -82,6 +88,11 @@ void reset() {
 void advance(double seconds) {
   std::lock_guard<std::mutex> lock(s_mutex);
   s_offset_ns += static_cast<int64_t>(seconds * 1e9);
+}
+
+void stop() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  s_stopped_at = real_now();
 }
 
 void scale_waits(double factor) {
@@ -183,7 +194,7 @@ int clock_wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, const ti
   if (real_now() < t_wait.end && !take_expiring()) return 0;
   t_wait = {};
   std::lock_guard<std::mutex> lock(s_mutex);
-  int64_t missing = deadline->tv_sec * kSecond + deadline->tv_nsec - (real_now() + s_offset_ns);
+  int64_t missing = deadline->tv_sec * kSecond + deadline->tv_nsec - now_locked();
   if (missing > 0) s_offset_ns += missing;
   return ETIMEDOUT;
 }

@@ -15,6 +15,9 @@ void reset();
 // Moves the monotonic clock.
 void advance(double seconds);
 
+// From now on advance, sleeps and time-outs alone move the monotonic clock.
+void stop();
+
 // A wait of one second lasts `factor` real seconds (0.001: a 20 s time-out takes 20 ms).
 void scale_waits(double factor);
 

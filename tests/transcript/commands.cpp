@@ -224,6 +224,7 @@ void elapsed(Session& s, Arguments& a) {
 void turn_clock(Session& s, Arguments& a) {
   const std::map<std::string, void (*)(double)> switches = {
       {"advance", test_clock::advance},
+      {"stopped", [](double) { test_clock::stop(); }},
       {"scale", test_clock::scale_waits},
       {"cap", test_clock::cap_waits},
       {"wall", [](double time) { test_clock::set_wall(static_cast<std::time_t>(time)); }},
