@@ -1,12 +1,13 @@
 #include "monitors/doubles.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <pthread.h>
+#include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -17,230 +18,77 @@
 
 namespace {
 
-std::mutex s_mutex;  // guards everything below but the atomics
+std::mutex s_mutex;  // guards the two below
 std::condition_variable s_changed;
-std::vector<std::string> s_requests;
-std::vector<std::pair<std::string, uint32_t>> s_request_status;
-std::vector<uint32_t> s_sar_commands;
-std::vector<std::string> s_sensor_writes;
-std::string s_hook_suffix;
-doubles::WriteHook s_hook;
-bool s_sar_held = false;
-unsigned s_sar_waiting = 0;
+bool s_hold = false, s_held = false;
 
-std::atomic<uint32_t> s_library_status{0};
-std::atomic<uint32_t> s_carrier_status{0};
-std::atomic<uint16_t> s_carrier{0xFFFF};
-std::atomic<unsigned> s_carrier_questions{0};
-std::atomic<uint32_t> s_sar_status{0};
-std::atomic<int> s_send_error{0}, s_socketpair_error{0}, s_thread_error{0}, s_select_error{0},
-    s_read_error{0};
-std::atomic<unsigned> s_sends{0};
-
-std::string name_of(int fd) {
-  char target[4096];
-  ssize_t length = readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), target, sizeof(target));
-  return std::string(target, length > 0 ? static_cast<size_t>(length) : 0);
-}
-
-bool ends_with(const std::string& text, const std::string& suffix) {
-  return text.size() >= suffix.size() &&
-         text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+// Whether a call fails, with errno set.
+bool fails(int error) {
+  if (error != 0) errno = error;
+  return error != 0;
 }
 
 }  // namespace
-
-namespace doubles {
-
-void reset() {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  s_requests.clear();
-  s_request_status.clear();
-  s_sar_commands.clear();
-  s_sensor_writes.clear();
-  s_hook = nullptr;
-  s_sar_held = false;
-  s_library_status = s_carrier_status = s_sar_status = 0;
-  s_carrier = 0xFFFF;
-  s_carrier_questions = s_sends = 0;
-  s_send_error = s_socketpair_error = s_thread_error = s_select_error = s_read_error = 0;
-}
-
-void set_library_status(uint32_t status) {
-  s_library_status = status;
-}
-
-void set_request_status(const std::string& prefix, uint32_t status) {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  s_request_status.emplace_back(prefix, status);
-}
-
-std::vector<std::string> requests() {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  return s_requests;
-}
-
-void set_carrier(uint16_t carrier, uint32_t status) {
-  s_carrier = carrier;
-  s_carrier_status = status;
-}
-
-unsigned carrier_questions() {
-  return s_carrier_questions;
-}
-
-void set_sar_status(uint32_t status) {
-  s_sar_status = status;
-}
-
-std::vector<uint32_t> sar_commands() {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  return s_sar_commands;
-}
-
-void hold_sar(bool hold) {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  s_sar_held = hold;
-  s_changed.notify_all();
-}
-
-bool wait_sar_held() {
-  std::unique_lock<std::mutex> lock(s_mutex);
-  return s_changed.wait_for(lock, std::chrono::seconds(10), [] { return s_sar_waiting > 0; });
-}
-
-void fail_send(int error) {
-  s_send_error = error;
-}
-
-void fail_socketpair(int error) {
-  s_socketpair_error = error;
-}
-
-void fail_pthread_create(int error) {
-  s_thread_error = error;
-}
-
-void fail_select_once(int error) {
-  s_select_error = error;
-}
-
-void fail_tty_read_once(int error) {
-  s_read_error = error;
-}
-
-void hook_writes(const std::string& suffix, WriteHook hook) {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  s_hook_suffix = suffix;
-  s_hook = std::move(hook);
-}
-
-unsigned sends() {
-  return s_sends;
-}
-
-std::vector<std::string> sensor_writes() {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  return s_sensor_writes;
-}
-
-}  // namespace doubles
 
 // The linker gives the product's calls to these.
 extern "C" {
 
 uint32_t __wrap_briolib_check_library_status() {
-  return s_library_status;
-}
-
-uint32_t __wrap_blpkt_atcmd_request_with_callback(const char* command, uint32_t type, const char*, recv_func,
-                                                  void*, uint16_t) {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  s_requests.push_back(std::to_string(type) + ":" + command);
-  for (const auto& entry : s_request_status) {
-    if (s_requests.back().compare(2, entry.first.size(), entry.first) == 0) return entry.second;
-  }
   return 0;
 }
 
-uint32_t __wrap_brio_get_carrier_id(uint16_t* out) {
-  s_carrier_questions++;
-  if (s_carrier_status == 0) *out = s_carrier;
-  return s_carrier_status;
+uint32_t __wrap_blpkt_atcmd_request_with_callback(const char*, uint32_t, const char*, recv_func, void*,
+                                                  uint16_t) {
+  return 0;
 }
 
-uint32_t __wrap_brio_set_sar_pwr(uint32_t on) {
+uint32_t __wrap_brio_get_carrier_id(uint16_t* carrier) {
+  *carrier = 202;
+  return 0;
+}
+
+uint32_t __wrap_brio_set_sar_pwr(uint32_t) {
   std::unique_lock<std::mutex> lock(s_mutex);
-  s_sar_commands.push_back(on);
-  s_sar_waiting++;
+  s_held = s_hold;
   s_changed.notify_all();
-  s_changed.wait(lock, [] { return !s_sar_held; });
-  s_sar_waiting--;
-  return s_sar_status;
+  s_changed.wait(lock, [] { return !s_hold; });
+  return 0;
 }
 
 ssize_t __real_write(int fd, const void* data, size_t size);
-ssize_t __real_read(int fd, void* data, size_t size);
-ssize_t __real_send(int fd, const void* data, size_t size, int flags);
-int __real_select(int nfds, fd_set* reads, fd_set* writes, fd_set* excepts, timeval* timeout);
-int __real_socketpair(int domain, int type, int protocol, int sockets[2]);
-int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void*);
-
 ssize_t __wrap_write(int fd, const void* data, size_t size) {
-  std::string name = name_of(fd);
-  doubles::WriteHook hook;
-  {
-    std::lock_guard<std::mutex> lock(s_mutex);
-    size_t entry = name.find("/proximity0/");
-    if (entry != std::string::npos) {
-      s_sensor_writes.push_back(name.substr(entry + 12) + "=" +
-                                std::string(static_cast<const char*>(data), size));
-    }
-    if (s_hook && ends_with(name, s_hook_suffix)) hook = s_hook;
-  }
-  return hook ? hook(fd, data, size) : __real_write(fd, data, size);
+  return doubles::on_write ? doubles::on_write(fd, static_cast<const char*>(data), size)
+                           : __real_write(fd, data, size);
 }
 
+ssize_t __real_read(int fd, void* data, size_t size);
 ssize_t __wrap_read(int fd, void* data, size_t size) {
-  if (s_read_error != 0 && isatty(fd)) {
-    errno = s_read_error.exchange(0);
-    return -1;
-  }
-  return __real_read(fd, data, size);
+  return isatty(fd) != 0 && fails(doubles::read_error.exchange(0)) ? -1 : __real_read(fd, data, size);
 }
 
+ssize_t __real_send(int fd, const void* data, size_t size, int flags);
 ssize_t __wrap_send(int fd, const void* data, size_t size, int flags) {
-  if (s_send_error != 0) {
-    errno = s_send_error;
-    return -1;
-  }
-  ssize_t result = __real_send(fd, data, size, flags);
-  int error = errno;
-  s_sends++;
-  errno = error;
+  if (fails(doubles::send_error)) return -1;
+  const ssize_t result = __real_send(fd, data, size, flags);
+  doubles::sends++;
   return result;
 }
 
+int __real_select(int nfds, fd_set* reads, fd_set* writes, fd_set* excepts, timeval* timeout);
 int __wrap_select(int nfds, fd_set* reads, fd_set* writes, fd_set* excepts, timeval* timeout) {
-  if (timeout == nullptr && s_select_error != 0) {
-    errno = s_select_error.exchange(0);
-    return -1;
-  }
+  if (timeout == nullptr && fails(doubles::select_error.exchange(0))) return -1;
   return __real_select(nfds, reads, writes, excepts, timeout);
 }
 
+int __real_socketpair(int domain, int type, int protocol, int sockets[2]);
 int __wrap_socketpair(int domain, int type, int protocol, int sockets[2]) {
-  if (s_socketpair_error != 0) {
-    errno = s_socketpair_error;
-    return -1;
-  }
-  return __real_socketpair(domain, type, protocol, sockets);
+  return fails(doubles::socketpair_error) ? -1 : __real_socketpair(domain, type, protocol, sockets);
 }
 
+int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void*);
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
                           void* argument) {
-  if (s_thread_error != 0) return s_thread_error;
-  return __real_pthread_create(thread, attributes, run, argument);
+  return fails(doubles::thread_error) ? errno : __real_pthread_create(thread, attributes, run, argument);
 }
 
 }  // extern "C"
@@ -251,4 +99,52 @@ ssize_t real_write(int fd, const void* data, size_t size) {
   return __real_write(fd, data, size);
 }
 
+void hold_sar(bool hold) {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  s_hold = hold;
+  s_held = false;
+  s_changed.notify_all();
+}
+
+bool wait_sar_held() {
+  std::unique_lock<std::mutex> lock(s_mutex);
+  return s_changed.wait_for(lock, std::chrono::seconds(10), [] { return s_held; });
+}
+
 }  // namespace doubles
+
+void MonitorTest::SetUp() {
+  doubles::on_write = nullptr;
+  doubles::send_error = 0;
+  doubles::sends = 0;
+  test_clock::reset();
+  log_capture::clear();
+  brio_set_root_dir(root_.dir().c_str());
+  std::thread([] {}).join();  // ThreadSanitizer starts a thread of its own beside the first one
+}
+
+void MonitorTest::TearDown() {
+  brio_set_root_dir(nullptr);
+}
+
+void MonitorTest::count_what_is_open() {
+  descriptors_ = open_descriptors();
+  threads_ = thread_count();
+}
+
+void MonitorTest::expect_nothing_left() const {
+  EXPECT_TRUE(wait_thread_count(threads_));
+  EXPECT_EQ(descriptors_, open_descriptors());
+}
+
+std::vector<int> MonitorTest::take_descriptors_up_to(int next) {
+  rlimit limit;
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = FD_SETSIZE + 64;
+  EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+  std::vector<int> taken;
+  do {
+    taken.push_back(open("/dev/null", O_RDWR | O_CLOEXEC));
+  } while (taken.back() >= 0 && taken.back() < next - 1);
+  return taken;
+}

@@ -1,54 +1,47 @@
-// Stand-ins for what lies below the proximity monitor and the trace capture: the modem library's calls, and
-// system calls that are made to fail on purpose. Everything else goes through to the real ones.
+// Stand-ins below the proximity monitor and the trace capture: an open library whose requests succeed on
+// carrier 202, and system calls that fail on purpose. Everything else is real.
 #ifndef TESTS_MONITORS_DOUBLES_H
 #define TESTS_MONITORS_DOUBLES_H
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
-#include <cstdint>
+#include <atomic>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "support/sim_fixture.h"
+
 namespace doubles {
 
-// No failures, nothing recorded; library open, every request succeeds, carrier 0xFFFF.
-void reset();
+// Calls fail with this errno while it is not 0; of select (without time-out) and read (of a port) the next
+// one.
+inline std::atomic<int> send_error, socketpair_error, thread_error, select_error, read_error;
+inline std::atomic<unsigned> sends;  // that were made
 
-// ---- Modem library
-void set_library_status(uint32_t status);
-// Status of requests whose command begins with `prefix`.
-void set_request_status(const std::string& prefix, uint32_t status);
-// "type:command" of each request.
-std::vector<std::string> requests();
+// Instead of the capture's writes; changed while none runs.
+inline std::function<ssize_t(int fd, const char* data, size_t size)> on_write;
+ssize_t real_write(int fd, const void* data, size_t size);
 
-void set_carrier(uint16_t carrier, uint32_t status = 0);  // a status other than 0 leaves the output alone
-unsigned carrier_questions();
-void set_sar_status(uint32_t status);
-std::vector<uint32_t> sar_commands();
-// SAR commands wait inside until let go.
+// SAR commands wait until they are let go.
 void hold_sar(bool hold);
 bool wait_sar_held();
 
-// ---- Failing system calls: the next calls fail with `error`; 0 ends it.
-void fail_send(int error);
-void fail_socketpair(int error);
-void fail_pthread_create(int error);
-void fail_select_once(int error);  // of selects without time-out
-void fail_tty_read_once(int error);
-
-// Writes into files whose name ends in `suffix` go through `hook` instead (null: real). It returns what
-// write(2) returns, with errno set.
-using WriteHook = std::function<ssize_t(int fd, const void* data, size_t size)>;
-void hook_writes(const std::string& suffix, WriteHook hook);
-ssize_t real_write(int fd, const void* data, size_t size);
-
-// Sent through send(2) so far.
-unsigned sends();
-
-// "entry=text" of every write below the sensor's directory, failed attempts included.
-std::vector<std::string> sensor_writes();
-
 }  // namespace doubles
+
+// A device without library, its threads and descriptors counted.
+class MonitorTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+  void count_what_is_open();
+  void expect_nothing_left() const;
+  // Takes descriptors until the next one is `next`.
+  static std::vector<int> take_descriptors_up_to(int next);
+
+  DeviceRoot root_;
+  size_t descriptors_ = 0, threads_ = 0;
+};
 
 #endif
