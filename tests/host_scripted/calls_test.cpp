@@ -120,8 +120,10 @@ const Calls kClose = {"+prox_close", "+brio_close", "+brio_trace_tst_stop", "-Ni
 const Calls kUndo = {"+brio_close", "+brio_trace_tst_stop", "-prox_close", "-NipcClose"};
 
 TEST(HostCalls, OpenAndCloseInOrder) {
+  g_611_urc_on = 1;
   EXPECT_EQ(wabs_open(), 0u);
   EXPECT_EQ(s_calls, kOpen);
+  EXPECT_EQ(g_611_urc_on, 0u);
   s_calls.clear();
   NipcStandinSetCloseStatus(9);
   EXPECT_EQ(wabs_close(), 9u);  // what the IPC service answered
@@ -243,10 +245,15 @@ TEST(HostCalls, StatusesOfQueries) {
   EXPECT_TRUE(
       log_capture::has("D brio:event com.quarto.power suspend occurred (wabs_report_event:brio_module:"));
   NipcStandinFreeEvent(event);
-  char page[4] = {'x', 'x', 'x', 'x'};
-  wabs_get_log_string(page, -1, 1);
+  // Buffers are filled to their end; what has no size is not written.
+  std::string page(16000, 'x');
+  wabs_get_log_string(page.data(), -1, 1);
   wabs_get_log_string(nullptr, 4000, 1);
-  EXPECT_EQ(std::string(page, 4), "xxxx");
+  EXPECT_EQ(page, std::string(16000, 'x'));
+  EXPECT_EQ(wabs_get_log_string(page.data(), 15000, 1), 0u);
+  EXPECT_EQ(page.substr(14000), std::string(1000, '\0') + std::string(1000, 'x'));
+  EXPECT_EQ(wabs_get_firmware_version(page.data(), 15999), 0u);
+  EXPECT_EQ(page, std::string(15999, '\0') + "x");
 }
 
 TEST(HostCalls, DatesOfTheNetworksTime) {
