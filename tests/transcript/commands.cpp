@@ -114,6 +114,20 @@ void wait_command(Session& s, Arguments& a) {
     throw UsageError("it did not come");
 }
 
+void wait_log(Session& s, Arguments& a) {
+  const std::string part = a.text();
+  const auto times = a.more() ? a.number() : 1;
+  const auto came = [&] {
+    auto lines = log_capture::lines();
+    lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(s.log_seen));
+    lines.insert(lines.end(), s.log.begin(), s.log.end());
+    return std::count_if(lines.begin(), lines.end(), [&](const auto& each) {
+             return each.text.find(part) != std::string::npos;
+           }) >= times;
+  };
+  if (!eventually(came)) throw UsageError("it was not logged");
+}
+
 // ---- The library
 
 const Call& function(const std::string& name) {
@@ -374,8 +388,8 @@ const std::map<std::string, Command>& commands() {
     ((table[*name++] = functions), ...);
   };
 #define ADD(...) add(#__VA_ARGS__, __VA_ARGS__)
-  ADD(report, sim_file, operators, fault, urc, raw, unplug, plug, wait_command, open, call, async, join,
-      await, line, set, page, sleeps, elapsed, tick, file, show, grown, touched, nipc, bits, seen, room,
+  ADD(report, sim_file, operators, fault, urc, raw, unplug, plug, wait_command, wait_log, open, call, async,
+      join, await, line, set, page, sleeps, elapsed, tick, file, show, grown, touched, nipc, bits, seen, room,
       quiet);
   table["clock"] = turn_clock;
   table["link"] = make_link;

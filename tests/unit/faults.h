@@ -19,16 +19,13 @@ enum class Call {
   kCondition
 };
 
-// No faults, counters at 0, at_parse does its own work.
-void reset();
-
 // After `skip` good calls, `times` calls fail with `error` (a write with error 0 is short by one byte).
 void fail(Call call, int error, int skip = 0, int times = 1);
 
-// Calls since reset. The allocation calls of libraries are not counted.
+// Calls so far. The allocation calls of libraries are not counted.
 long calls(Call call);
 
-// Runs instead of at_parse.
+// Runs instead of at_parse; null for at_parse itself.
 void on_urc(std::function<void(char* line)> handler);
 
 }  // namespace faults

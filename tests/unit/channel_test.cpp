@@ -1,0 +1,539 @@
+// Serial ports, read thread and packet layer where text does not reach: failing calls, threads that meet,
+// memory. Everything that a session shows stands in tests/transcripts/channel.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <future>
+#include <mutex>
+
+#include "base/log.h"
+#include "brio/brio.h"
+#include "brio/brio_at.h"
+#include "brio/briolib.h"
+#include "brio_blpkt.h"
+#include "faults.h"
+#include "support/sim_fixture.h"
+
+namespace {
+
+using faults::Call;
+using Clock = std::chrono::steady_clock;
+using Lines = std::vector<std::string>;
+
+constexpr char kQueryPort[] = "/dev/ttyACM2";
+constexpr char kUrcPort[] = "/dev/ttyACM3";
+
+uint32_t request(const char* command, int32_t timeout = 20, recv_func callback = nullptr,
+                 void* user_data = nullptr, const char* prefix = nullptr) {
+  return blpkt_atcmd_request_with_callback_timeout(
+      command, prefix != nullptr ? SINGLELINE : MULTILINE_NO_PREFIX, prefix, callback, user_data, 0, timeout);
+}
+
+// Copies the first line into the caller's text.
+uint32_t copy_line(const ATResponse* response, void* user_data, uint16_t) {
+  const ATLine* line = response->intermediates;
+  *static_cast<std::string*>(user_data) = line != nullptr ? line->line : "(none)";
+  return 0;
+}
+
+class Channel : public SimFixture {
+ protected:
+  void SetUp() override {
+    SimFixture::SetUp();
+    pktio_set_shutdown_callback([](void* self) { static_cast<Channel*>(self)->thread_ended(); }, this);
+    faults::on_urc([this](char* line) {
+      in_parser_ = true;
+      while (stalled_) std::this_thread::yield();
+      std::lock_guard<std::mutex> lock(mutex_);
+      urcs_.push_back(line);
+    });
+  }
+  void TearDown() override {
+    stalled_ = false;
+    SimFixture::TearDown();
+    faults::on_urc(nullptr);
+    pktio_set_shutdown_callback(nullptr, nullptr);
+  }
+  void close_library() override {
+    pktio_shutdown();
+    blpkt_shutdown();
+  }
+  modemsim::State initial_state() override {
+    modemsim::State state;
+    state.echo = false;
+    for (int i = 0; i < 256; i++) state.files[28416 + i] = file(i);
+    return state;
+  }
+
+  void start(pktio_packet_cb take = blpkt_handle_packet) {
+    ASSERT_EQ(blpkt_init(), 0u);
+    ASSERT_EQ(pktio_init(kQueryPort, take, nullptr), 0u);
+    ASSERT_TRUE(modem().wait_open(modemsim::Port::kQuery) && modem().wait_open(modemsim::Port::kUrc));
+  }
+  // From now on commands that begin so get this answer, "" for none.
+  void answer(const std::string& command, const std::string& reply, int delay_ms = 0) {
+    modemsim::Fault fault;
+    fault.command = command;
+    fault.reply = reply;
+    fault.replace = true;
+    fault.delay = std::chrono::milliseconds(delay_ms);
+    modem().fault(fault);
+  }
+  // A port in the modem's place that nobody serves; its other end.
+  int port_of_nobody(const char* device) {
+    const int end = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    char name[64];
+    termios settings;
+    if (grantpt(end) != 0 || unlockpt(end) != 0 || ptsname_r(end, name, sizeof name) != 0) ADD_FAILURE();
+    tcgetattr(end, &settings);
+    cfmakeraw(&settings);
+    tcsetattr(end, TCSANOW, &settings);
+    root().remove(device);
+    EXPECT_EQ(symlink(name, root().path(device).c_str()), 0);
+    return end;
+  }
+  // The library's descriptors of a port.
+  std::vector<int> descriptors_of(const char* device) {
+    std::vector<int> found;
+    struct stat wanted, got;
+    if (stat(root().path(device).c_str(), &wanted) != 0) return found;
+    for (int fd = 0; fd < FD_SETSIZE; fd++) {
+      if (fstat(fd, &got) == 0 && got.st_ino == wanted.st_ino && got.st_dev == wanted.st_dev)
+        found.push_back(fd);
+    }
+    return found;
+  }
+  static std::string file(int number) {
+    return std::string(2 * (number % 8 + 1), "0123456789ABCDEF"[number % 16]);
+  }
+  Lines urcs() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return urcs_;
+  }
+  bool wait_urcs(size_t count) {
+    return eventually([&] { return urcs().size() >= count; });
+  }
+
+  std::atomic<bool> stalled_{false};     // holds the event thread in the parser
+  std::atomic<bool> in_parser_{false};   // it got there
+  std::atomic<int> ends_{0};             // of the read thread
+  std::atomic<bool> open_at_end_{true};  // the URC port, whenever the read thread ended
+
+ private:
+  void thread_ended() {
+    if (descriptors_of(kUrcPort).empty()) open_at_end_ = false;
+    ends_++;
+    blpkt_channel_lost();
+  }
+
+  std::mutex mutex_;  // guards urcs_
+  Lines urcs_;
+};
+
+}  // namespace
+
+TEST_F(Channel, PortsAreRawBlockingAndCloseOnExec) {
+  start();
+  EXPECT_EQ(request("AT"), 0u);
+  for (const char* port : {kQueryPort, kUrcPort}) {
+    const auto found = descriptors_of(port);
+    ASSERT_EQ(found.size(), 1u) << port;
+    EXPECT_EQ(fcntl(found[0], F_GETFL) & (O_NONBLOCK | O_ACCMODE), O_RDWR) << port;
+    EXPECT_EQ(fcntl(found[0], F_GETFD) & FD_CLOEXEC, FD_CLOEXEC) << port;
+    termios settings;
+    ASSERT_EQ(tcgetattr(found[0], &settings), 0);
+    EXPECT_EQ(cfgetispeed(&settings), static_cast<speed_t>(B921600));
+    EXPECT_EQ(cfgetospeed(&settings), static_cast<speed_t>(B921600));
+    EXPECT_EQ(settings.c_lflag & (ICANON | ECHO | ISIG), 0u);
+    EXPECT_EQ(settings.c_cflag & (CLOCAL | CREAD | CS8), static_cast<tcflag_t>(CLOCAL | CREAD | CS8));
+    EXPECT_EQ(settings.c_cc[VMIN] + settings.c_cc[VTIME], 0);
+  }
+}
+
+TEST_F(Channel, FailedInitLeavesNothingBehind) {
+  const struct {
+    Call call;
+    int skip;
+    const char* port;
+    const char* line;
+  } cases[] = {
+      {Call::kCalloc, 0, kQueryPort, "alloc2::can't allocate mempool"},
+      {Call::kCalloc, 1, kQueryPort, "alloc3::can't allocate event queue"},
+      {Call::kCalloc, 2, kQueryPort, "alloc4::can't allocate response queue"},
+      {Call::kThread, 0, kQueryPort, "createth:err=12:cant create thread"},
+      {Call::kThread, 1, kQueryPort, "create_th:err=12:cant create thread"},
+      {Call::kSocketpair, 0, kQueryPort, "socketpair:errno=12:can't create socket pair"},
+      {Call::kMalloc, 0, "/dev/none", "open:device: /dev/none, errno: 2:can't open device"},
+      {Call::kMalloc, 0, nullptr, "open:device: , errno: "},
+      {Call::kMalloc, 0, "/dev/ttyACM1",
+       "open:device=/dev/ttyACM1,errno=2:cant open device"},  // the URC port
+  };
+  for (const auto& c : cases) {
+    if (c.port != nullptr && c.port[11] == '1') root().remove(kUrcPort);
+    faults::fail(c.call, ENOMEM, c.skip);
+    const uint32_t status = blpkt_init();
+    EXPECT_TRUE(status == 2 || (status == 0 && pktio_init(c.port, blpkt_handle_packet, nullptr) == 1))
+        << c.line;
+    EXPECT_TRUE(log_capture::has(c.line)) << c.line;
+    EXPECT_EQ(request("AT"), 2u) << c.line;
+    close_library();
+    faults::fail(c.call, 0, 0, 0);
+    EXPECT_TRUE(nothing_left_behind()) << c.line;
+  }
+  EXPECT_EQ(ends_, 0);
+  faults::fail(Call::kThread, ENOMEM);
+  EXPECT_EQ(brio_open(kQueryPort), BRIO_STATUS_FAILURE);
+  EXPECT_TRUE(log_capture::has(":blpktinit:status=2:blpkt failed to initialize"));
+  EXPECT_EQ(briolib_check_library_status(), BRIO_STATUS_NOT_OPEN);
+  EXPECT_TRUE(nothing_left_behind());
+}
+
+TEST_F(Channel, DescriptorsBeyondSelectAreRefused) {
+  rlimit limit;
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
+  setrlimit(RLIMIT_NOFILE, &limit);
+  if (limit.rlim_cur < FD_SETSIZE + 8) GTEST_SKIP() << "the system allows too few descriptors";
+  std::vector<int> taken = {port_of_nobody(kQueryPort), port_of_nobody(kUrcPort)};
+  while (taken.back() < FD_SETSIZE - 1) taken.push_back(dup(0));
+  // With 0 to 3 free places below the limit the query port, the URC port or the socket pair is too large.
+  for (int free_places = 0; free_places <= 3; free_places++) {
+    const size_t descriptors = open_descriptors();
+    log_capture::clear();
+    EXPECT_EQ(pktio_init(kQueryPort, blpkt_handle_packet, nullptr), 1u) << free_places;
+    const char* line = free_places < 2 ? "descriptor too large for select" : "can't create socket pair";
+    EXPECT_EQ(log_capture::count(line), 1u) << free_places;
+    EXPECT_EQ(open_descriptors(), descriptors) << free_places;
+    close(taken.back());
+    taken.pop_back();
+  }
+  EXPECT_EQ(pktio_init(kQueryPort, blpkt_handle_packet, nullptr), 0u);
+  close_library();
+  for (int fd : taken) close(fd);
+}
+
+TEST_F(Channel, CommandsAreWrittenInOneWriteOrFail) {
+  const int end = port_of_nobody(kQueryPort);
+  ASSERT_EQ(pktio_init(kQueryPort, blpkt_handle_packet, nullptr), 0u);
+  const struct {
+    int error, times;
+    uint32_t status;
+    const char* line;
+  } cases[] = {{0, 0, 0, ""},
+               {EINTR, 3, 0, ""},
+               {0, 1, 1, "AT:Unable to send command AT+X err "},
+               {ENODEV, 1, 1, "AT:Unable to send command AT+X err No such device:"}};
+  for (const auto& c : cases) {
+    const long writes = faults::calls(Call::kWrite);
+    faults::fail(Call::kWrite, c.error, 0, c.times);
+    EXPECT_EQ(pktio_at_send_cmd("AT+X", NO_RESULT, nullptr), c.status);
+    EXPECT_EQ(faults::calls(Call::kWrite), writes + std::max(1, c.times + (c.status == 0 && c.times > 0)));
+    EXPECT_EQ(log_capture::find(c.line).empty(), c.status == 0) << c.line;
+  }
+  EXPECT_EQ(pktio_at_send_cmd(nullptr, NO_RESULT, nullptr), 1u);
+  close_library();
+  EXPECT_EQ(pktio_at_send_cmd("AT+X", NO_RESULT, nullptr), 1u);
+  EXPECT_TRUE(log_capture::has("AT+X err Bad file descriptor:"));
+  close(end);
+}
+
+TEST_F(Channel, ModemThatStopsReadingHoldsNeitherWriterNorClose) {
+  const int end = port_of_nobody(kQueryPort);
+  ASSERT_EQ(pktio_init(kQueryPort, blpkt_handle_packet, nullptr), 0u);
+  test_clock::scale_waits(0.001);
+  const std::string command(500, 'x');
+  // The first refusal may be a short write; when a write finds no room at all, its wait ends by itself.
+  ASSERT_TRUE(eventually([&] {
+    pktio_at_send_cmd(command.c_str(), NO_RESULT, nullptr);
+    return log_capture::has("err Connection timed out:");
+  }));
+  test_clock::scale_waits(1);
+  const long writes = faults::calls(Call::kWrite);
+  auto writer = std::async([&] { return pktio_at_send_cmd(command.c_str(), NO_RESULT, nullptr); });
+  ASSERT_TRUE(eventually([&] { return faults::calls(Call::kWrite) > writes; }));
+  const auto begin = Clock::now();
+  pktio_shutdown();
+  EXPECT_EQ(writer.get(), 1u);
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
+  EXPECT_TRUE(descriptors_of(kQueryPort).empty());
+  close(end);
+}
+
+// Once, with the ports still open, and everything closed behind it.
+TEST_F(Channel, ReadThreadEndsOnceHoweverItEnds) {
+  const struct {
+    Call call;
+    int error;
+    const char* line;
+  } cases[] = {{Call::kMalloc, 0, ""},
+               {Call::kSend, ENOBUFS, "socketpair:errno=105:unable to write to socket pair"},
+               {Call::kSelect, EINTR, ""},
+               {Call::kSelect, EBADF, "select:errno=9:select failed--pausing read thread"}};
+  int ends = 0;
+  for (const auto& c : cases) {
+    log_capture::clear();
+    start();
+    faults::fail(c.call, c.error);
+    // The failing select is the second one behind this report.
+    for (const char* line : {"+CREG: 1", "+CREG: 2"}) modem().urc(line);
+    const bool by_itself = c.error == EBADF;
+    EXPECT_TRUE(by_itself ? eventually([&] { return ends_ > ends; })
+                          : wait_urcs(2 * static_cast<size_t>(ends) + 2));
+    EXPECT_EQ(request("AT"), by_itself ? 2u : 0u);
+    close_library();
+    pktio_shutdown();
+    EXPECT_EQ(ends_, ++ends);
+    EXPECT_TRUE(*c.line == '\0' || log_capture::has(c.line)) << c.line;
+    EXPECT_EQ(log_capture::has("socketpair:write:error on socket pair"), c.error == ENOBUFS);
+    EXPECT_TRUE(nothing_left_behind());
+  }
+  EXPECT_TRUE(open_at_end_) << "the ports are closed after the callback";
+  // An init without a shutdown ends the earlier thread first, and its half lines are forgotten.
+  start();
+  ASSERT_EQ(pktio_init(kQueryPort, blpkt_handle_packet, nullptr), 0u);
+  EXPECT_EQ(ends_, ++ends);
+}
+
+TEST_F(Channel, ManyCyclesAndConcurrentShutdownsLeakNothing) {
+  for (int i = 0; i < 200; i++) {
+    start();
+    ASSERT_EQ(pktio_at_send_cmd("AT", NO_RESULT, nullptr), 0u);
+    std::thread other(pktio_shutdown);
+    if (i % 2 == 0) pktio_shutdown();
+    other.join();
+    ASSERT_EQ(ends_, i + 1);
+  }
+  close_library();
+  EXPECT_TRUE(nothing_left_behind());
+}
+
+TEST_F(Channel, HandlePacketRefusesWhatItDoesNotKnow) {
+  ASSERT_EQ(blpkt_init(), 0u);
+  // The last answer finds the status of the one before: nobody took it.
+  ATResponse without_text = {1, nullptr, nullptr};
+  const struct {
+    uint32_t kind;
+    void* data;
+    const char* line;
+  } cases[] = {{0, nullptr, "FATAL: resp is NULL"},
+               {7, nullptr, "blpkt_handle_packet:callback type 7:callback type error"},
+               {1, nullptr, ""},
+               {0, &without_text, "AT_err_string::"},
+               {0, &without_text, "can't queue response"}};
+  for (const auto& c : cases) {
+    log_capture::clear();
+    blpkt_handle_packet(c.kind, c.data, nullptr);
+    EXPECT_TRUE(*c.line == '\0' ? log_capture::lines().empty() : log_capture::has(c.line)) << c.line;
+  }
+}
+
+// Whole, in order, without the heap.
+TEST_F(Channel, ReportsOfEveryPoolSizeArriveWithoutHeap) {
+  start();
+  Lines sent;
+  const auto allocations = [] {
+    return faults::calls(Call::kMalloc) + faults::calls(Call::kCalloc) + faults::calls(Call::kStrdup);
+  };
+  const long before = allocations();
+  for (size_t length : {1, 62, 63, 64, 127, 128, 255, 256, 1023, 1024, 1655, 1656, BRIO_LINE_DATA_MAX - 1}) {
+    sent.push_back(std::string(length, static_cast<char>('a' + sent.size())));
+    modem().raw(modemsim::Port::kUrc, sent.back() + "\r");
+    ASSERT_TRUE(wait_urcs(sent.size())) << length;
+  }
+  EXPECT_EQ(urcs(), sent);
+  EXPECT_EQ(allocations(), before);
+}
+
+TEST_F(Channel, StalledEventThreadDropsTheNewestReportsAndNoAnswers) {
+  start();
+  stalled_ = true;
+  modem().urc("stall");
+  ASSERT_TRUE(eventually([&] { return in_parser_.load(); }));
+  Lines expected = {"stall"};
+  // The event thread holds the first one; the queue takes 20 more.
+  for (int i = 1; i <= 23; i++) {
+    modem().urc("+U: " + std::to_string(i));
+    if (i <= 20) expected.push_back("+U: " + std::to_string(i));
+  }
+  ASSERT_TRUE(log_capture::wait_for("W blib:", 3));
+  EXPECT_EQ(log_capture::count("qlog:status:2:cant add log to queue"), 3u);
+  for (int i = 0; i < 50; i++) ASSERT_EQ(request("AT"), 0u);
+  stalled_ = false;
+  ASSERT_TRUE(wait_urcs(21));
+  EXPECT_EQ(urcs(), expected);
+
+  // Blocks of one size run out before the queue does; the others still serve, and none was lost above.
+  stalled_ = true;
+  for (int i = 0; i < 16; i++) modem().urc(std::string(100, 'm'));
+  ASSERT_TRUE(log_capture::wait_for("cant allocate log payload"));
+  EXPECT_EQ(log_capture::count("alloclog:payload_size:101:"), 1u);
+  modem().urc("short");
+  stalled_ = false;
+  ASSERT_TRUE(wait_urcs(21 + 15 + 1));
+  EXPECT_EQ(urcs().back(), "short");
+}
+
+TEST_F(Channel, RequestsOfManyThreadsGetTheirOwnAnswers) {
+  start();
+  // A caller may bracket requests with the send mutex: the others wait.
+  ASSERT_EQ(blpkt_acquire_send_mutex(), 0u);
+  std::vector<std::future<bool>> threads;
+  for (int t = 0; t < 4; t++) {
+    threads.push_back(std::async(std::launch::async, [t] {
+      bool good = true;
+      for (int i = t; i < 1000; i += 4) {
+        std::string line;
+        const std::string command = "AT+CRSM=176," + std::to_string(28416 + i % 256) + ",0,0,0";
+        good = good && request(command.c_str(), 20, copy_line, &line) == 0 &&
+               line == "+CRSM: 144,0,\"" + file(i % 256) + "\"";
+      }
+      return good;
+    }));
+  }
+  EXPECT_EQ(threads[0].wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+  EXPECT_TRUE(modem().commands().empty());
+  EXPECT_EQ(blpkt_release_send_mutex(), 0u);
+  for (int i = 0; i < 100; i++) modem().urc("+CREG: 1");
+  for (auto& each : threads) EXPECT_TRUE(each.get());
+  EXPECT_FALSE(log_capture::has("cleaning up"));
+}
+
+TEST_F(Channel, CloseDoesNotWaitForARequestOfTheEventThread) {
+  std::atomic<uint32_t> status{99};
+  faults::on_urc([&](char*) { status = request("AT+CRSM=176"); });
+  answer("AT+CRSM", "");
+  start();
+  modem().urc("+STKPCI: 2");
+  ASSERT_TRUE(modem().wait_command("AT+CRSM=176"));
+  const auto begin = Clock::now();
+  close_library();
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
+  EXPECT_EQ(status, static_cast<uint32_t>(BLPKT_STATUS_ERROR));
+}
+
+TEST_F(Channel, CloseMeetsRequestsAbortsAndALostPort) {
+  answer("", "");
+  for (int i = 0; i < 60; i++) {
+    start();
+    std::atomic<bool> done{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; t++) {
+      threads.emplace_back([&] {
+        while (!done) {
+          const uint32_t status = request("AT");
+          ASSERT_TRUE(status == BLPKT_STATUS_ERROR || status == BLPKT_STATUS_SCAN_ABORTED) << status;
+        }
+      });
+    }
+    threads.emplace_back([&] {
+      while (!done) {
+        blpkt_abort_manual_nw_scan();
+        std::this_thread::yield();
+      }
+    });
+    if (i % 3 == 0) faults::fail(Call::kSelect, EBADF);  // the read thread ends by itself meanwhile
+    modem().urc("+CREG: 1");
+    const auto begin = Clock::now();
+    std::thread second_closer([this] { close_library(); });
+    close_library();
+    second_closer.join();
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10));
+    done = true;
+    for (auto& thread : threads) thread.join();
+    faults::fail(Call::kSelect, 0, 0, 0);
+  }
+  EXPECT_TRUE(nothing_left_behind());
+}
+
+// The read thread has the final line in its hands when the time-out strikes. The callback of the request that
+// has returned does not run any more; that of the next one, if it waits already, does not run on this answer,
+// but its request takes the status.
+TEST_F(Channel, AnswerOfARequestThatHasReturnedReachesNoCallback) {
+  static std::atomic<bool> s_pass, s_held;
+  const pktio_packet_cb late = [](uint32_t kind, void* data, void* context) {
+    s_held = true;
+    test_clock::expire_wait();
+    while (!s_pass) std::this_thread::yield();
+    blpkt_handle_packet(kind, data, context);
+  };
+  answer("AT+A", "+X: 1\r\nOK\r\n");
+  answer("AT+B", "");
+  set_log_mask(BRIO_LOG_REQUEST);
+  for (const bool next_waits : {false, true}) {
+    s_pass = s_held = false;
+    log_capture::clear();
+    modem().clear_commands();
+    start(late);
+    std::string first = "untouched", second = "untouched";
+    EXPECT_EQ(request("AT+A", 20, copy_line, &first), 1u);
+    EXPECT_TRUE(s_held);
+    if (!next_waits) {
+      s_pass = true;
+      ASSERT_TRUE(log_capture::wait_for("prv_convert_and_queue_resp_packet 0"));
+    }
+    auto next = std::async(std::launch::async, request, "AT+B", 20, copy_line, &second, nullptr);
+    ASSERT_TRUE(modem().wait_command("AT+B"));
+    s_pass = true;
+    EXPECT_EQ(next.get(), 0u);
+    EXPECT_EQ(first + " " + second, "untouched untouched");
+    close_library();
+  }
+}
+
+// The callback already runs when the time-out strikes: the request does not return under its hands.
+TEST_F(Channel, RequestWaitsForItsRunningCallback) {
+  std::atomic<bool> finished{false};
+  start();
+  const recv_func slow = [](const ATResponse*, void* user_data, uint16_t) -> uint32_t {
+    test_clock::expire_wait();
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    *static_cast<std::atomic<bool>*>(user_data) = true;
+    return 6;
+  };
+  EXPECT_EQ(request("AT", 20, slow, &finished), 1u);
+  EXPECT_TRUE(finished);
+  EXPECT_EQ(request("AT"), 6u) << "nothing is flushed: what the first one no longer took";
+}
+
+// The request's time-out and the answer meet a thousand times. Once a request has returned, its reply record
+// is the caller's again: whoever writes into it then is caught by the check below and by the sanitizers.
+TEST_F(Channel, LateAnswersNeverTouchTheCallersMemory) {
+  struct Reply {
+    unsigned char bytes[64];
+  };
+  const recv_func fill = [](const ATResponse*, void* user_data, uint16_t) -> uint32_t {
+    for (unsigned char& byte : static_cast<Reply*>(user_data)->bytes) byte = 0x22;
+    return 0;
+  };
+  answer("AT+R", "\r\n+R: 1\r\n\r\nOK\r\n", 1);
+  start();
+  double scale = 0.002;
+  int results[2] = {};
+  for (int i = 0; i < 1000; i++) {
+    auto reply = std::make_unique<Reply>();
+    test_clock::scale_waits(scale);
+    const uint32_t status = request("AT+R", 1, fill, reply.get(), "+R");
+    memset(reply->bytes, 0x33, sizeof(reply->bytes));
+    ASSERT_LE(status, static_cast<uint32_t>(BLPKT_STATUS_TIMEOUT));
+    results[status]++;
+    // Steers the deadline towards the answer, from both sides.
+    scale = std::max(scale + (status == BLPKT_STATUS_SUCCESS ? -0.00004 : 0.00004), 0.0);
+    std::this_thread::yield();
+    for (unsigned char byte : reply->bytes) ASSERT_EQ(byte, 0x33);
+  }
+  EXPECT_GT(results[0], 100);
+  EXPECT_GT(results[1], 100);
+
+  // The channel still works: once what is left over of the race has passed, a request gets its own answer.
+  test_clock::scale_waits(0.01);
+  answer("AT+LAST", "\r\n+LAST: 1\r\n\r\nOK\r\n");
+  std::string line;
+  for (int i = 0; i < 20 && line != "+LAST: 1"; i++) request("AT+LAST", 20, copy_line, &(line = ""), "+LAST");
+  EXPECT_EQ(line, "+LAST: 1");
+}
