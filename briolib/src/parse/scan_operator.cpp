@@ -14,12 +14,12 @@ char* prv_last_letter(char* text, char* end) {
 
 // Whether an operator begins at "(": a stat, then a name in quotes or, without them, one that another name
 // follows. What names hold in brackets is not taken for it.
-bool prv_opens_operator(const char* open, bool any_stat) {
+bool prv_opens_operator(const char* open) {
   static constexpr char kMarks[] = "\"(),";
   const char* text = skip_spaces(open + 1);
   size_t length = strcspn(text, kMarks);
-  if (text[length] != ',' || (length == 0 && !any_stat)) return false;
-  for (size_t i = 0; i < length && !any_stat; i++) {
+  if (text[length] != ',' || length == 0) return false;
+  for (size_t i = 0; i < length; i++) {
     if (!is_digit(text[i]) && !is_space(text[i])) return false;
   }
   for (int name = 0; name < 2; name++) {
@@ -31,18 +31,11 @@ bool prv_opens_operator(const char* open, bool any_stat) {
   return true;
 }
 
-// The last "(" between `first` and `end` at which an operator begins; `first` if there is no other. Behind a
-// ")" the stat may be anything.
-char* prv_last_open(char* first, char* end) {
+// The last "(" between `first` and `end` at which an operator begins; `first` if there is no other.
+char* prv_last_open(char* first, const char* end) {
   char* open = first;
-  char last = '\0';
-  char last_but_one = '\0';
   for (char* text = first + 1; text < end; text++) {
-    if (is_space(*text)) continue;
-    bool behind_group = last == ')' || (last == ',' && last_but_one == ')');
-    if (*text == '(' && prv_opens_operator(text, behind_group)) open = text;
-    last_but_one = last;
-    last = *text;
+    if (*text == '(' && prv_opens_operator(text)) open = text;
   }
   return open;
 }
