@@ -1,8 +1,8 @@
-// The parsers of registration, reject, serving network and stored selection from any bytes. The text stands
-// in a heap block that ends with its NUL, so that a sanitizer sees every step beyond it.
+// The parsers of registration, reject, serving network, stored selection and network scan from any bytes. The
+// text stands in a heap block that ends with its NUL, so that a sanitizer sees every step beyond it.
 //
-// Input: which parser (1 byte: "0" to "7" in the order below), then the text behind the result name, or the
-// whole line.
+// Input: which parser (1 byte: "8" for a scan, "0" to "7" in the order below), then the text behind the
+// result name, or the whole line.
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -13,6 +13,7 @@
 #include "parse/manual_selection.h"
 #include "parse/registration.h"
 #include "parse/reject.h"
+#include "parse/scan_list.h"
 #include "parse/serving.h"
 
 namespace {
@@ -107,12 +108,45 @@ void fuzz_plmn(const uint8_t* data, size_t size) {
   text_to_plmn(text.get(), text.get(), back);
 }
 
+// Entries that the scan keeps stay as they were while the rest of the line is cut up.
+void fuzz_scan(Text text) {
+  ScanList list;
+  if (start_scan(text.get(), &list) != kScanOk) return;
+  char early[4096];
+  char late[4096];
+  size_t early_length = 0;
+  size_t late_length = 0;
+  ScanEntry kept[kScanEntriesMax];
+  size_t count = 0;
+  for (size_t steps = 0; count < kScanEntriesMax; steps++) {
+    require(steps <= text.length());
+    ScanEntry entry;
+    ScanFault fault;
+    ScanStep step = next_scan_entry(&list, &entry, &fault);
+    if (step == ScanStep::kEnd) break;
+    require((step == ScanStep::kError) == (fault.error != kScanOk));
+    if (step != ScanStep::kEntry) continue;
+    require(strlen(entry.mcc) == 3 && strlen(entry.mnc) >= 2 && strlen(entry.access_technology) > 0);
+    require(strcmp(entry.long_name, "\"\"") == 0 || strcmp(entry.short_name, "\"\"") == 0);
+    if (!append_scan_entry(entry, early, sizeof(early), &early_length)) break;
+    kept[count++] = entry;
+  }
+  for (size_t i = 0; i < count; i++) {
+    require(append_scan_entry(kept[i], late, sizeof(late), &late_length));
+  }
+  require(early_length == late_length && memcmp(early, late, late_length) == 0);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0 || size > 65536) return 0;
   const uint8_t* rest = data + 1;
   const size_t length = size - 1;
+  if (data[0] == '8') {
+    fuzz_scan(Text(rest, length));
+    return 0;
+  }
   switch (data[0] % 8) {
     case 0:
       for (bool is_query : {false, true}) {
