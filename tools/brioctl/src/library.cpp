@@ -39,8 +39,8 @@ void Library::load(const std::string& wanted) {
   if (!wanted.empty()) {
     candidates.push_back(wanted);
   } else {
-    for (const std::string& near : {std::string(BRIOCTL_BUILD_LIBRARY),
-                                    program_directory() + "/../" BRIOCTL_LIBDIR "/libbrio_module.so.1"}) {
+    for (const std::string& near : {program_directory() + "/../" BRIOCTL_LIBDIR "/libbrio_module.so.1",
+                                    std::string(BRIOCTL_BUILD_LIBRARY)}) {
       if (readable(near)) candidates.push_back(near);
     }
     candidates.push_back("libbrio_module.so.1");
