@@ -276,6 +276,7 @@ uint32_t brio_trace_tst_log(const char* filter_path, const char* log_prefix) {
 
   time_t now = brio::clock_wall();
   tm start = {};
+  tzset();  // the zone may have changed since the process began
   localtime_r(&now, &start);
   char name[brio::parse::kTraceNameSize];
   brio::parse::trace_file_name(log_prefix, start, name);

@@ -8,7 +8,8 @@ namespace brio::prox {
 
 inline constexpr int32_t kFastPeriodSeconds = 5;
 inline constexpr int32_t kSlowPeriodSeconds = 6;
-// Fast polls that pass before the timer's poll: the 25th one, about 125 seconds after the start.
+// The count before a fast poll must exceed this for the slow scan: the 25th poll, about 125 seconds after the
+// start.
 inline constexpr int32_t kFastPolls = 23;
 inline constexpr int32_t kDiffThreshold = 43;            // a body is near above it
 inline constexpr int32_t kAverageDropThreshold = 1000;   // INIT is released above it
