@@ -4,6 +4,8 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <vector>
 
 #include "commands.h"
@@ -111,6 +113,12 @@ int run_page(const Options& options, bool full, bool follow) {
 
 int run_trace(const Options& options, const std::string& filter, const std::string& prefix, double seconds) {
   Session session(options);
+  // A simulated device has no provisioned filter: switch everything on.
+  if (session.simulated() && !std::filesystem::exists(session.host_path(filter))) {
+    std::filesystem::create_directories(std::filesystem::path(session.host_path(filter)).parent_path());
+    std::filesystem::create_directories(std::filesystem::path(session.host_path(prefix)).parent_path());
+    std::ofstream(session.host_path(filter)) << "AT+XSYSTRACE=1\nAT+TRACE=1\n";
+  }
   session.open_modem();
   uint32_t status = session.lib.brio_trace_tst_log(filter.c_str(), prefix.c_str());
   if (status != 0) {
