@@ -18,6 +18,7 @@
 #include "nipc/nipc_standin.h"
 #include "session.h"
 #include "support/exact_text.h"
+#include "unit/faults.h"
 
 namespace {
 
@@ -371,6 +372,19 @@ void room(Session&, Arguments& a) {
   if (setrlimit(RLIMIT_FSIZE, &limit) != 0) throw UsageError(strerror(errno));
 }
 
+// CALL ERROR [SKIP [TIMES]]
+void fail(Session&, Arguments& a) {
+  using faults::Call;
+  static const std::map<std::string, Call> names = {
+      {"malloc", Call::kMalloc}, {"calloc", Call::kCalloc}, {"strdup", Call::kStrdup},
+      {"send", Call::kSend},     {"select", Call::kSelect}, {"socketpair", Call::kSocketpair},
+      {"thread", Call::kThread}, {"mutex", Call::kMutex},   {"condition", Call::kCondition}};
+  const Call which = names.at(a.text());
+  const int error = static_cast<int>(a.number());
+  const int skip = a.more() ? static_cast<int>(a.number()) : 0;
+  faults::fail(which, error, skip, a.more() ? static_cast<int>(a.number()) : 1);
+}
+
 void quiet(Session& s, Arguments& a) {
   s.command(a.rest());
   s.observe();
@@ -390,7 +404,7 @@ const std::map<std::string, Command>& commands() {
 #define ADD(...) add(#__VA_ARGS__, __VA_ARGS__)
   ADD(report, sim_file, operators, fault, urc, raw, unplug, plug, wait_command, wait_log, open, call, async,
       join, await, line, set, page, sleeps, elapsed, tick, file, show, grown, touched, nipc, bits, seen, room,
-      quiet);
+      quiet, fail);
   table["clock"] = turn_clock;
   table["link"] = make_link;
   table["sim"] = [](Session& s, Arguments& a) { s.modem.with_state(change(a)); };

@@ -372,5 +372,6 @@ const std::map<std::string, Call>& calls() {
       wabs_get_radio_cert_param2, wabs_get_realm, wabs_get_firmware_version, wabs_get_log_string,
       wabs_do_manual_nw_scan);
   ADD(Call, request);
+  add_channel(table);
   return table;
 }

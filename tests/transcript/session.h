@@ -60,6 +60,7 @@ std::string describe(const R& record);
 // Takes the arguments, calls, and gives the line that shows the result.
 using Call = std::function<std::string(Arguments&)>;
 const std::map<std::string, Call>& calls();
+void add_channel(std::map<std::string, Call>& table);  // those of channel.cpp
 
 struct Session {
   using Lines = std::vector<std::string>;
