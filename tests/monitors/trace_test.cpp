@@ -25,7 +25,8 @@ std::string random_bytes(size_t size) {
   return bytes;
 }
 
-// The trace port is a raw pty pair; the test writes what the modem would stream into its master.
+// The trace port is a pty pair in its default mode; the test writes what the modem would stream into its
+// master.
 class Trace : public MonitorTest {
  protected:
   void SetUp() override {
@@ -46,12 +47,6 @@ class Trace : public MonitorTest {
     ASSERT_TRUE(master_ >= 0 && grantpt(master_) == 0 && unlockpt(master_) == 0);
     root_.remove("/dev/ttyACM1");
     ASSERT_EQ(0, symlink(ptsname(master_), root_.path("/dev/ttyACM1").c_str()));
-    const int port = open_port();
-    termios settings;
-    tcgetattr(port, &settings);
-    cfmakeraw(&settings);
-    tcsetattr(port, TCSANOW, &settings);
-    close(port);
   }
   int open_port() { return open(root_.path("/dev/ttyACM1").c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC); }
   // A file of its own for every start.

@@ -40,8 +40,9 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
   void* argument = va_arg(arguments, void*);
   va_end(arguments);
   std::string address;
-  if ((request != SIOCGIFADDR && request != SIOCGIFDSTADDR) || !(s_answers >> errno >> address))
+  if ((request != SIOCGIFADDR && request != SIOCGIFDSTADDR) || !(s_answers >> errno >> address)) {
     return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
+  }
   sockaddr_in place = {};
   place.sin_family = AF_INET;
   inet_pton(AF_INET, address.c_str(), &place.sin_addr);
@@ -128,8 +129,9 @@ std::map<std::string, Page> pages() {
 }
 
 bool build(Writer& page, const Page& values, View view) {
-  if (!brio::page::write_sections(page, {&values, values.iccid, &values, values.sar_mode, view}))
+  if (!brio::page::write_sections(page, {&values, values.iccid, &values, values.sar_mode, view})) {
     return false;
+  }
   FILE* file = fopen((kFolder + "static_info").c_str(), "r");
   brio::page::write_static_info(page, file);
   fclose(file);
