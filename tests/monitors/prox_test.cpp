@@ -97,6 +97,8 @@ TEST_F(Prox, CloseAfterAFailedDisableLeavesForeignDescriptorsAlone) {
   EXPECT_TRUE(wait_thread_count(threads_)) << "it ends by itself";
   for (int fd : mine) EXPECT_EQ(0, close(fd)) << "somebody closed descriptor " << fd;
   expect_nothing_left();
+  root_.write(kSensor + "prox_ctrl0", "");
+  prox_close();  // joins it
 }
 
 TEST_F(Prox, OpenWaitsForTheThreadThatCouldNotBeJoined) {

@@ -57,7 +57,10 @@ class Trace : public MonitorTest {
   }
   std::string captured() { return root_.read(prefix_ + "_2026_3_7_14_5_0.istp").value_or(""); }
   bool wait_captured(size_t size) {
-    return eventually([&] { return captured().size() >= size; });
+    const std::string path = root_.path(prefix_ + "_2026_3_7_14_5_0.istp");
+    struct stat info = {};
+    return eventually(
+        [&] { return stat(path.c_str(), &info) == 0 && static_cast<size_t>(info.st_size) >= size; });
   }
   void feed(const std::string& bytes) {
     for (size_t sent = 0; sent < bytes.size();) {
