@@ -60,8 +60,8 @@ uint32_t brio_get_sim_static_info(int32_t force) {
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:collecting static info of modem\n", BLIB_HERE);
   prv_read_file(brio::parse::kReadIccidCommand);
 
-  bool file_exists =
-      brio::Descriptor(brio::open_device(brio::kStaticInfoFile, O_RDONLY | O_NONBLOCK)).valid();
+  const bool file_exists =
+      bool(brio::File(brio::fopen_device(brio::kStaticInfoFile, brio::Links::kNoFollow)));
   if (file_exists && force == 0) return BRIO_STATUS_OK;
   if (file_exists && briolib_get_sim_info_md5_status() == 0) {
     brio::DevicePath path(brio::kStaticInfoFile);

@@ -21,9 +21,6 @@ namespace {
 
 constexpr char kLogTag[] = "briolib/src/brio_log";
 
-// The file's text may be read by everybody; a symbolic link in its place is not followed, a pipe keeps nobody
-// waiting.
-constexpr int kOpenFlags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK;
 constexpr mode_t kFileMode = 0644;
 
 bool prv_write_all(int fd, const char* text, size_t length) {
@@ -59,7 +56,7 @@ void briolib_log_dump_static_info(void) {
   }
   if (memcmp(digest, brio::g_sim_info_hash, sizeof(digest)) == 0) return;
 
-  brio::Descriptor file(brio::open_device(brio::kStaticInfoFile, kOpenFlags, kFileMode));
+  brio::Descriptor file(brio::create_device(brio::kStaticInfoFile, O_WRONLY | O_TRUNC, kFileMode));
   if (!file.valid()) {
     BLIB_E("E blib:%s:%d:briolib_log_dump_static_info::ERR:log_file_handle NULL file_path=%s\n", BLIB_HERE,
            brio::kStaticInfoFile);

@@ -172,9 +172,8 @@ uint32_t prv_read_log_from_tst(const char* log_path) {
     return BRIO_STATUS_FATAL;
   }
   prv_configure_port(port.get());
-  // O_EXCL: a second start within the same second neither overwrites nor continues the earlier trace, and a
-  // link planted under the foreseeable name is not followed.
-  brio::Descriptor log(brio::open_device(log_path, O_WRONLY | O_CREAT | O_EXCL | O_NONBLOCK, kTraceFileMode));
+  // O_EXCL: a second start within the same second neither overwrites nor continues the earlier trace.
+  brio::Descriptor log(brio::create_device(log_path, O_WRONLY | O_EXCL, kTraceFileMode));
   if (!log.valid()) {
     BLIB_E("E blib:%s:%d:brio_read_log_from_tst:log=\"%s\":can't open log file\n", BLIB_HERE, log_path);
     return BRIO_STATUS_FATAL;

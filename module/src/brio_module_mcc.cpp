@@ -1,6 +1,7 @@
 // Serving and home network, and the file in which a change of country is noticed across restarts.
 #include <errno.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/guards.h"
@@ -16,6 +17,7 @@ using brio::log_get_error;
 namespace {
 
 constexpr size_t kMccDigits = 3;
+constexpr mode_t kMccFileMode = 0600;
 // Selects the home PLMN among what brio_get_sim_plmn_info serves.
 constexpr uint32_t kHomePlmnSelector = 3;
 
@@ -75,27 +77,23 @@ bool prv_write_whole(int fd, const char* data, size_t size) {
   return true;
 }
 
-// Whatever stands in the file's place, a pipe too, the host does not wait for it. Logs a failure, but for the
-// missing file that `missing` asks for.
-int prv_open_mcc_file(int flags, bool* missing) {
-  int fd = brio::open_device(kMccFile, flags | O_NONBLOCK, 0600);
-  if (missing != nullptr) *missing = fd < 0 && errno == ENOENT;
-  if (fd < 0 && (missing == nullptr || !*missing)) {
-    MODULE_E("E brio:openfile:name=\"%s\",errno=%d:can't open file", kMccFile, errno);
-  }
-  return fd;
+void prv_cannot_open() {
+  MODULE_E("E brio:openfile:name=\"%s\",errno=%d:can't open file", kMccFile, errno);
 }
 
 // True when the file does not hold `mcc`; a file that cannot be read counts as unchanged, so that it is left
 // alone.
 bool prv_differs_from_file(const char* mcc) {
-  bool missing = false;
-  brio::Descriptor file(prv_open_mcc_file(O_RDONLY, &missing));
-  if (missing) {
+  // Whatever stands in the file's place, a pipe too, the host does not wait for it.
+  brio::Descriptor file(brio::open_device(kMccFile, O_RDONLY | O_NONBLOCK));
+  if (!file.valid() && errno == ENOENT) {
     MODULE_D(WABS_LOG_FLOW, "D def:current MCC = %s no previous MCC (%s:%s:%d)", mcc);
     return true;
   }
-  if (!file.valid()) return false;
+  if (!file.valid()) {
+    prv_cannot_open();
+    return false;
+  }
   char previous[kMccDigits + 1] = {};
   if (!prv_read_whole(file.get(), previous, kMccDigits)) {
     MODULE_E("E brio:readfile:name=\"%s\",errno=%d:can't read file", kMccFile, errno);
@@ -109,9 +107,10 @@ void prv_report_mcc_change(const char* mcc) {
   // The file holds three digits and is rewritten in place: a shorter text would leave a digit of the old one.
   if (!prv_three_digits(mcc) || !prv_differs_from_file(mcc)) return;
   MODULE_I("I brio:mccchanged:mcc=%s:mcc has changed", mcc);
-  // Never written through a symbolic link: one in its place fails with ELOOP.
-  brio::Descriptor file(prv_open_mcc_file(O_WRONLY | O_CREAT | O_NOFOLLOW, nullptr));
-  if (file.valid() && !prv_write_whole(file.get(), mcc, kMccDigits)) {
+  brio::Descriptor file(brio::create_device(kMccFile, O_WRONLY, kMccFileMode));
+  if (!file.valid()) {
+    prv_cannot_open();
+  } else if (!prv_write_whole(file.get(), mcc, kMccDigits)) {
     MODULE_E("E brio:writefile:name=\"%s\",errno=%d:can't write file", kMccFile, errno);
   }
 }

@@ -80,7 +80,7 @@ void prv_static_info(Writer& page) {
     }
     s_static_info_read = true;
   }
-  brio::File file(brio::fopen_device(brio::kStaticInfoFile));
+  brio::File file(brio::fopen_device(brio::kStaticInfoFile, brio::Links::kNoFollow));
   if (!file) {
     MODULE_E("E brio:611:no static info found \n:Bad Param");
     return;

@@ -59,6 +59,10 @@ int s_sockets[2] = {-1, -1};
 pthread_t s_thread;
 bool s_thread_started;
 
+// Guards s_control, the value that the control register was last told, and with it the order of the writes.
+pthread_mutex_t s_control_mutex = PTHREAD_MUTEX_INITIALIZER;
+uint32_t s_control;
+
 // Monitor thread only, and prox_open while there is none.
 brio::prox::State s_state;
 uint16_t s_carrier_id = kCarrierUnknown;
@@ -77,8 +81,11 @@ int prv_open_entry(const char* name, int flags) {
 // One attempt each; false with errno set.
 bool prv_write_text(int fd, const char* text, size_t length) {
   ssize_t written = write(fd, text, length);
-  if (written >= 0 && static_cast<size_t>(written) != length) errno = EIO;
-  return written >= 0 && static_cast<size_t>(written) == length;
+  if (written < 0) return false;
+  if (static_cast<size_t>(written) == length) return true;
+  lseek(fd, 0, SEEK_SET);  // the next attempt writes the value from its beginning
+  errno = EIO;
+  return false;
 }
 
 bool prv_read_text(int fd, char (&text)[kValueMax + 1]) {
@@ -127,6 +134,12 @@ uint32_t prv_prox_reg_read(const char* name, uint32_t* value) {
   return kAccessFailed;
 }
 
+uint32_t prv_write_control(uint32_t value) {
+  brio::MutexGuard guard(s_control_mutex);
+  s_control = value;
+  return prv_prox_reg_write(kControl, value);
+}
+
 // ---- Monitor thread
 
 uint32_t prv_prox_set_sar(uint32_t mode) {
@@ -146,7 +159,7 @@ uint32_t prv_prox_set_sar(uint32_t mode) {
 
 uint32_t prv_to_slow_scan() {
   s_state.period_seconds = brio::prox::kSlowPeriodSeconds;
-  return prv_prox_reg_write(kControl, kScanSlow);
+  return prv_write_control(kScanSlow);
 }
 
 bool prv_read_sensor() {
@@ -309,8 +322,8 @@ bool prv_join_monitor() {
   return true;
 }
 
-void prv_disable_sensor() {
-  prv_prox_reg_write(kControl, kDisable);
+uint32_t prv_disable_sensor() {
+  return prv_write_control(kDisable);
 }
 
 void prv_not_closed_properly() {
@@ -325,7 +338,7 @@ uint32_t prox_open() {
   prv_let_go_of_monitor();
   prv_join_monitor();
 
-  uint32_t status = prv_prox_reg_write(kControl, kEnableFast);
+  uint32_t status = prv_write_control(kEnableFast);
   if (status != kOk) {
     MODULE_E("E proxlib:reg_write:status=%d:failed to enable prox", static_cast<int>(status));
     prv_disable_sensor();
@@ -362,7 +375,7 @@ uint32_t prox_open() {
 }
 
 void prox_close() {
-  uint32_t status = prv_prox_reg_write(kControl, kDisable);
+  uint32_t status = prv_disable_sensor();
   if (status != kOk) {
     MODULE_E("E proxlib:reg_write:status=%d:failed to disable prox", static_cast<int>(status));
     prv_not_closed_properly();
@@ -382,5 +395,7 @@ void prox_close() {
   }
   if (!prv_join_monitor()) return;
   MODULE_I("I proxlib:prox_close::Thread join completed successfully");
+  // A poll that was under way has set its scan rate: the sensor would go on scanning with nobody to read it.
+  if (s_control != kDisable) prv_disable_sensor();
   MODULE_D(WABS_LOG_VALUE, "D proxlib:closed successfully (%s:%s:%d)");
 }

@@ -120,6 +120,26 @@ TEST_F(Prox, OpenWaitsForTheThreadThatCouldNotBeJoined) {
   expect_nothing_left();
 }
 
+// The close switches the sensor off before it waits for the monitor, whose poll may be about to set a scan
+// rate.
+TEST_F(Prox, SensorStaysOffBehindAPollUnderWay) {
+  entry("prox_diff", "0");
+  entry("prox_avg", "2000");
+  ASSERT_EQ(0u, prox_open());
+  ASSERT_TRUE(test_clock::tick());
+  entry("prox_avg", "0");
+  doubles::hold_sar(true);
+  ticker_ = std::thread([] { test_clock::tick(); });
+  ASSERT_TRUE(doubles::wait_sar_held());
+  std::thread closer(prox_close);
+  while (root_.read(kSensor + "prox_ctrl0") != "70") std::this_thread::yield();
+  doubles::hold_sar(false);
+  closer.join();
+  ticker_.join();
+  EXPECT_TRUE(log_capture::has("INIT->OFF")) << "it did set a scan rate";
+  EXPECT_EQ("70", root_.read(kSensor + "prox_ctrl0"));
+}
+
 TEST_F(Prox, CyclesLeaveNothing) {
   for (int i = 0; i < 50; i++) {
     ASSERT_EQ(0u, prox_open());

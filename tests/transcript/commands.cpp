@@ -422,8 +422,12 @@ const std::map<std::string, Command>& commands() {
   table["leftover"] = [](Session& s, Arguments&) { s.emit(s.leftover()); };
   table["dir"] = [](Session& s, Arguments& a) { s.root.make_directory(a.text()); };
   table["rm"] = [](Session& s, Arguments& a) { s.root.remove(a.text()); };
-  table["full"] = [](Session& s, Arguments& a) {
-    if (symlink("/dev/full", s.root.path(a.text()).c_str()) != 0) throw UsageError(strerror(errno));
+  table["device"] = [](Session& s, Arguments& a) {
+    const std::string path = s.root.path(a.text());
+    if (symlink(a.text().c_str(), path.c_str()) != 0) throw UsageError(strerror(errno));
+  };
+  table["umask"] = [](Session&, Arguments& a) {
+    umask(static_cast<mode_t>(std::stoul(a.text(), nullptr, 8)));
   };
   table["fifo"] = [](Session& s, Arguments& a) { mkfifo(s.root.path(a.text()).c_str(), 0600); };
   return table;

@@ -2,9 +2,9 @@
 
 #include <errno.h>
 #include <string.h>
-#include <sys/types.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include "base/guards.h"
 #include "base/log.h"
 #include "brio/brio.h"
 
@@ -15,6 +15,14 @@ constexpr char kLogTag[] = "briolib/src/base";
 
 // Written only while the library is closed, read by all its threads.
 char s_root_dir[PATH_MAX];
+
+// Takes the descriptor over; none for a negative one.
+FILE* prv_stream(int fd) {
+  if (fd < 0) return nullptr;
+  FILE* file = fdopen(fd, "r");
+  if (file == nullptr) close(fd);
+  return file;
+}
 
 }  // namespace
 
@@ -27,16 +35,28 @@ int open_device(const char* path, int flags, mode_t mode) {
   return open(DevicePath(path).c_str(), flags | O_CLOEXEC, mode);
 }
 
-FILE* fopen_to_read(const char* path) {
-  Descriptor fd(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!fd.valid()) return nullptr;
-  FILE* file = fdopen(fd.get(), "r");
-  if (file != nullptr) fd.release();
-  return file;
+int create_device(const char* path, int flags, mode_t mode) {
+  flags |= O_CREAT | O_NOFOLLOW | O_NONBLOCK;
+  int fd = open_device(path, flags | O_EXCL, mode);
+  if (fd < 0) return errno == EEXIST && (flags & O_EXCL) == 0 ? open_device(path, flags, mode) : -1;
+  // A mode that cannot be set is no reason to lose the file: the umask only ever takes rights away.
+  fchmod(fd, mode);
+  return fd;
 }
 
-FILE* fopen_device(const char* path) {
-  return fopen_to_read(DevicePath(path).c_str());
+FILE* fopen_to_read(const char* path) {
+  return prv_stream(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+}
+
+FILE* fopen_device(const char* path, Links links) {
+  int fd = open_device(path, O_RDONLY | O_NONBLOCK | (links == Links::kNoFollow ? O_NOFOLLOW : 0));
+  struct stat file = {};
+  if (fd < 0 || fstat(fd, &file) != 0) return prv_stream(fd);
+  bool node = S_ISCHR(file.st_mode) || S_ISBLK(file.st_mode);
+  if (!node && file.st_size <= kTextFileMax) return prv_stream(fd);
+  close(fd);
+  errno = node ? EINVAL : EFBIG;
+  return nullptr;
 }
 
 bool read_failed(FILE* file, const char* path) {

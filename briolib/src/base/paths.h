@@ -37,10 +37,21 @@ class DevicePath {
 // open(2) of a device path; every descriptor is close-on-exec.
 int open_device(const char* path, int flags, mode_t mode = 0);
 
-// A file opened for reading, of any path and of a device path. A pipe that somebody planted in its place
-// keeps nobody waiting: without a writer it reads as an empty file.
+// Opens a state file for writing, creates it where it is missing. A file that is created has `mode` whatever
+// the umask is; an existing one keeps its own. A symbolic link in its place is not followed (ELOOP), a pipe
+// keeps nobody waiting.
+int create_device(const char* path, int flags, mode_t mode);
+
+// A file opened for reading. A pipe that somebody planted in its place keeps nobody waiting: without a writer
+// it reads as an empty file.
 FILE* fopen_to_read(const char* path);
-FILE* fopen_device(const char* path);
+
+// The same of a device path, for files of a few lines: a device node (EINVAL) and more than kTextFileMax
+// bytes (EFBIG) are refused, so that no reader is kept busy by what never ends. kNoFollow: for the files that
+// the library itself writes.
+inline constexpr off_t kTextFileMax = 16 << 20;
+enum class Links { kFollow, kNoFollow };
+FILE* fopen_device(const char* path, Links links = Links::kFollow);
 
 // To be asked directly behind the read that gave nothing: whether it failed (of a directory, say) instead of
 // meeting the file's end. Then an error line names the device path.

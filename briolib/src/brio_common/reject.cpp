@@ -42,10 +42,8 @@ const RejectPlace* prv_find_place(uint8_t procedure) {
 }
 
 void prv_briolib_create_fatal_reject_flag() {
-  // The file's presence is the whole message. A symbolic link or a pipe planted there is refused: neither may
-  // truncate another file or hold the event thread.
-  brio::Descriptor flag(brio::open_device(brio::kFatalRejectFile,
-                                          O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK, 0644));
+  // The file's presence is the whole message.
+  brio::Descriptor flag(brio::create_device(brio::kFatalRejectFile, O_WRONLY | O_TRUNC, 0644));
   if (!flag.valid()) {
     BLIB_E("E blib:%s:%d:%s::FATAL Reject Flag create failure", BLIB_HERE,
            "prv_briolib_create_fatal_reject_flag");
