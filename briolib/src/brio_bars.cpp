@@ -192,7 +192,7 @@ void briolib_parse_gtbars(char* payload) {
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:gtbars: %s\n", BLIB_HERE, payload);
   brio::parse::BarsReport report = brio::parse::parse_bars_report(payload);
   if ((report.fields & brio::parse::kBarsRat) != 0) {
-    BLIB_D(BRIO_LOG_BARS, "D blib:%s:%d:gtbars urc rat[%d]\n", BLIB_HERE, report.rat);
+    BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:gtbars urc rat[%d]\n", BLIB_HERE, report.rat);
   }
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   if ((report.fields & brio::parse::kBarsBars) != 0) data.bars = static_cast<uint8_t>(report.bars);

@@ -201,7 +201,8 @@ uint32_t prv_send_and_await(const char* command, uint32_t type, const char* resp
     BLIB_E("E blib:%s:%d:param:BLPKT_STATUS_BAD_REQUEST:null AT param\n", BLIB_HERE);
     return BLPKT_STATUS_BAD_REQUEST;
   }
-  if (!prv_begin_request(request) || pktio_at_send_cmd(command, type, response_prefix) != 0) {
+  bool channel_lost = !prv_begin_request(request);
+  if (pktio_at_send_cmd(command, type, response_prefix) != 0 || channel_lost) {
     BLIB_E("E blib:%s:%d:blpkt_send::can't send req packet\n", BLIB_HERE);
     return BLPKT_STATUS_ERROR;
   }

@@ -109,7 +109,7 @@ void prv_build_free_lists(mempool* pool, const mempool_def* definitions) {
 bool prv_inside(const mempool* pool, const BlockHeader* block) {
   const uint8_t* start = reinterpret_cast<const uint8_t*>(pool);
   const uint8_t* place = reinterpret_cast<const uint8_t*>(block);
-  return place >= start && place < start + pool->total_size;
+  return place >= start && place + sizeof(BlockHeader) <= start + pool->total_size;
 }
 
 }  // namespace

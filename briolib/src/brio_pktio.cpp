@@ -349,12 +349,18 @@ void prv_end_thread() {
   s_thread_running = false;
 }
 
-// Waits until the query port takes bytes again. False with errno when it does not or the ports are closing.
-bool prv_wait_writable(const Ports& ports) {
+// Waits until the query port takes bytes again. False with errno when it does not within kWriteWaitSeconds
+// since `start`, or the ports are closing.
+bool prv_wait_writable(const Ports& ports, const timespec& start) {
   pollfd watched[] = {{ports.query, POLLOUT, 0}, {ports.stop_read, POLLIN, 0}};
   int ready;
   do {
-    ready = brio::clock_poll(watched, 2, kWriteWaitSeconds);
+    timespec now = start;
+    brio::clock_monotonic(&now);
+    auto waited = now.tv_sec - start.tv_sec;
+    ready = waited < kWriteWaitSeconds
+                ? brio::clock_poll(watched, 2, kWriteWaitSeconds - static_cast<int>(waited))
+                : 0;
   } while (ready < 0 && errno == EINTR);
   if (ready < 0) return false;
   if (ready > 0 && watched[1].revents == 0) return true;
@@ -366,10 +372,12 @@ bool prv_wait_writable(const Ports& ports) {
 // cannot keep the ports from being closed. A port that has room for a part only fails like any short write.
 bool prv_write_whole(const Ports& ports, const char* bytes, size_t length) {
   fcntl(ports.query, F_SETFL, O_NONBLOCK);
+  timespec start = {};
+  brio::clock_monotonic(&start);
   ssize_t written;
   do {
     written = write(ports.query, bytes, length);
-  } while (written < 0 && (errno == EINTR || (errno == EAGAIN && prv_wait_writable(ports))));
+  } while (written < 0 && (errno == EINTR || (errno == EAGAIN && prv_wait_writable(ports, start))));
   int err = errno;
   fcntl(ports.query, F_SETFL, 0);
   errno = written < 0 ? err : EIO;

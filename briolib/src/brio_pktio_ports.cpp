@@ -1,6 +1,7 @@
 #include "brio_pktio_ports.h"
 
 #include <errno.h>
+#include <sys/ioctl.h>
 #include <sys/select.h>
 #include <termios.h>
 #include <unistd.h>
@@ -78,6 +79,9 @@ bool open_ports(const char* query_port, Ports* ports) {
 
 void close_ports(const Ports& ports) {
   if (ports.query >= 0) {
+    // What a modem that has stopped reading did not take would hold the close.
+    int unsent = 0;
+    if (ioctl(ports.query, TIOCOUTQ, &unsent) == 0 && unsent > 0) tcflush(ports.query, TCOFLUSH);
     close(ports.query);
   } else {
     BLIB_E("E blib:%s:%d:cleanup:fd val=%d:pktIO fd has garbage value\n", BLIB_HERE, ports.query);

@@ -61,7 +61,7 @@ uint32_t brio_get_sim_static_info(int32_t force) {
   prv_read_file(brio::parse::kReadIccidCommand);
 
   const bool file_exists =
-      bool(brio::File(brio::fopen_device(brio::kStaticInfoFile, brio::Links::kNoFollow)));
+      brio::Descriptor(brio::open_device(brio::kStaticInfoFile, O_RDONLY | O_NONBLOCK | O_NOCTTY)).valid();
   if (file_exists && force == 0) return BRIO_STATUS_OK;
   if (file_exists && briolib_get_sim_info_md5_status() == 0) {
     brio::DevicePath path(brio::kStaticInfoFile);

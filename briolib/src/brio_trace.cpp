@@ -172,8 +172,8 @@ uint32_t prv_read_log_from_tst(const char* log_path) {
     return BRIO_STATUS_FATAL;
   }
   prv_configure_port(port.get());
-  // O_EXCL: a second start within the same second neither overwrites nor continues the earlier trace.
-  brio::Descriptor log(brio::create_device(log_path, O_WRONLY | O_EXCL, kTraceFileMode));
+  // O_APPEND: a second start within the same second continues the earlier trace.
+  brio::Descriptor log(brio::create_device(log_path, O_WRONLY | O_APPEND, kTraceFileMode));
   if (!log.valid()) {
     BLIB_E("E blib:%s:%d:brio_read_log_from_tst:log=\"%s\":can't open log file\n", BLIB_HERE, log_path);
     return BRIO_STATUS_FATAL;
@@ -239,8 +239,9 @@ uint32_t prv_send_filter_to_tst(FILE* file, const char* filter_path, bool* switc
       return status;
     }
   }
-  // A file that cannot be read to its end (a directory, say) is as good as one without commands.
-  return brio::read_failed(file, filter_path) ? static_cast<uint32_t>(BRIO_STATUS_FAILURE) : status;
+  // A file that cannot be read (a directory, say) is as good as one without commands.
+  brio::read_failed(file, filter_path);
+  return status;
 }
 
 uint32_t prv_apply_filter(const char* filter_path) {

@@ -16,6 +16,7 @@ using brio::log_get_error;
 
 namespace {
 
+constexpr char kGetMccMnc[] = "wabs_get_mcc_mnc";
 constexpr size_t kMccDigits = 3;
 constexpr mode_t kMccFileMode = 0600;
 // Selects the home PLMN among what brio_get_sim_plmn_info serves.
@@ -87,7 +88,8 @@ bool prv_differs_from_file(const char* mcc) {
   // Whatever stands in the file's place, a pipe too, the host does not wait for it.
   brio::Descriptor file(brio::open_device(kMccFile, O_RDONLY | O_NONBLOCK));
   if (!file.valid() && errno == ENOENT) {
-    MODULE_D(WABS_LOG_FLOW, "D def:current MCC = %s no previous MCC (%s:%s:%d)", mcc);
+    MODULE_D_OF("prv_report_mcc_change", WABS_LOG_FLOW, "D def:current MCC = %s no previous MCC (%s:%s:%d)",
+                mcc);
     return true;
   }
   if (!file.valid()) {
@@ -99,7 +101,8 @@ bool prv_differs_from_file(const char* mcc) {
     MODULE_E("E brio:readfile:name=\"%s\",errno=%d:can't read file", kMccFile, errno);
     return false;
   }
-  MODULE_D(WABS_LOG_FLOW, "D def:current MCC = %s previous MCC = %s (%s:%s:%d)", mcc, previous);
+  MODULE_D_OF("prv_report_mcc_change", WABS_LOG_FLOW, "D def:current MCC = %s previous MCC = %s (%s:%s:%d)",
+              mcc, previous);
   return memcmp(mcc, previous, kMccDigits) != 0;
 }
 
@@ -117,30 +120,31 @@ void prv_report_mcc_change(const char* mcc) {
 
 void prv_update_mcc(const char* updated, uint32_t* mcc) {
   if (!prv_known(updated)) {
-    MODULE_D(WABS_LOG_FLOW, "D brio:UPDATED MCC is Invalid (%s:%s:%d)");
+    MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "D brio:UPDATED MCC is Invalid (%s:%s:%d)");
     return;
   }
   if (strcmp(updated, s_cached.mcc) != 0) {
-    MODULE_D(WABS_LOG_FLOW, "D brio:UPDATED MCC %s CACHED MCC %sDIFFER (%s:%s:%d)", updated, s_cached.mcc);
+    MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "D brio:UPDATED MCC %s CACHED MCC %sDIFFER (%s:%s:%d)", updated,
+                s_cached.mcc);
     prv_report_mcc_change(updated);
     brio::copy_text(s_cached.mcc, sizeof(s_cached.mcc), updated);
   }
   *mcc = prv_number(updated);
-  MODULE_D(WABS_LOG_VALUE, "D brio:UPDATED MCC=%d (%s:%s:%d)", *mcc);
+  MODULE_D_OF(kGetMccMnc, WABS_LOG_VALUE, "D brio:UPDATED MCC=%d (%s:%s:%d)", *mcc);
 }
 
 void prv_update_mnc(const char* updated, uint32_t* mnc) {
   if (!prv_known(updated)) {
-    MODULE_D(WABS_LOG_FLOW, "D brio:UPDATED MNC is Invalid (%s:%s:%d)");
+    MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "D brio:UPDATED MNC is Invalid (%s:%s:%d)");
     return;
   }
   if (strcmp(updated, s_cached.mnc) != 0) {
-    MODULE_D(WABS_LOG_FLOW, "D brio:UPDATED MNC %s and CACHED MNC %sDIFFER (%s:%s:%d)", updated,
-             s_cached.mnc);
+    MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "D brio:UPDATED MNC %s and CACHED MNC %sDIFFER (%s:%s:%d)",
+                updated, s_cached.mnc);
     brio::copy_text(s_cached.mnc, sizeof(s_cached.mnc), updated);
   }
   *mnc = prv_number(updated);
-  MODULE_D(WABS_LOG_VALUE, "D brio:UPDATED MNC=%d (%s:%s:%d)", *mnc);
+  MODULE_D_OF(kGetMccMnc, WABS_LOG_VALUE, "D brio:UPDATED MNC=%d (%s:%s:%d)", *mnc);
 }
 
 }  // namespace

@@ -61,7 +61,7 @@ uint32_t prv_close_ipc() {
 void prv_start_trace() {
   uint32_t status = brio_trace_tst_log(kTraceFilterFile, kTraceLogPrefix);
   if (status == BRIO_STATUS_UNAVAILABLE) {
-    MODULE_D(WABS_LOG_VALUE, "D brio:trace logging disabled (%s:%s:%d)");
+    MODULE_D_OF("wabs_open", WABS_LOG_VALUE, "D brio:trace logging disabled (%s:%s:%d)");
   } else if (status != BRIO_STATUS_OK) {
     MODULE_W("W brio:get:param=%s,warning=%d:can't get parameter", "debug_config_file", status);
   }
@@ -85,9 +85,9 @@ void prv_start_prox() {
 bool prv_wait_sim_status(uint32_t* rounds) {
   uint32_t sim_status = SIM_NOT_READ;
   do {
-    MODULE_D(WABS_LOG_VALUE, "D brio:getting SIM status, retry = %d (%s:%s:%d)", *rounds);
+    MODULE_D_OF("wabs_open", WABS_LOG_VALUE, "D brio:getting SIM status, retry = %d (%s:%s:%d)", *rounds);
     uint32_t status = brio_get_wn3_sim_status(&sim_status);
-    MODULE_D(WABS_LOG_VALUE, "D brio:SIM status=%d (%s:%s:%d)", sim_status);
+    MODULE_D_OF("wabs_open", WABS_LOG_VALUE, "D brio:SIM status=%d (%s:%s:%d)", sim_status);
     if (status != BRIO_STATUS_OK) {
       log_get_error("sim_status", status);
       return false;

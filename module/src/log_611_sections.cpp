@@ -21,7 +21,6 @@ constexpr uint8_t kRatEdge = 3;
 constexpr uint8_t kRatLte = 7;
 constexpr uint8_t kNmoUnknown = 255;
 constexpr size_t kStaticInfoLine = 149;  // one line of the static information file and its NUL
-constexpr int kStaticInfoLines = 4096;   // the file that the library writes has fewer bytes than that
 
 // A reject cause of the snapshot and where the rejecting network's MCC and MNC stand.
 struct Reject {
@@ -338,11 +337,7 @@ bool write_sections(Writer& page, const PageInput& input) {
 
 void write_static_info(Writer& page, FILE* file) {
   char line[kStaticInfoLine];
-  // A line of NULs takes no room, so the lines are counted as well.
-  for (int lines = 0; lines < kStaticInfoLines && page.room() > 0; lines++) {
-    if (fgets(line, sizeof(line), file) == nullptr) break;
-    page.add("%s", line);
-  }
+  while (page.room() > 0 && fgets(line, sizeof(line), file) != nullptr) page.add("%s", line);
 }
 
 }  // namespace brio::page

@@ -29,7 +29,10 @@ inline bool module_log_on(uint32_t bits) {
     }                                    \
   } while (0)
 
-#define MODULE_D(bits, ...) MODULE_LINE(bits, LOG_DEBUG, __VA_ARGS__, __func__, kSourceFile, __LINE__)
+#define MODULE_D(bits, ...) MODULE_D_OF(__func__, bits, __VA_ARGS__)
+// A helper's line that carries the name of the operation that it belongs to.
+#define MODULE_D_OF(function, bits, ...) \
+  MODULE_LINE(bits, LOG_DEBUG, __VA_ARGS__, function, kSourceFile, __LINE__)
 #define MODULE_I(...) MODULE_LINE(WABS_LOG_NOTICE, LOG_NOTICE, __VA_ARGS__)
 #define MODULE_W(...) MODULE_LINE(WABS_LOG_WARNING, LOG_WARNING, __VA_ARGS__)
 #define MODULE_E(...) MODULE_LINE(WABS_LOG_ERROR, LOG_ERR, __VA_ARGS__)

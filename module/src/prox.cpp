@@ -182,12 +182,13 @@ bool prv_read_sensor() {
 void prv_log_readings(const char* mode_name) {
   using brio::prox::Calibration;
   if (s_state.calibration == Calibration::kUnexamined) {
-    MODULE_D(WABS_LOG_VALUE, "D proxlib:Offset[%d]Useful[%d]SAR[%s] (%s:%s:%d)",
-             static_cast<int16_t>(s_state.offset), static_cast<int16_t>(s_state.useful), mode_name);
+    MODULE_D_OF("prv_update_prox_reading", WABS_LOG_VALUE, "D proxlib:Offset[%d]Useful[%d]SAR[%s] (%s:%s:%d)",
+                static_cast<int16_t>(s_state.offset), static_cast<int16_t>(s_state.useful), mode_name);
   }
   if (s_state.calibration != Calibration::kBad) {
-    MODULE_D(WABS_LOG_VALUE, "D proxlib:Diff[%d]Cur_avg[%d]Pre_avg[%d]SAR[%s] (%s:%s:%d)", s_state.diff,
-             s_state.current_average, s_state.previous_average, mode_name);
+    MODULE_D_OF("prv_update_prox_reading", WABS_LOG_VALUE,
+                "D proxlib:Diff[%d]Cur_avg[%d]Pre_avg[%d]SAR[%s] (%s:%s:%d)", s_state.diff,
+                s_state.current_average, s_state.previous_average, mode_name);
   }
 }
 
@@ -322,8 +323,16 @@ bool prv_join_monitor() {
   return true;
 }
 
-uint32_t prv_disable_sensor() {
-  return prv_write_control(kDisable);
+void prv_disable_sensor() {
+  prv_write_control(kDisable);
+}
+
+// The same, and a line when it fails.
+bool prv_switch_off() {
+  uint32_t status = prv_write_control(kDisable);
+  if (status == kOk) return true;
+  MODULE_E("E proxlib:reg_write:status=%d:failed to disable prox", static_cast<int>(status));
+  return false;
 }
 
 void prv_not_closed_properly() {
@@ -375,9 +384,7 @@ uint32_t prox_open() {
 }
 
 void prox_close() {
-  uint32_t status = prv_disable_sensor();
-  if (status != kOk) {
-    MODULE_E("E proxlib:reg_write:status=%d:failed to disable prox", static_cast<int>(status));
+  if (!prv_switch_off()) {
     prv_not_closed_properly();
     return;
   }
@@ -396,6 +403,6 @@ void prox_close() {
   if (!prv_join_monitor()) return;
   MODULE_I("I proxlib:prox_close::Thread join completed successfully");
   // A poll that was under way has set its scan rate: the sensor would go on scanning with nobody to read it.
-  if (s_control != kDisable) prv_disable_sensor();
+  if (s_control != kDisable && !prv_switch_off()) return;
   MODULE_D(WABS_LOG_VALUE, "D proxlib:closed successfully (%s:%s:%d)");
 }

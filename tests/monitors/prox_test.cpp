@@ -132,7 +132,7 @@ TEST_F(Prox, SensorStaysOffBehindAPollUnderWay) {
   ticker_ = std::thread([] { test_clock::tick(); });
   ASSERT_TRUE(doubles::wait_sar_held());
   std::thread closer(prox_close);
-  while (root_.read(kSensor + "prox_ctrl0") != "70") std::this_thread::yield();
+  EXPECT_TRUE(eventually([&] { return root_.read(kSensor + "prox_ctrl0") == "70"; }));
   doubles::hold_sar(false);
   closer.join();
   ticker_.join();

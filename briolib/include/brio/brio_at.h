@@ -91,7 +91,8 @@ BRIO_API void pktio_set_shutdown_callback(void (*callback)(void*), void* context
 /*
  * Opens `query_port` and the URC port, raw at 921,600 baud, and starts the read thread. Both paths stand
  * below the root directory (brio_set_root_dir). Returns 0, or 1 with everything closed again; descriptors
- * that do not fit select are refused. A read thread of an earlier pktio_init is ended first.
+ * that do not fit select are refused. A read thread of an earlier pktio_init is ended first; requests then
+ * fail until blpkt_init has been called as well, as after every end of a read thread.
  */
 BRIO_API uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* context);
 

@@ -20,7 +20,6 @@
 #define BRIO_LOG_URC 0x00000080u        /* URC port: bytes and lines as read (raw trace) */
 #define BRIO_LOG_QUEUE 0x00000100u      /* queue_dump_all */
 #define BRIO_LOG_DISPATCH 0x00000200u   /* URC dispatch: prefix map, each line handed to a parser */
-#define BRIO_LOG_BARS 0x00000400u       /* bars reports: access technology */
 #define BRIO_LOG_DEREG 0x00001000u      /* serving-cell data cleared on de-registration */
 #define BRIO_LOG_REG 0x00004000u        /* registration and SIM refresh lines, token by token */
 #define BRIO_LOG_MODEM_INFO 0x00008000u /* modem information, registration query result */

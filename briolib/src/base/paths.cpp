@@ -38,7 +38,7 @@ int open_device(const char* path, int flags, mode_t mode) {
 int create_device(const char* path, int flags, mode_t mode) {
   flags |= O_CREAT | O_NOFOLLOW | O_NONBLOCK;
   int fd = open_device(path, flags | O_EXCL, mode);
-  if (fd < 0) return errno == EEXIST && (flags & O_EXCL) == 0 ? open_device(path, flags, mode) : -1;
+  if (fd < 0) return errno == EEXIST ? open_device(path, flags, mode) : -1;
   // A mode that cannot be set is no reason to lose the file: the umask only ever takes rights away.
   fchmod(fd, mode);
   return fd;
@@ -49,7 +49,7 @@ FILE* fopen_to_read(const char* path) {
 }
 
 FILE* fopen_device(const char* path, Links links) {
-  int fd = open_device(path, O_RDONLY | O_NONBLOCK | (links == Links::kNoFollow ? O_NOFOLLOW : 0));
+  int fd = open_device(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | (links == Links::kNoFollow ? O_NOFOLLOW : 0));
   struct stat file = {};
   if (fd < 0 || fstat(fd, &file) != 0) return prv_stream(fd);
   bool node = S_ISCHR(file.st_mode) || S_ISBLK(file.st_mode);

@@ -6,9 +6,12 @@
 
 namespace brio::parse {
 
+// An hour, far above what any network takes.
+inline constexpr int32_t kManualSelectionTimeoutMax = 3600;
+
 struct ManualSelection {
-  int32_t timeout_seconds;
-  const char* command;  // in the line
+  int32_t timeout_seconds;  // 0 to kManualSelectionTimeoutMax
+  const char* command;      // in the line
 };
 
 // Cuts up the file's first line. False when there is nothing to replay: no blank, no command behind it, or
