@@ -25,6 +25,7 @@ constexpr char kLogTag[] = "briolib/src/brio_trace";
 
 constexpr size_t kBlockSize = 1023;
 constexpr mode_t kTraceFileMode = 0444;
+static_assert(sizeof(off_t) == 8, "a trace may grow beyond 2 GiB");
 constexpr const char* kSwitchOffCommands[] = {"AT+XSYSTRACE=0", "AT+TRACE=0"};
 
 struct Capture {
