@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <deque>
+#include <limits>
 #include <map>
 #include <string>
 #include <vector>
@@ -258,7 +259,7 @@ TEST(HostCalls, StatusesOfQueries) {
 
 TEST(HostCalls, DatesOfTheNetworksTime) {
   setenv("TZ", "UTC", 1);
-  const std::pair<network_time, time_t> dates[] = {
+  const std::pair<network_time, int64_t> dates[] = {
       {{3, 7, 9, 5, 0, 255, 26, 0, -1}, 1772874300},  // 2026-03-07 09:05:00
       {{3, 7, 9, 5, 0, 255, 2026, 0, -1}, 1772874300}, {{12, 31, 23, 59, 59, 255, 99, 0, -1}, 4102444799},
       {{0, 7, 9, 5, 0, 255, 26, 0, -1}, -1},           {{13, 7, 9, 5, 0, 255, 26, 0, -1}, -1},
@@ -268,7 +269,9 @@ TEST(HostCalls, DatesOfTheNetworksTime) {
   for (const auto& [time, expected] : dates) {
     s_time = time;
     EXPECT_EQ(wabs_get_module_time(&utc, &offset), WABS_STATUS_OK);
-    EXPECT_EQ(utc, expected) << int{time.month} << " " << time.year;
+    // A time that does not fit is as good as unknown.
+    const bool fits = expected <= std::numeric_limits<time_t>::max();
+    EXPECT_EQ(utc, fits ? expected : -1) << int{time.month} << " " << time.year;
   }
   ASSERT_EQ(wabs_open(), 0u);
   wabs_set_log_mask(WABS_LOG_FLOW);

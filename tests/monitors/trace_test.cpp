@@ -80,6 +80,19 @@ class Trace : public MonitorTest {
   std::string prefix_;
 };
 
+TEST_F(Trace, PortIsFastAndLocked) {
+  ASSERT_EQ(0u, start());
+  const int port = open_port();
+  EXPECT_NE(0, flock(port, LOCK_EX | LOCK_NB)) << "others cannot lock the port meanwhile";
+  termios settings;
+  ASSERT_EQ(0, tcgetattr(port, &settings));
+  close(port);
+  EXPECT_EQ(static_cast<speed_t>(B921600), cfgetispeed(&settings));
+  EXPECT_EQ(static_cast<speed_t>(B921600), cfgetospeed(&settings));
+  EXPECT_EQ(static_cast<tcflag_t>(CLOCAL | CREAD), settings.c_cflag & (CLOCAL | CREAD));
+  EXPECT_EQ(0, settings.c_cc[VMIN] + settings.c_cc[VTIME]);
+}
+
 // Also when the file takes little at a time and its writes are interrupted.
 TEST_F(Trace, StreamArrivesBitForBit) {
   const std::string stream = random_bytes(2 << 20);
@@ -91,15 +104,6 @@ TEST_F(Trace, StreamArrivesBitForBit) {
       return doubles::real_write(fd, data, little ? std::min<size_t>(size, 1 + calls % 400) : size);
     };
     ASSERT_EQ(0u, start());
-    const int port = open_port();
-    EXPECT_NE(0, flock(port, LOCK_EX | LOCK_NB)) << "others cannot lock the port meanwhile";
-    termios settings;
-    ASSERT_EQ(0, tcgetattr(port, &settings));
-    close(port);
-    EXPECT_EQ(static_cast<speed_t>(B921600), cfgetispeed(&settings));
-    EXPECT_EQ(static_cast<speed_t>(B921600), cfgetospeed(&settings));
-    EXPECT_EQ(static_cast<tcflag_t>(CLOCAL | CREAD), settings.c_cflag & (CLOCAL | CREAD));
-    EXPECT_EQ(0, settings.c_cc[VMIN] + settings.c_cc[VTIME]);
     feed(stream);
     ASSERT_TRUE(wait_captured(stream.size()));
     brio_trace_tst_stop();

@@ -114,11 +114,12 @@ void Session::settle() {
 }
 
 void Session::show_log(const Lines& parts) {
-  static const std::regex number("((?:blib:[a-z_/0-9]+|\\(\\w+:\\w+):|(?:now|last|diff)=)[0-9]+"),
-      pointer("0x[0-9a-f]{9,}");
+  static const std::regex number(
+      "((?:blib:[a-z_/0-9]+|\\(\\w+:\\w+):|(?:now|last|diff|nospace:size)=)[0-9]+"),
+      pointer("(=|pointer: |(?:loc |Free|freed|\\]|_p)\\[)0x[0-9a-f]+");
   for (const auto& line : log) {
     if (!holds_one(line.text, parts)) continue;
-    std::string text = std::regex_replace(std::regex_replace(line.text, number, "$1N"), pointer, "P");
+    std::string text = std::regex_replace(std::regex_replace(line.text, number, "$1N"), pointer, "$1P");
     for (size_t at; (at = text.find(root.dir())) != std::string::npos;) text.erase(at, root.dir().size());
     emit((fits(line) ? "" : "<" + std::to_string(line.priority) + "> ") + escaped(text));
   }
