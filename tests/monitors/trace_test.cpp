@@ -239,10 +239,12 @@ TEST_F(Trace, ThreadThatEndedByItselfIsJoinedByTheStop) {
     if (c.failing != nullptr) *c.failing = c.error;
     if (c.failing != nullptr) feed("zz");
     if (c.failing == nullptr) close(master_);
-    const size_t place = c.line.find(":N:");
-    ASSERT_TRUE(log_capture::wait_for(c.line.substr(place + 2)));
-    EXPECT_EQ(0u, log_capture::find(c.line.substr(place + 2)).find(c.line.substr(0, place + 1)));
     ASSERT_TRUE(wait_thread_count(threads_));
+    // For a moment behind its close the kernel answers EIO instead of the end of stream.
+    const bool early = c.failing == nullptr && log_capture::has("read:errno=5:error on read");
+    const std::string& line = early ? cases[0].line : c.line;
+    const size_t place = line.find(":N:");
+    EXPECT_EQ(0u, log_capture::find(line.substr(place + 2)).find(line.substr(0, place + 1)));
     EXPECT_EQ(descriptors_ - (c.failing == nullptr ? 1 : 0), open_descriptors());
     brio_trace_tst_stop();
     EXPECT_TRUE(log_capture::has("brio_trace_log_shutdown:errno=9:unable to write to socket pair"));
