@@ -1,154 +1,185 @@
 // The line reader, the line processor and the tokenizer from any bytes.
 //
-// Input: what is fuzzed (1 byte: even the lines, odd the tokenizer), size of the pieces (1 byte), command
-// type (1 byte), then the bytes that a port gives or the text behind a result name.
+// Input: what is fuzzed (1 byte), then for lines (even): command type, response prefix, number of piece
+// sizes, the sizes, and what a port gives, in which 0x1F and a byte n repeat the character before it 16 * n
+// times; for the tokenizer (odd): number of steps, the steps, and the text behind a result name.
 #include <fcntl.h>
-#include <stdint.h>
-#include <stdlib.h>
-#include <string.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <memory>
-#include <string>
+#include <array>
 #include <vector>
 
 #include "brio/brio_at.h"
-
-// Error lines would go to the system's log.
-extern "C" __attribute__((weak)) void syslog(int, const char*, ...) {}
+#include "fuzz.h"
 
 namespace {
 
-using Lines = std::vector<std::string>;
+using fuzz::Input;
+using fuzz::require;
+using fuzz::Text;
 
-void require(bool holds) {
-  if (!holds) abort();
+constexpr const char* kPrefixes[] = {nullptr, "", "+X", "+", "+BAS", "+COPS", "OK", " "};
+constexpr size_t kStreamMax = 8192;  // the pipe takes that at once
+constexpr size_t kPiecesMax = 48;    // what is left then comes in one piece
+
+std::array<int, 2> open_pipe() {
+  std::array<int, 2> ends;
+  require(pipe2(ends.data(), O_CLOEXEC) == 0);
+  return ends;
 }
 
-// The complete lines of a stream that arrives in pieces.
-Lines read_in_pieces(const std::string& stream, size_t piece) {
-  Lines lines;
-  int ends[2];
-  require(pipe2(ends, O_CLOEXEC) == 0);
-  std::unique_ptr<char[]> buffer(new char[BRIO_LINE_DATA_MAX + 1]());
+// The complete lines of a stream that arrives in pieces of the sizes in turn, each with a "\n" behind it.
+std::string read_in_pieces(std::string_view stream, const std::vector<size_t>& sizes) {
+  static const std::array<int, 2> ends = open_pipe();  // empty between two calls
+  static std::unique_ptr<char[]> buffer(new char[BRIO_LINE_DATA_MAX + 1]());
+  std::string lines;
   char* leftover = nullptr;
-  for (size_t at = 0; at < stream.size(); at += piece) {
-    const size_t size = std::min(piece, stream.size() - at);
-    require(write(ends[1], stream.data() + at, size) == static_cast<ssize_t>(size));
-    for (size_t taken = 0; taken < size;) {
+  for (size_t turn = 0; !stream.empty(); turn++) {
+    const std::string_view piece =
+        stream.substr(0, turn < kPiecesMax ? sizes[turn % sizes.size()] : kStreamMax);
+    stream.remove_prefix(piece.size());
+    require(write(ends[1], piece.data(), piece.size()) == static_cast<ssize_t>(piece.size()));
+    for (size_t taken = 0; taken < piece.size();) {
       const size_t held = leftover != nullptr ? strlen(leftover) : 0;
       int32_t count = 0;
       char* text = read_line(ends[0], buffer.get(), &leftover, &count);
       require(count > 0 && leftover == nullptr);
-      require(text >= buffer.get() && strlen(text) <= static_cast<size_t>(count));
-      taken +=
-          static_cast<size_t>(count) > held ? static_cast<size_t>(count) - held : static_cast<size_t>(count);
+      const size_t total = static_cast<size_t>(count);
+      require(text >= buffer.get() && strlen(text) <= total);
+      taken += total > held ? total - held : total;  // what was too long is no longer held
       char* const end = text + strlen(text);
       while (char* line_end = find_next_EOL(text)) {
-        lines.emplace_back(text, line_end);
+        lines.append(text, line_end) += '\n';
         text = std::min(line_end + 1, end);
         while (*text == '\r' || *text == '\n') text++;
       }
       leftover = *text != '\0' ? text : nullptr;
     }
   }
-  close(ends[0]);
-  close(ends[1]);
   return lines;
 }
 
-void fuzz_lines(std::string stream, size_t piece, uint32_t type) {
-  const Lines lines = read_in_pieces(stream, piece);
+std::string expand(std::string_view bytes) {
+  std::string stream;
+  for (size_t i = 0; i < bytes.size() && stream.size() < kStreamMax; i++) {
+    if (bytes[i] == 0x1F && i + 1 < bytes.size() && !stream.empty()) {
+      stream.append(static_cast<uint8_t>(bytes[++i]) * size_t{16}, stream.back());
+    } else {
+      stream += bytes[i];
+    }
+  }
+  stream.resize(std::min(stream.size(), kStreamMax));
+  return stream;
+}
+
+// The answer holds the lines that were taken: in their order when a command for several of them succeeded,
+// else the newest first.
+void check_answer(const ATResponse& answer, uint32_t type, std::vector<std::string_view> taken) {
+  require(answer.final_response != nullptr && (answer.status == 0 || answer.status == 1));
+  if (answer.status != 0 || type < MULTILINE) std::reverse(taken.begin(), taken.end());
+  const ATLine* line = answer.intermediates;
+  for (std::string_view expected : taken) {
+    require(line != nullptr && line->line == expected);
+    line = line->next;
+  }
+  require(line == nullptr);
+}
+
+void fuzz_lines(Input in) {
+  const uint32_t type = in.byte() % 7;
+  const char* const prefix = kPrefixes[in.byte() % std::size(kPrefixes)];
+  std::vector<size_t> sizes(1 + in.byte() % 8);
+  for (size_t& size : sizes) {
+    const size_t byte = in.byte();
+    size = byte < 200 ? byte + 1 : (byte - 199) * 48;
+  }
+  std::string stream = expand(in.rest());
+  const std::string lines = read_in_pieces(stream, sizes);
   // The same lines at any piece size, but for lines too long and for prompts, which end where a piece ends.
   const bool fits = stream.size() < BRIO_LINE_DATA_MAX;
   stream.erase(std::remove(stream.begin(), stream.end(), '\0'), stream.end());
-  if (fits && stream.find("> ") == std::string::npos) {
-    require(read_in_pieces(stream, std::max<size_t>(stream.size(), 1)) == lines);
-  }
+  if (fits && stream.find("> ") == std::string::npos) require(read_in_pieces(stream, {kStreamMax}) == lines);
 
-  ATResponse* response = at_response_new();
-  for (const auto& line : lines) {
-    const int32_t result = process_line(line.c_str(), response, type, "+X");
+  ATResponse* answer = at_response_new();
+  std::vector<std::string_view> taken;
+  Input left(reinterpret_cast<const uint8_t*>(lines.data()), lines.size());
+  while (!left.empty()) {
+    const std::string_view line = left.field('\n');
+    const int32_t result = process_line(Text(line).get(), answer, type, prefix);
     require(result >= 0 && result <= 3);
-    require((result == 0) == (response->final_response != nullptr));
-    if (result == 0) {
-      at_response_free(response);
-      response = at_response_new();
+    if (result == 1 && type >= NUMERIC && type <= MULTILINE_NO_PREFIX) {
+      taken.push_back(line);
+      require(type > SINGLELINE || taken.size() == 1);
+      const bool any_text = type == NUMERIC || type == MULTILINE_NO_PREFIX || prefix == nullptr;
+      require(any_text || line.substr(0, strlen(prefix)) == prefix);
     }
-    if (type == NUMERIC || type == SINGLELINE) {
-      require(response->intermediates == nullptr || response->intermediates->next == nullptr);
-    }
+    if (result != 0) continue;
+    check_answer(*answer, type, std::move(taken));
+    taken.clear();
+    at_response_free(answer);
+    answer = at_response_new();
   }
-  at_response_free(response);
+  require(answer->final_response == nullptr);
+  at_response_free(answer);
 }
 
-// A writable text in a heap block of its own.
-std::unique_ptr<char[]> copy_of(const std::string& text) {
-  std::unique_ptr<char[]> copy(new char[text.size() + 1]);
-  memcpy(copy.get(), text.c_str(), text.size() + 1);
-  return copy;
-}
+constexpr void (*kSteps[])(char** cursor) = {
+    [](char** cursor) { at_tok_start(cursor); },
+    [](char** cursor) {
+      int32_t number = 0;
+      at_tok_nextint(cursor, &number);
+    },
+    [](char** cursor) {
+      int32_t number = 0;
+      at_tok_nexthexint(cursor, &number);
+    },
+    [](char** cursor) {
+      uint8_t flag = 0;
+      require(at_tok_nextbool(cursor, &flag) != 0 || flag <= 1);
+    },
+    [](char** cursor) {
+      char preset[] = "";
+      char* field = preset;
+      require(at_tok_nextstr(cursor, &field) != 0 || field != nullptr);
+    },
+    at_tok_remove_quot,
+    skip_white_space,
+    skip_white_space_quotes,
+};
 
-void fuzz_tokenizer(const std::string& bytes, const uint8_t* steps, size_t count) {
-  const std::string text = bytes.c_str();
-  std::unique_ptr<char[]> line = copy_of(text);
+void fuzz_tokenizer(Input in) {
+  std::vector<uint8_t> steps(in.byte() % 32);
+  for (uint8_t& step : steps) step = in.byte();
+  const std::string text(in.rest());
+  Text line(text);
   char* cursor = line.get();
-  for (size_t i = 0; i < count; i++) {
-    char preset[] = "";
-    char* field = preset;
-    int32_t number = 0;
-    uint8_t flag = 0;
-    switch (steps[i] % 8) {
-      case 0:
-        at_tok_start(&cursor);
-        break;
-      case 1:
-        at_tok_nextint(&cursor, &number);
-        break;
-      case 2:
-        at_tok_nexthexint(&cursor, &number);
-        break;
-      case 3:
-        require(at_tok_nextbool(&cursor, &flag) != 0 || flag <= 1);
-        break;
-      case 4:
-        require(at_tok_nextstr(&cursor, &field) != 0 || field != nullptr);
-        break;
-      case 5:
-        at_tok_remove_quot(&cursor);
-        break;
-      case 6:
-        skip_white_space(&cursor);
-        break;
-      default:
-        skip_white_space_quotes(&cursor);
-        break;
-    }
-    require(cursor == nullptr || (cursor >= line.get() && cursor <= line.get() + text.size()));
+  for (uint8_t step : steps) {
+    kSteps[step % std::size(kSteps)](&cursor);
+    require(cursor == nullptr || (cursor >= line.get() && cursor <= line.get() + line.length()));
     require(at_tok_hasmore(&cursor) == (cursor != nullptr && *cursor != '\0'));
   }
   for (auto clean : {skip_trailing_white_space, remove_blank_space, remove_double_quotes}) {
-    line = copy_of(text);
-    clean(line.get());
-    require(strlen(line.get()) <= text.size());
+    Text copy(text);
+    clean(copy.get());
+    require(strlen(copy.get()) <= copy.length());
   }
-  is_string_digit(text.c_str());
-  is_hex_string_valid(text.c_str());
-  uint8_t* decoded = hex_string_to_bytes(text.c_str());
-  require(decoded != nullptr && decoded[text.size() / 2] == 0);
+  Text whole(text);
+  is_string_digit(whole.get());
+  is_hex_string_valid(whole.get());
+  uint8_t* decoded = hex_string_to_bytes(whole.get());
+  require(decoded != nullptr && decoded[whole.length() / 2] == 0);
   free(decoded);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size < 3 || size > 16384) return 0;
-  const std::string bytes(reinterpret_cast<const char*>(data) + 3, size - 3);
-  if (data[0] % 2 == 0) {
-    fuzz_lines(bytes, data[1] == 0 ? 4096 : data[1], data[2] % 7);
+  Input in(data, size);
+  if (in.byte() % 2 == 0) {
+    fuzz_lines(in);
   } else {
-    fuzz_tokenizer(bytes, data, std::min<size_t>(size, 64));
+    fuzz_tokenizer(in);
   }
   return 0;
 }

@@ -1,21 +1,20 @@
 // The diagnostic page from any snapshot into a buffer of any size: never a byte past the capacity, always the
-// first characters of the whole page.
+// first characters of the whole page. And the lines of /proc/net/dev and the masks.
 //
-// Input: view (1 byte), capacity (2), snapshot, network values, static information text.
-#include <stdint.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
-
+// Input: view (1 byte), capacity (2), snapshot, network values, then the static information text, which also
+// stands for a line of /proc/net/dev.
 #include <algorithm>
-#include <vector>
 
+#include "brio/brio_module.h"
+#include "fuzz.h"
 #include "log_611_sections.h"
 
 namespace {
 
 using brio::page::View;
 using brio::page::Writer;
+using fuzz::require;
+using fuzz::Text;
 
 struct Values {
   uint8_t view;
@@ -26,23 +25,34 @@ struct Values {
   int32_t sar_mode;
 };
 
-template <size_t N>
-void terminate(char (&text)[N]) {
-  text[N - 1] = '\0';
+template <size_t... N>
+void terminate(char (&... texts)[N]) {
+  ((texts[N - 1] = '\0'), ...);
 }
 
-uint32_t build(std::vector<char>& buffer, const Values& v, const char* info, size_t info_size) {
-  Writer page(buffer.data(), static_cast<uint32_t>(buffer.size()));
+uint32_t build(char* buffer, uint32_t capacity, const Values& v, std::string_view info) {
+  Writer page(buffer, capacity);
   const brio::page::PageInput input = {&v.snapshot, v.iccid, &v.net, v.sar_mode,
                                        v.view % 2 != 0 ? View::kFull : View::kMasked};
-  if (!brio::page::write_sections(page, input)) abort();
-  if (info_size > 0) {
-    FILE* file = fmemopen(const_cast<char*>(info), info_size, "r");
-    if (file == nullptr) abort();
+  require(brio::page::write_sections(page, input));
+  if (!info.empty()) {
+    FILE* file = fmemopen(const_cast<char*>(info.data()), info.size(), "r");
+    require(file != nullptr);
     brio::page::write_static_info(page, file);
     fclose(file);
   }
   return page.written();
+}
+
+void fuzz_texts(std::string_view line) {
+  brio::page::TrafficSample sample = {1, 2, 3};
+  const bool found = brio::page::parse_net_dev_line(Text(line).get(), brio::page::kWwanInterface, &sample);
+  require(found || (sample.rx_bytes == 2 && sample.tx_bytes == 3));
+  for (auto mask : {mask_band, mask_ip_address}) {
+    Text text(line);
+    mask(text.get());
+    require(strlen(text.get()) <= text.length());
+  }
 }
 
 }  // namespace
@@ -51,27 +61,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Values v = {};
   const size_t head = std::min(size, sizeof(v));
   memcpy(&v, data, head);
-  terminate(v.snapshot.mcc);
-  terminate(v.snapshot.mnc);
-  terminate(v.snapshot.plmn_text);
-  terminate(v.snapshot.band_text);
-  terminate(v.snapshot.fw_ver);
-  terminate(v.snapshot.lib_ver);
-  terminate(v.snapshot.imei);
-  terminate(v.net.address);
-  terminate(v.net.destination);
-  terminate(v.iccid);
+  auto& s = v.snapshot;
+  terminate(s.mcc, s.mnc, s.plmn_text, s.band_text, s.fw_ver, s.lib_ver, s.imei, v.net.address,
+            v.net.destination, v.iccid);
+  const std::string_view info(reinterpret_cast<const char*>(data) + head, size - head);
+  fuzz_texts(info);
 
-  const char* info = reinterpret_cast<const char*>(data) + head;
-  std::vector<char> whole(8192 + size);
-  const uint32_t length = build(whole, v, info, size - head);
-  if (length != strlen(whole.data()) || length + 1 > whole.size()) abort();
+  static char whole[65536];
+  require(info.size() < sizeof(whole) / 2);
+  const uint32_t length = build(whole, sizeof(whole), v, info);
+  require(length == strlen(whole));
 
-  std::vector<char> part(v.capacity);  // its own block: the sanitizer sees a byte too far
-  const uint32_t written = build(part, v, info, size - head);
-  if (written != std::min<uint32_t>(length, v.capacity)) abort();
+  v.capacity %= 8192;
+  std::unique_ptr<char[]> part(new char[v.capacity]);  // its own block: the sanitizer sees a byte too far
+  const uint32_t written = build(part.get(), v.capacity, v, info);
+  require(written == std::min<uint32_t>(length, v.capacity));
   if (v.capacity == 0) return 0;
-  if (strlen(part.data()) != std::min<size_t>(length, v.capacity - 1u)) abort();
-  if (memcmp(part.data(), whole.data(), strlen(part.data())) != 0) abort();
+  const size_t kept = std::min<size_t>(length, v.capacity - 1u);
+  require(memcmp(part.get(), whole, kept) == 0 && part[kept] == '\0');
   return 0;
 }

@@ -1,0 +1,174 @@
+// Every operation of the library and of the host interface on one thread, with any answer to each of its
+// requests and any content of the files that it reads. The packet layer and the ports are replaced: a request
+// takes its answer from the input, cut by the real line processor, and runs its response callback at once.
+//
+// Input: flags, then operations of a letter (and a byte or a text that it names) and, for each request that
+// they send, the answer up to "|": lines with "\n" between them, "!" an error, "?" none in time, "^" a scan's
+// abort. Without a final line in it an answer ends with "OK".
+#include "brio/brio_at.h"
+#include "host.h"
+#include "record.h"
+#include "root.h"
+#include "support/test_clock.h"
+
+namespace {
+
+using fuzz::Input;
+using fuzz::require;
+using fuzz::Text;
+
+constexpr int kOperationsMax = 24;
+
+fuzz::Root& root() {
+  static fuzz::Root root;
+  return root;
+}
+
+Input* s_script;             // null: a healthy modem answers
+void (*s_port_lost)(void*);  // what the read thread runs when it ends
+
+struct Healthy {
+  const char* command;
+  const char* line;
+};
+constexpr Healthy kHealthy[] = {
+    {"AT+GTSIMSTATUS?", "+GTSIMSTATUS: 3,0"},
+    {"AT+CIMI", "+CIMI: 310410123456789"},
+    {"AT+CCID", "+CCID: 89014103211118510720"},
+    {"AT+CREG?", "+CREG: 2,1,\"1A2B\",\"01C2D3E4\",7"},
+    {"AT+GTFDCAR?", "+GTFDCAR: 201"},
+    {"AT+CGREG?", "+CGREG: 2,1,\"1A2B\",\"01C2D3E4\",7"},
+    {"AT+GTBARS?", "+GTBARS: 0,7,4,60,30"},
+    {"AT+COPS?", "+COPS: 0,2,\"310410\",7"},
+    {"AT+GTMODINFO?", "+GTMODINFO: \"L816\",\"356938035643809\",\"SN1\",\"V1.0.1\",0"}};
+
+std::string_view next_answer(const char* command) {
+  if (s_script != nullptr) return s_script->field('|');
+  for (const Healthy& row : kHealthy) {
+    if (strcmp(command, row.command) == 0) return row.line;
+  }
+  return {};
+}
+
+// One request as packet layer and read thread serve it.
+uint32_t serve(const char* command, uint32_t type, const char* prefix, recv_func callback, void* data,
+               uint16_t value) {
+  require(command != nullptr && strlen(command) < 512 && strchr(command, '\n') == nullptr &&
+          type <= NO_COMMAND);
+  const std::string_view answer = next_answer(command);
+  if (answer == "!") return BLPKT_STATUS_ERROR;
+  if (answer == "?") return BLPKT_STATUS_TIMEOUT;
+  if (answer == "^" && strcmp(command, "AT+COPS=?") == 0) return BLPKT_STATUS_SCAN_ABORTED;
+  std::unique_ptr<ATResponse, void (*)(ATResponse*)> response(at_response_new(), at_response_free);
+  Input lines(reinterpret_cast<const uint8_t*>(answer.data()),
+              std::min<size_t>(answer.size(), BRIO_LINE_DATA_MAX));
+  int32_t result = 1;
+  while (result == 1) {
+    const std::string_view line = lines.empty() ? "OK" : lines.field('\n');
+    if (!line.empty()) result = process_line(Text(line).get(), response.get(), type, prefix);
+  }
+  if (result != 0) return BLPKT_STATUS_TIMEOUT;  // the read thread drops what violates the type
+  if (response->status != 0) return BLPKT_STATUS_ERROR;
+  return callback != nullptr ? callback(response.get(), data, value) : uint32_t{BLPKT_STATUS_SUCCESS};
+}
+
+uint32_t with_one_byte(uint32_t (*call)(uint32_t), Input& in) {
+  return call(in.byte() % 8);
+}
+
+template <typename Record>
+uint32_t with_record(uint32_t (*call)(Record*)) {
+  return call(std::make_unique<Record>().get());  // a block of its own, for the sanitizer
+}
+
+// "A" is the first. Requests that the host interface sends only now and then, or only with others, stand
+// alone.
+constexpr uint32_t (*kOperations[])(Input&) = {
+    [](Input& in) { return fuzz::call_host(in), 0u; },
+    [](Input& in) { return at_parse(Text(in.field('|')).get(), nullptr, nullptr); },
+    [](Input& in) { return root().take_file(in), 0u; },
+    [](Input& in) { return test_clock::advance(in.byte() * 4.0), 0u; },
+    [](Input&) { return s_port_lost(nullptr), 0u; },
+    [](Input&) { return brio_close() + brio_open("/dev/ttyACM2"); },
+    [](Input&) { return briolib_get_gtscinfo(); },
+    [](Input&) { return briolib_get_gtscstat(); },
+    [](Input&) { return briolib_update_lte_info(); },
+    [](Input&) { return briolib_update_mcc_mnc(); },
+    [](Input&) { return briolib_check_carrier_confg(); },
+    [](Input&) { return briolib_check_apn_setting(); },
+    [](Input&) { return briolib_update_wan_type(); },
+    [](Input&) { return briolib_atcmd_query_reg_status(); },
+    [](Input&) { return brio_get_sim_static_info(1); },
+    [](Input&) { return brio_trace_tst_log("/var/local/wan/debug/trace_filter.cfg", nullptr); },
+    [](Input&) { return with_record<network_time>(brio_get_network_time); },
+    [](Input&) { return with_record<bas_status>(brio_get_bas_status); },
+    [](Input&) { return with_record<uint32_t>(brio_get_curr_lte_ant); },
+    [](Input&) { return with_record<uint32_t>(brio_get_wn3_sim_status); },
+    [](Input&) { return with_record<sim_identity>(brio_get_sim_info); },
+    [](Input&) { return briolib_reset_modem_info(), with_record<modem_info>(brio_get_modem_info); },
+    [](Input& in) { return with_one_byte(brio_set_lte_ant, in); },
+    [](Input& in) { return with_one_byte(brio_atcmd_enable_urc, in); },
+    [](Input& in) { return g_brio_lib_atcmd_data.bas_query_flag = in.byte() % 2, 0u; },
+    [](Input&) { return brio_carrier_selection(); },
+};
+
+}  // namespace
+
+extern "C" {
+
+uint32_t __wrap_blpkt_atcmd_request_with_callback(const char* command, uint32_t type, const char* prefix,
+                                                  recv_func callback, void* data, uint16_t value) {
+  return serve(command, type, prefix, callback, data, value);
+}
+uint32_t __wrap_blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t type,
+                                                          const char* prefix, recv_func callback, void* data,
+                                                          uint16_t value, int32_t seconds) {
+  require(seconds >= 0);
+  return serve(command, type, prefix, callback, data, value);
+}
+uint32_t __wrap_blpkt_init() {
+  return 0;
+}
+void __wrap_blpkt_shutdown() {}
+uint32_t __wrap_pktio_init(const char*, pktio_packet_cb, void*) {
+  return 0;
+}
+void __wrap_pktio_shutdown() {}
+void __wrap_pktio_set_shutdown_callback(void (*callback)(void*), void*) {
+  s_port_lost = callback;
+}
+int __wrap_system(const char* command) {
+  require(strncmp(command, "rm -f -- '", 10) == 0);
+  return 0;
+}
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  root();
+  Input in(data, size);
+  const uint8_t flags = in.byte();
+  test_clock::reset();
+  test_clock::stop();
+
+  // Whatever the input before this one left behind, the module opens on a healthy modem and answers.
+  s_script = nullptr;
+  briolib_set_sim_info_md5_status(1);
+  require(wabs_open() == 0);
+  uint32_t bars = 0;
+  require(wabs_get_bars(&bars) == 0 && bars == 4);
+
+  s_script = &in;
+  fuzz::g_format_log_lines = (flags & 0x0E) == 0x0E;
+  g_brio_lib_log_mask = gBrioModuleLogMask = fuzz::g_format_log_lines ? 0xFFFFFFFF : 0;
+  for (int i = 0; i < kOperationsMax && !in.empty(); i++) {
+    const uint32_t status = kOperations[(in.byte() - 'A') % std::size(kOperations)](in);
+    require(status <= BRIO_STATUS_SCAN_ABORTED);
+    fuzz::check_record();
+  }
+  s_script = nullptr;
+  wabs_close();
+  brio_close();
+  fuzz::check_sim_blocks();
+  root().remove_files();
+  return 0;
+}
+}
