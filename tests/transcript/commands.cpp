@@ -97,6 +97,7 @@ void raw(Session& s, Arguments& a) {
 
 void unplug(Session& s, Arguments& a) {
   const size_t left = thread_count() - (a.more() ? static_cast<size_t>(a.number()) : 0);
+  s.clients.clear();
   s.modem.unplug();
   if (!wait_thread_count(left)) throw UsageError("the threads did not end");
 }
@@ -430,5 +431,6 @@ const std::map<std::string, Command>& commands() {
     umask(static_cast<mode_t>(std::stoul(a.text(), nullptr, 8)));
   };
   table["fifo"] = [](Session& s, Arguments& a) { mkfifo(s.root.path(a.text()).c_str(), 0600); };
+  add_stand_ins(table);
   return table;
 }

@@ -161,10 +161,12 @@ Fields shared_fields() {
 }
 
 void set_shared_field(const std::string& name, const std::string& value) {
-  if (name == "lib_mask")
-    return brio::relaxed_store(g_brio_lib_log_mask, static_cast<uint32_t>(to_number(value)));
-  if (name == "module_mask")
-    return brio::relaxed_store(gBrioModuleLogMask, static_cast<uint32_t>(to_number(value)));
+  const std::map<std::string, uint32_t*> words = {{"lib_mask", &g_brio_lib_log_mask},
+                                                  {"module_mask", &gBrioModuleLogMask},
+                                                  {"g_611_urc_on", &g_611_urc_on}};
+  if (const auto word = words.find(name); word != words.end()) {
+    return brio::relaxed_store(*word->second, static_cast<uint32_t>(to_number(value)));
+  }
   brio::UrcDataLock lock;
   Named<brio_atcmd_data> record{g_brio_lib_atcmd_data};
   bool found = false;
@@ -279,25 +281,33 @@ Call locked(F function) {
 }
 
 // A function that writes a text into a buffer: the words are its size (or `null SIZE`) and the rest. Behind
-// the buffer stands a guard.
+// the buffer stands a guard. Some clear the buffer behind their text.
 template <typename Size, typename... P>
-Call fill(uint32_t (*function)(char*, Size, P...)) {
-  return [function](Arguments& words) {
+Call fill(uint32_t (*function)(char*, Size, P...), bool clears = false) {
+  return [function, clears](Arguments& words) {
     const bool null = words.take_null();
-    const auto size = static_cast<size_t>(words.number());
+    const auto given = words.number();
+    const auto size = static_cast<size_t>(std::max(given, 0LL));
     std::string bytes(size + 64, kPreset);
     const std::string guard = bytes.substr(size);
     std::tuple<Parameter<P>...> parameters{Parameter<P>(words)...};
     words.finish();
     const std::string status = std::apply(
         [&](auto&... each) {
-          return text_of(function(null ? nullptr : bytes.data(), static_cast<Size>(size), each.lend()...));
+          return text_of(function(null ? nullptr : bytes.data(), static_cast<Size>(given), each.lend()...));
         },
         parameters);
     if (bytes.substr(size) != guard) return status + " OVERRUN";
     if (bytes.find_first_not_of(kPreset) == std::string::npos) return status + (null ? "" : " untouched");
-    return status + (bytes.find('\0') < size ? " " + quoted(bytes.c_str()) : " UNTERMINATED");
+    const size_t end = bytes.find('\0');
+    if (clears && bytes.find_first_not_of('\0', end) < size) return status + " NOT CLEARED";
+    return status + (end < size ? " " + quoted(bytes.c_str()) : " UNTERMINATED");
   };
+}
+
+template <typename F>
+Call fill_and_clear(F function) {
+  return fill(function, true);
 }
 
 uint32_t collect(const ATResponse* response, void* answer, uint16_t status) {
@@ -369,8 +379,8 @@ const std::map<std::string, Call>& calls() {
   ADD(locked, briolib_init_atcmd_data, briolib_parse_reg_status, briolib_parse_gtotareject,
       briolib_parse_bas_status, briolib_parse_gtbars);
   ADD(fill, brio_atcmd_scan_network, wabs_get_imsi, wabs_get_radio_serial_number, wabs_get_radio_cert_param1,
-      wabs_get_radio_cert_param2, wabs_get_realm, wabs_get_firmware_version, wabs_get_log_string,
-      wabs_do_manual_nw_scan);
+      wabs_get_radio_cert_param2, wabs_get_realm, wabs_do_manual_nw_scan);
+  ADD(fill_and_clear, wabs_get_firmware_version, wabs_get_log_string);
   ADD(Call, request);
   add_channel(table);
   return table;

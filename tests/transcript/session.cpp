@@ -69,6 +69,7 @@ Session::Session() {
     if (traffic.bytes.empty()) test_clock::expire_wait();
     if (traffic.to_modem) test_clock::keep_wait();  // the wait before is over
   });
+  modem.observe_events([this](const std::string& event) { played.push_back(event); });
   if (!modem.start(root.dir())) throw UsageError(modem.error());
   {
     brio::UrcDataLock lock;
@@ -85,6 +86,7 @@ std::string Session::end() {
   wabs_close();
   brio_trace_tst_stop();
   brio_close();
+  clients.clear();
   modem.plug();
   return leftover();
 }

@@ -62,6 +62,8 @@ using Call = std::function<std::string(Arguments&)>;
 const std::map<std::string, Call>& calls();
 void add_channel(std::map<std::string, Call>& table);  // those of channel.cpp
 
+class Client;
+
 struct Session {
   using Lines = std::vector<std::string>;
 
@@ -89,11 +91,14 @@ struct Session {
   double time_seen = 0;
   std::map<std::string, std::string> touched;
   std::vector<std::pair<std::string, std::future<std::string>>> running;
+  std::map<std::string, std::shared_ptr<Client>> clients;  // on ports, by device
+  Lines played;                                            // events of a scenario
 };
 
 double now();  // seconds of the library's clock
 
 using Command = void (*)(Session&, Arguments&);
 const std::map<std::string, Command>& commands();
+void add_stand_ins(std::map<std::string, Command>& table);  // those of stand_ins.cpp
 
 #endif

@@ -1,15 +1,9 @@
 // The diagnostic page against tests/data/611: whole pages in buffers of every size, single lines, names,
-// addresses, counters and rates.
-#include <arpa/inet.h>
+// counters and rates.
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <net/if.h>
-#include <stdarg.h>
 #include <string.h>
-#include <sys/ioctl.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <map>
@@ -25,30 +19,6 @@
 using brio::page::NetInfo;
 using brio::page::View;
 using brio::page::Writer;
-
-namespace {
-
-// What the next two questions for an address give: an errno, or 0 and an address. Empty: asks the system.
-std::istringstream s_answers;
-
-}  // namespace
-
-// Replaces the C library's, so that tests need no interface of their own.
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
-  va_list arguments;
-  va_start(arguments, request);
-  void* argument = va_arg(arguments, void*);
-  va_end(arguments);
-  std::string address;
-  if ((request != SIOCGIFADDR && request != SIOCGIFDSTADDR) || !(s_answers >> errno >> address)) {
-    return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
-  }
-  sockaddr_in place = {};
-  place.sin_family = AF_INET;
-  inet_pton(AF_INET, address.c_str(), &place.sin_addr);
-  memcpy(&static_cast<ifreq*>(argument)->ifr_addr, &place, sizeof place);
-  return errno == 0 && strcmp(static_cast<ifreq*>(argument)->ifr_name, "wwan0") == 0 ? 0 : -1;
-}
 
 namespace {
 
@@ -167,7 +137,7 @@ TEST(Page, FillsABufferOfEverySizeWithItsFirstCharacters) {
   EXPECT_EQ(100u, nowhere.room());
 }
 
-TEST(Page, LinesAddressesCountersAndRates) {
+TEST(Page, LinesCountersAndRates) {
   const Page lte = pages().at("lte");
   std::istringstream file(file_text("cases.txt"));
   for (std::string text; std::getline(file, text);) {
@@ -178,11 +148,7 @@ TEST(Page, LinesAddressesCountersAndRates) {
     std::ostringstream result;
     std::istringstream input(given);
     NetInfo net = {};
-    if (kind == "addresses") {
-      s_answers = std::istringstream(given);
-      brio::page::read_addresses("wwan0", &net);
-      result << net.address << ", " << net.destination;
-    } else if (kind == "net_dev") {
+    if (kind == "net_dev") {
       brio::page::TrafficSample sample = {};
       const bool found = brio::page::parse_net_dev_line(given.c_str(), "wwan0", &sample);
       result << (found ? std::to_string(sample.rx_bytes) + " " + std::to_string(sample.tx_bytes) : "none");
@@ -266,12 +232,8 @@ TEST(Page, CopiesStaticInfoWhateverTheFileHolds) {
   fclose(endless);
 }
 
-TEST(Page, AddressesWithoutInterfaceOrSocket) {
+TEST(Page, AddressesWithoutASocket) {
   NetInfo net;
-  const size_t descriptors = open_descriptors();
-  brio::page::read_addresses("nosuch0", &net);
-  EXPECT_STREQ("not connected", net.address);
-  EXPECT_EQ(descriptors, open_descriptors());
   rlimit old;
   getrlimit(RLIMIT_NOFILE, &old);
   const rlimit none = {0, old.rlim_max};
