@@ -233,6 +233,12 @@ void add_stand_ins(std::map<std::string, Command>& table) {
                 {"network_time", set_network_time},
                 {"report_event", report_event},
                 {"occupy", occupy}});
-  table["tell"] = [](Session& s, Arguments& a) { client(s, "/dev/ttyACM2").send(a.rest() + "\r"); };
+  table["tell"] = [](Session& s, Arguments& a) {
+    const size_t received = s.modem.commands().size();
+    client(s, "/dev/ttyACM2").send(a.rest() + "\r");
+    if (!eventually([&] { return s.modem.commands().size() > received; })) {
+      throw UsageError("the modem received no command");
+    }
+  };
   table["address"] = [](Session&, Arguments& a) { interface::answer(a.rest()); };
 }
