@@ -60,8 +60,7 @@ uint32_t serve(const char* command, uint32_t type, const char* prefix, recv_func
   if (answer == "?") return BLPKT_STATUS_TIMEOUT;
   if (answer == "^" && strcmp(command, "AT+COPS=?") == 0) return BLPKT_STATUS_SCAN_ABORTED;
   std::unique_ptr<ATResponse, void (*)(ATResponse*)> response(at_response_new(), at_response_free);
-  Input lines(reinterpret_cast<const uint8_t*>(answer.data()),
-              std::min<size_t>(answer.size(), BRIO_LINE_DATA_MAX));
+  Input lines(answer.substr(0, BRIO_LINE_DATA_MAX));
   int32_t result = 1;
   while (result == 1) {
     const std::string_view line = lines.empty() ? "OK" : lines.field('\n');

@@ -94,8 +94,10 @@ void fuzz_lines(Input in) {
     const size_t byte = in.byte();
     size = byte < 200 ? byte + 1 : (byte - 199) * 48;
   }
-  std::string stream = expand(in.rest());
+  // Whatever came before, the answer behind it is a line of its own.
+  std::string stream = expand(in.rest()) + "\r\nOK\r\n";
   const std::string lines = read_in_pieces(stream, sizes);
+  require(("\n" + lines).rfind("\nOK\n") == lines.size() - 3);
   // The same lines at any piece size, but for lines too long and for prompts, which end where a piece ends.
   const bool fits = stream.size() < BRIO_LINE_DATA_MAX;
   stream.erase(std::remove(stream.begin(), stream.end(), '\0'), stream.end());
@@ -103,7 +105,7 @@ void fuzz_lines(Input in) {
 
   ATResponse* answer = at_response_new();
   std::vector<std::string_view> taken;
-  Input left(reinterpret_cast<const uint8_t*>(lines.data()), lines.size());
+  Input left(lines);
   while (!left.empty()) {
     const std::string_view line = left.field('\n');
     const int32_t result = process_line(Text(line).get(), answer, type, prefix);

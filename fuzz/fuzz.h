@@ -47,6 +47,7 @@ class Text {
 // What is left of an input. Behind its end stand zeros.
 class Input {
  public:
+  explicit Input(std::string_view text) : left_(text) {}
   Input(const uint8_t* data, size_t size) : left_(reinterpret_cast<const char*>(data), size) {}
   bool empty() const { return left_.empty(); }
   uint8_t byte() {
