@@ -8,7 +8,6 @@
 #include "base/masked.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "base/words.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
@@ -131,8 +130,11 @@ uint32_t briolib_check_carrier_confg(void) {
     BLIB_E("E blib:%s:%d:checkFDCAR::failed to get carrier_id value[%d]\n", BLIB_HERE, carrier_id);
     return BRIO_STATUS_TIMEOUT;
   }
-  // Without the URC-data mutex on purpose: one word, during open.
-  brio::relaxed_store(g_brio_lib_atcmd_data.carrier_config, static_cast<int16_t>(carrier_id));
+  {
+    // One word, but whoever copies the record under the mutex reads it whole.
+    brio::UrcDataLock lock;
+    g_brio_lib_atcmd_data.carrier_config = static_cast<int16_t>(carrier_id);
+  }
   const char* imsi = briolib_get_sim_imsi();
   if (imsi == nullptr) {
     BLIB_E("E blib:%s:%d:checkFDCAR:invalid IMSI:can't read SIM\n", BLIB_HERE);

@@ -1,6 +1,8 @@
 // The modem's identity: asked for once after open, then served from memory.
+#include <pthread.h>
 #include <string.h>
 
+#include "base/guards.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "brio/brio.h"
@@ -15,51 +17,66 @@ constexpr char kLogTag[] = "briolib/src/brio_modem_info";
 
 constexpr char kUnknownText[] = " ";
 
-// Host thread; the read thread fills the cache while the host's thread waits for the answer.
+// Guards the two below. Never held while a command is sent; no other lock is taken under it.
+pthread_mutex_t s_modem_info_mutex = PTHREAD_MUTEX_INITIALIZER;
 modem_info s_cached_modem_info;
 uint32_t s_modem_info_valid;
 
-// Read thread. Any success final counts as read, also one without a usable line.
-uint32_t recv_func_prv_briolib_get_modem_info(const ATResponse* response, void* user_data, uint16_t) {
+void prv_store(const modem_info& info) {
+  brio::MutexGuard lock(s_modem_info_mutex);
+  s_cached_modem_info = info;
+  s_modem_info_valid = 1;
+}
+
+// Read thread. Any success final counts as read, also one without a usable line. Stored here and not where
+// the request returns: by then the library may have been opened anew, with another modem.
+uint32_t recv_func_prv_briolib_get_modem_info(const ATResponse* response, void*, uint16_t) {
+  modem_info info = {};
   const char* line = brio::parse::answer_line(response);
+  const char* payload = brio::parse::answer_payload(line);
   if (line == nullptr) {
     BLIB_E("E blib:%s:%d:prv_briolib_get_modem_info:at_resp is invalid:\n", BLIB_HERE);
-    return 0;
-  }
-  const char* payload = brio::parse::answer_payload(line);
-  if (payload == nullptr || *payload == '\0') {
+  } else if (payload == nullptr || *payload == '\0') {
     BLIB_E("E blib:%s:%d:prv_briolib_get_modem_info:resp is invalid:\n", BLIB_HERE);
-    return 0;
+  } else {
+    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:recv_func_prv_briolib_get_modem_info called %s\n", BLIB_HERE,
+           payload);
+    brio::parse::parse_modem_info(payload, &info);
+    BLIB_D(BRIO_LOG_MODEM_INFO, "D blib:%s:%d:fw_ver[%s]imei[%s]serial[%s]hw_ver[%s]fault_ct[%d]\n",
+           BLIB_HERE, info.fw_ver, info.imei, info.serial, info.hw_ver, info.fault_ct);
   }
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:recv_func_prv_briolib_get_modem_info called %s\n", BLIB_HERE, payload);
-  modem_info* info = static_cast<modem_info*>(user_data);
-  brio::parse::parse_modem_info(payload, info);
-  BLIB_D(BRIO_LOG_MODEM_INFO, "D blib:%s:%d:fw_ver[%s]imei[%s]serial[%s]hw_ver[%s]fault_ct[%d]\n", BLIB_HERE,
-         info->fw_ver, info->imei, info->serial, info->hw_ver, info->fault_ct);
+  prv_store(info);
   return 0;
+}
+
+bool prv_copy_cached(modem_info* record) {
+  brio::MutexGuard lock(s_modem_info_mutex);
+  *record = s_cached_modem_info;
+  return s_modem_info_valid != 0;
 }
 
 }  // namespace
 
 uint32_t brio_get_modem_info(modem_info* record) {
   if (record == nullptr) return BRIO_STATUS_INVALID;
-  if (s_modem_info_valid == 0) {
+  modem_info cached;
+  if (!prv_copy_cached(&cached)) {
     uint32_t status = briolib_check_library_status();
     if (status != BRIO_STATUS_OK) return status;
-    uint32_t result = blpkt_atcmd_request_with_callback("AT+GTMODINFO?", SINGLELINE, "+GTMODINFO",
-                                                        recv_func_prv_briolib_get_modem_info,
-                                                        &s_cached_modem_info, sizeof(s_cached_modem_info));
+    uint32_t result =
+        blpkt_atcmd_request_with_callback("AT+GTMODINFO?", SINGLELINE, "+GTMODINFO",
+                                          recv_func_prv_briolib_get_modem_info, nullptr, sizeof(modem_info));
     if (result != BLPKT_STATUS_SUCCESS) return BRIO_STATUS_FAILURE;
-    s_modem_info_valid = 1;
+    prv_copy_cached(&cached);
   }
-  *record = s_cached_modem_info;
+  *record = cached;
   return BRIO_STATUS_OK;
 }
 
 uint32_t brio_copy_modem_info(modem_info* record) {
   if (record == nullptr) return BRIO_STATUS_INVALID;
-  bool valid = s_modem_info_valid != 0;
-  const modem_info& cache = s_cached_modem_info;
+  modem_info cache;
+  const bool valid = prv_copy_cached(&cache);
   brio::copy_text(record->fw_ver, sizeof(record->fw_ver), valid ? cache.fw_ver : kUnknownText);
   brio::copy_text(record->imei, sizeof(record->imei), valid ? cache.imei : kUnknownText);
   brio::copy_text(record->hw_ver, sizeof(record->hw_ver), valid ? cache.hw_ver : kUnknownText);
@@ -68,6 +85,7 @@ uint32_t brio_copy_modem_info(modem_info* record) {
 }
 
 void briolib_reset_modem_info(void) {
+  brio::MutexGuard lock(s_modem_info_mutex);
   s_modem_info_valid = 0;
   memset(&s_cached_modem_info, 0, sizeof(s_cached_modem_info));
 }

@@ -16,7 +16,8 @@ constexpr char kLogTag[] = "briolib/src/brio_sim";
 
 constexpr uint32_t kLockStatusUnknown = 15;
 
-// Filled by the read thread while the host's thread waits for the answer; each read overwrites its half.
+// What briolib_get_sim_iccid and briolib_get_sim_imsi hand out; each read overwrites its half. Host thread,
+// and the read thread while that one waits for the answer.
 struct CachedIdentities {
   char iccid[brio::parse::kIccidSize];
   char imsi[brio::parse::kImsiSize];
@@ -72,6 +73,17 @@ uint32_t recv_func_prv_briolib_get_imsi(const ATResponse* response, void* user_d
   return 0;
 }
 
+// Both read into a buffer of the caller's own, so that they may be called on any thread.
+bool prv_read_iccid(char iccid[brio::parse::kIccidSize]) {
+  return blpkt_atcmd_request_with_callback("AT+CCID", NUMERIC, "+CCID", recv_func_prv_briolib_get_iccid,
+                                           iccid, brio::parse::kIccidSize) == BLPKT_STATUS_SUCCESS;
+}
+
+bool prv_read_imsi(char imsi[brio::parse::kImsiSize]) {
+  return blpkt_atcmd_request_with_callback("AT+CIMI", NUMERIC, "+CIMI", recv_func_prv_briolib_get_imsi, imsi,
+                                           brio::parse::kImsiSize) == BLPKT_STATUS_SUCCESS;
+}
+
 }  // namespace
 
 uint32_t brio_get_sim_status(sim_card_status* record) {
@@ -102,25 +114,23 @@ uint32_t brio_get_wn3_sim_status(uint32_t* out) {
 
 char* briolib_get_sim_iccid(void) {
   char* iccid = s_cached_sim_iccid_imsi.iccid;
-  uint32_t result = blpkt_atcmd_request_with_callback(
-      "AT+CCID", NUMERIC, "+CCID", recv_func_prv_briolib_get_iccid, iccid, brio::parse::kIccidSize);
-  return result == BLPKT_STATUS_SUCCESS ? iccid : nullptr;
+  return prv_read_iccid(iccid) ? iccid : nullptr;
 }
 
 char* briolib_get_sim_imsi(void) {
   char* imsi = s_cached_sim_iccid_imsi.imsi;
-  uint32_t result = blpkt_atcmd_request_with_callback(
-      "AT+CIMI", NUMERIC, "+CIMI", recv_func_prv_briolib_get_imsi, imsi, brio::parse::kImsiSize);
-  return result == BLPKT_STATUS_SUCCESS ? imsi : nullptr;
+  return prv_read_imsi(imsi) ? imsi : nullptr;
 }
 
 uint32_t brio_get_sim_info(sim_identity* block) {
   if (block == nullptr) return BRIO_STATUS_INVALID;
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
-  const char* imsi = briolib_get_sim_imsi();
-  const char* iccid = briolib_get_sim_iccid();
-  if (imsi == nullptr || iccid == nullptr) {
+  char imsi[brio::parse::kImsiSize] = {};
+  char iccid[brio::parse::kIccidSize] = {};
+  const bool have_imsi = prv_read_imsi(imsi);
+  const bool have_iccid = prv_read_iccid(iccid);
+  if (!have_imsi || !have_iccid) {
     BLIB_E("E blib:%s:%d:SIM info:failed to get iccid/imsi:\n", BLIB_HERE);
     return BRIO_STATUS_FAILURE;
   }
@@ -139,8 +149,8 @@ uint32_t brio_get_sim_plmn_info(sim_plmn_data* record, uint32_t size) {
     status = briolib_get_sim_plmn_data(record);
   }
   if (status != BRIO_STATUS_OK || record->home_mcc[0] != '\0') return status;
-  const char* imsi = briolib_get_sim_imsi();
-  if (imsi == nullptr) return BRIO_STATUS_FAILURE;
+  char imsi[brio::parse::kImsiSize] = {};
+  if (!prv_read_imsi(imsi)) return BRIO_STATUS_FAILURE;
   // Into the caller's copy only: the stored record keeps an empty home PLMN, so that a changed SIM is seen.
   brio::parse::home_plmn(imsi, record->home_mcc, record->home_mnc);
   BLIB_I("I blib:HPLMN:%s-%s:\n", record->home_mcc, record->home_mnc);

@@ -153,7 +153,7 @@ BRIO_API uint32_t brio_get_sim_info(sim_identity* block);
 BRIO_API uint32_t brio_get_sim_plmn_info(sim_plmn_data* record, uint32_t size);
 /*
  * Reads the SIM's files and writes the static information file. Without `force` it stops behind the ICCID
- * when that file exists. 0 also when a file could not be read.
+ * when that file exists. 0 also when a file could not be read. Host thread.
  */
 BRIO_API uint32_t brio_get_sim_static_info(int32_t force);
 
@@ -177,7 +177,7 @@ BRIO_API uint32_t brio_set_fake_security_mode(uint32_t on);
 BRIO_API uint32_t brio_clear_mru(void);
 BRIO_API uint32_t brio_turn_off_rf(void);
 /* Selects the carrier configuration of the SIM's home network and removes the WAN information file. 6 also
- * when the IMSI cannot be read or its network is not supported (nothing is sent then). */
+ * when the IMSI cannot be read or its network is not supported (nothing is sent then). Host thread. */
 BRIO_API uint32_t brio_carrier_selection(void);
 
 /* ---- Modem trace
