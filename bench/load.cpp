@@ -2,9 +2,6 @@
 // every report must be handled, and heap and descriptors must be afterwards what they were before.
 //
 //   load [requests] [reports] [reports of the second, heap-only round] [seed]
-#include <dirent.h>
-#include <malloc.h>
-#include <stdarg.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,6 +17,8 @@
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
+#include "log_lines.h"
+#include "process.h"
 #include "pty_port.h"
 
 namespace {
@@ -27,9 +26,9 @@ namespace {
 std::atomic<long> s_reports_handled{0};
 std::atomic<long> s_lines_dropped{0};
 
-void count_line(const char* format, va_list arguments) {
-  char line[512];
-  vsnprintf(line, sizeof(line), format, arguments);
+}  // namespace
+
+void bench::log_line(const char* line) {
   // One of these is the last line of each report's way, whatever it holds.
   for (const char* mark : {"I blib:URC::", "No URC Callback func avail", "doesn't start with + skip parse"}) {
     if (strstr(line, mark) != nullptr) s_reports_handled++;
@@ -39,6 +38,8 @@ void count_line(const char* format, va_list arguments) {
     if (strstr(line, mark) != nullptr) s_lines_dropped++;
   }
 }
+
+namespace {
 
 // The modem's side: answers "AT+X=<number>" with that number, in pieces of random size.
 void answer(bench::PtyPort& port, std::atomic<bool>& stop, unsigned seed) {
@@ -126,34 +127,7 @@ long wrong_answers(long count) {
   return wrong;
 }
 
-int descriptors() {
-  int count = 0;
-  DIR* dir = opendir("/proc/self/fd");
-  while (dir != nullptr && readdir(dir) != nullptr) count++;
-  if (dir != nullptr) closedir(dir);
-  return count;
-}
-
-size_t heap_in_use() {
-  return mallinfo2().uordblks;
-}
-
 }  // namespace
-
-extern "C" {
-void syslog(int, const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  count_line(format, arguments);
-  va_end(arguments);
-}
-void __syslog_chk(int, int, const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  count_line(format, arguments);
-  va_end(arguments);
-}
-}
 
 int main(int argc, char** argv) {
   long requests = argc > 1 ? atol(argv[1]) : 10000;
@@ -165,7 +139,7 @@ int main(int argc, char** argv) {
   bench::PtyPort query(root, "ttyACM2"), urc(root, "ttyACM3");
   brio_set_root_dir(root.path().c_str());
   at_parse_init();
-  int descriptors_before = descriptors();
+  long descriptors_before = bench::descriptors();
   if (blpkt_init() != 0 || pktio_init("/dev/ttyACM2", blpkt_handle_packet, nullptr) != 0) {
     fprintf(stderr, "load: the channel did not open\n");
     return 1;
@@ -182,14 +156,14 @@ int main(int argc, char** argv) {
   };
   // A first round fills what is allocated once and the caches of the C library, which count as used.
   round(requests, reports, seed);
-  size_t heap_before = heap_in_use();
+  long heap_before = bench::heap_in_use();
   auto start = std::chrono::steady_clock::now();
   round(requests, reports, seed + 1);
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  size_t heap_after = heap_in_use();
+  long heap_after = bench::heap_in_use();
 
   complete = send_reports(urc, more_reports, seed + 2) && complete;
-  size_t heap_at_end = heap_in_use();
+  long heap_at_end = bench::heap_in_use();
   long dropped = s_lines_dropped;
 
   pktio_shutdown();
@@ -197,15 +171,15 @@ int main(int argc, char** argv) {
   stop = true;
   query.poke();
   modem.join();
-  int descriptors_after = descriptors();
+  long descriptors_after = bench::descriptors();
 
-  long growth = static_cast<long>(heap_after) - static_cast<long>(heap_before);
-  long more_growth = static_cast<long>(heap_at_end) - static_cast<long>(heap_after);
+  long growth = heap_after - heap_before;
+  long more_growth = heap_at_end - heap_after;
   printf("requests   %ld, wrong or lost %ld\n", requests, wrong);
   printf("reports    %ld beside them in %.1f s, then %ld: %s, %ld lines dropped\n", reports, seconds,
          more_reports, complete ? "all handled" : "NOT ALL HANDLED", dropped);
   printf("heap       %+ld bytes over the first, %+ld over the second round\n", growth, more_growth);
-  printf("files      %+d descriptors\n", descriptors_after - descriptors_before);
+  printf("files      %+ld descriptors\n", descriptors_after - descriptors_before);
   bool good = wrong == 0 && complete && dropped == 0 && growth == 0 && more_growth == 0 &&
               descriptors_after == descriptors_before;
   return good ? 0 : 1;

@@ -1,0 +1,69 @@
+// What the process holds: the figures that must be afterwards what they were before.
+#ifndef BENCH_PROCESS_H
+#define BENCH_PROCESS_H
+
+#include <dirent.h>
+#include <malloc.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <thread>
+
+// Of a program built with a sanitizer, whose allocator mallinfo2 does not know.
+extern "C" size_t __sanitizer_get_current_allocated_bytes(void) __attribute__((weak));
+
+namespace bench {
+
+inline long entries(const char* directory) {
+  long count = 0;
+  DIR* dir = opendir(directory);
+  while (dir != nullptr && readdir(dir) != nullptr) count++;
+  if (dir != nullptr) closedir(dir);
+  return count - 2;  // "." and ".."
+}
+
+inline long descriptors() {
+  return entries("/proc/self/fd") - 1;  // the directory itself
+}
+
+inline long threads() {
+  return entries("/proc/self/task");
+}
+
+// A joined thread leaves /proc a little later: looks for up to ten seconds whether no more than `most` are
+// left.
+inline long settled_threads(long most) {
+  for (int i = 0; i < 10000 && threads() > most; i++) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return threads();
+}
+
+// Bytes. Set M_ARENA_MAX to 1 first, so that every thread's blocks count.
+inline long heap_in_use() {
+  if (__sanitizer_get_current_allocated_bytes != nullptr) {
+    return static_cast<long>(__sanitizer_get_current_allocated_bytes());
+  }
+  return static_cast<long>(mallinfo2().uordblks);
+}
+
+// A number of /proc/self/status by its name ("VmHWM"), -1 when there is none.
+inline long process_status(const char* name) {
+  FILE* file = fopen("/proc/self/status", "re");
+  if (file == nullptr) return -1;
+  char line[256];
+  long value = -1;
+  while (fgets(line, sizeof(line), file) != nullptr) {
+    if (strncmp(line, name, strlen(name)) == 0 && line[strlen(name)] == ':') {
+      sscanf(line + strlen(name) + 1, "%ld", &value);
+    }
+  }
+  fclose(file);
+  return value;
+}
+
+}  // namespace bench
+
+#endif
