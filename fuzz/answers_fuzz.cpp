@@ -7,6 +7,7 @@
 // abort. Without a final line in it an answer ends with "OK".
 #include "brio/brio_at.h"
 #include "host.h"
+#include "nipc/nipc_standin.h"
 #include "record.h"
 #include "root.h"
 #include "support/test_clock.h"
@@ -150,7 +151,9 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   // Whatever the input before this one left behind, the module opens on a healthy modem and answers.
   s_script = nullptr;
-  briolib_set_sim_info_md5_status(1);
+  briolib_set_sim_info_md5_status((flags & 0x20) == 0);  // else the static information file is digested
+  NipcStandinSetProperty("com.quarto.appmgrd", "activeApp",
+                         (flags & 0x10) != 0 ? "com.quarto.shelf.viewer" : "");
   require(wabs_open() == 0);
   uint32_t bars = 0;
   require(wabs_get_bars(&bars) == 0 && bars == 4);

@@ -19,10 +19,7 @@ class Root {
     for (const char* folder : {"/dev", "/var/run", "/mnt/us", "/proc/net", kSensor, "/var/local/wan/debug"}) {
       std::filesystem::create_directories(dir_ + folder);
     }
-    for (const char* entry :
-         {"prox_ctrl0", "sensor_sel", "prox_diff", "prox_avg", "prox_offset", "prox_use"}) {
-      write(std::string(kSensor) + entry, "0");
-    }
+    rest_sensor();
     brio_set_root_dir(dir_.c_str());
   }
   ~Root() {
@@ -45,8 +42,10 @@ class Root {
   void remove_files() {
     if (!std::exchange(files_left_, false)) return;
     for (const char* path : kFiles) remove(path);
-    for (const auto& trace : std::filesystem::directory_iterator(dir_ + "/mnt/us"))
+    for (const auto& trace : std::filesystem::directory_iterator(dir_ + "/mnt/us")) {
       unlink(trace.path().c_str());
+    }
+    rest_sensor();
   }
 
  private:
@@ -58,7 +57,17 @@ class Root {
                                            "/var/local/wan/debug/trace_filter.cfg",
                                            "/var/local/wan/mcc",
                                            "/proc/net/dev",
-                                           "/var/local/wan/static_info"};
+                                           "/var/local/wan/static_info",
+                                           "/sys/devices/virtual/proximity/proximity0/prox_diff",
+                                           "/sys/devices/virtual/proximity/proximity0/prox_use"};
+
+  void rest_sensor() const {
+    for (const char* entry :
+         {"prox_ctrl0", "sensor_sel", "prox_diff", "prox_avg", "prox_offset", "prox_use"}) {
+      write(std::string(kSensor) + entry, "0");
+    }
+  }
+
   std::string dir_;
   bool files_left_ = false;
 };
