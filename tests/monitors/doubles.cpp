@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <pthread.h>
-#include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -135,16 +134,4 @@ void MonitorTest::count_what_is_open() {
 void MonitorTest::expect_nothing_left() const {
   EXPECT_TRUE(wait_thread_count(threads_));
   EXPECT_EQ(descriptors_, open_descriptors());
-}
-
-std::vector<int> MonitorTest::take_descriptors_up_to(int next) {
-  rlimit limit;
-  getrlimit(RLIMIT_NOFILE, &limit);
-  limit.rlim_cur = FD_SETSIZE + 64;
-  EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
-  std::vector<int> taken;
-  do {
-    taken.push_back(open("/dev/null", O_RDWR | O_CLOEXEC));
-  } while (taken.back() >= 0 && taken.back() < next - 1);
-  return taken;
 }

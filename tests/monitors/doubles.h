@@ -9,7 +9,6 @@
 #include <atomic>
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "support/sim_fixture.h"
 
@@ -37,8 +36,6 @@ class MonitorTest : public ::testing::Test {
   void TearDown() override;
   void count_what_is_open();
   void expect_nothing_left() const;
-  // Takes descriptors until the next one is `next`.
-  static std::vector<int> take_descriptors_up_to(int next);
 
   DeviceRoot root_;
   size_t descriptors_ = 0, threads_ = 0;

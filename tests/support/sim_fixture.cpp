@@ -44,10 +44,6 @@ std::optional<std::string> DeviceRoot::read(const std::string& device_path) cons
   return content.str();
 }
 
-bool DeviceRoot::exists(const std::string& device_path) const {
-  return fs::exists(path(device_path));
-}
-
 void DeviceRoot::remove(const std::string& device_path) const {
   fs::remove_all(path(device_path));
 }
@@ -56,16 +52,11 @@ void DeviceRoot::make_directory(const std::string& device_path) const {
   fs::create_directories(path(device_path));
 }
 
-void DeviceRoot::set_mode(const std::string& device_path, mode_t mode) const {
-  if (chmod(path(device_path).c_str(), mode) != 0) ADD_FAILURE() << "cannot chmod " << path(device_path);
-}
-
 void SimFixture::SetUp() {
   test_clock::reset();
   log_capture::clear();
   brio_set_root_dir(root_.dir().c_str());
   modem_ = std::make_unique<modemsim::Modem>(initial_state());
-  prepare(*modem_);
   ASSERT_TRUE(modem_->start(root_.dir())) << modem_->error();
   descriptors_before_ = open_descriptors();
   threads_before_ = thread_count();
@@ -77,26 +68,8 @@ void SimFixture::TearDown() {
   brio_set_root_dir(nullptr);
 }
 
-void SimFixture::close_library() {
-  brio_close();
-}
-
-uint32_t SimFixture::open() {
-  return brio_open("/dev/ttyACM2");
-}
-
 void SimFixture::set_log_mask(uint32_t bits) {
   brio::relaxed_store(g_brio_lib_log_mask, bits);
-}
-
-uint32_t SimFixture::log_mask() {
-  return brio::relaxed_load(g_brio_lib_log_mask);
-}
-
-void SimFixture::open_ready() {
-  ASSERT_EQ(open(), 0u);
-  modem_->clear_commands();
-  log_capture::clear();
 }
 
 namespace {

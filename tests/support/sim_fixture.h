@@ -36,10 +36,8 @@ class DeviceRoot {
 
   void write(const std::string& device_path, const std::string& content) const;
   std::optional<std::string> read(const std::string& device_path) const;  // nothing when it cannot be opened
-  bool exists(const std::string& device_path) const;
   void remove(const std::string& device_path) const;
   void make_directory(const std::string& device_path) const;
-  void set_mode(const std::string& device_path, mode_t mode) const;
 
  private:
   std::string dir_;
@@ -53,19 +51,12 @@ class SimFixture : public ::testing::Test {
   void TearDown() override;
 
   virtual modemsim::State initial_state() { return {}; }
-  // Called before the modem starts: the place for Modem::observe.
-  virtual void prepare(modemsim::Modem&) {}
-  virtual void close_library();  // brio_close; the host's tests close through the module
+  virtual void close_library() = 0;
 
   DeviceRoot& root() { return root_; }
   modemsim::Modem& modem() { return *modem_; }
-  // brio_open on the query port.
-  uint32_t open();
-  // brio_open, then forgets the commands and the log of the open sequence.
-  void open_ready();
   // The library's log mask, which its threads read at any time.
   static void set_log_mask(uint32_t bits);
-  static uint32_t log_mask();
   // Whether the closed library holds no more descriptors and threads than before it was first opened. Waits
   // up to ten seconds: a joined thread leaves /proc a little later, and the simulator opens descriptors of
   // its own for a moment.

@@ -1,9 +1,11 @@
-// Functions of the AT channel that work on cursors, records and objects: arguments from words, results as one
-// line.
+// Functions that work on cursors, records, objects and bytes: arguments from words, results as one line.
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
 #include "brio/brio_at.h"
+#include "brio/briolib.h"
+#include "parse/scan_list.h"
 #include "session.h"
 #include "support/exact_text.h"
 
@@ -176,6 +178,56 @@ std::string allocate(Arguments& a) {
   return before;
 }
 
+// KIND null|empty: a packet as the read thread hands it on; empty: an answer without a text.
+std::string handle_packet(Arguments& a) {
+  const auto kind = static_cast<uint32_t>(a.number());
+  ATResponse empty = {1, nullptr, nullptr};
+  blpkt_handle_packet(kind, a.text() == "empty" ? &empty : nullptr, nullptr);
+  return "done";
+}
+
+std::string mark(Arguments& a) {
+  ExactText list(a.text());
+  const std::string mcc = a.text(), mnc = a.text(), rat = a.text();
+  brio::parse::mark_current_network(list.get(), mcc.c_str(), mnc.c_str(), rat.c_str());
+  return quoted(list.get());
+}
+
+// ---- Encodings
+
+// CODE TEXT CAPACITY [SIZE]: what it gives and the bytes that it wrote.
+template <int32_t (*code)(const void*, void*, int32_t, int32_t)>
+std::string base64(Arguments& a) {
+  const bool null = a.take_null();
+  const std::string text = null ? "" : a.text();
+  const auto capacity = static_cast<int32_t>(a.number());
+  const auto size = a.more() ? static_cast<int32_t>(a.number()) : static_cast<int32_t>(text.size());
+  const auto room = static_cast<size_t>(std::clamp(capacity, 0, 9999));
+  const std::unique_ptr<char[]> output(new char[room]());
+  const int32_t length = code(null ? nullptr : text.data(), output.get(), size, capacity);
+  return shown(length) + " " + quoted(std::string(output.get(), std::min<size_t>(room, std::max(length, 0))));
+}
+
+std::string hex(uint32_t length, const uint8_t* digest) {
+  std::string text = std::to_string(length) + (length > 0 ? " " : "");
+  char byte[3];
+  for (uint32_t i = 0; i < length; i++) text.append(byte, snprintf(byte, sizeof byte, "%02x", digest[i]));
+  return text;
+}
+
+// TEXT... (null: a null pointer); [of TEXT...]
+std::string md5(Arguments& a) {
+  uint8_t digest[16];
+  std::vector<std::string> texts;
+  std::vector<const char*> pointers;
+  texts.reserve(16);
+  while (a.more()) {
+    const bool null = a.take_null();
+    pointers.push_back(null ? nullptr : texts.emplace_back(a.text()).c_str());
+  }
+  return hex(briolib_get_md5_hash(pointers.data(), static_cast<int32_t>(pointers.size()), digest), digest);
+}
+
 }  // namespace
 
 void add_channel(std::map<std::string, Call>& table) {
@@ -186,6 +238,11 @@ void add_channel(std::map<std::string, Call>& table) {
   table["q_get"] = get;
   table["q_cancel"] = [](Arguments&) { return q_cancel(s_queue.get()), "done"; };
   table["queue_dump_all"] = [](Arguments&) { return queue_dump_all(s_queue.get()), "done"; };
+  table["blpkt_handle_packet"] = handle_packet;
+  table["mark_current_network"] = mark;
+  table["base64_encode"] = base64<briolib_base64_encode>;
+  table["base64_decode"] = base64<briolib_base64_decode>;
+  table["md5"] = md5;
   table["mempool_create"] = create_pool;
   table["mempool_alloc"] = allocate;
   table["mempool_free"] = [](Arguments& a) { return mempool_free(s_pool.get(), s_blocks[a.text()]), "done"; };

@@ -4,6 +4,7 @@
 #include <syslog.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <mutex>
 #include <regex>
 
@@ -19,8 +20,10 @@ namespace {
 // A report that no parser takes: the line that says so is the proof that all before it was handled.
 constexpr char kMarker[] = "SETTLED";
 
-std::mutex s_events_mutex;  // guards s_events
+std::mutex s_events_mutex;  // guards the three below
+std::condition_variable s_events_changed;
 Session::Lines s_events;
+bool s_holding = false, s_held = false;
 
 // Any thread that raises an event.
 uint32_t record_event(uint32_t id, uint32_t size, const void* data) {
@@ -31,8 +34,11 @@ uint32_t record_event(uint32_t id, uint32_t size, const void* data) {
     for (uint32_t i = 0; i < size / 4; i++)
       line += " " + std::to_string(static_cast<const int32_t*>(data)[i]);
   }
-  std::lock_guard<std::mutex> guard(s_events_mutex);
+  std::unique_lock<std::mutex> guard(s_events_mutex);
   s_events.push_back(line);
+  s_held = s_holding;
+  s_events_changed.notify_all();
+  s_events_changed.wait(guard, [] { return !s_holding; });
   return 0;
 }
 
@@ -55,6 +61,18 @@ double now() {
   timespec time = {};
   brio::clock_monotonic(&time);
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+void hold_events(bool hold) {
+  std::lock_guard<std::mutex> guard(s_events_mutex);
+  s_holding = hold;
+  s_held = false;
+  s_events_changed.notify_all();
+}
+
+bool wait_held() {
+  std::unique_lock<std::mutex> guard(s_events_mutex);
+  return s_events_changed.wait_for(guard, std::chrono::seconds(10), [] { return s_held; });
 }
 
 Session::Session() {
@@ -82,6 +100,7 @@ Session::Session() {
 }
 
 std::string Session::end() {
+  hold_events(false);
   for (auto& each : running) each.second.wait();
   wabs_close();
   brio_trace_tst_stop();
@@ -104,7 +123,7 @@ void Session::emit(const std::string& line) {
 }
 
 void Session::settle() {
-  if (!running.empty() || !modem.is_open(modemsim::Port::kUrc)) return;
+  if (!running.empty() || holding || !modem.is_open(modemsim::Port::kUrc)) return;
   if (briolib_check_library_status() == BRIO_STATUS_NOT_OPEN) return;
   modem.urc(std::string("+") + kMarker + ": ");
   if (!log_capture::wait_for(std::string("No URC Callback func avail ") + kMarker, ++markers)) {
@@ -177,6 +196,6 @@ void Session::command(const std::string& line) {
 Session::Lines Session::run(const std::string& line) {
   output.clear();
   command(line);
-  observe();
+  if (line.compare(0, 4, "raw ") != 0) observe();
   return output;
 }

@@ -91,11 +91,15 @@ struct Session {
   double time_seen = 0;
   std::map<std::string, std::string> touched;
   std::vector<std::pair<std::string, std::future<std::string>>> running;
+  bool holding = false;                                    // events
   std::map<std::string, std::shared_ptr<Client>> clients;  // on ports, by device
   Lines played;                                            // events of a scenario
 };
 
 double now();  // seconds of the library's clock
+// Whoever raises an event stays in it until it is let go.
+void hold_events(bool hold);
+bool wait_held();
 
 using Command = void (*)(Session&, Arguments&);
 const std::map<std::string, Command>& commands();

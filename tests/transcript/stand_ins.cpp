@@ -2,11 +2,14 @@
 // answer as told, scenario files, descriptors that are taken.
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/select.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <deque>
+#include <filesystem>
 #include <mutex>
 
 #include "brio/brio.h"
@@ -203,7 +206,63 @@ void report_event(Session& s, Arguments& a) {
   NipcStandinFreeEvent(event);
 }
 
+// hold LINE: until `release` whoever raises an event stays in it; the report is to raise the first.
+void hold(Session& s, Arguments& a) {
+  s.holding = true;
+  hold_events(true);
+  s.modem.urc(a.rest());
+  if (!wait_held()) throw UsageError("no event came");
+}
+
+void release(Session& s, Arguments&) {
+  hold_events(false);
+  s.holding = false;
+}
+
 // ---- Descriptors
+
+// The library's descriptors of a port, and how the port is set.
+void port(Session& s, Arguments& a) {
+  namespace fs = std::filesystem;
+  const auto device = fs::read_symlink(s.root.path(a.text()));
+  int last = -1;
+  for (int fd = 0; fd < FD_SETSIZE; fd++) {
+    std::error_code error;
+    if (fs::read_symlink("/proc/self/fd/" + std::to_string(fd), error) != device || error) continue;
+    last = fd;
+    const int flags = fcntl(fd, F_GETFL);
+    s.emit(std::string((flags & O_ACCMODE) == O_RDWR ? "read and write" : "one way") +
+           ((flags & O_NONBLOCK) != 0 ? ", never waits" : "") +
+           ((fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0 ? ", closes on exec" : ""));
+  }
+  termios now;
+  if (tcgetattr(last, &now) != 0) return s.emit("not open");
+  char text[128];
+  snprintf(text, sizeof text, "in %#x out %#x control %#x local %#x least %d timeout %d", now.c_iflag,
+           now.c_oflag, now.c_cflag, now.c_lflag, now.c_cc[VMIN], now.c_cc[VTIME]);
+  s.emit(text);
+}
+
+// As another process would lock it, until `unlock`.
+int s_lock = -1;
+
+void lock(Session& s, Arguments& a) {
+  s_lock = open(s.root.path(a.text()).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  s.emit(flock(s_lock, LOCK_EX | LOCK_NB) == 0 ? "locked" : "somebody else has it");
+}
+
+// A port as the system makes it: lines, echo, signals.
+void cook(Session& s, Arguments& a) {
+  const int fd = open(s.root.path(a.text()).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  termios settings;
+  tcgetattr(fd, &settings);
+  settings.c_iflag |= ICRNL | IXON;
+  settings.c_oflag |= OPOST | ONLCR;
+  settings.c_cflag = B38400 | CS7 | PARENB | CREAD;
+  settings.c_lflag |= ICANON | ECHO | ISIG | IEXTEN;
+  tcsetattr(fd, TCSANOW, &settings);
+  close(fd);
+}
 
 // Takes all below NUMBER; 0 gives them back.
 void occupy(Session&, Arguments& a) {
@@ -217,6 +276,7 @@ void occupy(Session&, Arguments& a) {
   for (const auto next = a.number(); s_taken.empty() || s_taken.back() < next - 1;) {
     if (next == 0) return;
     s_taken.push_back(open("/dev/null", O_RDWR | O_CLOEXEC));
+    if (s_taken.back() < 0) return;
   }
 }
 
@@ -232,7 +292,12 @@ void add_stand_ins(std::map<std::string, Command>& table) {
                 {"operations", operations},
                 {"network_time", set_network_time},
                 {"report_event", report_event},
-                {"occupy", occupy}});
+                {"occupy", occupy},
+                {"hold", hold},
+                {"release", release},
+                {"port", port},
+                {"lock", lock},
+                {"cook", cook}});
   table["tell"] = [](Session& s, Arguments& a) {
     const size_t received = s.modem.commands().size();
     client(s, "/dev/ttyACM2").send(a.rest() + "\r");
@@ -240,5 +305,6 @@ void add_stand_ins(std::map<std::string, Command>& table) {
       throw UsageError("the modem received no command");
     }
   };
+  table["unlock"] = [](Session&, Arguments&) { close(s_lock); };
   table["address"] = [](Session&, Arguments& a) { interface::answer(a.rest()); };
 }

@@ -1,8 +1,7 @@
 // Serial ports, read thread and packet layer where text does not reach: failing calls, threads that meet,
-// memory. Everything that a session shows stands in tests/transcripts/channel.
+// memory. Everything else stands in tests/transcripts/channel.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -10,7 +9,6 @@
 #include <cstring>
 #include <filesystem>
 #include <future>
-#include <mutex>
 
 #include "base/log.h"
 #include "brio/brio_at.h"
@@ -23,7 +21,6 @@ namespace {
 namespace fs = std::filesystem;
 using faults::Call;
 using Clock = std::chrono::steady_clock;
-using Lines = std::vector<std::string>;
 
 constexpr char kQueryPort[] = "/dev/ttyACM2";
 constexpr char kUrcPort[] = "/dev/ttyACM3";
@@ -46,17 +43,9 @@ class Channel : public SimFixture {
   void SetUp() override {
     SimFixture::SetUp();
     pktio_set_shutdown_callback([](void* self) { static_cast<Channel*>(self)->thread_ended(); }, this);
-    faults::on_urc([this](char* line) {
-      in_parser_ = true;
-      while (stalled_) std::this_thread::yield();
-      std::lock_guard<std::mutex> lock(mutex_);
-      urcs_.push_back(line);
-    });
   }
   void TearDown() override {
-    stalled_ = false;
     SimFixture::TearDown();
-    faults::on_urc(nullptr);
     pktio_set_shutdown_callback(nullptr, nullptr);
   }
   void close_library() override {
@@ -110,16 +99,7 @@ class Channel : public SimFixture {
   static std::string file(int number) {
     return std::string(2 * (number % 8 + 1), "0123456789ABCDEF"[number % 16]);
   }
-  Lines urcs() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return urcs_;
-  }
-  bool wait_urcs(size_t count) {
-    return eventually([&] { return urcs().size() >= count; });
-  }
 
-  std::atomic<bool> stalled_{false};     // holds the event thread in the parser
-  std::atomic<bool> in_parser_{false};   // it got there
   std::atomic<int> ends_{0};             // of the read thread
   std::atomic<bool> open_at_end_{true};  // the URC port, whenever the read thread ended
 
@@ -129,54 +109,9 @@ class Channel : public SimFixture {
     ends_++;
     blpkt_channel_lost();
   }
-
-  std::mutex mutex_;  // guards urcs_
-  Lines urcs_;
 };
 
 }  // namespace
-
-TEST_F(Channel, PortsAreRawBlockingAndCloseOnExec) {
-  start();
-  EXPECT_EQ(request("AT"), 0u);
-  for (const char* port : {kQueryPort, kUrcPort}) {
-    const auto found = descriptors_of(port);
-    ASSERT_EQ(found.size(), 1u) << port;
-    EXPECT_EQ(fcntl(found[0], F_GETFL) & (O_NONBLOCK | O_ACCMODE), O_RDWR) << port;
-    EXPECT_EQ(fcntl(found[0], F_GETFD) & FD_CLOEXEC, FD_CLOEXEC) << port;
-    termios settings;
-    ASSERT_EQ(tcgetattr(found[0], &settings), 0);
-    EXPECT_EQ(cfgetispeed(&settings), static_cast<speed_t>(B921600));
-    EXPECT_EQ(cfgetospeed(&settings), static_cast<speed_t>(B921600));
-    EXPECT_EQ(settings.c_lflag & (ICANON | ECHO | ISIG), 0u);
-    EXPECT_EQ(settings.c_cflag & (CLOCAL | CREAD | CS8), static_cast<tcflag_t>(CLOCAL | CREAD | CS8));
-    EXPECT_EQ(settings.c_cc[VMIN] + settings.c_cc[VTIME], 0);
-  }
-}
-
-TEST_F(Channel, DescriptorsBeyondSelectAreRefused) {
-  rlimit limit;
-  getrlimit(RLIMIT_NOFILE, &limit);
-  limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
-  setrlimit(RLIMIT_NOFILE, &limit);
-  if (limit.rlim_cur < FD_SETSIZE + 8) GTEST_SKIP() << "the system allows too few descriptors";
-  std::vector<int> taken = {port_of_nobody(kQueryPort), port_of_nobody(kUrcPort)};
-  while (taken.back() < FD_SETSIZE - 1) taken.push_back(dup(0));
-  // With 0 to 3 free places below the limit the query port, the URC port or the socket pair is too large.
-  for (int free_places = 0; free_places <= 3; free_places++) {
-    const size_t descriptors = open_descriptors();
-    log_capture::clear();
-    EXPECT_EQ(pktio_init(kQueryPort, blpkt_handle_packet, nullptr), 1u) << free_places;
-    const char* line = free_places < 2 ? "descriptor too large for select" : "can't create socket pair";
-    EXPECT_EQ(log_capture::count(line), 1u) << free_places;
-    EXPECT_EQ(open_descriptors(), descriptors) << free_places;
-    close(taken.back());
-    taken.pop_back();
-  }
-  EXPECT_EQ(pktio_init(kQueryPort, blpkt_handle_packet, nullptr), 0u);
-  close_library();
-  for (int fd : taken) close(fd);
-}
 
 TEST_F(Channel, CommandsAreWrittenInOneWriteOrFail) {
   const int end = port_of_nobody(kQueryPort);
@@ -246,72 +181,6 @@ TEST_F(Channel, ManyCyclesAndConcurrentShutdownsLeakNothing) {
   EXPECT_TRUE(nothing_left_behind());
 }
 
-TEST_F(Channel, HandlePacketRefusesWhatItDoesNotKnow) {
-  ASSERT_EQ(blpkt_init(), 0u);
-  // The last answer finds the status of the one before: nobody took it.
-  ATResponse without_text = {1, nullptr, nullptr};
-  const struct {
-    uint32_t kind;
-    void* data;
-    const char* line;
-  } cases[] = {{0, nullptr, "FATAL: resp is NULL"},
-               {7, nullptr, "blpkt_handle_packet:callback type 7:callback type error"},
-               {1, nullptr, ""},
-               {0, &without_text, "AT_err_string::"},
-               {0, &without_text, "can't queue response"}};
-  for (const auto& c : cases) {
-    log_capture::clear();
-    blpkt_handle_packet(c.kind, c.data, nullptr);
-    EXPECT_TRUE(*c.line == '\0' ? log_capture::lines().empty() : log_capture::has(c.line)) << c.line;
-  }
-}
-
-// Whole, in order, without the heap.
-TEST_F(Channel, ReportsOfEveryPoolSizeArriveWithoutHeap) {
-  start();
-  Lines sent;
-  const auto allocations = [] {
-    return faults::calls(Call::kMalloc) + faults::calls(Call::kCalloc) + faults::calls(Call::kStrdup);
-  };
-  const long before = allocations();
-  for (size_t length : {1, 62, 63, 64, 127, 128, 255, 256, 1023, 1024, 1655, 1656, BRIO_LINE_DATA_MAX - 1}) {
-    sent.push_back(std::string(length, static_cast<char>('a' + sent.size())));
-    modem().raw(modemsim::Port::kUrc, sent.back() + "\r");
-    ASSERT_TRUE(wait_urcs(sent.size())) << length;
-  }
-  EXPECT_EQ(urcs(), sent);
-  EXPECT_EQ(allocations(), before);
-}
-
-TEST_F(Channel, StalledEventThreadDropsTheNewestReportsAndNoAnswers) {
-  start();
-  stalled_ = true;
-  modem().urc("stall");
-  ASSERT_TRUE(eventually([&] { return in_parser_.load(); }));
-  Lines expected = {"stall"};
-  // The event thread holds the first one; the queue takes 20 more.
-  for (int i = 1; i <= 23; i++) {
-    modem().urc("+U: " + std::to_string(i));
-    if (i <= 20) expected.push_back("+U: " + std::to_string(i));
-  }
-  ASSERT_TRUE(log_capture::wait_for("W blib:", 3));
-  EXPECT_EQ(log_capture::count("qlog:status:2:cant add log to queue"), 3u);
-  for (int i = 0; i < 50; i++) ASSERT_EQ(request("AT"), 0u);
-  stalled_ = false;
-  ASSERT_TRUE(wait_urcs(21));
-  EXPECT_EQ(urcs(), expected);
-
-  // Blocks of one size run out before the queue does; the others still serve, and none was lost above.
-  stalled_ = true;
-  for (int i = 0; i < 16; i++) modem().urc(std::string(100, 'm'));
-  ASSERT_TRUE(log_capture::wait_for("cant allocate log payload"));
-  EXPECT_EQ(log_capture::count("alloclog:payload_size:101:"), 1u);
-  modem().urc("short");
-  stalled_ = false;
-  ASSERT_TRUE(wait_urcs(21 + 15 + 1));
-  EXPECT_EQ(urcs().back(), "short");
-}
-
 TEST_F(Channel, RequestsOfManyThreadsGetTheirOwnAnswers) {
   start();
   // A caller may bracket requests with the send mutex: the others wait.
@@ -335,19 +204,6 @@ TEST_F(Channel, RequestsOfManyThreadsGetTheirOwnAnswers) {
   for (int i = 0; i < 100; i++) modem().urc("+CREG: 1");
   for (auto& each : threads) EXPECT_TRUE(each.get());
   EXPECT_FALSE(log_capture::has("cleaning up"));
-}
-
-TEST_F(Channel, CloseDoesNotWaitForARequestOfTheEventThread) {
-  std::atomic<uint32_t> status{99};
-  faults::on_urc([&](char*) { status = request("AT+CRSM=176"); });
-  answer("AT+CRSM", "");
-  start();
-  modem().urc("+STKPCI: 2");
-  ASSERT_TRUE(modem().wait_command("AT+CRSM=176"));
-  const auto begin = Clock::now();
-  close_library();
-  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
-  EXPECT_EQ(status, static_cast<uint32_t>(BLPKT_STATUS_ERROR));
 }
 
 TEST_F(Channel, CloseMeetsRequestsAbortsAndALostPort) {

@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <string.h>
-#include <sys/resource.h>
 
 #include <fstream>
 #include <map>
@@ -230,18 +229,6 @@ TEST(Page, CopiesStaticInfoWhateverTheFileHolds) {
   brio::page::write_static_info(none, endless);
   EXPECT_EQ(0, ftell(endless));
   fclose(endless);
-}
-
-TEST(Page, AddressesWithoutASocket) {
-  NetInfo net;
-  rlimit old;
-  getrlimit(RLIMIT_NOFILE, &old);
-  const rlimit none = {0, old.rlim_max};
-  setrlimit(RLIMIT_NOFILE, &none);
-  brio::page::read_addresses("wwan0", &net);
-  setrlimit(RLIMIT_NOFILE, &old);
-  EXPECT_STREQ("se=24", net.address);
-  EXPECT_STREQ("se=24", net.destination);
 }
 
 }  // namespace

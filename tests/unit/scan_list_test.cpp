@@ -108,27 +108,4 @@ TEST(ScanList, NeverWritesBeyondTheBuffer) {
   }
 }
 
-TEST(ScanList, MarksTheFirstEntryOfTheCurrentNetwork) {
-  struct Case {
-    const char* list;
-    const char* mcc;
-    const char* mnc;
-    const char* rat;
-    const char* marked;
-  };
-  const Case cases[] = {
-      {"1,310,410,7,\"\",\"A\",\"\";", "310", "410", "7", "2,310,410,7,\"\",\"A\",\"\";"},
-      {"1,310,410,2,;1,310,410,7,;", "310", "410", "7", "1,310,410,2,;2,310,410,7,;"},
-      {"1,262,01,0,;", "262", "01", "0", "2,262,01,0,;"},
-      {"0,262,01,0,;", "262", "01", "0", "0,262,01,0,;"},
-      {"1,262,01,7,;", "FFF", "FFF", "7", "1,262,01,7,;"},
-      {"", "310", "410", "7", ""},
-  };
-  for (const auto& c : cases) {
-    ExactText list(c.list);
-    brio::parse::mark_current_network(list.get(), c.mcc, c.mnc, c.rat);
-    EXPECT_STREQ(c.marked, list.get());
-  }
-}
-
 }  // namespace
