@@ -168,6 +168,7 @@ void step(World& w, Input& in) {
       break;
     case '@':
       test_clock::advance(in.byte() * 4.0);
+      usleep(4000);  // the proximity monitor polls meanwhile
       break;
     case '^':
       scan_and_abort(w);
