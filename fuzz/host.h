@@ -141,7 +141,8 @@ inline void call_host(Input& in) {
     case 6: {
       time_t utc = 0;
       int32_t offset = 0;
-      require(kTime(null ? nullptr : &utc, &offset) != 0 || offset % 900 == 0);
+      require(kTime(null ? nullptr : &utc, &offset) != 0 ||
+              offset % 4 == 0);  // 900 a quarter hour, modulo 2^32
       wabs_set_log_mask(argument % 2 != 0 ? 0xFFFFFFFF : 0);
       break;
     }
