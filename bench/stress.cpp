@@ -3,7 +3,6 @@
 // raises reports, refuses, falls silent, and pulls the modem out. Made to run under ThreadSanitizer and
 // AddressSanitizer. Exits 1 when an answer is not its request's own, a status is not a documented one or a
 // failure nobody caused, or threads, descriptors or heap grow from one round to the next.
-#include <malloc.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -24,6 +23,7 @@
 #include "log_lines.h"
 #include "process.h"
 #include "stress_world.h"
+#include "trace_piece.h"
 
 namespace {
 
@@ -238,7 +238,7 @@ class Host {
     for (const auto& entry : std::filesystem::directory_iterator(root_.dir() + "/mnt/us")) {
       const std::string bytes = root_.read("/mnt/us/" + entry.path().filename().string());
       s_totals.trace_bytes += static_cast<long>(bytes.size());
-      expect("trace", piece_of_trace(bytes), entry.path().filename().string());
+      expect("trace", bench::piece_of_trace(bytes), entry.path().filename().string());
       std::filesystem::remove(entry.path());
     }
   }
@@ -304,7 +304,7 @@ int main(int argc, char** argv) {
       ->check(CLI::Range(10, 864000));
   app.add_option("--seed", seed, "Where the chances begin (random)");
   CLI11_PARSE(app, argc, argv);
-  mallopt(M_ARENA_MAX, 1);
+  bench::count_heap_exactly(argv);
   signal(SIGALRM, [](int) {
     static constexpr char kText[] = "stress: stuck: some call does not return\n";
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kText, sizeof(kText) - 1);
@@ -342,7 +342,7 @@ int main(int argc, char** argv) {
          more_heap);
   const bool busy = s_totals.in_peace > 0 && s_totals.opens > rounds && deeds.unplugged > 0;
   if (!busy) fprintf(stderr, "stress: too little happened for a verdict\n");
-  constexpr long kHeapSlack = 16 * 1024;  // what the C library and the C++ library keep for themselves
+  constexpr long kHeapSlack = 2 * 1024;
   return busy && s_totals.wrong == 0 && more_threads <= 0 && more_descriptors <= 0 && more_heap < kHeapSlack
              ? 0
              : 1;

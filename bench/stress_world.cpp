@@ -330,20 +330,6 @@ bool known_zone(int32_t quarters) {
                                       [&](const auto& clock) { return clock.zone == quarters; });
 }
 
-bool piece_of_trace(const std::string& bytes) {
-  static const std::string stream = [] {
-    std::string text(2 * 65521, '\0');  // the stream repeats itself
-    for (size_t i = 0; i < text.size(); i++) text[i] = static_cast<char>(modemsim::Modem::trace_byte(i));
-    return text;
-  }();
-  const size_t start = stream.find(bytes.substr(0, 32));
-  if (start == std::string::npos) return false;
-  for (size_t i = 0; i < bytes.size(); i++) {
-    if (bytes[i] != stream[(start + i) % 65521]) return false;
-  }
-  return true;
-}
-
 const std::vector<Probe>& probes() {
   return kProbes;
 }

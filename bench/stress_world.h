@@ -27,8 +27,6 @@ inline constexpr char kFirmware[] = "L816_18000.1000.00.24.01.01";
 
 bool known_network(uint32_t mcc, uint32_t mnc);  // 0-0 counts: not known yet
 bool known_zone(int32_t quarters);
-// Whether `bytes` stand somewhere in the modem's trace stream.
-bool piece_of_trace(const std::string& bytes);
 
 // One thing that any thread may ask of the library at any time.
 struct Probe {
