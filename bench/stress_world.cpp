@@ -374,7 +374,7 @@ void World::step() {
   if (what < 970) {
     report();
   } else if (what < 985) {
-    modem_.chunk(random_() % 2 == 0 ? 0 : 1 + random_() % 9);
+    modem_.chunk(random_() % 4 != 0 ? 0 : 1 + random_() % 9);
   } else if (what < 994) {
     modem_.stream_trace(random_() % 300000);
   } else if (what < 998) {
