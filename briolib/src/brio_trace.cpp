@@ -147,6 +147,23 @@ void* prv_log_rw_thread(void*) {
 
 // ---- Start
 
+// Gives the port's lock back where the start fails behind it. A program that was started meanwhile may hold
+// the port for a moment longer, and with it a lock that only the close would end.
+class PortLock {
+ public:
+  explicit PortLock(int port) : port_(port) {}
+  ~PortLock() {
+    if (port_ >= 0) flock(port_, LOCK_UN);
+  }
+  PortLock(const PortLock&) = delete;
+  PortLock& operator=(const PortLock&) = delete;
+
+  void keep() { port_ = -1; }
+
+ private:
+  int port_;
+};
+
 void prv_configure_port(int port) {
   fcntl(port, F_SETFL, 0);
   termios settings;
@@ -172,6 +189,7 @@ uint32_t prv_read_log_from_tst(const char* log_path) {
            brio::kTracePort);
     return BRIO_STATUS_FATAL;
   }
+  PortLock lock(port.get());
   prv_configure_port(port.get());
   // O_APPEND: a second start within the same second continues the earlier trace.
   brio::Descriptor log(brio::create_device(log_path, O_WRONLY | O_APPEND, kTraceFileMode));
@@ -184,6 +202,7 @@ uint32_t prv_read_log_from_tst(const char* log_path) {
     BLIB_E("E blib:%s:%d:brio_read_log_from_tst:errno=%d:can't create socket pair\n", BLIB_HERE, errno);
     return BRIO_STATUS_FAILURE;
   }
+  lock.keep();
   pthread_mutex_lock(&s_capture_mutex);
   s_capture.port = port.release();
   s_capture.sockets[0] = sockets[0];
