@@ -36,6 +36,8 @@ constexpr size_t kSendBufferSize = 512;
 constexpr size_t kPrefixSize = 512;
 // How long a command waits for a modem that has stopped taking bytes.
 constexpr int kWriteWaitSeconds = 20;
+// How often a port may refuse a command that it has just reported room for.
+constexpr int kWriteRefusals = 16;
 
 // The answer to this command carries lines that must not be judged by its prefix.
 constexpr char kBasPrefix[] = "+BAS";
@@ -375,9 +377,11 @@ bool prv_write_whole(const Ports& ports, const char* bytes, size_t length) {
   timespec start = {};
   brio::clock_monotonic(&start);
   ssize_t written;
+  int refusals = 0;
   do {
     written = write(ports.query, bytes, length);
-  } while (written < 0 && (errno == EINTR || (errno == EAGAIN && prv_wait_writable(ports, start))));
+  } while (written < 0 && (errno == EINTR || (errno == EAGAIN && refusals++ < kWriteRefusals &&
+                                              prv_wait_writable(ports, start))));
   int err = errno;
   fcntl(ports.query, F_SETFL, 0);
   errno = written < 0 ? err : EIO;
