@@ -115,6 +115,10 @@ void prv_report_mcc_change(const char* mcc) {
     prv_cannot_open();
   } else if (!prv_write_whole(file.get(), mcc, kMccDigits)) {
     MODULE_E("E brio:writefile:name=\"%s\",errno=%d:can't write file", kMccFile, errno);
+    // A file that is too short cannot be read, so it would never be written again.
+    if (lseek(file.get(), 0, SEEK_END) < static_cast<off_t>(kMccDigits)) {
+      unlink(brio::DevicePath(kMccFile).c_str());
+    }
   }
 }
 
