@@ -21,12 +21,6 @@ std::mutex s_mutex;  // guards the two below
 std::condition_variable s_changed;
 bool s_hold = false, s_held = false;
 
-// Whether a call fails, with errno set.
-bool fails(int error) {
-  if (error != 0) errno = error;
-  return error != 0;
-}
-
 }  // namespace
 
 // The linker gives the product's calls to these.
@@ -54,49 +48,9 @@ uint32_t __wrap_brio_set_sar_pwr(uint32_t) {
   return 0;
 }
 
-ssize_t __real_write(int fd, const void* data, size_t size);
-ssize_t __wrap_write(int fd, const void* data, size_t size) {
-  return doubles::on_write ? doubles::on_write(fd, static_cast<const char*>(data), size)
-                           : __real_write(fd, data, size);
-}
-
-ssize_t __real_read(int fd, void* data, size_t size);
-ssize_t __wrap_read(int fd, void* data, size_t size) {
-  return isatty(fd) != 0 && fails(doubles::read_error.exchange(0)) ? -1 : __real_read(fd, data, size);
-}
-
-ssize_t __real_send(int fd, const void* data, size_t size, int flags);
-ssize_t __wrap_send(int fd, const void* data, size_t size, int flags) {
-  if (fails(doubles::send_error)) return -1;
-  const ssize_t result = __real_send(fd, data, size, flags);
-  doubles::sends++;
-  return result;
-}
-
-int __real_select(int nfds, fd_set* reads, fd_set* writes, fd_set* excepts, timeval* timeout);
-int __wrap_select(int nfds, fd_set* reads, fd_set* writes, fd_set* excepts, timeval* timeout) {
-  if (timeout == nullptr && fails(doubles::select_error.exchange(0))) return -1;
-  return __real_select(nfds, reads, writes, excepts, timeout);
-}
-
-int __real_socketpair(int domain, int type, int protocol, int sockets[2]);
-int __wrap_socketpair(int domain, int type, int protocol, int sockets[2]) {
-  return fails(doubles::socketpair_error) ? -1 : __real_socketpair(domain, type, protocol, sockets);
-}
-
-int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void*);
-int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
-                          void* argument) {
-  return fails(doubles::thread_error) ? errno : __real_pthread_create(thread, attributes, run, argument);
-}
-
 }  // extern "C"
 
 namespace doubles {
-
-ssize_t real_write(int fd, const void* data, size_t size) {
-  return __real_write(fd, data, size);
-}
 
 void hold_sar(bool hold) {
   std::lock_guard<std::mutex> lock(s_mutex);
@@ -113,9 +67,8 @@ bool wait_sar_held() {
 }  // namespace doubles
 
 void MonitorTest::SetUp() {
-  doubles::on_write = nullptr;
-  doubles::send_error = 0;
-  doubles::sends = 0;
+  faults::on_write = nullptr;
+  faults::stop();
   test_clock::reset();
   log_capture::clear();
   brio_set_root_dir(root_.dir().c_str());

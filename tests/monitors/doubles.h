@@ -10,18 +10,10 @@
 #include <functional>
 #include <string>
 
+#include "faults/calls.h"
 #include "support/sim_fixture.h"
 
 namespace doubles {
-
-// Calls fail with this errno while it is not 0; of select (without time-out) and read (of a port) the next
-// one.
-inline std::atomic<int> send_error, socketpair_error, thread_error, select_error, read_error;
-inline std::atomic<unsigned> sends;  // that were made
-
-// Instead of the capture's writes; changed while none runs.
-inline std::function<ssize_t(int fd, const char* data, size_t size)> on_write;
-ssize_t real_write(int fd, const void* data, size_t size);
 
 // SAR commands wait until they are let go.
 void hold_sar(bool hold);

@@ -38,25 +38,6 @@ class Prox : public MonitorTest {
   std::thread ticker_;
 };
 
-TEST_F(Prox, StartThatFailsSwitchesTheSensorOff) {
-  const struct {
-    std::atomic<int>* failing;
-    int error;
-    uint32_t status;
-    const char* line;
-  } cases[] = {
-      {&doubles::socketpair_error, ENFILE, 5, "E proxlib:socketpair:errno=23:can't create socket pair"},
-      {&doubles::thread_error, EAGAIN, 3, "E proxlib:pthread:status=11:can't create thread"}};
-  for (const auto& c : cases) {
-    *c.failing = c.error;
-    EXPECT_EQ(c.status, prox_open()) << c.line;
-    *c.failing = 0;
-    EXPECT_TRUE(log_capture::has(c.line)) << c.line;
-    EXPECT_EQ("70", root_.read(kSensor + "prox_ctrl0"));
-    expect_nothing_left();
-  }
-}
-
 TEST_F(Prox, CloseAfterTheThreadEndedWithAnError) {
   for (const bool exception : {false, true}) {
     log_capture::clear();
@@ -97,9 +78,8 @@ TEST_F(Prox, CloseAfterAFailedDisableLeavesForeignDescriptorsAlone) {
 
 TEST_F(Prox, OpenWaitsForTheThreadThatCouldNotBeJoined) {
   start_and_hold();
-  doubles::send_error = EIO;
+  faults::fail("send", EIO);
   prox_close();
-  doubles::send_error = 0;
   EXPECT_TRUE(log_capture::has("E proxlib:sockpair:errno=5:can't access s_sockets[1]"));
   EXPECT_TRUE(log_capture::has("I proxlib:closing lib::proxlib was NOT closed properly"));
   log_capture::clear();
@@ -132,15 +112,6 @@ TEST_F(Prox, SensorStaysOffBehindAPollUnderWay) {
   ticker_.join();
   EXPECT_TRUE(log_capture::has("INIT->OFF")) << "it did set a scan rate";
   EXPECT_EQ("70", root_.read(kSensor + "prox_ctrl0"));
-}
-
-TEST_F(Prox, CyclesLeaveNothing) {
-  for (int i = 0; i < 50; i++) {
-    ASSERT_EQ(0u, prox_open());
-    if (i % 2 == 0) test_clock::tick();
-    if (i % 5 != 0) prox_close();  // the next open ends it
-  }
-  expect_nothing_left();
 }
 
 }  // namespace

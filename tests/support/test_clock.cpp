@@ -28,6 +28,7 @@ unsigned s_selects_waiting = 0;
 int s_select_error = 0;
 bool s_select_exception = false;
 std::atomic<double> s_scale{1.0};
+std::atomic<double> s_select_scale{-1.0};  // below 0: s_scale
 std::atomic<double> s_cap{1e9};
 std::atomic<bool> s_fail_monotonic{false};
 std::atomic<bool> s_manual_select{false};
@@ -77,6 +78,7 @@ void reset() {
   s_ticks_pending = 0;
   s_expiring = false;
   s_scale = 1.0;
+  s_select_scale = -1.0;
   s_cap = 1e9;
   s_fail_monotonic = false;
   s_manual_select = false;
@@ -97,6 +99,10 @@ void stop() {
 
 void scale_waits(double factor) {
   s_scale = factor;
+}
+
+void scale_selects(double factor) {
+  s_select_scale = factor;
 }
 
 void cap_waits(double seconds) {
@@ -241,7 +247,8 @@ int wait_manually(int nfds, fd_set* read_set, fd_set* except_set, int timeout_se
 }
 
 int wait_scaled(int nfds, fd_set* read_set, fd_set* except_set, int timeout_seconds) {
-  double seconds = timeout_seconds * s_scale;
+  const double scale = s_select_scale;
+  const double seconds = timeout_seconds * (scale < 0 ? s_scale.load() : scale);
   timeval timeout = {static_cast<time_t>(seconds),
                      static_cast<suseconds_t>((seconds - static_cast<time_t>(seconds)) * 1e6)};
   return select(nfds, read_set, nullptr, except_set, &timeout);

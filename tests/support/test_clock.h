@@ -21,6 +21,9 @@ void stop();
 // A wait of one second lasts `factor` real seconds (0.001: a 20 s time-out takes 20 ms).
 void scale_waits(double factor);
 
+// The same for select alone, which follows scale_waits otherwise.
+void scale_selects(double factor);
+
 // No wait lasts longer than this many real seconds, however long it was meant: short waits keep their length,
 // so that a busy machine does not let them run out.
 void cap_waits(double seconds);

@@ -14,11 +14,11 @@
 #include "brio/briolib.h"
 #include "brio/wabs.h"
 #include "brio_common/shared_data.h"
+#include "faults/calls.h"
 #include "modemsim/scenario.h"
 #include "nipc/nipc_standin.h"
 #include "session.h"
 #include "support/exact_text.h"
-#include "unit/faults.h"
 
 namespace {
 
@@ -376,15 +376,11 @@ void room(Session&, Arguments& a) {
 
 // CALL ERROR [SKIP [TIMES]]
 void fail(Session&, Arguments& a) {
-  using faults::Call;
-  static const std::map<std::string, Call> names = {
-      {"malloc", Call::kMalloc}, {"calloc", Call::kCalloc}, {"strdup", Call::kStrdup},
-      {"send", Call::kSend},     {"select", Call::kSelect}, {"socketpair", Call::kSocketpair},
-      {"thread", Call::kThread}, {"mutex", Call::kMutex},   {"condition", Call::kCondition}};
-  const Call which = names.at(a.text());
+  const std::string name = a.text();
+  if (!faults::known(name)) throw UsageError("no such call: " + name);
   const int error = static_cast<int>(a.number());
   const int skip = a.more() ? static_cast<int>(a.number()) : 0;
-  faults::fail(which, error, skip, a.more() ? static_cast<int>(a.number()) : 1);
+  faults::fail(name, error, skip, a.more() ? static_cast<int>(a.number()) : 1);
 }
 
 void quiet(Session& s, Arguments& a) {

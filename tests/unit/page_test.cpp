@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "faults.h"
+#include "faults/calls.h"
 #include "log_611_names.h"
 #include "log_611_sections.h"
 #include "support/sim_fixture.h"
@@ -199,13 +199,13 @@ TEST(Page, EndsBehindTheWwanHeadingWhenMemoryIsShort) {
   char buffer[8192];
   for (int succeed : {0, 1}) {
     Writer page(buffer, sizeof buffer);
-    faults::fail(faults::Call::kStrdup, ENOMEM, succeed);
+    faults::fail("strdup", ENOMEM, succeed);
     EXPECT_FALSE(build(page, lte, View::kMasked));
     EXPECT_EQ(whole.substr(0, whole.find(heading) + heading.size()), buffer);
     EXPECT_EQ(strlen(buffer), page.written());
   }
   // A full page and the full view copy nothing.
-  faults::fail(faults::Call::kStrdup, ENOMEM);
+  faults::fail("strdup", ENOMEM);
   Writer full(buffer, sizeof buffer), little(buffer, 100);
   EXPECT_TRUE(build(full, lte, View::kFull));
   EXPECT_TRUE(build(little, lte, View::kMasked));

@@ -1,0 +1,42 @@
+// Stands between the product and the C library, libcrypto and the IPC library (link option --wrap): counts
+// every call that can fail, makes it fail on demand, and knows what the product holds. A program that links
+// calls.cpp wraps all of brio_wrapped_calls (tests/CMakeLists.txt).
+#ifndef TESTS_FAULTS_CALLS_H
+#define TESTS_FAULTS_CALLS_H
+
+#include <sys/types.h>
+
+#include <functional>
+#include <string>
+
+namespace faults {
+
+// Instead of an errno.
+constexpr int kShort = -1;  // some of the bytes: half of a write, three of a read
+constexpr int kEnd = -2;    // no byte; of system: the exit status of a shell that found no command
+
+// After `skip` good calls, `times` calls fail with `error`. What fails inside streams is "fread", whatever
+// reads them; the monotonic clock is "clock_gettime". A close fails behind its work.
+void fail(const std::string& call, int error, long skip = 0, long times = 1);
+// No call fails any more.
+void stop();
+
+// Calls so far.
+long calls(const std::string& call);
+// Calls made to fail since the call's last fail().
+long fired(const std::string& call);
+// Whether such a call stands here.
+bool known(const std::string& call);
+
+// Instead of the writes that do not fail, while it is set; changed while none is under way.
+inline std::function<ssize_t(int fd, const char* data, size_t size)> on_write;
+ssize_t real_write(int fd, const void* data, size_t size);
+
+// What the product made and did not undo: "heap=3 thread=1", without what is 0.
+std::string held();
+// Descriptors closed that were not open, since the last look.
+long stray_closes();
+
+}  // namespace faults
+
+#endif

@@ -1,0 +1,71 @@
+// What a host does with the library while calls below it fail, and the device that it does it on.
+#ifndef TESTS_FAULTS_SCENARIOS_H
+#define TESTS_FAULTS_SCENARIOS_H
+
+#include <sys/types.h>
+
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "support/sim_fixture.h"
+
+// A device whose modem lives in a process of its own, so that descriptors, threads, memory and calls of this
+// process are the library's alone.
+class Device {
+ public:
+  Device();
+  ~Device();
+  Device(const Device&) = delete;
+  Device& operator=(const Device&) = delete;
+  // The files and the modem as new.
+  void reset() const;
+  // The modem sends trace ('t') or reports ('u'), or waits until the trace port is closed ('c').
+  void modem(char what) const;
+
+  DeviceRoot root;
+
+ private:
+  pid_t modem_ = 0;
+  int orders_[2], done_[2];
+};
+
+// How an operation ended.
+struct Answer {
+  std::string operation;
+  uint32_t status;
+  std::string value;
+  bool unknown;  // the value is one that says that nothing is known
+  bool operator==(const Answer& other) const {
+    return operation == other.operation && status == other.status && value == other.value;
+  }
+};
+
+// What one run of a scenario has shown.
+struct Run {
+  // An operation ended with a status, which must be a documented one, and gave a value; with "*" any may come
+  // of a fault.
+  void ended(const std::string& operation, uint32_t status, std::initializer_list<uint32_t> documented,
+             const std::string& value = "", std::initializer_list<const char*> unknown = {});
+  // Waits until `condition` holds: up to ten seconds, while calls fail a moment.
+  template <typename Condition>
+  void wait(Condition condition) const {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(patient ? 10000 : 30);
+    while (!condition() && std::chrono::steady_clock::now() < end) usleep(200);
+  }
+
+  bool patient = true;
+  std::vector<Answer> answers;
+  std::vector<std::string> wrong;  // statuses that are not documented
+};
+
+struct Scenario {
+  const char* name;
+  bool whole_life;  // calls fail in wabs_open and wabs_close, too
+  void (*files)(const DeviceRoot& root);
+  void (*act)(const Device& device, Run& run);
+};
+
+const std::vector<Scenario>& scenarios();
+
+#endif
