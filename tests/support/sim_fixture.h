@@ -72,7 +72,8 @@ class SimFixture : public ::testing::Test {
 // Descriptors and threads of this process.
 std::size_t open_descriptors();
 std::size_t thread_count();
-// Waits up to ten seconds for that many threads: a joined thread leaves /proc a little later.
+// Waits up to ten seconds until no more threads than that are left: a joined thread leaves /proc a little
+// later, and may have been among those counted before.
 bool wait_thread_count(std::size_t count);
 
 // Runs `condition` until it holds; false after ten seconds.

@@ -99,8 +99,7 @@ void unplug(Session& s, Arguments& a) {
   const size_t left = thread_count() - (a.more() ? static_cast<size_t>(a.number()) : 0);
   s.clients.clear();
   s.modem.unplug();
-  // Counted may be one that was joined before and leaves only now.
-  if (!eventually([left] { return thread_count() <= left; })) throw UsageError("the threads did not end");
+  if (!wait_thread_count(left)) throw UsageError("the threads did not end");
 }
 
 void plug(Session& s, Arguments&) {

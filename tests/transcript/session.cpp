@@ -111,7 +111,7 @@ std::string Session::end() {
 }
 
 std::string Session::leftover() const {
-  const auto none = [this] { return open_descriptors() == descriptors && thread_count() == threads; };
+  const auto none = [this] { return open_descriptors() == descriptors && thread_count() <= threads; };
   if (eventually(none)) return "none";
   return "threads " + std::to_string(thread_count()) + " for " + std::to_string(threads) + ", descriptors " +
          std::to_string(open_descriptors()) + " for " + std::to_string(descriptors);
