@@ -305,6 +305,8 @@ void add_stand_ins(std::map<std::string, Command>& table) {
       throw UsageError("the modem received no command");
     }
   };
+  // A host without a standard input: descriptor 0 is the first that the library gets.
+  table["stdin"] = [](Session&, Arguments& a) { a.text() == "off" ? close(0) : open("/dev/null", O_RDONLY); };
   table["unlock"] = [](Session&, Arguments&) { close(s_lock); };
   table["address"] = [](Session&, Arguments& a) { interface::answer(a.rest()); };
 }

@@ -1,6 +1,5 @@
 // The diagnostic page against tests/data/611: whole pages in buffers of every size, single lines, names,
 // counters and rates.
-#include <errno.h>
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -10,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "faults/calls.h"
 #include "log_611_names.h"
 #include "log_611_sections.h"
 #include "support/sim_fixture.h"
@@ -191,24 +189,6 @@ TEST(Page, NamesAreThoseOfTheStandards) {
               names::kEmmRejectCause, names::kEsmRejectCause, names::kMmRejectCause, names::kSmRejectCause);
   const std::string expected = file_text("names.txt");
   EXPECT_EQ(expected.substr(expected.find("SimStatus 0")), all.str());
-}
-
-TEST(Page, EndsBehindTheWwanHeadingWhenMemoryIsShort) {
-  const Page lte = pages().at("lte");
-  const std::string whole = file_text("lte.masked.txt"), heading = "******** WWAN Info ********\n";
-  char buffer[8192];
-  for (int succeed : {0, 1}) {
-    Writer page(buffer, sizeof buffer);
-    faults::fail("strdup", ENOMEM, succeed);
-    EXPECT_FALSE(build(page, lte, View::kMasked));
-    EXPECT_EQ(whole.substr(0, whole.find(heading) + heading.size()), buffer);
-    EXPECT_EQ(strlen(buffer), page.written());
-  }
-  // A full page and the full view copy nothing.
-  faults::fail("strdup", ENOMEM);
-  Writer full(buffer, sizeof buffer), little(buffer, 100);
-  EXPECT_TRUE(build(full, lte, View::kFull));
-  EXPECT_TRUE(build(little, lte, View::kMasked));
 }
 
 TEST(Page, CopiesStaticInfoWhateverTheFileHolds) {

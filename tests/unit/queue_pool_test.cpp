@@ -54,3 +54,22 @@ TEST(Mempool, ThreadsShareOnePool) {
   while (mempool_alloc(pool.get(), 1) != nullptr) left++;
   EXPECT_EQ(left, 8);
 }
+
+TEST(Objects, ThatAreNone) {
+  const blpkt_callback none[] = {nullptr};
+  brio::relaxed_store(g_brio_lib_log_mask, 0xFFFFFFFFu);
+  log_capture::clear();
+  EXPECT_EQ(process_line("OK", nullptr, NUMERIC, ""), 1);
+  mempool_destroy(nullptr);
+  mempool_dump(nullptr);
+  queue_dump_all(nullptr);
+  blpkt_set_event_callbacks(none);
+  blpkt_set_event_callbacks(nullptr);
+  blpkt_set_log_callbacks(none);
+  blpkt_set_default_event_callback(nullptr);
+  blpkt_set_default_log_callback(nullptr);
+  EXPECT_TRUE(log_capture::has("FATAL:ERROR:: AT resp (p_resp) is NULL"));
+  EXPECT_TRUE(log_capture::has("bad parameters given to mempool_destroy"));
+  EXPECT_TRUE(log_capture::has("pool == NULL"));
+  EXPECT_EQ(log_capture::lines().size(), 3u);
+}
