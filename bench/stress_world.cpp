@@ -6,6 +6,8 @@
 #include <cstring>
 #include <thread>
 
+#include "brisk_clock.h"
+
 namespace stress {
 namespace {
 
@@ -336,7 +338,13 @@ const std::vector<Probe>& probes() {
 
 World::World(bench::DeviceRoot& root, unsigned seed) : modem_(first_state()), random_(seed) {
   modem_.observe([this](const modemsim::Traffic& traffic) {
-    if (!traffic.to_modem) return;
+    if (!traffic.to_modem) {
+      // Nobody waits for what never comes, but for a scan: that is released.
+      const bool silent = traffic.port == modemsim::Port::kQuery && traffic.bytes.empty();
+      if (silent && !scans_) bench::g_expire_wait.store(true, kRelaxed);
+      return;
+    }
+    scans_ = traffic.bytes == kScan;
     (traffic.bytes == kScan ? scans_asked_ : asked_).fetch_add(1, kRelaxed);
   });
   modem_.fault(unanswered_scan());
@@ -351,6 +359,7 @@ Peace World::opening() {
   // no name.
   modem_.wait_open(modemsim::Port::kQuery, false);
   modem_.wait_written();
+  bench::g_expire_wait.store(false, kRelaxed);  // of a request that the close has ended
   disturb(lost_, false);
   return {fine(), epoch_.load(kRelaxed)};
 }

@@ -93,6 +93,7 @@ class World {
   std::atomic<bool> faulty_{false};  // a fault waits for its command
   std::atomic<long> scans_asked_{0};
   std::atomic<long> asked_{0};  // commands other than scans
+  bool scans_ = false;          // the last command was a scan; modem's thread
   static Deeds s_deeds;
 };
 
