@@ -25,6 +25,8 @@
 
 namespace {
 
+std::atomic<void (*)()> s_hook;
+
 // One call's plan and counts. Changed while no call of the kind is under way, but for the counts.
 struct Plan {
   explicit Plan(const char* its_name) : name(its_name), next(s_first) { s_first = this; }
@@ -34,6 +36,7 @@ struct Plan {
     const long at = since++;
     if (at < skip || at - skip >= times) return false;
     fired++;
+    if (void (*const hook)() = s_hook) hook();
     errno = error;
     return true;
   }
@@ -257,7 +260,12 @@ void faults::fail(const std::string& call, int error, long skip, long times) {
   its.times = times;
 }
 
+void faults::on_fault(void (*hook)()) {
+  s_hook = hook;
+}
+
 void faults::stop() {
+  s_hook = nullptr;
   for (Plan* each = Plan::s_first; each != nullptr; each = each->next) each->times = 0;
 }
 

@@ -18,7 +18,9 @@ constexpr int kEnd = -2;    // no byte; of system: the exit status of a shell th
 // After `skip` good calls, `times` calls fail with `error`. What fails inside streams is "fread", whatever
 // reads them; the monotonic clock is "clock_gettime". A close fails behind its work.
 void fail(const std::string& call, int error, long skip = 0, long times = 1);
-// No call fails any more.
+// Runs whenever a call was made to fail, on its thread; null for none.
+void on_fault(void (*hook)());
+// No call fails any more, no hook runs.
 void stop();
 
 // Calls so far.

@@ -8,23 +8,18 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <sstream>
-#include <tuple>
+#include <fstream>
+#include <map>
 
 #include "base/words.h"
 #include "brio/brio.h"
-#include "brio/briolib.h"
-#include "brio/prox.h"
 #include "brio/wabs.h"
-#include "brio_common/shared_data.h"
 #include "nipc/nipc_standin.h"
 #include "support/interface.h"
+#include "transcript/session.h"
 
 namespace {
 
-const std::string kSensor = "/sys/devices/virtual/proximity/proximity0/";
-const std::string kTrace = "/mnt/us/trace_log_2026_3_7_14_5_0.istp";
-constexpr char kFilter[] = "/var/local/wan/debug/trace_filter.cfg";
 constexpr std::time_t kNow = 1772892300;
 
 modemsim::State new_modem() {
@@ -79,243 +74,144 @@ char take(int fd) {
   _exit(0);
 }
 
-// ---- What the host does. Statuses: those that the public headers name.
+using Values = std::vector<std::string>;
+using Step = void (*)(const Device&, Run&, Arguments&, const Values& unknown);
 
-template <typename... Out>
-void value(Run& run, const char* name, uint32_t (*get)(Out*...), std::initializer_list<uint32_t> documented,
-           std::initializer_list<const char*> unknown) {
-  std::tuple<Out...> out{};
-  const uint32_t status = std::apply([&](auto&... each) { return get(&each...); }, out);
-  std::string text;
-  std::apply([&](auto... each) { ((text += (text.empty() ? "" : " ") + std::to_string(each)), ...); }, out);
-  run.ended(name, status, documented, text, unknown);
-}
-// VALUE(operation, (statuses), unknown values...)
-#define VALUE(NAME, STATUSES, ...) value(run, #NAME, NAME, LIST STATUSES, {__VA_ARGS__})
-#define LIST(...) \
-  { __VA_ARGS__ }
-
-void text(Run& run, const char* name, uint32_t (*get)(char*, uint32_t)) {
-  char buffer[64] = "";
-  const uint32_t status = get(buffer, sizeof buffer);
-  run.ended(name, status, {0}, buffer, {""});
+bool one_of(const std::string& value, const Values& all) {
+  return std::find(all.begin(), all.end(), value) != all.end();
 }
 
-void basics(const Device&, Run& run) {
-  text(run, "wabs_get_imsi", wabs_get_imsi);
-  text(run, "wabs_get_radio_serial_number", wabs_get_radio_serial_number);
-  text(run, "wabs_get_radio_cert_param1", wabs_get_radio_cert_param1);
-  text(run, "wabs_get_firmware_version", wabs_get_firmware_version);
-  VALUE(wabs_get_bars, (0, 2), "4294967295");
-  VALUE(wabs_get_roaming_status, (0, 2), "8");
-}
-
-void queries(const Device& device, Run& run) {
-  test_clock::advance(100);  // bars are polled
-  VALUE(wabs_get_bars, (0, 2), "4294967295");
-  VALUE(wabs_get_data_service_mode, (0, 2), "0");
-  {
-    brio::UrcDataLock lock;  // not known: asked for again
-    snprintf(g_brio_lib_atcmd_data.mcc, sizeof g_brio_lib_atcmd_data.mcc, BRIO_PLMN_UNKNOWN);
+// The parts between the separators, without blanks around them.
+Values split(std::string text, const std::string& separator) {
+  Values parts;
+  for (text += separator; !text.empty();) {
+    const size_t end = text.find(separator);
+    parts.push_back(text.substr(0, end));
+    text.erase(0, end + separator.size());
   }
-  VALUE(wabs_get_bars, (0, 2), "4294967295");
-  for (const char* mcc : {"262", "234"}) {
-    {
-      brio::UrcDataLock lock;
-      snprintf(g_brio_lib_atcmd_data.mcc, sizeof g_brio_lib_atcmd_data.mcc, "%s", mcc);
-    }
-    briolib_exec_event_callback(BRIO_EVENT_SERVING_PLMN_CHANGED, 0, nullptr);
-    VALUE(wabs_get_mcc_mnc, (0, 2), "262 0", "234 0", "0 0");
-    run.ended("mcc file", 0, {0}, device.root.read("/var/local/wan/mcc").value_or(""), {"", "262"});
+  return parts;
+}
+
+void answer(Run& run, const std::string& operation, uint32_t status, const std::string& value,
+            const Values& unknown) {
+  run.answers.push_back({operation, status, value, one_of("*", unknown) || one_of(value, unknown)});
+}
+
+// "STATUSES OPERATION ARGUMENT..."
+void call(Run& run, const std::string& statuses, Arguments& a, const Values& unknown) {
+  const std::string name = a.text(), result = calls().at(name)(a);
+  const size_t blank = std::min(result.find(' '), result.size());
+  const std::string status = result.compare(0, 4, "done") == 0 ? "0" : result.substr(0, blank);
+  if (!one_of(status, split(statuses, ","))) run.wrong.push_back(name + " ended with " + status);
+  answer(run, name, static_cast<uint32_t>(to_number(status)),
+         result.substr(std::min(blank + 1, result.size())), unknown);
+}
+
+bool went_well(const Run& run) {
+  return run.answers.back().status == 0;
+}
+
+void write_file(const Device& device, Run&, Arguments& a, const Values&) {
+  const std::string path = a.text();
+  device.root.write(path, a.more() ? a.text() : "");
+}
+
+void show_file(const Device& device, Run& run, Arguments& a, const Values& unknown) {
+  const std::string path = a.text();
+  answer(run, path, 0, quoted(device.root.read(path).value_or("")), unknown);
+}
+
+void set_field(const Device&, Run&, Arguments& a, const Values&) {
+  const auto parts = split(a.text(), "=");
+  set_shared_field(parts[0], parts[1]);
+}
+
+void await_mode(const Device&, Run& run, Arguments& a, const Values&) {
+  const auto mode = a.number();
+  if (went_well(run)) run.wait([mode] { return brio::relaxed_load(g_pre_sar_mode) == mode; });
+}
+
+void await_size(const Device& device, Run& run, Arguments& a, const Values&) {
+  const std::string path = device.root.path(a.text());
+  const auto size = a.number();
+  struct stat info = {};
+  if (went_well(run)) run.wait([&] { return stat(path.c_str(), &info) == 0 && info.st_size >= size; });
+}
+
+void await_reports(const Device&, Run& run, Arguments&, const Values&) {
+  run.wait([] { return log_capture::has("No URC Callback func avail SETTLED"); });
+  log_capture::clear();
+}
+
+void switch_stdin(const Device&, Run&, Arguments& a, const Values&) {
+  static int s_kept;
+  if (a.text() == "off") {
+    s_kept = dup(0);
+    close_range(0, 0, 0);
+  } else {
+    dup2(s_kept, 0);
+    close_range(static_cast<unsigned>(s_kept), static_cast<unsigned>(s_kept), 0);
   }
-  VALUE(wabs_get_hplmn_mcc_mnc, (0, 2));
-  time_t utc = 0;
-  int32_t offset = 0;
-  uint32_t status = wabs_get_module_time(&utc, &offset);
-  run.ended("wabs_get_module_time", status, {0, 2, 13}, std::to_string(offset));
-  VALUE(brio_get_wn3_sim_status, (0, 1, 3, 4, 5, 7));
-  VALUE(brio_get_curr_lte_ant, (0, 1, 3, 7));
-  VALUE(brio_get_wan_type, (0, 3), "0", "6");
-  VALUE(brio_get_band_info, (0, 3), "0");
-  VALUE(brio_get_carrier_id, (0, 3), "65535");
-  bas_status antennas = {};
-  status = brio_get_bas_status(&antennas);
-  run.ended("brio_get_bas_status", status, {0, 3, 5});
-  sim_plmn_data plmn = {};
-  status = brio_get_sim_plmn_info(&plmn, 1);
-  run.ended("brio_get_sim_plmn_info", status, {0, 3, 4}, std::string(plmn.home_mcc) + plmn.home_mnc);
-  sim_identity sim = {};
-  status = brio_get_sim_info(&sim);
-  run.ended("brio_get_sim_info", status, {0, 3, 4, 7}, std::string(sim.imsi) + sim.iccid);
-  briolib_reset_modem_info();
-  modem_info modem = {};
-  status = brio_get_modem_info(&modem);
-  run.ended("brio_get_modem_info", status, {0, 3, 4}, std::string(modem.imei) + modem.fw_ver, {""});
-  run.ended("brio_clear_sms", brio_clear_sms(), {0, 3, 5});
-  run.ended("brio_set_lte_ant", brio_set_lte_ant(3), {0, 3, 4, 5});
-  run.ended("briolib_update_lte_info", briolib_update_lte_info(), {0, 2, 4, 5, 6, 7});
-  run.ended("brio_set_fake_security_mode", brio_set_fake_security_mode(1), {0, 4, 5});
-  run.ended("brio_clear_mru", brio_clear_mru(), {0, 4, 5});
-  run.ended("briolib_get_snapshot_mode", briolib_get_snapshot_mode(255), {0, 1});
+}
+
+void report_event(const Device&, Run& run, Arguments&, const Values&) {
   void* event = NipcStandinCreateEvent("com.quarto.power", "suspend");
-  run.ended("wabs_report_event", wabs_report_event(event), {0});
+  answer(run, "wabs_report_event", wabs_report_event(event), "", {});
   NipcStandinFreeEvent(event);
 }
 
-void scan(const Device&, Run& run) {
-  char list[512] = "";
-  const uint32_t status = wabs_do_manual_nw_scan(list, sizeof list);
-  run.ended("wabs_do_manual_nw_scan", status, {0, 2, 14}, list);
-  run.ended("wabs_get_current_network", wabs_get_current_network(), {0, 2});
-  run.ended("wabs_set_auto_mode", wabs_set_auto_mode(), {0, 2});
-  run.ended("wabs_send_abort_cmd", wabs_send_abort_cmd(), {0, 2});
-}
-
-// The file is there and holds something else, as far as the library knows nothing.
-void outdate_static_info(const Device& device) {
-  device.root.write("/var/local/wan/static_info", "other");
-  briolib_set_sim_info_md5_status(0);
-}
-
-void page(const Device& device, Run& run) {
-  outdate_static_info(device);
-  // A visit that lost the modem did not end.
-  run.ended("wabs_exit_611_logging", wabs_exit_611_logging(), {0});
-  run.ended("wabs_get_log_string", wabs_get_log_string(nullptr, 0, 0), {0});
-  for (const uint32_t number : {1, 2, 3, 4}) {
-    char buffer[8192];
-    test_clock::advance(1);
-    run.ended("wabs_get_log_string", wabs_get_log_string(buffer, sizeof buffer, number % 2), {0});
-    if (number < 3) continue;  // one of three pages asks the modem for what the later ones show
-    std::istringstream lines(buffer);
-    for (std::string line; std::getline(lines, line);) run.ended("page line", 0, {0}, line, {"*"});
-  }
-}
-
-void trace(const Device& device, Run& run) {
-  device.root.remove(kTrace);
-  device.root.write(kFilter, "AT+XSYSTRACE=1\n#\nAT+TRACE=1\n");
-  device.modem('c');
-  const uint32_t status = brio_trace_tst_log(kFilter, "/mnt/us/trace_log");
-  run.ended("brio_trace_tst_log", status, {0, 1, 2, 3, 4, 7});
-  if (status == 0) {
-    device.modem('t');
-    struct stat info = {};
-    run.wait([&] {
-      return stat(device.root.path(kTrace).c_str(), &info) == 0 &&
-             static_cast<size_t>(info.st_size) == trace_bytes().size();
-    });
-  }
-  brio_trace_tst_stop();
-  const bool whole = device.root.read(kTrace) == trace_bytes();
-  run.ended("captured", whole ? 0 : 1, {0, 1});
-}
-
-void prox(const Device& device, Run& run) {
-  test_clock::scale_selects(0.0004);  // the monitor polls every 2 ms
-  const uint32_t status = prox_open();
-  run.ended("prox_open", status, {0, 3, 5});
-  for (const int mode : {BRIO_SAR_ON, BRIO_SAR_OFF, BRIO_SAR_ON}) {
-    if (status != 0) break;
-    device.root.write(kSensor + "prox_diff", mode == BRIO_SAR_ON ? "64" : "05");
-    run.wait([mode] { return brio::relaxed_load(g_pre_sar_mode) == mode; });
-  }
-  prox_close();
-  run.ended("sensor", 0, {0},
-            device.root.read(kSensor + "prox_ctrl0").value_or("") + " " +
-                std::to_string(brio::relaxed_load(g_pre_sar_mode)),
-            {"*"});
-}
-
-// The host runs without standard input: the first descriptor that is opened is 0.
-void prox_without_stdin(const Device& device, Run& run) {
-  const int kept = dup(0);
-  close_range(0, 0, 0);
-  prox(device, run);
-  dup2(kept, 0);
-  close_range(static_cast<unsigned>(kept), static_cast<unsigned>(kept), 0);
-}
-
-void static_info(const Device& device, Run& run) {
-  outdate_static_info(device);
-  const uint32_t status = brio_get_sim_static_info(1);
-  run.ended("brio_get_sim_static_info", status, {0, 3},
-            device.root.read("/var/local/wan/static_info").value_or(""), {"other", ""});
-}
-
-void reports(const Device& device, Run& run) {
-  device.root.remove("/var/run/fatal_reject");
-  log_capture::clear();
-  device.modem('u');
-  run.wait([] { return log_capture::has("No URC Callback func avail SETTLED"); });
-  VALUE(wabs_get_bars, (0, 2), "4294967295");
-  run.ended("reject flag", device.root.read("/var/run/fatal_reject").has_value() ? 0 : 1, {0, 1});
-}
-
-void factory(const Device& device, Run& run) {
-  device.root.write("/var/local/wan/info", "WAN_TYPE=6\n");
-  run.ended("brio_carrier_selection", brio_carrier_selection(), {0, 4, 5, 6},
-            device.root.read("/var/local/wan/info").has_value() ? "kept" : "removed", {"kept"});
-  run.ended("brio_turn_off_rf", brio_turn_off_rf(), {0, 4, 5});
-}
-
-// ---- Devices
-
-void no_files(const DeviceRoot&) {}
-
-void sensor(const DeviceRoot& root) {
-  for (const char* name : {"prox_ctrl0", "sensor_sel"}) root.write(kSensor + name, "");
-  for (const char* name : {"prox_diff", "prox_avg", "prox_offset", "prox_use"})
-    root.write(kSensor + name, "64");
-}
-
-void sensor_and_filter(const DeviceRoot& root) {
-  sensor(root);
-  root.write(kFilter, "AT+XSYSTRACE=1\n");
-}
-
-void all_files(const DeviceRoot& root) {
-  sensor_and_filter(root);
-  root.write("/var/local/wan/briolib_log_config", "0xFFFFFFFF\n");
-  root.write("/var/run/mcsdwc.dat", "AT+COPS=1,2,\"23415\";20\n");
-  root.write("/var/local/wan/info", "# \nWAN_TYPE=7\n");
-  root.write("/mnt/us/apn", "internet.test\n");
-  root.write("/var/local/wan/mcc", "262");
-  root.write("/var/local/wan/static_info", "old");
-  root.write("/proc/net/dev", "wwan0: 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16\n");
-}
-
-void page_files(const DeviceRoot& root) {
-  root.write("/proc/net/dev", "wwan0: 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16\n");
-}
+const std::map<std::string, Step> kSteps = {
+    {"file", write_file},
+    {"show", show_file},
+    {"set", set_field},
+    {"mode", await_mode},
+    {"grown", await_size},
+    {"handled", await_reports},
+    {"stdin", switch_stdin},
+    {"event", report_event},
+    {"rm", [](const Device& d, Run&, Arguments& a, const Values&) { d.root.remove(a.text()); }},
+    {"modem", [](const Device& d, Run&, Arguments& a, const Values&) { d.modem(a.text()[0]); }},
+    {"advance",
+     [](const Device&, Run&, Arguments& a, const Values&) { test_clock::advance(to_real(a.text())); }},
+    {"fast", [](const Device&, Run&, Arguments&, const Values&) { test_clock::scale_selects(0.0004); }},
+};
 
 }  // namespace
 
-const std::vector<Scenario>& scenarios() {
-  static const std::vector<Scenario> all = {
-      {"open", true, sensor_and_filter, basics},
-      {"files", true, all_files, queries},
-      {"queries", false, no_files, queries},
-      {"scan", false, no_files, scan},
-      {"page", false, page_files, page},
-      {"trace", false, no_files, trace},
-      {"prox", false, sensor, prox},
-      {"no_stdin", false, sensor, prox_without_stdin},
-      {"static_info", false, no_files, static_info},
-      {"reports", false, no_files, reports},
-      {"factory", false, no_files, factory},
-  };
-  return all;
+void Scenario::perform(const std::vector<std::string>& lines, const Device& device, Run& run) {
+  for (const auto& line : lines) {
+    Values parts = split(line, " ?? ");
+    Arguments arguments(parts[0]);
+    parts.erase(parts.begin());
+    const std::string word = arguments.text();
+    const auto step = kSteps.find(word);
+    step == kSteps.end() ? call(run, word, arguments, parts) : step->second(device, run, arguments, parts);
+  }
 }
 
-void Run::ended(const std::string& operation, uint32_t status, std::initializer_list<uint32_t> documented,
-                const std::string& value, std::initializer_list<const char*> unknown) {
-  const bool not_known = std::any_of(unknown.begin(), unknown.end(),
-                                     [&](const std::string& each) { return each == "*" || each == value; });
-  answers.push_back({operation, status, value, not_known});
-  if (std::find(documented.begin(), documented.end(), status) == documented.end()) {
-    wrong.push_back(operation + " ended with " + std::to_string(status));
+const std::vector<Scenario>& scenarios() {
+  static std::vector<Scenario> all;
+  if (!all.empty()) return all;
+  std::ifstream file(SCENARIOS);
+  std::vector<std::string>* lines = nullptr;
+  for (std::string line; std::getline(file, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    const auto words = split(line, " ");
+    if (words[0] == "scenario") {
+      all.push_back({words[1], words.size() > 2, {}, {}});
+      lines = &all.back().files;
+    } else if (words[0] == "act") {
+      lines = &all.back().act;
+    } else {
+      lines->push_back(line);
+    }
   }
+  for (auto& each : all) {
+    if (split(each.act[0], " ")[0] != "like") continue;
+    const std::string name = each.act[0].substr(5);
+    each.act = std::find_if(all.begin(), all.end(), [&](const Scenario& s) { return s.name == name; })->act;
+  }
+  return all;
 }
 
 Device::Device() {
@@ -338,7 +234,8 @@ void Device::modem(char what) const {
 
 void Device::reset() const {
   for (const char* folder : {"/var", "/mnt", "/proc", "/sys"}) root.remove(folder);
-  for (const char* folder : {"/var/local/wan/debug", "/var/run", "/mnt/us", "/proc/net", kSensor.c_str()}) {
+  for (const char* folder : {"/var/local/wan/debug", "/var/run", "/mnt/us", "/proc/net",
+                             "/sys/devices/virtual/proximity/proximity0"}) {
     root.make_directory(folder);
   }
   modem('r');

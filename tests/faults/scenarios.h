@@ -4,7 +4,6 @@
 
 #include <sys/types.h>
 
-#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -43,10 +42,6 @@ struct Answer {
 
 // What one run of a scenario has shown.
 struct Run {
-  // An operation ended with a status, which must be a documented one, and gave a value; with "*" any may come
-  // of a fault.
-  void ended(const std::string& operation, uint32_t status, std::initializer_list<uint32_t> documented,
-             const std::string& value = "", std::initializer_list<const char*> unknown = {});
   // Waits until `condition` holds: up to ten seconds, while calls fail a moment.
   template <typename Condition>
   void wait(Condition condition) const {
@@ -59,11 +54,12 @@ struct Run {
   std::vector<std::string> wrong;  // statuses that are not documented
 };
 
+// scenarios.txt tells how they are written.
 struct Scenario {
-  const char* name;
+  std::string name;
   bool whole_life;  // calls fail in wabs_open and wabs_close, too
-  void (*files)(const DeviceRoot& root);
-  void (*act)(const Device& device, Run& run);
+  std::vector<std::string> files, act;
+  static void perform(const std::vector<std::string>& lines, const Device& device, Run& run);
 };
 
 const std::vector<Scenario>& scenarios();

@@ -183,21 +183,22 @@ int clock_wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, const ti
   thread_local struct {
     pthread_cond_t* condition;
     timespec deadline;
-    int64_t end;
+    int64_t start, left;
   } t_wait = {};
   if (t_wait.condition != condition || t_wait.deadline.tv_sec != deadline->tv_sec ||
       t_wait.deadline.tv_nsec != deadline->tv_nsec) {
-    const int64_t left = std::max<int64_t>(deadline->tv_sec * kSecond + deadline->tv_nsec - virtual_now(), 0);
-    const double real_wait = std::min(static_cast<double>(left) * s_scale, s_cap * kSecond);
-    t_wait = {condition, *deadline, real_now() + static_cast<int64_t>(real_wait)};
+    const int64_t left = deadline->tv_sec * kSecond + deadline->tv_nsec - virtual_now();
+    t_wait = {condition, *deadline, real_now(), std::max<int64_t>(left, 0)};
   }
+  const double real_wait = std::min(static_cast<double>(t_wait.left) * s_scale, s_cap * kSecond);
+  const int64_t end = t_wait.start + static_cast<int64_t>(real_wait);
   constexpr int64_t kLook = 2000000;  // how often a wait looks whether it is to expire
-  timespec slice = to_timespec(std::min(t_wait.end, real_now() + kLook));
+  timespec slice = to_timespec(std::min(end, real_now() + kLook));
   int result = pthread_cond_timedwait(condition, mutex, &slice);
   if (result != ETIMEDOUT) return result;
   // The end of a slice is a wake-up without a cause: the caller looks at what it waits for, which may have
   // come at this very moment.
-  if (real_now() < t_wait.end && !take_expiring()) return 0;
+  if (real_now() < end && !take_expiring()) return 0;
   t_wait = {};
   std::lock_guard<std::mutex> lock(s_mutex);
   int64_t missing = deadline->tv_sec * kSecond + deadline->tv_nsec - now_locked();

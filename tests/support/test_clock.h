@@ -24,8 +24,8 @@ void scale_waits(double factor);
 // The same for select alone, which follows scale_waits otherwise.
 void scale_selects(double factor);
 
-// No wait lasts longer than this many real seconds, however long it was meant: short waits keep their length,
-// so that a busy machine does not let them run out.
+// No wait lasts longer than this many real seconds, those under way included, however long it was meant:
+// short waits keep their length, so that a busy machine does not let them run out.
 void cap_waits(double seconds);
 
 // The wait with a deadline that runs, or the next one, times out at once and moves the clock to its deadline.
