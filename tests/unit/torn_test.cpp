@@ -30,6 +30,9 @@ TEST(ManualSelection, TimeOutsThatAreNoneAreZero) {
     EXPECT_EQ(selection.timeout_seconds, 0) << line;
     EXPECT_STREQ(selection.command, "AT") << line;
   }
+  ManualSelection selection;
+  ASSERT_TRUE(parse_manual_selection(ExactText("2147483647 AT").get(), &selection));
+  EXPECT_EQ(selection.timeout_seconds, kManualSelectionTimeoutMax);
 }
 
 }  // namespace
