@@ -243,12 +243,12 @@ void port(Session& s, Arguments& a) {
   s.emit(text);
 }
 
-// As another process would lock it, until `unlock`.
+// As another process would lock it, not even alone, until `unlock`.
 int s_lock = -1;
 
 void lock(Session& s, Arguments& a) {
   s_lock = open(s.root.path(a.text()).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-  s.emit(flock(s_lock, LOCK_EX | LOCK_NB) == 0 ? "locked" : "somebody else has it");
+  s.emit(flock(s_lock, LOCK_SH | LOCK_NB) == 0 ? "locked" : "somebody else has it");
 }
 
 // A port as the system makes it: lines, echo, signals.
