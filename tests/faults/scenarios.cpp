@@ -128,18 +128,19 @@ void set_field(const Device&, Run&, Arguments& a, const Values&) {
 
 void await_mode(const Device&, Run& run, Arguments& a, const Values&) {
   const auto mode = a.number();
-  if (went_well(run)) run.wait([mode] { return brio::relaxed_load(g_pre_sar_mode) == mode; });
+  if (went_well(run)) run.wait("the SAR mode", [mode] { return brio::relaxed_load(g_pre_sar_mode) == mode; });
 }
 
 void await_size(const Device& device, Run& run, Arguments& a, const Values&) {
   const std::string path = device.root.path(a.text());
   const auto size = a.number();
   struct stat info = {};
-  if (went_well(run)) run.wait([&] { return stat(path.c_str(), &info) == 0 && info.st_size >= size; });
+  if (went_well(run))
+    run.wait("the file's size", [&] { return stat(path.c_str(), &info) == 0 && info.st_size >= size; });
 }
 
 void await_reports(const Device&, Run& run, Arguments&, const Values&) {
-  run.wait([] { return log_capture::has("No URC Callback func avail SETTLED"); });
+  run.wait("the last report", [] { return log_capture::has("No URC Callback func avail SETTLED"); });
   log_capture::clear();
 }
 

@@ -42,11 +42,17 @@ struct Answer {
 
 // What one run of a scenario has shown.
 struct Run {
-  // Waits until `condition` holds: up to ten seconds, while calls fail a moment.
+  // Waits until `condition` holds: up to ten seconds, then it is wrong; while calls fail a moment.
   template <typename Condition>
-  void wait(Condition condition) const {
+  void wait(const char* what, Condition condition) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(patient ? 10000 : 30);
-    while (!condition() && std::chrono::steady_clock::now() < end) usleep(200);
+    while (!condition()) {
+      if (std::chrono::steady_clock::now() > end) {
+        if (patient) wrong.push_back(std::string(what) + " never came");
+        return;
+      }
+      usleep(200);
+    }
   }
 
   bool patient = true;
