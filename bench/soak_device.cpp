@@ -10,7 +10,7 @@
 #include "brio/brio.h"
 #include "brio/briolib.h"
 #include "log_lines.h"
-#include "support/test_clock.h"
+#include "test_clock.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include "brio/briolib.h"
 #include "brio/wabs.h"
 #include "nipc/nipc_standin.h"
-#include "support/test_clock.h"
+#include "test_clock.h"
 #include "trace_piece.h"
 
 namespace soak {

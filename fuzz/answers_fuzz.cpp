@@ -10,7 +10,7 @@
 #include "nipc/nipc_standin.h"
 #include "record.h"
 #include "root.h"
-#include "support/test_clock.h"
+#include "test_clock.h"
 
 namespace {
 

@@ -17,7 +17,7 @@
 
 #include "modemsim/modem.h"
 #include "support/log_capture.h"
-#include "support/test_clock.h"
+#include "test_clock.h"
 
 // A temporary directory with the folders of a device: /dev, /var/local/wan/debug, /var/run, /mnt/us,
 // /proc/net, the proximity sensor's sysfs folder. Removed with everything in it at the end. Paths are the

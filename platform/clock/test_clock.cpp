@@ -1,4 +1,4 @@
-#include "support/test_clock.h"
+#include "test_clock.h"
 
 #include <errno.h>
 #include <poll.h>
@@ -250,8 +250,9 @@ int wait_manually(int nfds, fd_set* read_set, fd_set* except_set, int timeout_se
 int wait_scaled(int nfds, fd_set* read_set, fd_set* except_set, int timeout_seconds) {
   const double scale = s_select_scale;
   const double seconds = timeout_seconds * (scale < 0 ? s_scale.load() : scale);
-  timeval timeout = {static_cast<time_t>(seconds),
-                     static_cast<suseconds_t>((seconds - static_cast<time_t>(seconds)) * 1e6)};
+  const auto microseconds = static_cast<int64_t>(seconds * 1e6);
+  timeval timeout = {static_cast<time_t>(microseconds / 1000000),
+                     static_cast<suseconds_t>(microseconds % 1000000)};
   return select(nfds, read_set, nullptr, except_set, &timeout);
 }
 

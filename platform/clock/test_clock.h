@@ -1,7 +1,7 @@
-// A clock below the library that tests drive. Sleeps take no time: they move the clock and are written down.
-// Waits with a deadline run in real time, scaled.
-#ifndef TESTS_SUPPORT_TEST_CLOCK_H
-#define TESTS_SUPPORT_TEST_CLOCK_H
+// Stand-in for briolib/src/base/clock.cpp: a clock that tests, fuzz targets and the soak drive. Sleeps take
+// no time: they move the clock and are written down. Waits with a deadline run in real time, scaled.
+#ifndef PLATFORM_CLOCK_TEST_CLOCK_H
+#define PLATFORM_CLOCK_TEST_CLOCK_H
 
 #include <cstdint>
 #include <ctime>
