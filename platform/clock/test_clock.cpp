@@ -160,7 +160,10 @@ void set_wall(std::time_t now) {
 namespace brio {
 
 bool clock_monotonic(timespec* now) {
-  if (s_fail_monotonic) return false;
+  if (s_fail_monotonic) {
+    errno = EINVAL;
+    return false;
+  }
   *now = to_timespec(virtual_now());
   return true;
 }
