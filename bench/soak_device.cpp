@@ -85,6 +85,7 @@ Device::Device() {
     entry.rat = row.rat;
     state.operators.push_back(entry);
   }
+  root_.rest_sensor();
   brio_set_root_dir(root_.dir().c_str());
   test_clock::stop();
   test_clock::manual_select(true);

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "device_root.h"
+#include "modemsim/device_root.h"
 #include "modemsim/modem.h"
 
 namespace soak {
@@ -33,7 +33,7 @@ class Device {
   Device();
   ~Device();
 
-  bench::DeviceRoot& root() { return root_; }
+  modemsim::DeviceRoot& root() { return root_; }
   modemsim::Modem& modem() { return *modem_; }
   State truth() { return modem_->state(); }
   // The modem is switched off and on, with nobody at its ports.
@@ -67,7 +67,7 @@ class Device {
   void start_modem(const State& state);
   void observe(const modemsim::Traffic& traffic);
 
-  bench::DeviceRoot root_;
+  modemsim::DeviceRoot root_{"soak"};
   std::unique_ptr<modemsim::Modem> modem_;
   double now_ = 0;
   // Written by the modem's thread.

@@ -160,7 +160,7 @@ void Host::close() {
 // A trace file holds what the modem sent.
 void Host::check_files() {
   for (const auto& entry : std::filesystem::directory_iterator(device_.root().dir() + "/mnt/us")) {
-    const std::string bytes = device_.root().read("/mnt/us/" + entry.path().filename().string());
+    const std::string bytes = device_.root().read("/mnt/us/" + entry.path().filename().string()).value_or("");
     const bool whole = bytes.size() == traced_ && bench::piece_of_trace(bytes);
     check("trace file", 0, 0, whole ? "whole" : "torn", "whole");
     std::filesystem::remove(entry.path());
@@ -293,7 +293,8 @@ void Host::visit_page(Random& random, bool disk_full) {
     fill_disk(false);
   } else if (pages > 2) {
     const std::string wanted = "\nLOCI: " + device_.truth().files.at(kLociFile) + "\n";
-    const bool there = device_.root().read("/var/local/wan/static_info").find(wanted) != std::string::npos;
+    const std::string text = device_.root().read("/var/local/wan/static_info").value_or("");
+    const bool there = text.find(wanted) != std::string::npos;
     check("static information file", 0, 0, there ? wanted : "something else", wanted);
   }
   check("wabs_exit_611_logging", wabs_exit_611_logging(), 0, "", "");

@@ -336,7 +336,7 @@ const std::vector<Probe>& probes() {
   return kProbes;
 }
 
-World::World(bench::DeviceRoot& root, unsigned seed) : modem_(first_state()), random_(seed) {
+World::World(modemsim::DeviceRoot& root, unsigned seed) : modem_(first_state()), random_(seed) {
   modem_.observe([this](const modemsim::Traffic& traffic) {
     if (!traffic.to_modem) {
       // Nobody waits for what never comes, but for a scan: that is released.

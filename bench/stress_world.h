@@ -13,7 +13,7 @@
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
-#include "device_root.h"
+#include "modemsim/device_root.h"
 #include "modemsim/modem.h"
 
 namespace stress {
@@ -54,7 +54,7 @@ struct Deeds {
 // order them.
 class World {
  public:
-  World(bench::DeviceRoot& root, unsigned seed);
+  World(modemsim::DeviceRoot& root, unsigned seed);
 
   // World's thread: one thing happens.
   void step();

@@ -11,47 +11,6 @@
 
 namespace fs = std::filesystem;
 
-DeviceRoot::DeviceRoot() {
-  std::string name = ::testing::TempDir() + "brio_root_XXXXXX";
-  if (mkdtemp(&name[0]) == nullptr) {
-    ADD_FAILURE() << "no temporary directory " << name;
-    return;
-  }
-  dir_ = name;
-  for (const char* folder : {"/dev", "/var/local/wan/debug", "/var/run", "/mnt/us", "/proc/net",
-                             "/sys/devices/virtual/proximity/proximity0"}) {
-    make_directory(folder);
-  }
-}
-
-DeviceRoot::~DeviceRoot() {
-  std::error_code ignored;
-  if (!dir_.empty()) fs::remove_all(dir_, ignored);
-}
-
-void DeviceRoot::write(const std::string& device_path, const std::string& content) const {
-  std::ofstream file(path(device_path), std::ios::binary | std::ios::trunc);
-  file << content;
-  file.close();
-  if (!file) ADD_FAILURE() << "cannot write " << path(device_path);
-}
-
-std::optional<std::string> DeviceRoot::read(const std::string& device_path) const {
-  std::ifstream file(path(device_path), std::ios::binary);
-  if (!file) return std::nullopt;
-  std::ostringstream content;
-  content << file.rdbuf();
-  return content.str();
-}
-
-void DeviceRoot::remove(const std::string& device_path) const {
-  fs::remove_all(path(device_path));
-}
-
-void DeviceRoot::make_directory(const std::string& device_path) const {
-  fs::create_directories(path(device_path));
-}
-
 void SimFixture::SetUp() {
   test_clock::reset();
   log_capture::clear();

@@ -1,5 +1,4 @@
-// A library on a simulated modem: a temporary root directory with the device's folders, the simulator behind
-// its ports.
+// A library on a simulated modem below a temporary root directory.
 #ifndef TESTS_SUPPORT_SIM_FIXTURE_H
 #define TESTS_SUPPORT_SIM_FIXTURE_H
 
@@ -15,33 +14,12 @@
 #include <thread>
 #include <vector>
 
+#include "modemsim/device_root.h"
 #include "modemsim/modem.h"
 #include "support/log_capture.h"
 #include "test_clock.h"
 
-// A temporary directory with the folders of a device: /dev, /var/local/wan/debug, /var/run, /mnt/us,
-// /proc/net, the proximity sensor's sysfs folder. Removed with everything in it at the end. Paths are the
-// device's
-// ("/var/run/mcsdwc.dat").
-class DeviceRoot {
- public:
-  DeviceRoot();
-  ~DeviceRoot();
-  DeviceRoot(const DeviceRoot&) = delete;
-  DeviceRoot& operator=(const DeviceRoot&) = delete;
-
-  const std::string& dir() const { return dir_; }
-  // The place of a device path in this file system.
-  std::string path(const std::string& device_path) const { return dir_ + device_path; }
-
-  void write(const std::string& device_path, const std::string& content) const;
-  std::optional<std::string> read(const std::string& device_path) const;  // nothing when it cannot be opened
-  void remove(const std::string& device_path) const;
-  void make_directory(const std::string& device_path) const;
-
- private:
-  std::string dir_;
-};
+using modemsim::DeviceRoot;
 
 // Without SetUp of its own a test starts with a closed library below root(), a modem with initial_state()
 // behind the ports, a fresh clock and an empty log. TearDown closes the library.

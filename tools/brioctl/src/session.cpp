@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "log_sink.h"
+#include "modemsim/device_root.h"
 #include "modemsim/modem.h"
 #include "modemsim/scenario.h"
 #include "report.h"
@@ -33,22 +34,14 @@ std::string scenario_path(const std::string& wanted) {
 
 struct Simulation {
   std::string scenario;
-  std::string directory;
-  modemsim::Modem modem;
+  modemsim::DeviceRoot device{"brioctl"};
+  modemsim::Modem modem;  // gone before its folder
 
   Simulation(const std::string& path, double speed) : scenario(path) {
     modemsim::Scenario played = modemsim::load_scenario(path);
-    char name[] = "/tmp/brioctl-XXXXXX";
-    if (mkdtemp(name) == nullptr) throw Failure("No temporary directory can be made below /tmp.");
-    directory = name;
-    if (!modem.start(directory) || !modem.play(played, speed)) {
+    if (!modem.start(device.dir()) || !modem.play(played, speed)) {
       throw Failure("The simulated modem did not start: " + modem.error() + ".");
     }
-  }
-  ~Simulation() {
-    modem.stop();
-    std::error_code ignored;
-    fs::remove_all(directory, ignored);
   }
 };
 
@@ -67,9 +60,9 @@ Session::Session(const Options& options) : options_(options), root_(options.root
     } catch (const Failure&) {
       throw;
     } catch (const std::exception& problem) {
-      throw Failure(std::string("The scenario cannot be used: ") + problem.what());
+      throw Failure(std::string("The simulation cannot be started: ") + problem.what());
     }
-    root_ = simulation_->directory;
+    root_ = simulation_->device.dir();
   }
   lib.brio_set_root_dir(root_.c_str());
   lib.wabs_set_log_mask(options.verbose ? 0xFFFFFFFF : kModuleLog);

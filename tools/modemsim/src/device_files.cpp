@@ -13,7 +13,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kProxFolder[] = "/sys/devices/virtual/proximity/proximity0/";
 constexpr unsigned kMeanPacket = 800;  // bytes, for the packet counters
 
 std::string hexadecimal(int value, unsigned mask) {

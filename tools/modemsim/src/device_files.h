@@ -9,6 +9,9 @@
 
 namespace modemsim {
 
+// The proximity sensor's entries.
+constexpr char kProxFolder[] = "/sys/devices/virtual/proximity/proximity0/";
+
 // Each returns "" or what went wrong. Files are replaced whole: a reader sees the old or the new contents.
 std::string write_device_file(const std::string& root, const std::string& path, const std::string& contents);
 std::string remove_device_file(const std::string& root, const std::string& path);

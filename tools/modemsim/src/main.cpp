@@ -7,10 +7,11 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
+#include <optional>
 #include <string>
 
 #include "commands.h"
+#include "modemsim/device_root.h"
 #include "modemsim/modem.h"
 #include "modemsim/scenario.h"
 
@@ -135,34 +136,22 @@ int play(std::string root, const std::string& scenario_name, bool verbose, doubl
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, number);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
-  const bool own_root = root.empty();
-  if (own_root) {
-    std::string name = (std::filesystem::temp_directory_path() / "modemsim.XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) return complain("cannot create a folder below the temporary folder");
-    root = name;
+  std::optional<modemsim::DeviceRoot> own_root;
+  if (root.empty()) root = own_root.emplace("modemsim").dir();
+  Printer printer;
+  modemsim::Modem modem;
+  if (verbose) {
+    modem.observe([&](const modemsim::Traffic& traffic) { printer.traffic(traffic); });
+    modem.observe_events([&](const std::string& text) { printer.event(text); });
   }
-  int result = 0;
-  {
-    Printer printer;
-    modemsim::Modem modem;
-    if (verbose) {
-      modem.observe([&](const modemsim::Traffic& traffic) { printer.traffic(traffic); });
-      modem.observe_events([&](const std::string& text) { printer.event(text); });
-    }
-    if (!modem.start(root) || !modem.play(scenario, speed)) {
-      result = complain(modem.error());
-    } else {
-      if (!scenario.title.empty()) std::printf("%s\n", scenario.title.c_str());
-      std::printf("query port %s/dev/ttyACM2\nURC port   %s/dev/ttyACM3\ntrace port %s/dev/ttyACM1\n",
-                  root.c_str(), root.c_str(), root.c_str());
-      std::printf("End with Ctrl-C.\n");
-      std::fflush(stdout);
-      wait_for_the_end(signals, seconds);
-    }
-  }
-  std::error_code failed;
-  if (own_root) std::filesystem::remove_all(root, failed);
-  return result;
+  if (!modem.start(root) || !modem.play(scenario, speed)) return complain(modem.error());
+  if (!scenario.title.empty()) std::printf("%s\n", scenario.title.c_str());
+  std::printf("query port %s/dev/ttyACM2\nURC port   %s/dev/ttyACM3\ntrace port %s/dev/ttyACM1\n",
+              root.c_str(), root.c_str(), root.c_str());
+  std::printf("End with Ctrl-C.\n");
+  std::fflush(stdout);
+  wait_for_the_end(signals, seconds);
+  return 0;
 }
 
 int run(int argc, char** argv) {
