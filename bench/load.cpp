@@ -18,7 +18,7 @@
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "log_lines.h"
-#include "process.h"
+#include "process/process.h"
 #include "pty_port.h"
 
 namespace {
@@ -139,7 +139,7 @@ int main(int argc, char** argv) {
   bench::PtyPort query(root, "ttyACM2"), urc(root, "ttyACM3");
   brio_set_root_dir(root.path().c_str());
   at_parse_init();
-  long descriptors_before = bench::descriptors();
+  long descriptors_before = process::descriptors();
   if (blpkt_init() != 0 || pktio_init("/dev/ttyACM2", blpkt_handle_packet, nullptr) != 0) {
     fprintf(stderr, "load: the channel did not open\n");
     return 1;
@@ -156,14 +156,14 @@ int main(int argc, char** argv) {
   };
   // A first round fills what is allocated once and the caches of the C library, which count as used.
   round(requests, reports, seed);
-  long heap_before = bench::heap_in_use();
+  long heap_before = process::heap_in_use();
   auto start = std::chrono::steady_clock::now();
   round(requests, reports, seed + 1);
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  long heap_after = bench::heap_in_use();
+  long heap_after = process::heap_in_use();
 
   complete = send_reports(urc, more_reports, seed + 2) && complete;
-  long heap_at_end = bench::heap_in_use();
+  long heap_at_end = process::heap_in_use();
   long dropped = s_lines_dropped;
 
   pktio_shutdown();
@@ -171,7 +171,7 @@ int main(int argc, char** argv) {
   stop = true;
   query.poke();
   modem.join();
-  long descriptors_after = bench::descriptors();
+  long descriptors_after = process::descriptors();
 
   long growth = heap_after - heap_before;
   long more_growth = heap_at_end - heap_after;

@@ -12,7 +12,7 @@
 #include <random>
 #include <string>
 
-#include "process.h"
+#include "process/process.h"
 #include "soak_device.h"
 #include "soak_host.h"
 
@@ -271,7 +271,7 @@ int main(int argc, char** argv) {
   app.add_option("--days", days, "Simulated days (30)")->check(CLI::Range(2, 3660));
   app.add_option("--seed", seed, "Seed of the plan (1)");
   CLI11_PARSE(app, argc, argv);
-  bench::count_heap_exactly(argv);
+  process::count_heap_exactly(argv);
 
   const auto start = std::chrono::steady_clock::now();
   long heap = 0, descriptors = 0, threads = 0, resident = 0, heap_peak = 0;
@@ -281,16 +281,16 @@ int main(int argc, char** argv) {
     for (int day = 0; day < days; day++) {
       month.day(day % 3 == 0);
       if (day == 0) {  // fills what is allocated once and the caches of the C library
-        threads = bench::settled_threads(2);
-        descriptors = bench::descriptors();
-        heap = bench::heap_in_use();
-        resident = bench::process_status("VmRSS");
+        threads = process::settled_threads(2);
+        descriptors = process::descriptors();
+        heap = process::heap_in_use();
+        resident = process::status("VmRSS");
       }
-      heap_peak = std::max(heap_peak, bench::heap_in_use());
+      heap_peak = std::max(heap_peak, process::heap_in_use());
     }
-    more_threads = bench::settled_threads(threads) - threads;
-    more_descriptors = bench::descriptors() - descriptors;
-    more_heap = bench::heap_in_use() - heap;
+    more_threads = process::settled_threads(threads) - threads;
+    more_descriptors = process::descriptors() - descriptors;
+    more_heap = process::heap_in_use() - heap;
   }
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   const Tally& tally = g_tally;
@@ -301,12 +301,12 @@ int main(int argc, char** argv) {
   printf("wrong      %ld answers; lost %ld answers, %ld reports\n", tally.wrong, tally.lost_answers,
          tally.lost_reports);
   printf("held       %ld bars of a reopening in weak signal, as documented\n", tally.held_bars);
-  printf("memory     peak %ld KiB resident, of the heap %ld KiB\n", bench::process_status("VmHWM"),
+  printf("memory     peak %ld KiB resident, of the heap %ld KiB\n", process::status("VmHWM"),
          heap_peak / 1024);
   printf(
       "growth     %+ld bytes of heap, %+ld KiB resident, %+ld descriptors, %+ld threads since the first "
       "day\n",
-      more_heap, bench::process_status("VmRSS") - resident, more_descriptors, more_threads);
+      more_heap, process::status("VmRSS") - resident, more_descriptors, more_threads);
   constexpr long kHeapSlack = 2 * 1024;  // the virtual clock notes each sleep
   const bool right = tally.wrong == 0 && tally.lost_answers == 0 && tally.lost_reports == 0;
   const bool flat = more_heap < kHeapSlack && more_descriptors == 0 && more_threads <= 0;

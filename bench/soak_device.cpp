@@ -9,8 +9,8 @@
 
 #include "brio/brio.h"
 #include "brio/briolib.h"
+#include "clock/test_clock.h"
 #include "log_lines.h"
-#include "test_clock.h"
 
 namespace {
 

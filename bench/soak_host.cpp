@@ -12,8 +12,8 @@
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "brio/wabs.h"
+#include "clock/test_clock.h"
 #include "nipc/nipc_standin.h"
-#include "test_clock.h"
 #include "trace_piece.h"
 
 namespace soak {

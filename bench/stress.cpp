@@ -20,7 +20,7 @@
 #include "brio/prox.h"
 #include "brio/wabs.h"
 #include "log_lines.h"
-#include "process.h"
+#include "process/process.h"
 #include "stress_world.h"
 #include "trace_piece.h"
 
@@ -304,7 +304,7 @@ int main(int argc, char** argv) {
       ->check(CLI::Range(10, 864000));
   app.add_option("--seed", seed, "Where the chances begin (random)");
   CLI11_PARSE(app, argc, argv);
-  bench::count_heap_exactly(argv);
+  process::count_heap_exactly(argv);
   signal(SIGALRM, [](int) {
     static constexpr char kText[] = "stress: stuck: some call does not return\n";
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kText, sizeof(kText) - 1);
@@ -320,14 +320,14 @@ int main(int argc, char** argv) {
     round(kRoundSeconds, seed + static_cast<unsigned>(i));
     if (i > 0) continue;
     // The first round fills what is allocated once and the caches of the C library.
-    threads = bench::settled_threads(1);
-    descriptors = bench::descriptors();
-    heap = bench::heap_in_use();
+    threads = process::settled_threads(1);
+    descriptors = process::descriptors();
+    heap = process::heap_in_use();
   }
   alarm(0);
-  const long more_threads = bench::settled_threads(threads) - threads;
-  const long more_descriptors = bench::descriptors() - descriptors;
-  const long more_heap = bench::heap_in_use() - heap;
+  const long more_threads = process::settled_threads(threads) - threads;
+  const long more_descriptors = process::descriptors() - descriptors;
+  const long more_heap = process::heap_in_use() - heap;
 
   const Deeds& deeds = World::deeds();
   printf("rounds     %d of %.0f s, %ld opens, %ld unplugged, %ld refusals, %ld silences\n", rounds,

@@ -6,11 +6,11 @@
 // they send, the answer up to "|": lines with "\n" between them, "!" an error, "?" none in time, "^" a scan's
 // abort. Without a final line in it an answer ends with "OK".
 #include "brio/brio_at.h"
+#include "clock/test_clock.h"
 #include "host.h"
 #include "nipc/nipc_standin.h"
 #include "record.h"
 #include "root.h"
-#include "test_clock.h"
 
 namespace {
 

@@ -6,11 +6,12 @@
 // next commands are answered, one each in their order; without one the modem answers from its state.
 #include <thread>
 
+#include "clock/test_clock.h"
 #include "host.h"
 #include "modemsim/modem.h"
+#include "process/process.h"
 #include "record.h"
 #include "root.h"
-#include "test_clock.h"
 
 namespace {
 
@@ -20,17 +21,9 @@ using modemsim::Port;
 
 constexpr int kStepsMax = 48;
 
-size_t entries(const char* directory) {
-  size_t count = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(directory))
-    count += entry.path().empty() ? 0 : 1;
-  return count;
-}
-
 // Descriptors and threads of the process. A thread that was joined leaves /proc a little later.
 struct Held {
-  size_t descriptors = entries("/proc/self/fd");
-  size_t threads = entries("/proc/self/task");
+  long descriptors = process::descriptors(), threads = process::threads();
   bool operator==(const Held& other) const {
     return descriptors == other.descriptors && threads == other.threads;
   }
@@ -72,13 +65,9 @@ struct World {
   }
 
   void check_held(const Held& wanted) {
-    Held now = held();
-    for (int patience = 0; !(now == wanted) && patience < 5000; patience++) {
-      usleep(1000);
-      now = held();
-    }
-    if (now == wanted) return;
-    fprintf(stderr, "held: descriptors %zu, not %zu; threads %zu, not %zu\n", now.descriptors,
+    Held now;
+    if (process::eventually([&] { return (now = held()) == wanted; })) return;
+    fprintf(stderr, "held: descriptors %ld, not %ld; threads %ld, not %ld\n", now.descriptors,
             wanted.descriptors, now.threads, wanted.threads);
     abort();
   }

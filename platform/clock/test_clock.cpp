@@ -1,4 +1,4 @@
-#include "test_clock.h"
+#include "clock/test_clock.h"
 
 #include <errno.h>
 #include <poll.h>

@@ -17,8 +17,8 @@
 #include "brio/briolib.h"
 #include "brio/prox.h"
 #include "brio/wabs.h"
-#include "faults/calls.h"
 #include "faults/scenarios.h"
+#include "lab/calls.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/lsan_interface.h>
@@ -144,7 +144,7 @@ std::string text(const Answer& answer) {
 // ---- One scenario
 
 struct Left {
-  size_t descriptors;
+  long descriptors;
   std::string held;
   bool operator==(const Left& other) const { return descriptors == other.descriptors && held == other.held; }
 };
@@ -225,7 +225,7 @@ Run Player::live(bool patient, Arm arm) {
   if (!patient) prox_close();  // a monitor whose sensor could not be switched off is joined now
   if (const long stray = faults::stray_closes())
     fail(std::to_string(stray) + " closes of closed descriptors");
-  const Left now = {open_descriptors(), faults::held()};
+  const Left now = {process::descriptors(), faults::held()};
   if (!right_.empty() && !(now == nothing_)) {
     fail("left behind: descriptors " + std::to_string(now.descriptors) + " for " +
          std::to_string(nothing_.descriptors) + ", " + now.held + " for " + nothing_.held);

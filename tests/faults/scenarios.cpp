@@ -14,9 +14,11 @@
 #include "base/words.h"
 #include "brio/brio.h"
 #include "brio/wabs.h"
+#include "lab/functions.h"
+#include "lab/interface.h"
 #include "nipc/nipc_standin.h"
-#include "support/interface.h"
-#include "transcript/session.h"
+
+using namespace lab;
 
 namespace {
 

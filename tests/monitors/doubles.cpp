@@ -80,11 +80,11 @@ void MonitorTest::TearDown() {
 }
 
 void MonitorTest::count_what_is_open() {
-  descriptors_ = open_descriptors();
-  threads_ = thread_count();
+  descriptors_ = process::descriptors();
+  threads_ = process::threads();
 }
 
 void MonitorTest::expect_nothing_left() const {
-  EXPECT_TRUE(wait_thread_count(threads_));
-  EXPECT_EQ(descriptors_, open_descriptors());
+  EXPECT_LE(process::settled_threads(threads_), threads_);
+  EXPECT_EQ(descriptors_, process::descriptors());
 }

@@ -10,7 +10,7 @@
 #include <functional>
 #include <string>
 
-#include "faults/calls.h"
+#include "lab/calls.h"
 #include "support/sim_fixture.h"
 
 namespace doubles {
@@ -30,7 +30,7 @@ class MonitorTest : public ::testing::Test {
   void expect_nothing_left() const;
 
   DeviceRoot root_;
-  size_t descriptors_ = 0, threads_ = 0;
+  long descriptors_ = 0, threads_ = 0;
 };
 
 #endif

@@ -69,7 +69,7 @@ TEST_F(Prox, CloseAfterAFailedDisableLeavesForeignDescriptorsAlone) {
   doubles::hold_sar(false);
   ASSERT_TRUE(log_capture::wait_for("I proxlib:Monitor thread::Graceful thread exit"));
   ticker_.join();
-  EXPECT_TRUE(wait_thread_count(threads_)) << "it ends by itself";
+  EXPECT_LE(process::settled_threads(threads_), threads_) << "it ends by itself";
   for (int fd : mine) EXPECT_EQ(0, close(fd)) << "somebody closed descriptor " << fd;
   expect_nothing_left();
   root_.write(kSensor + "prox_ctrl0", "");
@@ -106,7 +106,7 @@ TEST_F(Prox, SensorStaysOffBehindAPollUnderWay) {
   ticker_ = std::thread([] { test_clock::tick(); });
   ASSERT_TRUE(doubles::wait_sar_held());
   std::thread closer(prox_close);
-  EXPECT_TRUE(eventually([&] { return root_.read(kSensor + "prox_ctrl0") == "70"; }));
+  EXPECT_TRUE(process::eventually([&] { return root_.read(kSensor + "prox_ctrl0") == "70"; }));
   doubles::hold_sar(false);
   closer.join();
   ticker_.join();

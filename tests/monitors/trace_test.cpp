@@ -56,7 +56,7 @@ class Trace : public MonitorTest {
   bool wait_captured(size_t size) {
     const std::string path = root_.path(prefix_ + "_2026_3_7_14_5_0.istp");
     struct stat info = {};
-    return eventually(
+    return process::eventually(
         [&] { return stat(path.c_str(), &info) == 0 && static_cast<size_t>(info.st_size) >= size; });
   }
   void feed(const std::string& bytes) {
@@ -108,14 +108,14 @@ TEST_F(Trace, StopWinsOverPendingData) {
   std::atomic<bool> inside{false}, let_go{false};
   faults::on_write = [&](int fd, const char* data, size_t size) {
     inside = true;
-    eventually([&] { return let_go.load(); });
+    process::eventually([&] { return let_go.load(); });
     return faults::real_write(fd, data, size);
   };
   ASSERT_EQ(0u, start());
   feed(random_bytes(3000));
-  ASSERT_TRUE(eventually([&] { return inside.load(); }));
+  ASSERT_TRUE(process::eventually([&] { return inside.load(); }));
   std::thread stopper([] { brio_trace_tst_stop(); });
-  EXPECT_TRUE(eventually([] { return faults::calls("send") > 0; }));
+  EXPECT_TRUE(process::eventually([] { return faults::calls("send") > 0; }));
   let_go = true;
   stopper.join();
   EXPECT_TRUE(!captured().empty() && captured().size() <= 1023) << "one block, the rest was not touched";
@@ -134,9 +134,9 @@ TEST_F(Trace, FullDiskIsReportedOnceAndCopyingGoesOn) {
     };
     ASSERT_EQ(0u, start());
     feed(std::string(100, 'a'));
-    ASSERT_TRUE(eventually([&] { return refused == 1; }));
+    ASSERT_TRUE(process::eventually([&] { return refused == 1; }));
     feed(std::string(99, 'b'));
-    ASSERT_TRUE(eventually([&] { return refused == 2; }));
+    ASSERT_TRUE(process::eventually([&] { return refused == 2; }));
     full = false;
     feed("behind");
     ASSERT_TRUE(wait_captured(36));
@@ -173,13 +173,13 @@ TEST_F(Trace, ThreadThatEndedByItselfIsJoinedByTheStop) {
     if (c.failing != nullptr) faults::fail(c.failing, c.error);
     if (c.failing != nullptr) feed("zz");
     if (c.failing == nullptr) close(master_);
-    ASSERT_TRUE(wait_thread_count(threads_));
+    ASSERT_LE(process::settled_threads(threads_), threads_);
     // For a moment behind its close the kernel answers EIO instead of the end of stream.
     const bool early = c.failing == nullptr && log_capture::has("read:errno=5:error on read");
     const std::string& line = early ? cases[0].line : c.line;
     const size_t place = line.find(":N:");
     EXPECT_EQ(0u, log_capture::find(line.substr(place + 2)).find(line.substr(0, place + 1)));
-    EXPECT_EQ(descriptors_ - (c.failing == nullptr ? 1 : 0), open_descriptors());
+    EXPECT_EQ(descriptors_ - (c.failing == nullptr ? 1 : 0), process::descriptors());
     brio_trace_tst_stop();
     EXPECT_TRUE(log_capture::has("brio_trace_log_shutdown:errno=9:unable to write to socket pair"));
     EXPECT_FALSE(log_capture::has("error on socket pair"));
@@ -197,7 +197,7 @@ TEST_F(Trace, ThreadThatEndedByItselfIsJoinedByTheStop) {
 TEST_F(Trace, StartOverARunningCaptureEndsIt) {
   ASSERT_EQ(0u, start());
   ASSERT_EQ(0u, start());
-  EXPECT_TRUE(wait_thread_count(threads_ + 1));
+  EXPECT_LE(process::settled_threads(threads_ + 1), threads_ + 1);
   root_.remove("/filter");
   EXPECT_EQ(7u, start());
   expect_nothing_left();

@@ -14,10 +14,11 @@
 #include <thread>
 #include <vector>
 
+#include "clock/test_clock.h"
+#include "lab/log_capture.h"
 #include "modemsim/device_root.h"
 #include "modemsim/modem.h"
-#include "support/log_capture.h"
-#include "test_clock.h"
+#include "process/process.h"
 
 using modemsim::DeviceRoot;
 
@@ -43,26 +44,7 @@ class SimFixture : public ::testing::Test {
  private:
   DeviceRoot root_;
   std::unique_ptr<modemsim::Modem> modem_;
-  std::size_t descriptors_before_ = 0;
-  std::size_t threads_before_ = 0;
+  long descriptors_before_ = 0, threads_before_ = 0;
 };
-
-// Descriptors and threads of this process.
-std::size_t open_descriptors();
-std::size_t thread_count();
-// Waits up to ten seconds until no more threads than that are left: a joined thread leaves /proc a little
-// later, and may have been among those counted before.
-bool wait_thread_count(std::size_t count);
-
-// Runs `condition` until it holds; false after ten seconds.
-template <typename Condition>
-bool eventually(Condition condition) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}
 
 #endif

@@ -13,7 +13,7 @@
 #include "base/log.h"
 #include "brio/brio_at.h"
 #include "brio_blpkt.h"
-#include "faults/calls.h"
+#include "lab/calls.h"
 #include "support/sim_fixture.h"
 
 namespace {
@@ -119,14 +119,14 @@ TEST_F(Channel, ModemThatStopsReadingHoldsNeitherWriterNorClose) {
   test_clock::scale_waits(0.001);
   const std::string command(500, 'x');
   // The first refusal may be a short write; when a write finds no room at all, its wait ends by itself.
-  ASSERT_TRUE(eventually([&] {
+  ASSERT_TRUE(process::eventually([&] {
     pktio_at_send_cmd(command.c_str(), NO_RESULT, nullptr);
     return log_capture::has("err Connection timed out:");
   }));
   test_clock::scale_waits(1);
   const long writes = faults::calls("write");
   auto writer = std::async([&] { return pktio_at_send_cmd(command.c_str(), NO_RESULT, nullptr); });
-  ASSERT_TRUE(eventually([&] { return faults::calls("write") > writes; }));
+  ASSERT_TRUE(process::eventually([&] { return faults::calls("write") > writes; }));
   const auto begin = Clock::now();
   pktio_shutdown();
   EXPECT_EQ(writer.get(), 1u);

@@ -8,9 +8,9 @@
 
 #include "base/masked.h"
 #include "brio/briolib.h"
+#include "lab/log_capture.h"
 #include "parse/modem_config.h"
 #include "static_info.h"
-#include "support/log_capture.h"
 
 namespace {
 

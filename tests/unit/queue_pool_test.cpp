@@ -8,7 +8,7 @@
 
 #include "base/log.h"
 #include "brio/brio_at.h"
-#include "support/log_capture.h"
+#include "lab/log_capture.h"
 
 TEST(Queue, ProducersAndConsumerLoseNothing) {
   // The dump walks the storage meanwhile, as with its log bit on.

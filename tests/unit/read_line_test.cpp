@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "brio/brio_at.h"
-#include "support/log_capture.h"
+#include "lab/log_capture.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "lab/exact_text.h"
 #include "parse/scan_list.h"
-#include "support/exact_text.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 
 #include <string>
 
+#include "lab/exact_text.h"
 #include "parse/manual_selection.h"
 #include "parse/time_report.h"
-#include "support/exact_text.h"
 
 namespace {
 

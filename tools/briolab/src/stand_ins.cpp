@@ -15,10 +15,12 @@
 #include "brio/brio.h"
 #include "brio/briolib.h"
 #include "brio/wabs.h"
+#include "lab/interface.h"
 #include "modemsim/scenario.h"
 #include "nipc/nipc_standin.h"
 #include "session.h"
-#include "support/interface.h"
+
+namespace lab {
 
 // One end of a serial line, as a host has it.
 class Client {
@@ -87,7 +89,7 @@ void ask(Session& s, Arguments& a) {
 // ---- Scenario files
 
 void play(Session& s, Arguments& a) {
-  const auto scenario = modemsim::load_scenario(SOURCE_DIR "/" + a.text());
+  const auto scenario = modemsim::load_scenario(a.text());
   client(s, "/dev/ttyACM3");
   if (!s.modem.play(scenario, to_real(a.text()))) throw UsageError(s.modem.error());
 }
@@ -301,7 +303,7 @@ void add_stand_ins(std::map<std::string, Command>& table) {
   table["tell"] = [](Session& s, Arguments& a) {
     const size_t received = s.modem.commands().size();
     client(s, "/dev/ttyACM2").send(a.rest() + "\r");
-    if (!eventually([&] { return s.modem.commands().size() > received; })) {
+    if (!process::eventually([&] { return s.modem.commands().size() > received; })) {
       throw UsageError("the modem received no command");
     }
   };
@@ -310,3 +312,5 @@ void add_stand_ins(std::map<std::string, Command>& table) {
   table["unlock"] = [](Session&, Arguments&) { close(s_lock); };
   table["address"] = [](Session&, Arguments& a) { interface::answer(a.rest()); };
 }
+
+}  // namespace lab

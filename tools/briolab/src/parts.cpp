@@ -5,9 +5,11 @@
 
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
+#include "lab/exact_text.h"
+#include "lab/functions.h"
 #include "parse/scan_list.h"
-#include "session.h"
-#include "support/exact_text.h"
+
+namespace lab {
 
 namespace {
 
@@ -80,7 +82,7 @@ std::string at_tok(Arguments& a) {
 // ---- Line processor
 
 // process_line TYPE PREFIX LINE...: each result, then the record.
-std::string process(Arguments& a) {
+std::string process_lines(Arguments& a) {
   const auto type = static_cast<uint32_t>(a.number());
   const bool no_prefix = a.take_null();
   const std::string prefix = no_prefix ? "" : a.text();
@@ -230,9 +232,9 @@ std::string md5(Arguments& a) {
 
 }  // namespace
 
-void add_channel(std::map<std::string, Call>& table) {
+void add_parts(std::map<std::string, Call>& table) {
   table["at_tok"] = at_tok;
-  table["process_line"] = process;
+  table["process_line"] = process_lines;
   table["q_create"] = create_queue;
   table["q_add"] = add;
   table["q_get"] = get;
@@ -248,3 +250,5 @@ void add_channel(std::map<std::string, Call>& table) {
   table["mempool_free"] = [](Arguments& a) { return mempool_free(s_pool.get(), s_blocks[a.text()]), "done"; };
   table["mempool_dump"] = [](Arguments&) { return mempool_dump(s_pool.get()), "done"; };
 }
+
+}  // namespace lab

@@ -1,7 +1,9 @@
 // Words, numbers and escapes of a transcript's commands.
 #include <cstdlib>
 
-#include "session.h"
+#include "lab/functions.h"
+
+namespace lab {
 
 namespace {
 
@@ -37,8 +39,8 @@ std::string Arguments::text() {
     if (at_++ >= line_.size()) throw UsageError("a quote is left open");
     size_t digits = 0;
     const bool repeated = at_ < line_.size() && line_[at_] == '*';
-    for (int times = repeated ? std::stoi(line_.substr(at_ + 1), &digits) : 1; times > 0; times--)
-      word += part;
+    const int times = repeated ? std::stoi(line_.substr(at_ + 1), &digits) : 1;
+    for (int i = 0; i < times; i++) word += part;
     at_ += repeated ? digits + 1 : 0;
   }
   return word;
@@ -69,7 +71,7 @@ std::vector<std::string> Arguments::words() {
 
 std::string Arguments::rest() {
   const bool one_word = more() && line_[at_] == '"';
-  const std::string whole = one_word ? text() : line_.substr(at_);
+  std::string whole = one_word ? text() : line_.substr(at_);
   if (!one_word) at_ = line_.size();
   return whole;
 }
@@ -112,3 +114,5 @@ bool holds_one(const std::string& text, const std::vector<std::string>& parts) {
   for (const auto& part : parts) found = found || text.find(part) != std::string::npos;
   return found;
 }
+
+}  // namespace lab

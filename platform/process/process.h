@@ -1,6 +1,6 @@
-// What the process holds: the figures that must be afterwards what they were before.
-#ifndef BENCH_PROCESS_H
-#define BENCH_PROCESS_H
+// What this process holds: the figures that must be afterwards what they were before.
+#ifndef PLATFORM_PROCESS_H
+#define PLATFORM_PROCESS_H
 
 #include <dirent.h>
 #include <malloc.h>
@@ -16,7 +16,7 @@
 // Of a program built with a sanitizer, whose allocator mallinfo2 does not know.
 extern "C" size_t __sanitizer_get_current_allocated_bytes(void) __attribute__((weak));
 
-namespace bench {
+namespace process {
 
 inline long entries(const char* directory) {
   long count = 0;
@@ -34,12 +34,21 @@ inline long threads() {
   return entries("/proc/self/task");
 }
 
-// A joined thread leaves /proc a little later: looks for up to ten seconds whether no more than `most` are
-// left.
-inline long settled_threads(long most) {
-  for (int i = 0; i < 10000 && threads() > most; i++) {
+// Looks every millisecond whether `condition` holds; false after ten seconds.
+template <typename Condition>
+bool eventually(Condition condition) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
+  return true;
+}
+
+// Waits until no more than `most` are left: a joined thread leaves /proc a little later. How many there are
+// then.
+inline long settled_threads(long most) {
+  eventually([most] { return threads() <= most; });
   return threads();
 }
 
@@ -62,7 +71,7 @@ inline long heap_in_use() {
 }
 
 // A number of /proc/self/status by its name ("VmHWM"), -1 when there is none.
-inline long process_status(const char* name) {
+inline long status(const char* name) {
   FILE* file = fopen("/proc/self/status", "re");
   if (file == nullptr) return -1;
   char line[256];
@@ -76,6 +85,6 @@ inline long process_status(const char* name) {
   return value;
 }
 
-}  // namespace bench
+}  // namespace process
 
 #endif

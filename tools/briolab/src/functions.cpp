@@ -15,8 +15,10 @@
 #include "brio/prox.h"
 #include "brio/wabs.h"
 #include "brio_common/shared_data.h"
-#include "session.h"
-#include "support/exact_text.h"
+#include "lab/exact_text.h"
+#include "lab/functions.h"
+
+namespace lab {
 
 namespace {
 
@@ -128,7 +130,9 @@ std::string describe(const R& record) {
   Fields fields;
   add_fields(fields, record);
   std::string text;
-  for (const auto& [name, value] : fields) text += (text.empty() ? "" : " ") + name + "=" + value;
+  for (const auto& [name, value] : fields) {
+    text.append(text.empty() ? "" : " ").append(name).append("=" + value);
+  }
   return text;
 }
 template std::string describe(const network_time&);
@@ -301,7 +305,7 @@ Call fill(uint32_t (*function)(char*, Size, P...), bool clears = false) {
     if (bytes.find_first_not_of(kPreset) == std::string::npos) return status + (null ? "" : " untouched");
     const size_t end = bytes.find('\0');
     if (clears && bytes.find_first_not_of('\0', end) < size) return status + " NOT CLEARED";
-    return status + (end < size ? " " + quoted(bytes.c_str()) : " UNTERMINATED");
+    return status + (end < size ? " " + quoted(bytes.substr(0, end)) : " UNTERMINATED");
   };
 }
 
@@ -382,6 +386,8 @@ const std::map<std::string, Call>& calls() {
       wabs_get_radio_cert_param2, wabs_get_realm, wabs_do_manual_nw_scan);
   ADD(fill_and_clear, wabs_get_firmware_version, wabs_get_log_string);
   ADD(Call, request);
-  add_channel(table);
+  add_parts(table);
   return table;
 }
+
+}  // namespace lab

@@ -1,4 +1,4 @@
-#include "support/interface.h"
+#include "lab/interface.h"
 
 #include <arpa/inet.h>
 #include <errno.h>

@@ -1,4 +1,4 @@
-#include "faults/calls.h"
+#include "lab/calls.h"
 
 #include <arpa/inet.h>
 #include <errno.h>
@@ -202,8 +202,8 @@ static int close_stream(void* cookie) {
 static Plan s_fdopen("fdopen");
 extern "C" FILE* __real_fdopen(int fd, const char* mode);
 extern "C" FILE* __wrap_fdopen(int fd, const char* mode) {
-  if (strcmp(mode, "r") != 0)
-    return __real_fdopen(fd, mode);  // the product only reads; coverage counts are written
+  // The product only reads; coverage counts are written.
+  if (strcmp(mode, "r") != 0) return __real_fdopen(fd, mode);
   if (s_fdopen.fails()) return nullptr;
   FILE* stream = fopencookie(reinterpret_cast<void*>(static_cast<intptr_t>(fd)), mode,
                              {read_stream, nullptr, nullptr, close_stream});

@@ -8,6 +8,8 @@
 
 #include "session.h"
 
+using namespace lab;
+
 namespace {
 
 constexpr int kDiffers = 1;
@@ -92,7 +94,7 @@ int main(int argc, char** argv) {
   const bool update = !words.empty() && words[0] == "--update";
   if (words.size() != (update ? 2U : 1U) || words.back() == "--help") {
     std::cout << "usage: transcript [--update] FILE\n\n"
-              << std::ifstream(TRANSCRIPT_HELP).rdbuf() << "\nFunctions:\n";
+              << std::ifstream(BRIOLAB_HELP).rdbuf() << "\nFunctions:\n";
     for (const auto& each : calls()) std::cout << "  " << each.first << "\n";
     return words.size() == 1 ? 0 : kUnusable;
   }

@@ -1,4 +1,4 @@
-// The commands of a transcript; tests/transcripts/README.md describes them.
+// The commands of a session; commands.txt describes them.
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -14,11 +14,14 @@
 #include "brio/briolib.h"
 #include "brio/wabs.h"
 #include "brio_common/shared_data.h"
-#include "faults/calls.h"
+#include "clock/test_clock.h"
+#include "lab/calls.h"
+#include "lab/exact_text.h"
 #include "modemsim/scenario.h"
 #include "nipc/nipc_standin.h"
 #include "session.h"
-#include "support/exact_text.h"
+
+namespace lab {
 
 namespace {
 
@@ -96,10 +99,10 @@ void raw(Session& s, Arguments& a) {
 }
 
 void unplug(Session& s, Arguments& a) {
-  const size_t left = thread_count() - (a.more() ? static_cast<size_t>(a.number()) : 0);
+  const long left = process::threads() - (a.more() ? static_cast<long>(a.number()) : 0);
   s.clients.clear();
   s.modem.unplug();
-  if (!wait_thread_count(left)) throw UsageError("the threads did not end");
+  if (process::settled_threads(left) > left) throw UsageError("the threads did not end");
 }
 
 void plug(Session& s, Arguments&) {
@@ -112,8 +115,8 @@ void wait_command(Session& s, Arguments& a) {
   const auto before =
       std::count(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(s.commands_seen), command);
   const size_t times = a.more() ? static_cast<size_t>(a.number()) : 1;
-  if (!s.modem.wait_command(command, static_cast<size_t>(before) + times))
-    throw UsageError("it did not come");
+  const bool came = s.modem.wait_command(command, static_cast<size_t>(before) + times);
+  if (!came) throw UsageError("it did not come");
 }
 
 void wait_log(Session& s, Arguments& a) {
@@ -127,7 +130,7 @@ void wait_log(Session& s, Arguments& a) {
              return each.text.find(part) != std::string::npos;
            }) >= times;
   };
-  if (!eventually(came)) throw UsageError("it was not logged");
+  if (!process::eventually(came)) throw UsageError("it was not logged");
 }
 
 // ---- The library
@@ -169,7 +172,7 @@ void await(Session& s, Arguments& a) {
   const std::string status = a.text();
   const Call& chosen = function(a.text());
   std::string line;
-  eventually([&] {
+  process::eventually([&] {
     Arguments again = a;
     line = chosen(again);
     return line.substr(0, line.find(' ')) == status;
@@ -291,7 +294,8 @@ void grown(Session& s, Arguments& a) {
   const std::string path = s.root.path(a.text());
   const long long size = a.number();
   struct stat info;
-  if (!eventually([&] { return stat(path.c_str(), &info) == 0 && info.st_size >= size; })) s.emit("no");
+  const auto came = [&] { return stat(path.c_str(), &info) == 0 && info.st_size >= size; };
+  if (!process::eventually(came)) s.emit("no");
 }
 
 void touched(Session& s, Arguments& a) {
@@ -415,7 +419,7 @@ const std::map<std::string, Command>& commands() {
     s.follow = a.words();
     s.log.clear();
   };
-  table["keeps"] = [](Session& s, Arguments& words) { s.descriptors += static_cast<size_t>(words.number()); };
+  table["keeps"] = [](Session& s, Arguments& words) { s.descriptors += static_cast<long>(words.number()); };
   table["leftover"] = [](Session& s, Arguments&) { s.emit(s.leftover()); };
   table["dir"] = [](Session& s, Arguments& a) { s.root.make_directory(a.text()); };
   table["rm"] = [](Session& s, Arguments& a) { s.root.remove(a.text()); };
@@ -430,3 +434,5 @@ const std::map<std::string, Command>& commands() {
   add_stand_ins(table);
   return table;
 }
+
+}  // namespace lab

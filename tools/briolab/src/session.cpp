@@ -13,7 +13,10 @@
 #include "brio/briolib.h"
 #include "brio/wabs.h"
 #include "brio_common/shared_data.h"
+#include "clock/test_clock.h"
 #include "nipc/nipc_standin.h"
+
+namespace lab {
 
 namespace {
 
@@ -31,8 +34,8 @@ uint32_t record_event(uint32_t id, uint32_t size, const void* data) {
   if (id == BRIO_EVENT_TIME_INFO && data != nullptr) {
     line += " " + describe(*static_cast<const network_time*>(data));
   } else {
-    for (uint32_t i = 0; i < size / 4; i++)
-      line += " " + std::to_string(static_cast<const int32_t*>(data)[i]);
+    const auto* words = static_cast<const int32_t*>(data);
+    for (uint32_t i = 0; i < size / 4; i++) line += " " + std::to_string(words[i]);
   }
   std::unique_lock<std::mutex> guard(s_events_mutex);
   s_events.push_back(line);
@@ -93,8 +96,8 @@ Session::Session() {
     brio::UrcDataLock lock;
     briolib_init_atcmd_data(0);
   }
-  descriptors = open_descriptors();
-  threads = thread_count();
+  descriptors = process::descriptors();
+  threads = process::threads();
   shown = shared_fields();
   time_seen = now();
 }
@@ -111,10 +114,10 @@ std::string Session::end() {
 }
 
 std::string Session::leftover() const {
-  const auto none = [this] { return open_descriptors() == descriptors && thread_count() <= threads; };
-  if (eventually(none)) return "none";
-  return "threads " + std::to_string(thread_count()) + " for " + std::to_string(threads) + ", descriptors " +
-         std::to_string(open_descriptors()) + " for " + std::to_string(descriptors);
+  const auto none = [this] { return process::descriptors() == descriptors && process::threads() <= threads; };
+  if (process::eventually(none)) return "none";
+  return "threads " + std::to_string(process::threads()) + " for " + std::to_string(threads) +
+         ", descriptors " + std::to_string(process::descriptors()) + " for " + std::to_string(descriptors);
 }
 
 void Session::emit(const std::string& line) {
@@ -199,3 +202,5 @@ Session::Lines Session::run(const std::string& line) {
   if (line.compare(0, 4, "raw ") != 0) observe();
   return output;
 }
+
+}  // namespace lab

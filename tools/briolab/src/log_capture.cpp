@@ -1,4 +1,4 @@
-#include "support/log_capture.h"
+#include "lab/log_capture.h"
 
 #include <stdarg.h>
 #include <stdio.h>
