@@ -37,8 +37,10 @@ uint32_t s_home_cached;
 uint32_t s_home_mcc;
 uint32_t s_home_mnc;
 
+// 0 for a text that is no number, also with a sign in front: the modem may send any three characters.
 uint32_t prv_number(const char* digits) {
-  return static_cast<uint32_t>(brio::decimal(digits));
+  const int32_t number = brio::decimal(digits);
+  return number > 0 ? static_cast<uint32_t>(number) : 0;
 }
 
 bool prv_known(const char* text) {

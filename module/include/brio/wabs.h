@@ -124,8 +124,8 @@ BRIO_API uint32_t wabs_send_abort_cmd(void);
 /* Refreshes the record of the current network. 0, 1 or 2. */
 BRIO_API uint32_t wabs_get_current_network(void);
 /*
- * Serving MCC and MNC as numbers; a text that is not known leaves its output as it was. 0, 2 or 11. Does not
- * check whether the module is open.
+ * Serving MCC and MNC as numbers up to 999, 0 for a text that is none; a text that is not known leaves its
+ * output as it was. 0, 2 or 11. Does not check whether the module is open.
  */
 BRIO_API uint32_t wabs_get_mcc_mnc(uint32_t* mcc, uint32_t* mnc);
 /* The SIM's home MCC and MNC, read once per process. 0, 2 or 11. Does not check whether the module is open.
