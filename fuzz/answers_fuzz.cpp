@@ -72,60 +72,97 @@ uint32_t serve(const char* command, uint32_t type, const char* prefix, recv_func
   return callback != nullptr ? callback(response.get(), data, value) : uint32_t{BLPKT_STATUS_SUCCESS};
 }
 
-uint32_t with_one_byte(uint32_t (*call)(uint32_t), Input& in) {
-  return call(in.byte() % 8);
-}
-
-template <typename Record>
-void check(const Record&) {}
+template <typename T>
+void check(const T&) {}
 void check(const sim_identity& identity) {
-  fuzz::require_text(identity.iccid);
-  fuzz::require_text(identity.imsi);
+  fuzz::require_text(identity.iccid, identity.imsi);
 }
 void check(const modem_info& info) {
-  fuzz::require_text(info.fw_ver);
-  fuzz::require_text(info.imei);
-  fuzz::require_text(info.serial);
-  fuzz::require_text(info.hw_ver);
+  fuzz::require_text(info.fw_ver, info.imei, info.serial, info.hw_ver);
+}
+void check(const atcmd_snapshot& s) {
+  fuzz::require_text(s.mcc, s.mnc, s.plmn_text, s.band_text, s.fw_ver, s.lib_ver, s.imei);
 }
 
-template <typename Record>
-uint32_t with_record(uint32_t (*call)(Record*)) {
-  const auto record = std::make_unique<Record>();  // a block of its own, for the sanitizer
-  const uint32_t status = call(record.get());
-  check(*record);
-  return status;
+// An argument of an operation: a small number, or a record in a block of its own, for the sanitizer.
+template <typename T>
+struct Argument {
+  explicit Argument(Input& in) : value(in.byte() % 8) {}
+  T get() { return value; }
+  T value;
+};
+template <typename T>
+struct Argument<T*> {
+  explicit Argument(Input&) : record(std::make_unique<T>()) {}
+  ~Argument() { check(*record); }
+  T* get() { return record.get(); }
+  std::unique_ptr<T> record;
+};
+
+template <typename... Arguments>
+uint32_t call(uint32_t (*operation)(Arguments...), Input& in) {
+  return operation(Argument<Arguments>(in).get()...);
 }
+template <auto kOperation>
+uint32_t run(Input& in) {
+  return call(kOperation, in);
+}
+
+struct Operation {
+  uint32_t (*run)(Input&);
+  fuzz::Statuses statuses;  // as the header documents them, for arguments that are not null
+  bool gated = false;       // answers nothing but the status gate's value, where that is not 0
+};
+constexpr bool kGated = true;
 
 // "A" is the first. Requests that the host interface sends only now and then, or only with others, stand
-// alone.
-constexpr uint32_t (*kOperations[])(Input&) = {
-    [](Input& in) { return fuzz::call_host(in), 0u; },
-    [](Input& in) { return at_parse(Text(in.field('|')).get(), nullptr, nullptr); },
-    [](Input& in) { return root().take_file(in), 0u; },
-    [](Input& in) { return test_clock::advance(in.byte() * 4.0), 0u; },
-    [](Input&) { return s_port_lost(nullptr), 0u; },
-    [](Input&) { return brio_close(), brio_open("/dev/ttyACM2"); },
-    [](Input&) { return briolib_get_gtscinfo(); },
-    [](Input&) { return briolib_get_gtscstat(); },
-    [](Input&) { return briolib_update_lte_info(); },
-    [](Input&) { return briolib_update_mcc_mnc(); },
-    [](Input&) { return briolib_check_carrier_confg(); },
-    [](Input&) { return briolib_check_apn_setting(); },
-    [](Input&) { return briolib_update_wan_type(); },
-    [](Input&) { return briolib_atcmd_query_reg_status(); },
-    [](Input&) { return brio_get_sim_static_info(1); },
-    [](Input&) { return brio_trace_tst_log("/var/local/wan/debug/trace_filter.cfg", nullptr); },
-    [](Input&) { return with_record<network_time>(brio_get_network_time); },
-    [](Input&) { return with_record<bas_status>(brio_get_bas_status); },
-    [](Input&) { return with_record<uint32_t>(brio_get_curr_lte_ant); },
-    [](Input&) { return with_record<uint32_t>(brio_get_wn3_sim_status); },
-    [](Input&) { return with_record<sim_identity>(brio_get_sim_info); },
-    [](Input&) { return briolib_reset_modem_info(), with_record<modem_info>(brio_get_modem_info); },
-    [](Input& in) { return with_one_byte(brio_set_lte_ant, in); },
-    [](Input& in) { return with_one_byte(brio_atcmd_enable_urc, in); },
-    [](Input& in) { return g_brio_lib_atcmd_data.bas_query_flag = in.byte() % 2, 0u; },
-    [](Input&) { return brio_carrier_selection(); },
+// alone. Packet statuses (0, 1, 2, and 4 and 6 of an answer) are what some operations return untranslated.
+constexpr Operation kOperations[] = {
+    {[](Input& in) { return fuzz::call_host(in), 0u; }, {0}},
+    {[](Input& in) { return at_parse(Text(in.field('|')).get(), nullptr, nullptr); }, {0, 4}},
+    {[](Input& in) { return root().take_file(in), 0u; }, {0}},
+    {[](Input& in) { return test_clock::advance(in.byte() * 4.0), 0u; }, {0}},
+    {[](Input&) { return s_port_lost(nullptr), 0u; }, {0}},
+    {[](Input&) { return brio_close(), brio_open("/dev/ttyACM2"); }, {0, 5}},
+    {run<briolib_get_gtscinfo>, {0, 4, 5}},
+    {run<briolib_get_gtscstat>, {0, 4, 5}},
+    {run<briolib_update_lte_info>, {0, 4, 5}},
+    {run<briolib_update_mcc_mnc>, {0, 5}, kGated},
+    {run<briolib_check_carrier_confg>, {0, 4, 5, 6}},
+    {run<briolib_check_apn_setting>, {0, 4, 5, 6}},
+    {run<briolib_update_wan_type>, {0, 7}},
+    {run<briolib_atcmd_query_reg_status>, {0, 1, 2, 4, 6}},
+    {[](Input&) { return brio_get_sim_static_info(1); }, {0}, kGated},
+    {[](Input&) { return brio_trace_tst_log("/var/local/wan/debug/trace_filter.cfg", nullptr); },
+     {0, 1, 2, 4, 6, 7},
+     kGated},
+    {run<brio_get_network_time>, {0, 5}, kGated},
+    {run<brio_get_bas_status>, {0, 5}, kGated},
+    {run<brio_get_curr_lte_ant>, {0, 7}, kGated},
+    {run<brio_get_wn3_sim_status>, {0, 4, 5}, kGated},
+    {run<brio_get_sim_info>, {0, 4}, kGated},
+    {[](Input& in) { return briolib_reset_modem_info(), call(brio_get_modem_info, in); }, {0, 4}, kGated},
+    {run<brio_set_lte_ant>, {0, 4, 5, 6}, kGated},
+    {run<brio_atcmd_enable_urc>, {0, 1, 3, 4, 5}},  // modes 0 and 1 ask the gate
+    {[](Input& in) { return g_brio_lib_atcmd_data.bas_query_flag = in.byte() % 2, 0u; }, {0}},
+    {run<brio_carrier_selection>, {0, 4, 5, 6}},
+    {run<brio_get_bars>, {0, 7}, kGated},
+    {run<brio_clear_sms>, {0, 5}, kGated},
+    {run<brio_set_sar_pwr>, {0, 1, 2}, kGated},
+    {run<brio_set_fake_security_mode>, {0, 4, 5}},
+    {run<brio_clear_mru>, {0, 4, 5}},
+    {run<brio_turn_off_rf>, {0, 4, 5}},
+    {run<brio_get_sim_status>, {0, 4, 5}, kGated},
+    {run<brio_get_sim_plmn_info>, {0, 1, 3, 4, 6}},  // 6 comes before the gate
+    {run<brio_get_pdp_context_activation_allowed>, {0}, kGated},
+    {run<brio_get_data_service_mode>, {0}, kGated},
+    {run<brio_get_roaming_status>, {0}, kGated},
+    {run<brio_get_band_info>, {0}, kGated},
+    {run<brio_get_wan_type>, {0}, kGated},
+    {run<brio_get_carrier_id>, {0}, kGated},
+    {run<brio_copy_modem_info>, {0}},
+    {run<brio_log_startup_status>, {0}, kGated},
+    {run<briolib_get_atcmd_snapshot>, {0}, kGated},
 };
 
 }  // namespace
@@ -178,8 +215,10 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::g_format_log_lines = (flags & 0x0E) == 0x0E;
   g_brio_lib_log_mask = gBrioModuleLogMask = fuzz::g_format_log_lines ? 0xFFFFFFFF : 0;
   for (int i = 0; i < kOperationsMax && !in.empty(); i++) {
-    const uint32_t status = kOperations[(in.byte() - 'A') % std::size(kOperations)](in);
-    require(status <= BRIO_STATUS_SCAN_ABORTED);
+    const Operation& operation = kOperations[(in.byte() - 'A') % std::size(kOperations)];
+    const uint32_t gate = briolib_check_library_status();
+    const uint32_t status = operation.run(in);
+    require(operation.gated && gate != 0 ? status == gate : operation.statuses.has(status));
     fuzz::check_record();
   }
   s_script = nullptr;

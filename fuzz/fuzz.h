@@ -22,10 +22,10 @@ inline void require(bool holds, const char* file = __builtin_FILE(), int line = 
   abort();
 }
 
-// The text ends inside its field.
-template <size_t N>
-void require_text(const char (&text)[N]) {
-  require(memchr(text, '\0', N) != nullptr);
+// The texts end inside their fields.
+template <size_t... N>
+void require_text(const char (&... texts)[N]) {
+  (require(memchr(texts, '\0', N) != nullptr), ...);
 }
 
 // A writable copy of the text up to its first NUL, in a heap block that ends with its NUL.
@@ -50,6 +50,7 @@ class Input {
   explicit Input(std::string_view text) : left_(text) {}
   Input(const uint8_t* data, size_t size) : left_(reinterpret_cast<const char*>(data), size) {}
   bool empty() const { return left_.empty(); }
+  size_t size() const { return left_.size(); }
   uint8_t byte() {
     if (left_.empty()) return 0;
     const char first = left_.front();
@@ -70,15 +71,15 @@ class Input {
 
 // Formats the library's lines, which finds an argument that is no text. Slow, so not with every input.
 inline bool g_format_log_lines;
+inline thread_local char t_log_line[128];  // the thread's last line
 
 }  // namespace fuzz
 
 extern "C" __attribute__((weak)) void syslog(int, const char* format, ...) {
   if (!fuzz::g_format_log_lines) return;
-  char line[128];
   va_list arguments;
   va_start(arguments, format);
-  vsnprintf(line, sizeof(line), format, arguments);
+  vsnprintf(fuzz::t_log_line, sizeof(fuzz::t_log_line), format, arguments);
   va_end(arguments);
 }
 

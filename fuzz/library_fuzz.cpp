@@ -136,10 +136,9 @@ void scan_and_abort(World& w) {
   w.modem.clear_commands();
   std::thread aborter([&w] {
     w.modem.wait_command("AT+COPS=?", 1, modemsim::Milliseconds(20));
-    require(wabs_abort_manual_nw_scan() <= WABS_STATUS_SCAN_ABORTED);
+    fuzz::kAbortScan();
   });
-  char list[256];
-  wabs_do_manual_nw_scan(list, sizeof(list));
+  fuzz::scan(256, false);
   aborter.join();
 }
 

@@ -52,7 +52,7 @@ BRIO_API uint32_t at_parse(char* line, void* argument_a, void* argument_b);
 
 /* As brio_atcmd_enable_urc, without the gate. */
 BRIO_API uint32_t briolib_atcmd_enable_urc(uint32_t mode);
-/* "AT+CREG?" and "AT+CGREG?"; the packet status of the second. */
+/* "AT+CREG?" and "AT+CGREG?"; the packet status of the second, 4 or 6 for an answer that cannot be used. */
 BRIO_API uint32_t briolib_atcmd_query_reg_status(void);
 /* Text behind "+CREG:" or "+CGREG:", cut up in place. The caller holds the URC-data mutex. */
 BRIO_API void briolib_parse_reg_status(char* payload, int32_t is_cs, int32_t is_query);
