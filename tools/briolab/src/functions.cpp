@@ -193,6 +193,7 @@ struct Parameter;
 
 template <typename T>
 struct Parameter<T, std::enable_if_t<std::is_integral_v<T>>> {
+  static constexpr char kWord[] = "NUMBER";
   explicit Parameter(Arguments& words) : value(static_cast<T>(words.number())) {}
   T lend() { return value; }
   std::string show() { return ""; }
@@ -201,6 +202,7 @@ struct Parameter<T, std::enable_if_t<std::is_integral_v<T>>> {
 
 template <typename T>
 struct Parameter<const T*, std::enable_if_t<sizeof(std::conditional_t<std::is_void_v<T>, char, T>) == 1>> {
+  static constexpr char kWord[] = "TEXT";
   explicit Parameter(Arguments& words) : null(words.take_null()), text(null ? "" : words.text()) {}
   const T* lend() { return null ? nullptr : reinterpret_cast<const T*>(text.c_str()); }
   std::string show() { return ""; }
@@ -211,6 +213,7 @@ struct Parameter<const T*, std::enable_if_t<sizeof(std::conditional_t<std::is_vo
 // A text that is changed in place.
 template <>
 struct Parameter<char*> {
+  static constexpr char kWord[] = "TEXT";
   explicit Parameter(Arguments& words)
       : null(words.take_null()), before(null ? "" : words.text()), text(before) {}
   char* lend() { return null ? nullptr : text.get(); }
@@ -226,6 +229,7 @@ struct Parameter<char*> {
 // A record, number or row of up to 16 bytes to be filled.
 template <typename T>
 struct Parameter<T*, std::enable_if_t<!std::is_const_v<T> && !std::is_function_v<T>>> {
+  static constexpr char kWord[] = "";  // none need be said
   explicit Parameter(Arguments& words) : null(words.take_null()) {
     std::memset(values, kPreset, sizeof values);
   }
@@ -249,6 +253,7 @@ struct Parameter<T*, std::enable_if_t<!std::is_const_v<T> && !std::is_function_v
 
 template <>
 struct Parameter<brio_event_callback> {
+  static constexpr char kWord[] = "null";
   explicit Parameter(Arguments& words) {
     if (!words.take_null()) throw UsageError("a callback can only be null");
   }
@@ -256,9 +261,18 @@ struct Parameter<brio_event_callback> {
   std::string show() { return ""; }
 };
 
+template <typename... P>
+std::string words_of() {
+  std::string text;
+  for (const char* word : {"", Parameter<P>::kWord...}) {
+    text.append(text.empty() || *word == '\0' ? "" : " ").append(word);
+  }
+  return text;
+}
+
 template <typename R, typename... P>
 Call wrap(R (*function)(P...)) {
-  return [function](Arguments& words) {
+  const auto run = [function](Arguments& words) {
     std::tuple<Parameter<P>...> parameters{Parameter<P>(words)...};
     words.finish();
     return std::apply(
@@ -273,22 +287,25 @@ Call wrap(R (*function)(P...)) {
         },
         parameters);
   };
+  return {run, words_of<P...>()};
 }
 
 // A function that wants the URC-data mutex held.
 template <typename F>
 Call locked(F function) {
-  return [call = wrap(function)](Arguments& words) {
+  const Call call = wrap(function);
+  const auto run = [call](Arguments& words) {
     brio::UrcDataLock lock;
     return call(words);
   };
+  return {run, call.words};
 }
 
 // A function that writes a text into a buffer: the words are its size (or `null SIZE`) and the rest. Behind
 // the buffer stands a guard. Some clear the buffer behind their text.
 template <typename Size, typename... P>
 Call fill(uint32_t (*function)(char*, Size, P...), bool clears = false) {
-  return [function, clears](Arguments& words) {
+  const auto run = [function, clears](Arguments& words) {
     const bool null = words.take_null();
     const auto given = words.number();
     const auto size = static_cast<size_t>(std::max(given, 0LL));
@@ -307,6 +324,7 @@ Call fill(uint32_t (*function)(char*, Size, P...), bool clears = false) {
     if (clears && bytes.find_first_not_of('\0', end) < size) return status + " NOT CLEARED";
     return status + (end < size ? " " + quoted(bytes.substr(0, end)) : " UNTERMINATED");
   };
+  return {run, words_of<size_t, P...>()};
 }
 
 template <typename F>
@@ -385,7 +403,7 @@ const std::map<std::string, Call>& calls() {
   ADD(fill, brio_atcmd_scan_network, wabs_get_imsi, wabs_get_radio_serial_number, wabs_get_radio_cert_param1,
       wabs_get_radio_cert_param2, wabs_get_realm, wabs_do_manual_nw_scan);
   ADD(fill_and_clear, wabs_get_firmware_version, wabs_get_log_string);
-  ADD(Call, request);
+  table["request"] = {request, "COMMAND [type=0] [prefix=TEXT] [timeout=20] [status=0]"};
   add_parts(table);
   return table;
 }

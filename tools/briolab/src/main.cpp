@@ -1,107 +1,56 @@
-// Runs one transcript: commands ("> ...") and below each the lines that it must show. "#" and blank lines are
-// free.
-#include <cstdio>
+// briolab: sessions with the library on a simulated modem, typed or from a file.
+#include <CLI/CLI.hpp>
 #include <exception>
-#include <fstream>
 #include <iostream>
-#include <sstream>
 
+#include "interactive.h"
 #include "session.h"
-
-using namespace lab;
+#include "transcript.h"
 
 namespace {
 
 constexpr int kDiffers = 1;
 constexpr int kUnusable = 2;
 
-struct Step {
-  size_t line;          // in the file, counted from 1
-  std::string command;  // of the first step none: it holds the lines in front
-  std::vector<std::string> expected, shown, comments;
-};
-
-std::vector<Step> read_transcript(const std::string& path) {
-  std::ifstream file(path);
-  if (!file) throw UsageError("cannot be read");
-  std::vector<Step> steps(1);
-  std::string line;
-  for (size_t number = 1; std::getline(file, line); number++) {
-    if (line.compare(0, 2, "> ") == 0) {
-      steps.push_back({number, line.substr(2), {}, {}, {}});
-    } else {
-      (line.empty() || line[0] == '#' ? steps.back().comments : steps.back().expected).push_back(line);
-    }
-  }
-  if (steps.size() == 1) throw UsageError("holds no command");
-  if (!steps[0].expected.empty()) throw UsageError("output in front of the first command");
-  return steps;
-}
-
-// Expected and real output; equal lines at both ends stand once.
-void print_difference(const std::string& path, const Step& step) {
-  const auto &left = step.expected, &right = step.shown;
-  size_t head = 0;
-  size_t tail = 0;
-  const size_t shorter = std::min(left.size(), right.size());
-  while (head < shorter && left[head] == right[head]) head++;
-  while (head + tail < shorter && left[left.size() - 1 - tail] == right[right.size() - 1 - tail]) tail++;
-  std::cout << path << ":" << step.line << ":\n> " << step.command << "\n";
-  for (size_t i = 0; i < head; i++) std::cout << "  " << left[i] << "\n";
-  for (size_t i = head; i < left.size() - tail; i++) std::cout << "- " << left[i] << "\n";
-  for (size_t i = head; i < right.size() - tail; i++) std::cout << "+ " << right[i] << "\n";
-  for (size_t i = left.size() - tail; i < left.size(); i++) std::cout << "  " << left[i] << "\n";
-}
-
-void write_transcript(const std::string& path, const std::vector<Step>& steps) {
-  std::ofstream file(path);
-  for (const Step& step : steps) {
-    if (step.line != 0) file << "> " << step.command << "\n";
-    for (const auto& line : step.shown) file << line << "\n";
-    for (const auto& line : step.comments) file << line << "\n";
-  }
-}
-
-int run(const std::string& path, bool update) {
-  auto steps = read_transcript(path);
-  Session session;
-  int result = 0;
-  for (Step& step : steps) {
-    if (step.line == 0) continue;
-    try {
-      step.shown = session.run(step.command);
-    } catch (const std::exception& error) {
-      session.end();
-      throw UsageError("line " + std::to_string(step.line) + ": " + step.command + ": " + error.what());
-    }
-    if (step.shown == step.expected || update) continue;
-    print_difference(path, step);
-    result = kDiffers;
-  }
-  const std::string left = session.end();
-  if (left != "none") {
-    std::cout << path << ": left behind: " << left << "\n";
-    result = kDiffers;
-  }
-  if (update) write_transcript(path, steps);
-  return result;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::vector<std::string> words(argv + 1, argv + argc);
-  const bool update = !words.empty() && words[0] == "--update";
-  if (words.size() != (update ? 2U : 1U) || words.back() == "--help") {
-    std::cout << "usage: transcript [--update] FILE\n\n"
-              << std::ifstream(BRIOLAB_HELP).rdbuf() << "\nFunctions:\n";
-    for (const auto& each : calls()) std::cout << "  " << each.first << "\n";
-    return words.size() == 1 ? 0 : kUnusable;
+  CLI::App app{
+      "The library in the laboratory: opened on a simulated modem inside this process, with time, files and "
+      "failing\n"
+      "calls at your command. Without FILE the commands come from the terminal; with FILE a transcript is "
+      "played, and\n"
+      "what differs from it is shown. Nothing outside a temporary folder is touched.",
+      "briolab"};
+  app.footer(
+      "Exit status: 0, 1 when something differs or is left behind, 2 when a command or a file cannot be "
+      "used.\n\n"
+      "Examples:\n"
+      "  briolab                        type: open, call wabs_get_bars, urc +CREG: 5, help, Ctrl-D\n"
+      "  briolab --record case.txt      the same, kept as a transcript\n"
+      "  briolab case.txt               plays it and says where the library behaves otherwise now\n"
+      "  echo 'call brio_open /dev/ttyACM2' | briolab -v");
+  std::string file, record;
+  bool update = false, verbose = false, commands = false, functions = false;
+  auto* file_option = app.add_option("FILE", file, "Transcript to play");
+  app.add_flag("--update", update, "Write what is shown into FILE")->needs(file_option);
+  app.add_option("--record", record, "Write the typed session as a transcript")
+      ->type_name("FILE")
+      ->excludes(file_option);
+  app.add_flag("-v,--verbose", verbose, "Show the library's whole log")->excludes(file_option);
+  app.add_flag("--commands", commands, "Tell what can be typed");
+  app.add_flag("--functions", functions, "List the functions that `call` knows, with their arguments");
+  CLI11_PARSE(app, argc, argv);
+  if (commands || functions) {
+    std::cout << (commands ? lab::help() : "") << (functions ? lab::function_list() : "");
+    return 0;
   }
   try {
-    return run(words.back(), update);
+    const bool good =
+        file.empty() ? lab::run_interactively(record, verbose) : lab::play_transcript(file, update);
+    return good ? 0 : kDiffers;
   } catch (const std::exception& error) {
-    std::cerr << words.back() << ": " << error.what() << "\n";
+    std::cerr << (file.empty() ? "briolab" : file) << ": " << error.what() << "\n";
     return kUnusable;
   }
 }

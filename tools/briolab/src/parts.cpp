@@ -233,22 +233,30 @@ std::string md5(Arguments& a) {
 }  // namespace
 
 void add_parts(std::map<std::string, Call>& table) {
-  table["at_tok"] = at_tok;
-  table["process_line"] = process_lines;
-  table["q_create"] = create_queue;
-  table["q_add"] = add;
-  table["q_get"] = get;
-  table["q_cancel"] = [](Arguments&) { return q_cancel(s_queue.get()), "done"; };
-  table["queue_dump_all"] = [](Arguments&) { return queue_dump_all(s_queue.get()), "done"; };
-  table["blpkt_handle_packet"] = handle_packet;
-  table["mark_current_network"] = mark;
-  table["base64_encode"] = base64<briolib_base64_encode>;
-  table["base64_decode"] = base64<briolib_base64_decode>;
-  table["md5"] = md5;
-  table["mempool_create"] = create_pool;
-  table["mempool_alloc"] = allocate;
-  table["mempool_free"] = [](Arguments& a) { return mempool_free(s_pool.get(), s_blocks[a.text()]), "done"; };
-  table["mempool_dump"] = [](Arguments&) { return mempool_dump(s_pool.get()), "done"; };
+  const auto done = [](auto act) {
+    return [act](Arguments& a) {
+      act(a);
+      return std::string("done");
+    };
+  };
+  table.insert({
+      {"at_tok", {at_tok, "TEXT STEP..."}},
+      {"process_line", {process_lines, "TYPE PREFIX LINE..."}},
+      {"q_create", {create_queue, "SIZE COUNT"}},
+      {"q_add", {add, "plain|copy|no_copy TEXT [SIZE]"}},
+      {"q_get", {get, "plain|copy|no_copy|null TIMEOUT [SIZE]"}},
+      {"q_cancel", {done([](Arguments&) { q_cancel(s_queue.get()); }), ""}},
+      {"queue_dump_all", {done([](Arguments&) { queue_dump_all(s_queue.get()); }), ""}},
+      {"mempool_create", {create_pool, "SAFE SIZExCOUNT..."}},
+      {"mempool_alloc", {allocate, "NAME SIZE [USED]"}},
+      {"mempool_free", {done([](Arguments& a) { mempool_free(s_pool.get(), s_blocks[a.text()]); }), "NAME"}},
+      {"mempool_dump", {done([](Arguments&) { mempool_dump(s_pool.get()); }), ""}},
+      {"blpkt_handle_packet", {handle_packet, "KIND null|empty"}},
+      {"mark_current_network", {mark, "LIST MCC MNC RAT"}},
+      {"base64_encode", {base64<briolib_base64_encode>, "TEXT CAPACITY [SIZE]"}},
+      {"base64_decode", {base64<briolib_base64_decode>, "TEXT CAPACITY [SIZE]"}},
+      {"md5", {md5, "TEXT..."}},
+  });
 }
 
 }  // namespace lab

@@ -57,8 +57,12 @@ void set_shared_field(const std::string& name, const std::string& value);
 template <typename R>
 std::string describe(const R& record);
 
-// Takes the arguments, calls, and gives the line that shows the result.
-using Call = std::function<std::string(Arguments&)>;
+// A function of the library. Called it takes the arguments and gives the line that shows the result.
+struct Call {
+  std::function<std::string(Arguments&)> run;
+  std::string words;  // what it takes: "TEXT NUMBER"
+  std::string operator()(Arguments& arguments) const { return run(arguments); }
+};
 const std::map<std::string, Call>& calls();
 void add_parts(std::map<std::string, Call>& table);  // those of parts.cpp
 

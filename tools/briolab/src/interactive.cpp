@@ -1,0 +1,120 @@
+#include "interactive.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include "commands_text.h"
+#include "session.h"
+#include "transcript.h"
+
+namespace lab {
+
+namespace {
+
+constexpr size_t kCommandColumn = 4;  // in commands.txt; what goes on is further to the right
+volatile sig_atomic_t s_interrupted = 0;
+
+bool begins_with(const std::string& line, const std::string& word) {
+  return line.compare(0, word.size(), word) == 0 && (line.size() == word.size() || line[word.size()] == ' ');
+}
+
+// Whether one of the names in front of the text is the one: "    play FILE SPEED, played     a scenario ...".
+bool is_about(const std::string& line, const std::string& name) {
+  const std::string usage = line.substr(kCommandColumn, line.find("   ", kCommandColumn) - kCommandColumn);
+  const size_t comma = usage.find(", ");
+  return begins_with(usage, name) ||
+         (comma != std::string::npos && begins_with(usage.substr(comma + 2), name));
+}
+
+std::string usage(const std::pair<const std::string, Call>& function) {
+  return function.first + (function.second.words.empty() ? "" : " ") + function.second.words + "\n";
+}
+
+// Ctrl-C ends the input, and then the session as Ctrl-D does: the temporary folder goes away.
+void end_at_interrupt() {
+  struct sigaction action = {};
+  action.sa_handler = [](int) { s_interrupted = 1; };
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaction(number, &action, nullptr);
+}
+
+// A command of the prompt itself; false when it is none.
+bool answer_at_prompt(const std::string& line) {
+  if (line == "functions") return std::cout << function_list(), true;
+  if (!begins_with(line, "help")) return false;
+  const std::string name = line.size() > 5 ? line.substr(5) : "";
+  const std::string text = help(name);
+  std::cout << (text.empty() ? "Neither a command nor a function: " + name + "\n" : text);
+  return true;
+}
+
+}  // namespace
+
+std::string help(const std::string& name) {
+  if (name.empty()) return kCommandsText;
+  std::istringstream text(kCommandsText);
+  std::string found;
+  bool about = false;
+  for (std::string line; std::getline(text, line);) {
+    const size_t column = line.find_first_not_of(' ');
+    if (column == kCommandColumn) about = is_about(line, name);
+    about = about && column != std::string::npos && column >= kCommandColumn;
+    if (about) found += line + "\n";
+  }
+  const auto function = calls().find(name);
+  if (function != calls().end()) found += "    call " + usage(*function);
+  return found;
+}
+
+std::string function_list() {
+  std::string text;
+  for (const auto& function : calls()) text += "  " + usage(function);
+  return text;
+}
+
+bool run_interactively(const std::string& record, bool verbose) {
+  const bool terminal = isatty(STDIN_FILENO) != 0;
+  std::vector<Step> steps(1);
+  end_at_interrupt();
+  Session session;
+  if (verbose) {
+    session.run("set lib_mask=0xffffffff module_mask=0xffffffff");
+    session.run("follow \"\"");
+  }
+  if (terminal) {
+    std::cout << "The library on a simulated modem, below " << session.root.dir()
+              << ".\n`help`, `help NAME` and `functions` tell what can be said; Ctrl-D ends.\n";
+  }
+  std::string unusable;
+  for (std::string line; s_interrupted == 0 && unusable.empty();) {
+    if (terminal) std::cout << "> " << std::flush;
+    if (!std::getline(std::cin, line)) break;
+    if (begins_with(line, ">")) line.erase(0, 2);
+    if (line.empty() || line[0] == '#') {
+      steps.back().comments.push_back(line);
+      continue;
+    }
+    if (answer_at_prompt(line)) continue;
+    if (!terminal) std::cout << "> " << line << "\n";
+    try {
+      const auto shown = session.run(line);
+      for (const auto& each : shown) std::cout << each << "\n";
+      steps.push_back({steps.size(), line, {}, shown, {}});
+    } catch (const std::exception& error) {
+      const std::string problem = line + ": " + error.what() + "\n" + help(line.substr(0, line.find(' ')));
+      (terminal ? std::cout << problem : std::cout) << std::flush;
+      if (!terminal) unusable = problem.substr(0, problem.size() - 1);
+    }
+  }
+  if (terminal) std::cout << "\n";
+  const std::string left = session.end();
+  if (left != "none") std::cout << "left behind: " << left << "\n";
+  if (!record.empty()) write_transcript(record, steps);
+  if (!unusable.empty()) throw UsageError(unusable);
+  return left == "none";
+}
+
+}  // namespace lab
