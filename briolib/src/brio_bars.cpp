@@ -211,4 +211,9 @@ void briolib_need_clear_sms() {
   s_need_clear_sms++;
 }
 
+uint32_t briolib_sms_to_clear() {
+  MutexGuard guard(s_bars_mutex);
+  return s_need_clear_sms;
+}
+
 }  // namespace brio

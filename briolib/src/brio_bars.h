@@ -2,10 +2,15 @@
 #ifndef BRIOLIB_BRIO_BARS_H
 #define BRIOLIB_BRIO_BARS_H
 
+#include <stdint.h>
+
 namespace brio {
 
 // Counts a short message that needs clearing. Event thread.
 void briolib_need_clear_sms();
+
+// How many that are, counted from 255 on. Nothing in the library asks.
+uint32_t briolib_sms_to_clear();
 
 }  // namespace brio
 

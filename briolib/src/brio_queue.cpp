@@ -36,10 +36,7 @@ constexpr uint16_t kCancelled = 2;
 constexpr uint32_t kNoQueue = 0xFFFFFFFF;
 constexpr uint32_t kElementAlignment = 4;
 
-// Text of the last dump's last line, for a debugger.
-constexpr size_t kDumpBytesPerLine = 16;
-char s_dump_text[kDumpBytesPerLine * 8];
-pthread_mutex_t s_dump_mutex = PTHREAD_MUTEX_INITIALIZER;  // guards s_dump_text; taken under a queue's mutex
+pthread_mutex_t s_dump_mutex = PTHREAD_MUTEX_INITIALIZER;  // guards g_queue_dump; taken under a queue's mutex
 
 bool prv_is_empty(const queue* q) {
   return q->in == q->out && (q->flags & kFull) == 0;
@@ -64,11 +61,11 @@ void prv_dump(queue* q) {
   size_t total = static_cast<size_t>(q->capacity) * q->element_size;
   size_t used = 0;
   for (size_t i = 0; i < total; i++) {
-    if (i % kDumpBytesPerLine == 0) used = 0;
+    if (i % brio::kQueueDumpBytes == 0) used = 0;
     size_t element = i / q->element_size;
     bool ends_element = (i + 1) % q->element_size == 0;
-    int length = snprintf(s_dump_text + used, sizeof(s_dump_text) - used, "%s%02x%s%s", used > 0 ? " " : "",
-                          q->storage[i], ends_element && element == q->in ? " i" : "",
+    int length = snprintf(brio::g_queue_dump + used, sizeof(brio::g_queue_dump) - used, "%s%02x%s%s",
+                          used > 0 ? " " : "", q->storage[i], ends_element && element == q->in ? " i" : "",
                           ends_element && element == q->out ? " o" : "");
     if (length > 0) used += static_cast<size_t>(length);
   }
@@ -130,6 +127,8 @@ uint32_t prv_put(queue* q, const void* source, q_copy copy, uint32_t size) {
 }
 
 }  // namespace
+
+char brio::g_queue_dump[brio::kQueueDumpBytes * 8];
 
 queue* q_create(uint32_t element_size, int32_t capacity) {
   uint32_t rounded = (element_size + kElementAlignment - 1) & ~(kElementAlignment - 1);

@@ -2,6 +2,8 @@
 
 #include <errno.h>
 #include <poll.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -25,7 +27,6 @@ unsigned s_ticks_pending = 0;
 bool s_expiring = false;
 uint64_t s_selects_entered = 0;
 unsigned s_selects_waiting = 0;
-int s_select_error = 0;
 bool s_select_exception = false;
 std::atomic<double> s_scale{1.0};
 std::atomic<double> s_select_scale{-1.0};  // below 0: s_scale
@@ -82,7 +83,6 @@ void reset() {
   s_cap = 1e9;
   s_fail_monotonic = false;
   s_manual_select = false;
-  s_select_error = 0;
   s_select_exception = false;
   s_wall = 0;
 }
@@ -141,11 +141,6 @@ bool tick() {
   return s_entered_changed.wait_for(lock, patience, [entered] { return s_selects_entered > entered; });
 }
 
-void fail_select(int error) {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  s_select_error = error;
-}
-
 void except_select() {
   std::lock_guard<std::mutex> lock(s_mutex);
   s_select_exception = true;
@@ -199,6 +194,10 @@ int clock_wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, const ti
   timespec slice = to_timespec(std::min(end, real_now() + kLook));
   int result = pthread_cond_timedwait(condition, mutex, &slice);
   if (result != ETIMEDOUT) return result;
+  if (real_now() < slice.tv_sec * kSecond + slice.tv_nsec) {
+    fputs("test_clock: a condition that does not wait on the monotonic clock\n", stderr);
+    abort();
+  }
   // The end of a slice is a wake-up without a cause: the caller looks at what it waits for, which may have
   // come at this very moment.
   if (real_now() < end && !take_expiring()) return 0;
@@ -217,7 +216,7 @@ int clock_poll(pollfd* descriptors, nfds_t count, int timeout_seconds) {
 
 namespace {
 
-// One wait in manual mode: the descriptors, a tick, or a failure that the test asked for.
+// One wait in manual mode: the descriptors, a tick, or an exception that the test asked for.
 int wait_manually(int nfds, fd_set* read_set, fd_set* except_set, int timeout_seconds) {
   for (;;) {
     fd_set reads = *read_set;
@@ -230,11 +229,6 @@ int wait_manually(int nfds, fd_set* read_set, fd_set* except_set, int timeout_se
       return ready;
     }
     std::lock_guard<std::mutex> lock(s_mutex);
-    if (s_select_error != 0) {
-      errno = s_select_error;
-      s_select_error = 0;
-      return -1;
-    }
     if (s_select_exception) {
       s_select_exception = false;
       FD_ZERO(read_set);

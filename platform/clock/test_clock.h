@@ -48,9 +48,7 @@ void manual_select(bool on);
 // Lets one select time out and waits until the following one is entered (or its thread is gone: false after
 // 10 s).
 bool tick();
-// Makes the select that waits, or the next one, fail with `error`, or report an exception on its descriptors.
-// Manual mode only.
-void fail_select(int error);
+// Makes the select that waits, or the next one, report an exception on its descriptors. Manual mode only.
 void except_select();
 
 }  // namespace test_clock

@@ -248,7 +248,8 @@ void turn_clock(Session& s, Arguments& a) {
       {"cap", test_clock::cap_waits},
       {"wall", [](double time) { test_clock::set_wall(static_cast<std::time_t>(time)); }},
       {"broken", [](double on) { test_clock::fail_monotonic(on != 0); }},
-      {"manual", [](double on) { test_clock::manual_select(on != 0); }}};
+      {"manual", [](double on) { test_clock::manual_select(on != 0); }},
+      {"except", [](double) { test_clock::except_select(); }}};
   std::string value;
   if (a.option("zone", &value)) {
     setenv("TZ", value.c_str(), 1);

@@ -14,6 +14,7 @@
 #include "brio/briolib.h"
 #include "brio/prox.h"
 #include "brio/wabs.h"
+#include "brio_bars.h"
 #include "brio_common/shared_data.h"
 #include "lab/exact_text.h"
 #include "lab/functions.h"
@@ -161,6 +162,7 @@ Fields shared_fields() {
   fields.emplace_back("module_mask", masks[1]);
   fields.emplace_back("g_pre_sar_mode", text_of(brio::relaxed_load(g_pre_sar_mode)));
   fields.emplace_back("g_611_urc_on", text_of(brio::relaxed_load(g_611_urc_on)));
+  fields.emplace_back("sms_to_clear", text_of(brio::briolib_sms_to_clear()));
   return fields;
 }
 

@@ -3,8 +3,11 @@
 #include <cstring>
 #include <memory>
 
+#include "base/paths.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
+#include "brio_queue.h"
+#include "clock/test_clock.h"
 #include "lab/exact_text.h"
 #include "lab/functions.h"
 #include "parse/scan_list.h"
@@ -147,6 +150,12 @@ std::string get(Arguments& a) {
   return std::to_string(status) + (status == Q_OK ? " " + shown(target) : "");
 }
 
+// What the last dump left.
+std::string dump_queue(Arguments&) {
+  queue_dump_all(s_queue.get());
+  return quoted(brio::g_queue_dump);
+}
+
 // ---- Pool: blocks have names
 
 std::unique_ptr<mempool, void (*)(mempool*)> s_pool(nullptr, mempool_destroy);
@@ -230,6 +239,15 @@ std::string md5(Arguments& a) {
   return hex(briolib_get_md5_hash(pointers.data(), static_cast<int32_t>(pointers.size()), digest), digest);
 }
 
+// PATH [null]: of a file of the device; null: no room for the digest.
+std::string md5_file(Arguments& a) {
+  uint8_t digest[16];
+  const bool null = a.take_null();
+  const brio::DevicePath path(null ? "" : a.text().c_str());
+  return hex(briolib_get_file_md5_hash(null ? nullptr : path.c_str(), a.take_null() ? nullptr : digest),
+             digest);
+}
+
 }  // namespace
 
 void add_parts(std::map<std::string, Call>& table) {
@@ -246,7 +264,7 @@ void add_parts(std::map<std::string, Call>& table) {
       {"q_add", {add, "plain|copy|no_copy TEXT [SIZE]"}},
       {"q_get", {get, "plain|copy|no_copy|null TIMEOUT [SIZE]"}},
       {"q_cancel", {done([](Arguments&) { q_cancel(s_queue.get()); }), ""}},
-      {"queue_dump_all", {done([](Arguments&) { queue_dump_all(s_queue.get()); }), ""}},
+      {"queue_dump_all", {dump_queue, ""}},
       {"mempool_create", {create_pool, "SAFE SIZExCOUNT..."}},
       {"mempool_alloc", {allocate, "NAME SIZE [USED]"}},
       {"mempool_free", {done([](Arguments& a) { mempool_free(s_pool.get(), s_blocks[a.text()]); }), "NAME"}},
@@ -256,6 +274,8 @@ void add_parts(std::map<std::string, Call>& table) {
       {"base64_encode", {base64<briolib_base64_encode>, "TEXT CAPACITY [SIZE]"}},
       {"base64_decode", {base64<briolib_base64_decode>, "TEXT CAPACITY [SIZE]"}},
       {"md5", {md5, "TEXT..."}},
+      {"md5_file", {md5_file, "PATH [null]"}},
+      {"tick", {[](Arguments&) { return std::string(test_clock::tick() ? "done" : "gone"); }, ""}},
   });
 }
 

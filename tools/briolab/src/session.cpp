@@ -14,6 +14,7 @@
 #include "brio/wabs.h"
 #include "brio_common/shared_data.h"
 #include "clock/test_clock.h"
+#include "lab/calls.h"
 #include "nipc/nipc_standin.h"
 
 namespace lab {
@@ -114,6 +115,8 @@ std::string Session::end() {
 }
 
 std::string Session::leftover() const {
+  if (const long strays = faults::stray_closes())
+    return std::to_string(strays) + " closed that were not open";
   const auto none = [this] { return process::descriptors() == descriptors && process::threads() <= threads; };
   if (process::eventually(none)) return "none";
   return "threads " + std::to_string(process::threads()) + " for " + std::to_string(threads) +

@@ -278,7 +278,7 @@ void occupy(Session&, Arguments& a) {
   for (const auto next = a.number(); s_taken.empty() || s_taken.back() < next - 1;) {
     if (next == 0) return;
     s_taken.push_back(open("/dev/null", O_RDWR | O_CLOEXEC));
-    if (s_taken.back() < 0) return;
+    if (s_taken.back() < 0) return s_taken.pop_back();
   }
 }
 

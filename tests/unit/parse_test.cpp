@@ -1,0 +1,141 @@
+// Parsers and texts where no session leads: lines cut off anywhere, fields without end, exact sizes.
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "base/masked.h"
+#include "brio/briolib.h"
+#include "lab/exact_text.h"
+#include "parse/manual_selection.h"
+#include "parse/modem_config.h"
+#include "parse/scan_list.h"
+#include "parse/time_report.h"
+#include "static_info.h"
+
+namespace {
+
+using namespace brio::parse;
+using brio::LogText;
+
+// The numeric operators and names that a scan's line gives, and the errors.
+std::string scan(const std::string& line) {
+  ExactText text(line);
+  ScanList list;
+  std::string result;
+  int error = start_scan(text.get(), &list);
+  ScanEntry entry;
+  ScanFault fault;
+  while (error == kScanOk) {
+    const ScanStep step = next_scan_entry(&list, &entry, &fault);
+    if (step == ScanStep::kEnd) return result;
+    if (step == ScanStep::kEntry)
+      result += entry.mcc + std::string(entry.mnc) + entry.long_name + entry.short_name;
+  }
+  return "error " + std::to_string(error);
+}
+
+TEST(Scan, TornAnywhereKeepsWholeOperatorsOnly) {
+  const char* const names[] = {"AT&T", "Acme, Inc", "Net (x)", "Joe\"s", "中国移动", "", "a;b:c"};
+  std::string line = "+COPS: ", whole;
+  for (int i = 0; i < 40; i++) {
+    const std::string name = std::string("\"") + names[i % 7] + "\"", number = std::to_string(310100 + i);
+    line += (i > 0 ? ",(1," : "(1,") + name + ",\"s\",\"" + number + "\"," + std::to_string(i % 8) + ")";
+    whole += number + name + (i % 7 == 5 ? "\"s\"" : "\"\"");
+  }
+  line += ",,(0-4),(0-2)";
+  size_t previous = 0;
+  for (size_t length = 0; length <= line.size(); length++) {
+    const std::string torn = scan(line.substr(0, length));
+    if (length < 3) continue;
+    EXPECT_EQ(whole.substr(0, torn.size()), torn) << length;
+    EXPECT_GE(torn.size(), previous) << length;
+    previous = torn.size();
+  }
+  EXPECT_EQ(whole.size(), previous);
+  // No answer to the scan's prefix looks like these.
+  for (const char* nothing : {"", " \t ", ":", "  :::"}) EXPECT_EQ("error 3", scan(nothing));
+  ScanList list;
+  EXPECT_EQ(kScanNoLine, start_scan(nullptr, &list));
+}
+
+TEST(Times, AreCompleteOnlyWhole) {
+  const struct {
+    TimeReport (*parse)(char* rest);
+    std::string line;
+  } cases[] = {{parse_ctzv, " -28,\"26/03/07,09:05:00\""}, {parse_ciev, " 9,\"26/03/07,09:05:00\",-28,0"}};
+  for (const auto& [parse, line] : cases) {
+    EXPECT_EQ(TimeOutcome::kComplete, parse(ExactText(line).get()).outcome) << line;
+    for (size_t length = 0; length + 1 < line.size(); length++) {
+      EXPECT_NE(TimeOutcome::kComplete, parse(ExactText(line.substr(0, length)).get()).outcome) << length;
+    }
+  }
+}
+
+TEST(ManualSelection, TimeOutsAreCutToWhatTheyMayBe) {
+  const std::pair<const char*, int32_t> cases[] = {
+      {"junk AT", 0}, {"-5 AT", 0}, {" AT", 0}, {"2147483647 AT", kManualSelectionTimeoutMax}};
+  for (const auto& [line, seconds] : cases) {
+    ExactText text(line);
+    ManualSelection selection = {77, ""};
+    ASSERT_TRUE(parse_manual_selection(text.get(), &selection)) << line;
+    EXPECT_EQ(selection.timeout_seconds, seconds) << line;
+    EXPECT_STREQ(selection.command, "AT") << line;
+  }
+}
+
+TEST(RemovedFile, IsQuotedBelowARootDirectory) {
+  const char* const cases[][2] = {{"/var/local/wan/info", "rm -f /var/local/wan/info"},
+                                  {"/tmp/a b$(id);'c/info", "rm -f -- '/tmp/a b$(id);'\\''c/info'"}};
+  for (const auto& [path, expected] : cases) {
+    const size_t exact = strlen(expected) + 1;
+    for (size_t capacity = 1; capacity <= exact; capacity++) {
+      std::vector<char> command(capacity);
+      ASSERT_EQ(capacity == exact,
+                build_remove_command(path, "/var/local/wan/info", command.data(), capacity));
+      EXPECT_STREQ(capacity == exact ? command.data() : expected, expected);
+    }
+  }
+}
+
+// Texts without end, counts beyond their lists, more than there is room for.
+TEST(StaticInformation, StaysInItsFieldsAndItsSize) {
+  sim_plmn_data plmn = {};
+  sim_info_data info;
+  char buffer[brio::kStaticInfoSize];
+  memset(&info, 'A', sizeof(info));
+  memset(plmn.ehplmn, '9', sizeof(plmn.ehplmn));
+  plmn.ehplmn_count = 65535;
+  brio::static_info_text(plmn, info, buffer);
+  const std::string line = "999999Null 999999Null 999999Null 999999Null ";
+  EXPECT_EQ(buffer, "EHPLMN: " + line + "999999Null\n      " + line +
+                        "999999Null\nPSLOCI: " + std::string(28, 'A') + "\nLOCI: " + std::string(22, 'A') +
+                        "\nEPSLOCI: " + std::string(36, 'A') + "\n");
+  for (auto& entry : plmn.uplmn) entry = {"310", "410", 7, 0};
+  plmn.uplmn_count = plmn.oplmn_count = BRIO_UPLMN_MAX;
+  brio::static_info_text(plmn, info, buffer);
+  const std::string text(buffer, strnlen(buffer, sizeof buffer));
+  EXPECT_EQ(text.size(), sizeof buffer - 1);
+  EXPECT_EQ(text.find("PSLOCI"), std::string::npos);
+}
+
+TEST(LogText, MasksNumbersThatNameTheSubscriber) {
+  EXPECT_EQ(LogText(std::string(3000, '4').c_str(), true).c_str(), std::string(2400, '*'));
+  EXPECT_STREQ(LogText("+CIMI: 310410123456789").c_str(), "+CIMI: ***************");
+  EXPECT_STREQ(LogText("+CREG: 31041012345678").c_str(), "+CREG: 31041012345678");
+  EXPECT_STREQ(LogText(nullptr, true).c_str(), "");
+  std::string text(65536 + 3, '7');  // counts as 3
+  briolib_obfuscate_numeral(&text[0], '*');
+  EXPECT_EQ(text.find_last_of('*'), 2u);
+}
+
+TEST(Names, AreTakenByIndexFirst) {
+  const enum_pair rows[] = {{2, "early two"}, {7, "seven"}, {2, "indexed two"}};
+  EXPECT_STREQ(enum_to_string(rows, 3, 2), "indexed two");
+  EXPECT_STREQ(enum_to_string(rows, 2, 2), "early two");
+  EXPECT_STREQ(enum_to_string(rows, 3, 0xFFFFFFFF), "N/A");
+  EXPECT_STREQ(enum_to_string(nullptr, 3, 0), "N/A");
+}
+
+}  // namespace

@@ -1,0 +1,115 @@
+// What threads share: queue, pool, the locks of the shared record. All else about them: tests/transcripts.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "base/log.h"
+#include "brio/brio_at.h"
+#include "brio_common/shared_data.h"
+#include "lab/log_capture.h"
+
+namespace {
+
+void run_at_once(int count, const std::function<void(int)>& work) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < count; i++) threads.emplace_back(work, i);
+  for (auto& thread : threads) thread.join();
+}
+
+template <typename Block>
+void copies_whole(uint32_t (*update)(const Block*), uint32_t (*get)(Block*)) {
+  const auto block = std::make_unique<Block>(), back = std::make_unique<Block>();
+  std::memset(static_cast<void*>(block.get()), 'i', sizeof(Block));
+  EXPECT_EQ(update(block.get()) + get(back.get()), 0u);
+  EXPECT_EQ(std::memcmp(block.get(), back.get(), sizeof(Block)), 0);
+  EXPECT_EQ(update(nullptr), 6u);
+  EXPECT_EQ(get(nullptr), 6u);
+}
+
+}  // namespace
+
+TEST(Queue, ProducersAndConsumerLoseNothing) {
+  // The dump walks the storage meanwhile, as with its log bit on, and writes nothing to the log.
+  brio::relaxed_store(g_brio_lib_log_mask, BRIO_LOG_QUEUE);
+  const std::unique_ptr<queue, void (*)(queue*)> q(q_create(12, 3), q_destroy);
+  constexpr int32_t kEach = 3000;
+  int32_t next[3] = {};
+  run_at_once(4, [&](int32_t id) {
+    for (int32_t i = 0; id < 3 && i < kEach;) {
+      const int32_t element[3] = {id, i, ~i};
+      i += q_add(q.get(), element, sizeof(element)) == Q_OK ? 1 : 0;
+    }
+    for (int32_t i = 0, element[3]; id == 3 && i < 3 * kEach; i++) {
+      ASSERT_EQ(q_get(q.get(), element, sizeof(element), -1), Q_OK + 0u);
+      ASSERT_EQ(element[1], next[element[0]]++);
+      ASSERT_EQ(element[2], ~element[1]);
+    }
+  });
+  EXPECT_EQ(log_capture::lines().size(), 0u);
+}
+
+TEST(Mempool, ThreadsShareOnePool) {
+  const mempool_def groups[] = {{32, 8}, {0, 0}};
+  const std::unique_ptr<mempool, void (*)(mempool*)> pool(mempool_create(groups, 1), mempool_destroy);
+  run_at_once(4, [&pool](int thread) {
+    for (int i = 0; i < 5000; i++) {
+      auto* block = static_cast<unsigned char*>(mempool_alloc(pool.get(), 32));
+      ASSERT_NE(block, nullptr);
+      memset(block, thread, 32);
+      ASSERT_EQ(block[31], thread);
+      mempool_free(pool.get(), block);
+    }
+  });
+  int left = 0;
+  while (mempool_alloc(pool.get(), 1) != nullptr) left++;
+  EXPECT_EQ(left, 8);
+}
+
+TEST(Objects, ThatAreNone) {
+  const blpkt_callback none[] = {nullptr};
+  EXPECT_EQ(process_line("OK", nullptr, NUMERIC, ""), 1);
+  mempool_destroy(nullptr);
+  blpkt_set_event_callbacks(none);
+  blpkt_set_event_callbacks(nullptr);
+  blpkt_set_log_callbacks(none);
+  blpkt_set_default_event_callback(nullptr);
+  blpkt_set_default_log_callback(nullptr);
+  EXPECT_TRUE(log_capture::has("FATAL:ERROR:: AT resp (p_resp) is NULL"));
+  EXPECT_TRUE(log_capture::has("bad parameters given to mempool_destroy"));
+  EXPECT_EQ(log_capture::lines().size(), 2u);
+}
+
+TEST(SharedData, SimBlocksCopyWhole) {
+  copies_whole(briolib_update_sim_info_data, briolib_get_sim_info_data);
+  copies_whole(briolib_update_sim_plmn_data, briolib_get_sim_plmn_data);
+}
+
+TEST(SharedData, LocksExcludeAndReportMisuse) {
+  const struct {
+    uint32_t (*lock)(void);
+    uint32_t (*unlock)(void);
+  } pairs[] = {{briolib_lock_urc_data_mutex, briolib_unlock_urc_data_mutex},
+               {briolib_lock_static_data_mutex, briolib_unlock_static_data_mutex}};
+  for (const auto& pair : pairs) {
+    int turns = 0;
+    run_at_once(2, [&](int) {
+      for (int i = 0; i < 10000; i++) {
+        EXPECT_EQ(pair.lock(), 0u);
+        turns++;
+        EXPECT_EQ(pair.unlock(), 0u);
+      }
+    });
+    EXPECT_EQ(turns, 20000);
+    EXPECT_EQ(pair.unlock(), 4u);
+  }
+  const brio::UrcDataLock urc_data;
+  const brio::StaticDataLock static_data;
+  {
+    const brio::UrcDataLock inner_urc_data;
+    const brio::StaticDataLock inner_static_data;
+  }
+  for (const auto& pair : pairs) EXPECT_EQ(pair.lock(), 4u) << "held, and not released by the inner guard";
+}
