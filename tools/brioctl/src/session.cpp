@@ -21,11 +21,9 @@ constexpr uint32_t kLibraryLog = BRIO_LOG_PORT | BRIO_LOG_REQUEST;
 constexpr uint32_t kModuleLog = WABS_LOG_EVENT | WABS_LOG_NOTICE | WABS_LOG_WARNING | WABS_LOG_ERROR;
 
 std::string scenario_path(const std::string& wanted) {
-  std::string name = wanted.empty() ? "home-lte" : wanted;
-  for (const std::string& candidate : {name, std::string(BRIOCTL_BUILD_SCENARIOS "/") + name + ".toml"}) {
-    std::string path = modemsim::find_scenario(candidate);
-    if (!path.empty()) return path;
-  }
+  const std::string name = wanted.empty() ? "home-lte" : wanted;
+  std::string path = modemsim::find_scenario(name);
+  if (!path.empty()) return path;
   throw Failure("There is no scenario '" + name +
                 "'. Give a file, or an installed name: demo, home-lte, rough-day.");
 }

@@ -89,14 +89,16 @@ void ask(Session& s, Arguments& a) {
 // ---- Scenario files
 
 void play(Session& s, Arguments& a) {
-  const auto scenario = modemsim::load_scenario(a.text());
-  client(s, "/dev/ttyACM3");
+  if (briolib_check_library_status() != BRIO_STATUS_NOT_OPEN) throw UsageError("the library is open");
+  const std::string name = a.text(), path = modemsim::find_scenario(name);
+  const auto scenario = modemsim::load_scenario(path.empty() ? name : path);
   if (!s.modem.play(scenario, to_real(a.text()))) throw UsageError(s.modem.error());
 }
 
 void played(Session& s, Arguments&) {
   if (!s.modem.wait_played()) throw UsageError("it does not end");
   s.modem.state();  // all that it brought was done
+  s.settle();
   for (const auto& event : s.played) s.emit(event);
   s.played.clear();
 }
@@ -287,6 +289,7 @@ void occupy(Session&, Arguments& a) {
 void add_stand_ins(std::map<std::string, Command>& table) {
   table.insert({{"ask", ask},
                 {"hear", hear},
+                {"listen", [](Session& s, Arguments&) { client(s, "/dev/ttyACM3"); }},
                 {"play", play},
                 {"played", played},
                 {"scenario", scenario},
