@@ -30,6 +30,8 @@ unsigned s_selects_waiting = 0;
 bool s_select_exception = false;
 std::atomic<double> s_scale{1.0};
 std::atomic<double> s_select_scale{-1.0};  // below 0: s_scale
+constexpr double kPatience = 60;
+std::atomic<double> s_least{kPatience};  // seconds that a wait with a deadline lasts, whatever it was meant
 std::atomic<double> s_cap{1e9};
 std::atomic<bool> s_fail_monotonic{false};
 std::atomic<bool> s_manual_select{false};
@@ -80,6 +82,7 @@ void reset() {
   s_expiring = false;
   s_scale = 1.0;
   s_select_scale = -1.0;
+  s_least = kPatience;
   s_cap = 1e9;
   s_fail_monotonic = false;
   s_manual_select = false;
@@ -99,6 +102,7 @@ void stop() {
 
 void scale_waits(double factor) {
   s_scale = factor;
+  s_least = 0;
 }
 
 void scale_selects(double factor) {
@@ -188,7 +192,8 @@ int clock_wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, const ti
     const int64_t left = deadline->tv_sec * kSecond + deadline->tv_nsec - virtual_now();
     t_wait = {condition, *deadline, real_now(), std::max<int64_t>(left, 0)};
   }
-  const double real_wait = std::min(static_cast<double>(t_wait.left) * s_scale, s_cap * kSecond);
+  const double patient = std::max(static_cast<double>(t_wait.left) * s_scale, s_least * kSecond);
+  const double real_wait = std::min(patient, s_cap * kSecond);
   const int64_t end = t_wait.start + static_cast<int64_t>(real_wait);
   constexpr int64_t kLook = 2000000;  // how often a wait looks whether it is to expire
   timespec slice = to_timespec(std::min(end, real_now() + kLook));

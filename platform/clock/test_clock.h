@@ -1,5 +1,5 @@
 // Stand-in for briolib/src/base/clock.cpp: a clock that tests, fuzz targets and the soak drive. Sleeps take
-// no time: they move the clock and are written down. Waits with a deadline run in real time, scaled.
+// no time: they move the clock and are written down. Waits with a deadline run in real time.
 #ifndef PLATFORM_CLOCK_TEST_CLOCK_H
 #define PLATFORM_CLOCK_TEST_CLOCK_H
 
@@ -9,7 +9,10 @@
 
 namespace test_clock {
 
-// Real clock, no sleeps recorded, scale 1, no failing reads. Each test starts like this.
+// Real clock, no sleeps recorded, no failing reads, patient waits. Each test starts like this.
+// Patient: a wait with a deadline lasts a minute at least. On a busy machine an answer may be late by more
+// than the library waits for it; that time-out would be nobody's plan, and the answers behind it would meet
+// the wrong requests.
 void reset();
 
 // Moves the monotonic clock.
@@ -18,7 +21,7 @@ void advance(double seconds);
 // From now on advance, sleeps and time-outs alone move the monotonic clock.
 void stop();
 
-// A wait of one second lasts `factor` real seconds (0.001: a 20 s time-out takes 20 ms).
+// A wait of one second lasts `factor` real seconds (0.001: a 20 s time-out takes 20 ms). Ends the patience.
 void scale_waits(double factor);
 
 // The same for select alone, which follows scale_waits otherwise.
