@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <string>
@@ -27,6 +28,15 @@ extern Tally g_tally;
 
 // Counts, and prints the first few.
 void complain(long& count, const std::string& what);
+
+inline constexpr int kLociFile = 28542;
+inline std::string number(long value) {
+  return std::to_string(value);
+}
+// Quarters of an hour.
+inline int zone_of(const State& state) {
+  return atoi(state.clock.c_str() + state.clock.find_first_of("+-"));
+}
 
 class Device {
  public:
