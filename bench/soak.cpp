@@ -259,6 +259,21 @@ class Month {
   bool with_trace_ = false;
 };
 
+// What the process holds between two days.
+struct Held {
+  long heap, resident, descriptors, threads;
+};
+
+Held held(long threads) {
+  const long settled = process::settled_threads(threads);
+  return {process::heap_in_use(), process::status("VmRSS"), process::descriptors(), settled};
+}
+
+void print_held(const char* when, const Held& held) {
+  printf("%-10s %ld descriptors, %ld threads, %ld bytes of heap, %ld KiB resident\n", when, held.descriptors,
+         held.threads, held.heap, held.resident);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -274,23 +289,18 @@ int main(int argc, char** argv) {
   process::count_heap_exactly(argv);
 
   const auto start = std::chrono::steady_clock::now();
-  long heap = 0, descriptors = 0, threads = 0, resident = 0, heap_peak = 0;
-  long more_heap = 0, more_descriptors = 0, more_threads = 0;
-  {
+  Held first = {}, last = {};
+  long heap_peak = 0;
+  try {
     Month month(seed);
     for (int day = 0; day < days; day++) {
       month.day(day % 3 == 0);
-      if (day == 0) {  // fills what is allocated once and the caches of the C library
-        threads = process::settled_threads(2);
-        descriptors = process::descriptors();
-        heap = process::heap_in_use();
-        resident = process::status("VmRSS");
-      }
+      if (day == 0) first = held(2);  // fills what is allocated once and the caches of the C library
       heap_peak = std::max(heap_peak, process::heap_in_use());
     }
-    more_threads = process::settled_threads(threads) - threads;
-    more_descriptors = process::descriptors() - descriptors;
-    more_heap = process::heap_in_use() - heap;
+    last = held(first.threads);
+  } catch (const GaveUp&) {
+    _exit(1);  // the library and its threads are left as they are
   }
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   const Tally& tally = g_tally;
@@ -303,13 +313,15 @@ int main(int argc, char** argv) {
   printf("held       %ld bars of a reopening in weak signal, as documented\n", tally.held_bars);
   printf("memory     peak %ld KiB resident, of the heap %ld KiB\n", process::status("VmHWM"),
          heap_peak / 1024);
-  printf(
-      "growth     %+ld bytes of heap, %+ld KiB resident, %+ld descriptors, %+ld threads since the first "
-      "day\n",
-      more_heap, process::status("VmRSS") - resident, more_descriptors, more_threads);
+  print_held("first day", first);
+  print_held("at the end", last);
+  const long more_heap = last.heap - first.heap;
+  printf("growth     %+ld bytes of heap, %+ld KiB resident, %+ld descriptors, %+ld threads\n", more_heap,
+         last.resident - first.resident, last.descriptors - first.descriptors, last.threads - first.threads);
   constexpr long kHeapSlack = 2 * 1024;  // the virtual clock notes each sleep
   const bool right = tally.wrong == 0 && tally.lost_answers == 0 && tally.lost_reports == 0;
-  const bool flat = more_heap < kHeapSlack && more_descriptors == 0 && more_threads <= 0;
+  const bool flat =
+      more_heap < kHeapSlack && last.descriptors == first.descriptors && last.threads <= first.threads;
   const bool busy =
       tally.faults > days * 10L && tally.reports > days * 100L && tally.host_calls > days * 5000L;
   if (!busy) fprintf(stderr, "soak: too little happened for a verdict\n");

@@ -60,7 +60,7 @@ void complain(long& count, const std::string& what) {
   if (s_complaints == kHopeless) {
     fprintf(stderr, "soak: gives up: %ld wrong, %ld answers and %ld reports lost\n", g_tally.wrong,
             g_tally.lost_answers, g_tally.lost_reports);
-    _exit(1);
+    throw GaveUp();
   }
 }
 

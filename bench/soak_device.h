@@ -26,8 +26,9 @@ struct Tally {
 };
 extern Tally g_tally;
 
-// Counts, and prints the first few.
+// Counts, and prints the first few. Host's thread; throws GaveUp when there are too many.
 void complain(long& count, const std::string& what);
+struct GaveUp {};
 
 inline constexpr int kLociFile = 28542;
 inline std::string number(long value) {
