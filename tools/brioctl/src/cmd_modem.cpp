@@ -142,7 +142,8 @@ int run_trace(const Options& options, const std::string& filter, const std::stri
   if (!newest_trace(session.host_path(prefix), path, size)) {
     throw Failure("No trace file is there; look at the log with -v.");
   }
-  printf("%s: %lld bytes\n", path.c_str(), size);
+  printf("%s: %lld bytes%s\n", path.c_str(), size,
+         session.simulated() ? " (gone with the simulation; --root keeps them)" : "");
   return 0;
 }
 

@@ -7,6 +7,12 @@
 
 using namespace brioctl;
 
+namespace {
+
+constexpr int kUsage = 2;  // exit status for wrong arguments
+
+}  // namespace
+
 int main(int argc, char** argv) {
   CLI::App app{
       "Drives a modem through libbrio_module.so.1 as the WAN manager does.\n"
@@ -19,7 +25,8 @@ int main(int argc, char** argv) {
       "  brioctl demo                       the whole tour on a simulated modem\n"
       "  brioctl --sim status               one table of what the host reads\n"
       "  brioctl --root /tmp/desk at ATI    a modem whose ttys are linked below /tmp/desk/dev\n"
-      "  brioctl -v status                  the same on the device, with the library's log");
+      "  brioctl -v status                  the same on the device, with the library's log\n\n"
+      "Exit status: 0, 1 when the modem or the library refuses, 2 for wrong arguments.");
 
   Options options;
   app.add_option("--library", options.library,
@@ -79,7 +86,11 @@ int main(int argc, char** argv) {
   auto* ant = app.add_subcommand("ant", "Show the LTE antennas, or choose one");
   ant->add_option("choice", choice, "1, 2 or auto")->check(CLI::IsMember({"1", "2", "auto"}));
 
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& wrong) {
+    return app.exit(wrong) == 0 ? 0 : kUsage;
+  }
   if (!options.scenario.empty()) options.simulate = true;
   install_signals();
   log_sink::echo(options.verbose);

@@ -40,7 +40,11 @@ int main(int argc, char** argv) {
   app.add_flag("-v,--verbose", verbose, "Show the library's whole log")->excludes(file_option);
   app.add_flag("--commands", commands, "Tell what can be typed");
   app.add_flag("--functions", functions, "List the functions that `call` knows, with their arguments");
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& wrong) {
+    return app.exit(wrong) == 0 ? 0 : kUnusable;
+  }
   if (commands || functions) {
     std::cout << (commands ? lab::help() : "") << (functions ? lab::function_list() : "");
     return 0;

@@ -17,6 +17,7 @@
 
 namespace {
 
+constexpr int kUsage = 2;  // exit status for wrong arguments
 constexpr char kAbout[] =
     "modemsim plays a cellular modem: it makes the three serial ports of the device below a root folder, "
     "answers AT "
@@ -170,7 +171,11 @@ int run(int argc, char** argv) {
       ->check(CLI::PositiveNumber);
   app.add_flag("--list-commands", commands, "Print the commands that the modem knows");
   app.add_flag("-v,--verbose", verbose, "Print each command, answer, report and event");
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& wrong) {
+    return app.exit(wrong) == 0 ? 0 : kUsage;
+  }
   if (commands) {
     list_commands();
     return 0;

@@ -1,0 +1,102 @@
+// The command-line tools as people and scripts run them: what they print, how they end.
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <sys/wait.h>
+
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <string>
+
+#include "modemsim/device_root.h"
+
+namespace {
+
+struct Outcome {
+  std::string text;  // standard output and error
+  int status;
+};
+
+Outcome run(const std::string& command) {
+  Outcome outcome;
+  FILE* pipe = popen(("exec 2>&1 </dev/null; " EMULATOR " " + command).c_str(), "re");
+  if (pipe == nullptr) return {"no pipe", -1};
+  char bytes[4096];
+  for (size_t size; (size = fread(bytes, 1, sizeof bytes, pipe)) > 0;) outcome.text.append(bytes, size);
+  const int status = pclose(pipe);
+  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return outcome;
+}
+
+struct Case {
+  const char* command;
+  int status;
+  std::vector<const char*> lines;  // regular expressions, found in this order
+};
+
+void check(const char* program, const std::vector<Case>& cases) {
+  for (const Case& c : cases) {
+    const Outcome outcome = run(std::string(program) + " " + c.command);
+    EXPECT_EQ(c.status, outcome.status) << c.command << "\n" << outcome.text;
+    auto at = outcome.text.cbegin();
+    for (const char* line : c.lines) {
+      std::smatch found;
+      const bool there = std::regex_search(at, outcome.text.cend(), found, std::regex(line));
+      EXPECT_TRUE(there) << c.command << " shows no \"" << line << "\" where it belongs:\n" << outcome.text;
+      if (there) at = found[0].second;
+    }
+  }
+}
+
+TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
+  modemsim::DeviceRoot empty;
+  const std::string nothing = "--root " + empty.dir() + " status";
+  check(
+      BRIOCTL,
+      {{"--sim status", 0, {"wabs_get_bars +0 ok +4 +bars\n", "wabs_get_imsi +0 ok +310410\\*{9} +IMSI\n"}},
+       {"--sim --identities status", 0, {"wabs_get_imsi +0 ok +310410123456789 +IMSI\n"}},
+       {"--sim at AT+COPS?", 0, {"^\\+COPS: 0,2,\"310410\",7\nOK\n$"}},
+       {"--sim at AT+NOSUCH", 1, {"^ERROR\n$"}},
+       {"--sim scan",
+        0,
+        {"^Status +Network +Technology +Name\n", "current +310-410 +E-UTRAN +Home Wireless\n",
+         "available +310-260 +E-UTRAN +Coast to Coast, Inc\\.\n"}},
+       {"--sim ant 1", 0, {"Antenna: locked to 1\n", "Main: 20\n"}},
+       {"--sim page", 0, {"2  \\*{8} MODEM", "2\\.2  Library Version:   S30J38", "WWAN Info"}},
+       {"--sim page --full", 0, {"SIM ICCID:  89014103211118510720", "IMEI:  356938035643809"}},
+       {"--sim trace --seconds 0.2", 0, {"trace_log_[0-9_]+\\.istp: [1-9][0-9]* bytes"}},
+       {"--sim --speed 30 watch --seconds 1.5",
+        0,
+        {"bars=4 mode=LTE roaming=home network plmn=310-410\n", "report  \\+CREG: 5,LAC,ID,7\n"}},
+       {"--sim -v at AT", 0, {"D blib:.*atcmd request:AT\n", "OK\n"}},
+       {"demo --seconds 0.2", 0, {"== Opening", "ATE0 +[0-9.]+ ms", "== A network scan", "wabs_close took"}},
+       {nothing.c_str(), 1, {"could not be opened on .*/dev/ttyACM2", "errno: 2:can't open device"}},
+       {"--library /nonexistent status", 1, {"^brioctl: The module library cannot be loaded"}},
+       {"--scenario nosuch status", 1, {"^brioctl: There is no scenario 'nosuch'"}},
+       {"--sim at AT --timeout 0", 2, {"not in range 1 to 600"}}});
+  const auto rows = nlohmann::json::parse(run(BRIOCTL " --sim status --json").text);
+  EXPECT_EQ(4, rows["wabs_get_bars"]["value"]);
+  EXPECT_EQ("310-410", rows["wabs_get_mcc_mnc"]["value"]);
+  for (const auto& [name, row] : rows.items()) EXPECT_EQ(0, row["status"]) << name;
+}
+
+TEST(Modemsim, RunsAScenarioAndRefusesABadOne) {
+  modemsim::DeviceRoot root;
+  root.write("/dev/ttyACM2", "in the way");
+  root.write("/bad.toml", "[state]\nbers = 3\n");
+  const std::string occupied = "--root " + root.dir(), bad = "--scenario " + root.path("/bad.toml");
+  check(MODEMSIM,
+        {{"--scenario demo --seconds 0.2", 0, {"query port /.*/dev/ttyACM2\nURC port   /.*/dev/ttyACM3\n"}},
+         {"--list-commands", 0, {"AT\\+CFUN=0\\|1 +radio off, on\n"}},
+         {occupied.c_str(), 1, {"ttyACM2 is in the way: it is not a link"}},
+         {bad.c_str(), 1, {"bad\\.toml:2: .*bers.*bars"}}});
+}
+
+TEST(Briolab, TellsWhatCanBeSaid) {
+  check(BRIOLAB, {{"--commands", 0, {"\n    urc LINE  "}},
+                  {"--functions", 0, {"\n  brio_open TEXT\n", "\n  wabs_get_imsi NUMBER\n"}},
+                  {"", 0, {"^$"}},
+                  {"/nonexistent", 2, {"^/nonexistent: cannot be read\n$"}},
+                  {"--update", 2, {"FILE"}}});
+}
+
+}  // namespace
