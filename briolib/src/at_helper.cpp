@@ -136,6 +136,7 @@ char* read_line(int32_t fd, char* buffer, char** leftover, int32_t* count) {
     held = prv_keep_leftover(buffer, *leftover);
     *leftover = nullptr;
   }
+  const size_t counted = held;  // dropped or not
   if (held >= BRIO_LINE_DATA_MAX) {
     BLIB_E("E blib:%s:%d:atchannel:ERROR: Input line exceeded buffer:error on read\n", BLIB_HERE);
     held = 0;
@@ -150,7 +151,7 @@ char* read_line(int32_t fd, char* buffer, char** leftover, int32_t* count) {
   if (got <= 0) return buffer;
 
   // What was held counts only now, so that it never hides an error or the end of the file.
-  *count += static_cast<int32_t>(held);
+  *count += static_cast<int32_t>(counted);
   // A NUL of the modem would hide everything behind it.
   fresh[prv_drop_nuls(fresh, static_cast<size_t>(got))] = '\0';
   BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:AT data[%s]\n", BLIB_HERE, fresh);

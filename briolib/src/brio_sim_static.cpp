@@ -65,9 +65,9 @@ uint32_t brio_get_sim_static_info(int32_t force) {
   if (file_exists && force == 0) return BRIO_STATUS_OK;
   if (file_exists && briolib_get_sim_info_md5_status() == 0) {
     brio::DevicePath path(brio::kStaticInfoFile);
-    // A file that cannot be read through leaves the digest unknown.
-    uint32_t length = briolib_get_file_md5_hash(path.c_str(), brio::g_sim_info_hash);
-    if (length != 0) briolib_set_sim_info_md5_status(1);
+    // A file that cannot be read through leaves the digest unknown: the dump writes the file anew.
+    briolib_get_file_md5_hash(path.c_str(), brio::g_sim_info_hash);
+    briolib_set_sim_info_md5_status(1);
   }
 
   for (size_t i = 0; i < sizeof(kReadFiles) / sizeof(kReadFiles[0]); i++) {

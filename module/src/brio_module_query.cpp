@@ -30,6 +30,8 @@ constexpr uint32_t kHostServiceMode[] = {0, 3, 2, 1, 1, 4};
 // Host values, indexed by the library's roaming value; what lies beyond is neither (8).
 constexpr uint32_t kHostRoaming[] = {8, 0, 1};
 
+bool s_scan_runs = false;  // a thread is in wabs_do_manual_nw_scan; atomic
+
 template <size_t N>
 uint32_t prv_map(const uint32_t (&table)[N], uint32_t value, uint32_t otherwise) {
   return value < N ? table[value] : otherwise;
@@ -239,10 +241,12 @@ uint32_t wabs_get_radio_cert_param1(char* buffer, uint32_t length) {
 }
 
 uint32_t wabs_get_radio_cert_param2(char* buffer, uint32_t length) {
+  MODULE_FLOW();
   return wabs_get_imsi(buffer, length);
 }
 
 uint32_t wabs_get_realm(char* buffer, uint32_t length) {
+  MODULE_FLOW();
   return wabs_get_radio_serial_number(buffer, length);
 }
 
@@ -282,8 +286,11 @@ uint32_t wabs_exit_611_logging(void) {
 uint32_t wabs_do_manual_nw_scan(char* buffer, uint32_t length) {
   MODULE_FLOW();
   if (!module_is_open()) return WABS_STATUS_NOT_OPEN;
+  // A second scan would hold its caller for the rest of the first one and its own.
+  if (__atomic_exchange_n(&s_scan_runs, true, __ATOMIC_ACQUIRE)) return WABS_STATUS_SCAN_RUNNING;
   uint16_t size = length > UINT16_MAX ? UINT16_MAX : static_cast<uint16_t>(length);
   uint32_t status = brio_atcmd_scan_network(buffer, size);
+  __atomic_store_n(&s_scan_runs, false, __ATOMIC_RELEASE);
   return status == BRIO_STATUS_TIMEOUT ? uint32_t{WABS_STATUS_SCAN_RUNNING} : prv_scan_result(status);
 }
 

@@ -60,8 +60,9 @@ BRIO_API char* find_next_EOL(char* text);
 /*
  * Reads once from `fd` behind what `*leftover` (null or a place in `buffer`) kept, terminates the text and
  * skips leading CR and LF. `buffer` holds BRIO_LINE_DATA_MAX + 1 bytes. `*count`, set to 0 by the caller,
- * grows by the bytes now held; it ends negative on a read error (errno tells) and 0 at the end of the file,
- * also when a partial line was held. Returns the first byte of the text. Read thread only.
+ * grows by the bytes read and those kept before (also where these were too long and dropped); it ends
+ * negative on a read error (errno tells) and 0 at the end of the file, also when a partial line was held.
+ * Returns the first byte of the text. Read thread only.
  */
 BRIO_API char* read_line(int32_t fd, char* buffer, char** leftover, int32_t* count);
 

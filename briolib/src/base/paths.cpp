@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <limits>
+
 #include "base/log.h"
 #include "brio/brio.h"
 
@@ -13,15 +15,26 @@ namespace {
 
 constexpr char kLogTag[] = "briolib/src/base";
 
+constexpr off_t kFileMax = std::numeric_limits<off_t>::max();
+
 // Written only while the library is closed, read by all its threads.
 char s_root_dir[PATH_MAX];
 
-// Takes the descriptor over; none for a negative one.
-FILE* prv_stream(int fd) {
+// Takes the descriptor over; none for a negative one, a device node and a file that is too large.
+FILE* prv_stream(int fd, off_t most) {
   if (fd < 0) return nullptr;
-  FILE* file = fdopen(fd, "r");
-  if (file == nullptr) close(fd);
-  return file;
+  struct stat file = {};
+  if (fstat(fd, &file) == 0) {
+    bool node = S_ISCHR(file.st_mode) || S_ISBLK(file.st_mode);
+    if (node || file.st_size > most) {
+      close(fd);
+      errno = node ? EINVAL : EFBIG;
+      return nullptr;
+    }
+  }
+  FILE* stream = fdopen(fd, "r");
+  if (stream == nullptr) close(fd);
+  return stream;
 }
 
 }  // namespace
@@ -45,18 +58,12 @@ int create_device(const char* path, int flags, mode_t mode) {
 }
 
 FILE* fopen_to_read(const char* path) {
-  return prv_stream(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  return prv_stream(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC), kFileMax);
 }
 
 FILE* fopen_device(const char* path, Links links) {
-  int fd = open_device(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | (links == Links::kNoFollow ? O_NOFOLLOW : 0));
-  struct stat file = {};
-  if (fd < 0 || fstat(fd, &file) != 0) return prv_stream(fd);
-  bool node = S_ISCHR(file.st_mode) || S_ISBLK(file.st_mode);
-  if (!node && file.st_size <= kTextFileMax) return prv_stream(fd);
-  close(fd);
-  errno = node ? EINVAL : EFBIG;
-  return nullptr;
+  int flags = O_RDONLY | O_NONBLOCK | O_NOCTTY | (links == Links::kNoFollow ? O_NOFOLLOW : 0);
+  return prv_stream(open_device(path, flags), kTextFileMax);
 }
 
 bool read_failed(FILE* file, const char* path) {

@@ -43,12 +43,11 @@ int open_device(const char* path, int flags, mode_t mode = 0);
 int create_device(const char* path, int flags, mode_t mode);
 
 // A file opened for reading. A pipe that somebody planted in its place keeps nobody waiting: without a writer
-// it reads as an empty file.
+// it reads as an empty file. A device node is refused (EINVAL): it may never end.
 FILE* fopen_to_read(const char* path);
 
-// The same of a device path, for files of a few lines: a device node (EINVAL) and more than kTextFileMax
-// bytes (EFBIG) are refused, so that no reader is kept busy by what never ends. kNoFollow: for the files that
-// the library itself writes.
+// The same of a device path, for files of a few lines: more than kTextFileMax bytes are refused (EFBIG), too.
+// kNoFollow: for the files that the library itself writes.
 inline constexpr off_t kTextFileMax = 16 << 20;
 enum class Links { kFollow, kNoFollow };
 FILE* fopen_device(const char* path, Links links = Links::kFollow);

@@ -22,7 +22,7 @@ enum wabs_status {
   WABS_STATUS_BUFFER_TOO_SMALL = 7, /* the caller's buffer is too small and untouched */
   WABS_STATUS_NULL_POINTER = 11,    /* a required output pointer is null */
   WABS_STATUS_NO_NETWORK_TIME = 13, /* the network has not provided the time */
-  WABS_STATUS_SCAN_RUNNING = 14,    /* a manual scan could not run (also: it timed out) */
+  WABS_STATUS_SCAN_RUNNING = 14,    /* a manual scan runs already, or timed out */
   WABS_STATUS_SCAN_ABORTED = 15     /* a manual scan was aborted */
 };
 
@@ -112,7 +112,7 @@ BRIO_API uint32_t wabs_exit_611_logging(void);
 
 /*
  * Scans for operators, up to 380 s; the format is brio_atcmd_scan_network's. Lengths above 65,535 count as
- * 65,535. 0, 1, 2, 14 (time-out) or 15 (aborted).
+ * 65,535. 0, 1, 2, 14 (another thread is scanning, or time-out) or 15 (aborted).
  */
 BRIO_API uint32_t wabs_do_manual_nw_scan(char* buffer, uint32_t length);
 /* Releases a scan that waits (from another thread). 15 when released, 0, 1 or 2. */
