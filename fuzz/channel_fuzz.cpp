@@ -6,38 +6,26 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <vector>
 
-#include "brio/brio_at.h"
 #include "fuzz.h"
 
-namespace {
-
-using fuzz::Input;
-using fuzz::require;
-using fuzz::Text;
+namespace fuzz {
 
 constexpr const char* kPrefixes[] = {nullptr, "", "+X", "+", "+BAS", "+COPS", "OK", " "};
 constexpr size_t kStreamMax = 8192;  // the pipe takes that at once
 constexpr size_t kPiecesMax = 48;    // what is left then comes in one piece
 
-std::array<int, 2> open_pipe() {
-  std::array<int, 2> ends;
-  require(pipe2(ends.data(), O_CLOEXEC) == 0);
-  return ends;
-}
-
 // The complete lines of a stream that arrives in pieces of the sizes in turn, each with a "\n" behind it.
-std::string read_in_pieces(std::string_view stream, const std::vector<size_t>& sizes) {
-  static const std::array<int, 2> ends = open_pipe();  // empty between two calls
+std::string read_in_pieces(Bytes stream, const std::vector<size_t>& sizes) {
+  static int ends[2];  // of a pipe, empty between two calls
+  static const bool opened = pipe2(ends, O_CLOEXEC) == 0;
+  require(opened);
   static std::unique_ptr<char[]> buffer(new char[BRIO_LINE_DATA_MAX + 1]());
   std::string lines;
   char* leftover = nullptr;
   for (size_t turn = 0; !stream.empty(); turn++) {
-    const std::string_view piece =
-        stream.substr(0, turn < kPiecesMax ? sizes[turn % sizes.size()] : kStreamMax);
+    const Bytes piece = stream.substr(0, turn < kPiecesMax ? sizes[turn % sizes.size()] : kStreamMax);
     stream.remove_prefix(piece.size());
     require(write(ends[1], piece.data(), piece.size()) == static_cast<ssize_t>(piece.size()));
     for (size_t taken = 0; taken < piece.size();) {
@@ -60,14 +48,12 @@ std::string read_in_pieces(std::string_view stream, const std::vector<size_t>& s
   return lines;
 }
 
-std::string expand(std::string_view bytes) {
+std::string expand(Bytes bytes) {
   std::string stream;
   for (size_t i = 0; i < bytes.size() && stream.size() < kStreamMax; i++) {
-    if (bytes[i] == 0x1F && i + 1 < bytes.size() && !stream.empty()) {
-      stream.append(static_cast<uint8_t>(bytes[++i]) * size_t{16}, stream.back());
-    } else {
-      stream += bytes[i];
-    }
+    const bool repeats = bytes[i] == 0x1F && i + 1 < bytes.size() && !stream.empty();
+    const char last = repeats ? stream.back() : bytes[i];
+    stream.append(repeats ? static_cast<uint8_t>(bytes[++i]) * size_t{16} : 1, last);
   }
   stream.resize(std::min(stream.size(), kStreamMax));
   return stream;
@@ -75,15 +61,13 @@ std::string expand(std::string_view bytes) {
 
 // The answer holds the lines that were taken: in their order when a command for several of them succeeded,
 // else the newest first.
-void check_answer(const ATResponse& answer, uint32_t type, std::vector<std::string_view> taken) {
+void check_answer(const ATResponse& answer, uint32_t type, const std::vector<Bytes>& taken) {
   require(answer.final_response != nullptr && (answer.status == 0 || answer.status == 1));
-  if (answer.status != 0 || type < MULTILINE) std::reverse(taken.begin(), taken.end());
-  const ATLine* line = answer.intermediates;
-  for (std::string_view expected : taken) {
-    require(line != nullptr && line->line == expected);
-    line = line->next;
-  }
-  require(line == nullptr);
+  std::vector<Bytes> held;
+  for (const ATLine* line = answer.intermediates; line != nullptr; line = line->next)
+    held.push_back(line->line);
+  if (answer.status != 0 || type < MULTILINE) std::reverse(held.begin(), held.end());
+  require(held == taken);
 }
 
 void fuzz_lines(Input in) {
@@ -103,12 +87,12 @@ void fuzz_lines(Input in) {
   stream.erase(std::remove(stream.begin(), stream.end(), '\0'), stream.end());
   if (fits && stream.find("> ") == std::string::npos) require(read_in_pieces(stream, {kStreamMax}) == lines);
 
-  ATResponse* answer = at_response_new();
-  std::vector<std::string_view> taken;
+  Answer answer(at_response_new(), at_response_free);
+  std::vector<Bytes> taken;
   Input left(lines);
   while (!left.empty()) {
-    const std::string_view line = left.field('\n');
-    const int32_t result = process_line(Text(line).get(), answer, type, prefix);
+    const Bytes line = left.field('\n');
+    const int32_t result = process_line(Text(line).get(), answer.get(), type, prefix);
     require(result >= 0 && result <= 3);
     if (result == 1 && type >= NUMERIC && type <= MULTILINE_NO_PREFIX) {
       taken.push_back(line);
@@ -117,34 +101,23 @@ void fuzz_lines(Input in) {
       require(any_text || line.substr(0, strlen(prefix)) == prefix);
     }
     if (result != 0) continue;
-    check_answer(*answer, type, std::move(taken));
+    check_answer(*answer, type, taken);
     taken.clear();
-    at_response_free(answer);
-    answer = at_response_new();
+    answer.reset(at_response_new());
   }
   require(answer->final_response == nullptr);
-  at_response_free(answer);
 }
 
+int32_t s_number;
+uint8_t s_flag;
+char s_empty[1];
+char* s_field;
 constexpr void (*kSteps[])(char** cursor) = {
     [](char** cursor) { at_tok_start(cursor); },
-    [](char** cursor) {
-      int32_t number = 0;
-      at_tok_nextint(cursor, &number);
-    },
-    [](char** cursor) {
-      int32_t number = 0;
-      at_tok_nexthexint(cursor, &number);
-    },
-    [](char** cursor) {
-      uint8_t flag = 0;
-      require(at_tok_nextbool(cursor, &flag) != 0 || flag <= 1);
-    },
-    [](char** cursor) {
-      char preset[] = "";
-      char* field = preset;
-      require(at_tok_nextstr(cursor, &field) != 0 || field != nullptr);
-    },
+    [](char** cursor) { at_tok_nextint(cursor, &s_number); },
+    [](char** cursor) { at_tok_nexthexint(cursor, &s_number); },
+    [](char** cursor) { require(at_tok_nextbool(cursor, &s_flag) != 0 || s_flag <= 1); },
+    [](char** cursor) { require(at_tok_nextstr(cursor, &(s_field = s_empty)) != 0 || s_field != nullptr); },
     at_tok_remove_quot,
     skip_white_space,
     skip_white_space_quotes,
@@ -158,7 +131,7 @@ void fuzz_tokenizer(Input in) {
   char* cursor = line.get();
   for (uint8_t step : steps) {
     kSteps[step % std::size(kSteps)](&cursor);
-    require(cursor == nullptr || (cursor >= line.get() && cursor <= line.get() + line.length()));
+    require(line.holds(cursor));
     require(at_tok_hasmore(&cursor) == (cursor != nullptr && *cursor != '\0'));
   }
   for (auto clean : {skip_trailing_white_space, remove_blank_space, remove_double_quotes}) {
@@ -174,14 +147,8 @@ void fuzz_tokenizer(Input in) {
   free(decoded);
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  Input in(data, size);
-  if (in.byte() % 2 == 0) {
-    fuzz_lines(in);
-  } else {
-    fuzz_tokenizer(in);
-  }
-  return 0;
+void run(Input in) {
+  in.byte() % 2 == 0 ? fuzz_lines(in) : fuzz_tokenizer(in);
 }
+
+}  // namespace fuzz

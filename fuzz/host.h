@@ -2,78 +2,104 @@
 #ifndef FUZZ_HOST_H
 #define FUZZ_HOST_H
 
-#include <algorithm>
-#include <initializer_list>
-#include <type_traits>
-
-#include "brio/wabs.h"
 #include "fuzz.h"
 #include "nipc/nipc_standin.h"
 
 namespace fuzz {
 
-// The statuses that an operation's header documents.
-class Statuses {
- public:
-  constexpr Statuses(std::initializer_list<unsigned> list) {
-    for (unsigned status : list) bits_ |= 1u << status;
-  }
-  bool has(uint32_t status) const { return status < 32 && (bits_ >> status & 1) != 0; }
-
- private:
-  uint32_t bits_ = 0;
-};
-
-template <typename T>
-bool is_null(T argument) {
-  if constexpr (std::is_pointer_v<T>) return argument == nullptr;
-  return false;
-}
-
 // A call that answers "not open" always and only while the module is closed, and "null pointer" always and
 // only for one, each where its header says so.
-template <typename Function>
+template <typename... Arguments>
 struct HostCall {
-  Function* call;
-  Statuses statuses;
+  uint32_t (*call)(Arguments...);
+  OneOf statuses;
 
-  template <typename... Arguments>
   uint32_t operator()(Arguments... arguments) const {
-    const bool closed = wabs_is_blib_open() == 0;
-    const bool null = (is_null(arguments) || ...);
+    const bool refused = wabs_is_blib_open() == 0 && statuses.has(WABS_STATUS_NOT_OPEN);
+    const bool null = (is_null(arguments) || ...) && statuses.has(WABS_STATUS_NULL_POINTER);
     const uint32_t status = call(arguments...);
     require(statuses.has(status));
-    const bool refused = closed && statuses.has(WABS_STATUS_NOT_OPEN);
-    require(refused == (status == WABS_STATUS_NOT_OPEN));
-    require((status == WABS_STATUS_NULL_POINTER) ==
-            (null && !refused && statuses.has(WABS_STATUS_NULL_POINTER)));
+    require((status == WABS_STATUS_NOT_OPEN) == refused);
+    require((status == WABS_STATUS_NULL_POINTER) == (null && !refused));
     return status;
   }
+
+  static bool is_null(const void* pointer) { return pointer == nullptr; }
+  static bool is_null(int64_t) { return false; }
 };
 
-// A block that the library may write to its end, or null.
-class OutBlock {
- public:
-  OutBlock(size_t size, bool null) : size_(size), bytes_(null ? nullptr : new char[size]) {
-    if (!null) memset(bytes_.get(), kFill, size);
+// What a query that succeeded may have filled in.
+struct Filled : Out {
+  using Out::Out;
+  template <uint32_t kLeast, uint32_t kMost, uint32_t kOr = kLeast>
+  bool number() const {
+    return (value() >= kLeast && value() <= kMost) || value() == kOr;
   }
-  char* get() { return bytes_.get(); }
-  bool untouched() const {
-    return !bytes_ || std::all_of(bytes_.get(), bytes_.get() + size_, [](char c) { return c == kFill; });
-  }
-  bool terminated() const { return !bytes_ || size_ == 0 || memchr(bytes_.get(), '\0', size_) != nullptr; }
-
- private:
-  static constexpr char kFill = '\x5A';
-  size_t size_;
-  std::unique_ptr<char[]> bytes_;
+  bool text() const { return terminated(); }
+  bool list() const { return untouched() || terminated(); }
+  // No date comes with the zone; 900 a quarter hour, modulo 2^32.
+  bool time() const { return value<time_t>() == -1 && value(sizeof(time_t)) % 4 == 0; }
+  bool codes() const { return code(0) && code(4); }
+  bool code(size_t place) const { return value(place) <= 999 || value(place) == kFill * 0x01010101u; }
 };
 
-inline constexpr HostCall<uint32_t()> kAbortScan = {wabs_abort_manual_nw_scan, {0, 1, 2, 15}};
+// What fills its outputs when it succeeds, and else leaves them alone.
+struct Query {
+  HostCall<char*, uint32_t> call;
+  uint32_t least;  // bytes that it wants
+  bool (Filled::*good)() const;
+  uint32_t quarters = 0;  // for a text: bytes it gets, per 4 of the input's choice
+  bool fills_always = false;
+
+  void run(uint32_t choice, bool null) const {
+    const uint32_t size = quarters != 0 ? choice * quarters / 4 : least;
+    const Filled out(size, null);
+    const bool filled = call(out.get(), size) == 0 || fills_always;
+    require(filled ? size >= least && (!null || fills_always) && (out.*good)() : out.untouched());
+  }
+
+  // The kinds of outputs, as one: where they stand, and their size where the call wants it.
+  template <auto kCall>
+  static uint32_t ask(char* out, uint32_t size) {
+    return ask(kCall, out, size);
+  }
+  template <typename T>
+  static uint32_t ask(uint32_t (*call)(T*), char* out, uint32_t) {
+    return call(reinterpret_cast<T*>(out));
+  }
+  template <typename T, typename U>
+  static uint32_t ask(uint32_t (*call)(T*, U*), char* out, uint32_t) {
+    return call(reinterpret_cast<T*>(out), reinterpret_cast<U*>(out == nullptr ? out : out + sizeof(T)));
+  }
+  static uint32_t ask(uint32_t (*call)(char*, uint32_t), char* out, uint32_t size) { return call(out, size); }
+};
+
+inline constexpr Query kScan = {
+    {Query::ask<wabs_do_manual_nw_scan>, {0, 1, 2, 14, 15}}, 0, &Filled::list, 32};
+inline constexpr HostCall<> kAbortScan = {wabs_abort_manual_nw_scan, {0, 1, 2, 15}};
+
+inline constexpr Query kQueries[] = {
+    kScan,
+    {{Query::ask<wabs_get_bars>, {0, 1, 2, 11}}, 4, &Filled::number<1, 255, WABS_BARS_NOT_ATTACHED>},
+    {{Query::ask<wabs_get_data_service_mode>, {0, 1, 2, 11}}, 4, &Filled::number<0, 4>},
+    {{Query::ask<wabs_get_roaming_status>, {0, 1, 2, 11}}, 4, &Filled::number<0, 1, 8>},
+    {{Query::ask<wabs_get_module_flags>, {0, 11}}, 4, &Filled::number<1, 1>},
+    {{Query::ask<wabs_get_imsi>, {0, 1, 7, 11}}, 16, &Filled::text, 1},
+    {{Query::ask<wabs_get_radio_serial_number>, {0, 1, 7, 11}}, 16, &Filled::text, 1},
+    {{Query::ask<wabs_get_radio_cert_param1>, {0, 1, 7, 11}}, 24, &Filled::text, 1},
+    {{Query::ask<wabs_get_radio_cert_param2>, {0, 1, 7, 11}}, 16, &Filled::text, 1},
+    {{Query::ask<wabs_get_realm>, {0, 1, 7, 11}}, 16, &Filled::text, 1},
+    {{Query::ask<wabs_get_firmware_version>, {0, 1, 11}}, 0, &Filled::text, 1, true},
+    {{Query::ask<wabs_get_radio_phone_number>, {0, 1, 11}}, 1, &Filled::text},
+    {{Query::ask<wabs_get_rssi>, {0, 1, 11}}, 4, &Filled::number<0, 0>},
+    {{Query::ask<wabs_get_module_time>, {0, 2, 11, 13}}, sizeof(time_t) + 4, &Filled::time},
+    {{Query::ask<wabs_get_hplmn_mcc_mnc>, {0, 2, 11}}, 8, &Filled::codes},
+    {{Query::ask<wabs_get_mcc_mnc>, {0, 2, 11}}, 8, &Filled::codes},
+};
 
 // Calls without arguments. From kQuiet on they send nothing.
-inline void call_plain(size_t choice, Input& in) {
-  static constexpr HostCall<uint32_t()> kCalls[] = {
+inline void call_plain(size_t choice, const Input& in) {
+  static constexpr HostCall<> kCalls[] = {
       {wabs_open, {0, 2, 4}},
       {wabs_close, {0}},
       {wabs_exit_611_logging, {0}},
@@ -93,126 +119,48 @@ inline void call_plain(size_t choice, Input& in) {
   const size_t left = in.size();
   const uint32_t before = wabs_is_blib_open();
   const uint32_t status = kCalls[index]();
-  const uint32_t after = wabs_is_blib_open();
-  require(after == (index > kClose ? before : index == kOpen && status == 0));
+  require(wabs_is_blib_open() == (index > kClose ? before : index == kOpen && status == 0));
   require(index != kOpen || (status == WABS_STATUS_ALREADY_OPEN) == (before == 1));
   require(index < kQuiet || in.size() == left);
 }
 
 // An event that the host hands on is logged, and that is all.
 inline void report_event(bool null, Input& in) {
-  static constexpr HostCall<uint32_t(const void*)> kReport = {wabs_report_event, {0}};
+  static constexpr HostCall<const void*> kReport = {wabs_report_event, {0}};
   Text source(in.field('|'));
   Text name(in.field('|'));
   const std::unique_ptr<void, void (*)(void*)> event(
       null ? nullptr : NipcStandinCreateEvent(source.get(), name.get()), NipcStandinFreeEvent);
   t_log_line[0] = '\0';
-  kReport(static_cast<const void*>(event.get()));
+  kReport(event.get());
   char expected[sizeof(t_log_line)] = "";
   if (g_format_log_lines && !null && (gBrioModuleLogMask & WABS_LOG_VALUE) != 0) {
     snprintf(expected, sizeof(expected), "D brio:event %s %s occurred (", source.get(), name.get());
   }
-  require(strncmp(t_log_line, expected, strlen(expected)) == 0);
-  require((t_log_line[0] == '\0') == (expected[0] == '\0'));
+  require(strncmp(t_log_line, expected, std::max<size_t>(strlen(expected), 1)) == 0);
 }
 
-inline void scan(uint32_t size, bool null) {
-  static constexpr HostCall<uint32_t(char*, uint32_t)> kScan = {wabs_do_manual_nw_scan, {0, 1, 2, 14, 15}};
-  OutBlock list(size, null);
-  const uint32_t status = kScan(list.get(), size);
-  require(status == 0 ? !null && (list.untouched() || list.terminated()) : list.untouched());
+// Into a buffer whose size may be negative.
+inline void ask_page(int32_t size, bool null, uint32_t mode) {
+  static constexpr HostCall<char*, int32_t, uint32_t> kPage = {wabs_get_log_string, {0}};
+  const Out page(static_cast<size_t>(std::max(size, 0)), null);
+  kPage(page.get(), size, mode);
+  require(page.terminated());
 }
 
 // One call, chosen by the input. Null pointers and sizes that are too small come up too.
 inline void call_host(Input& in) {
-  struct Number {
-    HostCall<uint32_t(uint32_t*)> ask;
-    bool (*in_range)(uint32_t);
-  };
-  static constexpr Number kNumbers[] = {
-      {{wabs_get_bars, {0, 1, 2, 11}},
-       [](uint32_t bars) { return (bars >= 1 && bars <= 255) || bars == WABS_BARS_NOT_ATTACHED; }},
-      {{wabs_get_data_service_mode, {0, 1, 2, 11}}, [](uint32_t mode) { return mode <= 4; }},
-      {{wabs_get_roaming_status, {0, 1, 2, 11}}, [](uint32_t status) { return status <= 1 || status == 8; }},
-      {{wabs_get_module_flags, {0, 11}}, [](uint32_t flags) { return flags == 1; }},
-  };
-  struct TextQuery {
-    HostCall<uint32_t(char*, uint32_t)> ask;
-    uint32_t least;
-  };
-  static constexpr TextQuery kTexts[] = {
-      {{wabs_get_imsi, {0, 1, 7, 11}}, 16},
-      {{wabs_get_radio_serial_number, {0, 1, 7, 11}}, 16},
-      {{wabs_get_radio_cert_param1, {0, 1, 7, 11}}, 24},
-      {{wabs_get_radio_cert_param2, {0, 1, 7, 11}}, 16},
-      {{wabs_get_realm, {0, 1, 7, 11}}, 16},
-  };
-  static constexpr HostCall<uint32_t(char*, uint32_t)> kFirmware = {wabs_get_firmware_version, {0, 1, 11}};
-  static constexpr HostCall<uint32_t(char*)> kPhone = {wabs_get_radio_phone_number, {0, 1, 11}};
-  static constexpr HostCall<uint32_t(int32_t*)> kRssi = {wabs_get_rssi, {0, 1, 11}};
-  static constexpr HostCall<uint32_t(char*, int32_t, uint32_t)> kPage = {wabs_get_log_string, {0}};
-  static constexpr HostCall<uint32_t(time_t*, int32_t*)> kTime = {wabs_get_module_time, {0, 2, 11, 13}};
-  static constexpr HostCall<uint32_t(uint32_t*, uint32_t*)> kNetworks[] = {
-      {wabs_get_hplmn_mcc_mnc, {0, 2, 11}}, {wabs_get_mcc_mnc, {0, 2, 11}}};
-
   const uint8_t choice = in.byte();
   if (choice < 0x20) return call_plain(choice, in);
   const uint8_t argument = in.byte();
-  const bool null = argument == 0xFF;
-  constexpr uint32_t kUnset = 0xA5A5A5A5;
-  uint32_t first = kUnset;
-  uint32_t second = kUnset;
-  switch (choice % 8) {
-    case 0:
-      return report_event(null, in);
-    case 1: {
-      const Number& number = kNumbers[argument % std::size(kNumbers)];
-      require(number.ask(null ? nullptr : &first) == 0 ? number.in_range(first) : first == kUnset);
-      break;
-    }
-    case 2: {
-      const TextQuery& query = kTexts[argument % std::size(kTexts)];
-      const uint32_t size = argument / 4;
-      OutBlock text(size, null);
-      const bool good = query.ask(text.get(), size) == 0;
-      require(good ? size >= query.least && text.terminated() : text.untouched());
-      break;
-    }
-    case 3: {
-      OutBlock text(argument, null);
-      kFirmware(text.get(), argument);
-      require(text.terminated());
-      OutBlock number(1, null);
-      require(kPhone(number.get()) == 0 ? number.terminated() : number.untouched());
-      int32_t rssi = -1;
-      require(kRssi(null ? nullptr : &rssi) == 0 ? rssi == 0 : rssi == -1);
-      break;
-    }
-    case 4:
-      return scan(argument * 8, null);
-    case 5: {
-      const int32_t size = argument * 32 - 32;
-      OutBlock page(static_cast<size_t>(std::max(size, 0)), null);
-      kPage(page.get(), size, choice / 8);
-      require(page.terminated());
-      break;
-    }
-    case 6: {
-      time_t utc = 0;
-      int32_t offset = 0;
-      const bool good = kTime(null ? nullptr : &utc, &offset) == 0;
-      // No date comes with the zone; 900 a quarter hour, modulo 2^32.
-      require(good ? utc == -1 && offset % 4 == 0 : utc == 0 && offset == 0);
-      wabs_set_log_mask(argument % 2 != 0 ? 0xFFFFFFFF : 0);
-      break;
-    }
-    default: {
-      const bool good = kNetworks[argument % 2](null ? nullptr : &first, &second) == 0;
-      const auto in_range = [](uint32_t code) { return code <= 999 || code == kUnset; };
-      require(good ? in_range(first) && in_range(second) : first == kUnset && second == kUnset);
-      break;
-    }
-  }
+  const bool null = argument >= 0xF8;
+  const uint8_t group = choice % 8;
+  if (group == 0) return report_event(null, in);
+  if (group == 5) return ask_page(argument * 32 - 32, null, choice / 8);
+  if (group == 6) wabs_set_log_mask(argument % 2 != 0 ? 0xFFFFFFFF : 0);
+  // First and number of the group's queries.
+  static constexpr uint8_t kGroups[][2] = {{}, {1, 4}, {5, 5}, {10, 3}, {0, 1}, {}, {13, 1}, {14, 2}};
+  kQueries[kGroups[group][0] + argument % kGroups[group][1]].run(argument, null);
 }
 
 }  // namespace fuzz

@@ -2,8 +2,9 @@
 // from the input against calls of the host interface. Behind each input the library is closed without a trace
 // and opens on a healthy modem.
 //
-// Input: steps of a letter and what prepare_step and call_host take for it. The steps "k" to "u" say how the
-// next commands are answered, one each in their order; without one the modem answers from its state.
+// Input: steps of a letter and what its row of kSteps or call_host takes for it. The steps "k" to "s" and "u"
+// say how the next commands are answered, one each in their order; without one the modem answers from its
+// state.
 #include <thread>
 
 #include "clock/test_clock.h"
@@ -13,24 +14,21 @@
 #include "record.h"
 #include "root.h"
 
-namespace {
+namespace fuzz {
 
-using fuzz::Input;
-using fuzz::require;
+using modemsim::Fault;
 using modemsim::Port;
 
 constexpr int kStepsMax = 48;
 
 // Descriptors and threads of the process. A thread that was joined leaves /proc a little later.
-struct Held {
-  long descriptors = process::descriptors(), threads = process::threads();
-  bool operator==(const Held& other) const {
-    return descriptors == other.descriptors && threads == other.threads;
-  }
-};
+using Held = std::pair<long, long>;
+Held count_held() {
+  return {process::descriptors(), process::threads()};
+}
 
 struct World {
-  fuzz::Root root;
+  Root root;
   modemsim::Modem modem;
   bool plugged = true;
 
@@ -56,63 +54,45 @@ struct World {
 
   // Without the descriptor that the simulator opens for a moment when a port was closed.
   Held held() {
-    for (;;) {
-      const Held before;
-      modem.with_state([](modemsim::State&) {});
-      const Held now;
-      if (now == before) return now;
-    }
+    Held before;
+    do before = count_held(), modem.with_state([](modemsim::State&) {});
+    while (count_held() != before);
+    return before;
   }
 
   void check_held(const Held& wanted) {
     Held now;
     if (process::eventually([&] { return (now = held()) == wanted; })) return;
-    fprintf(stderr, "held: descriptors %ld, not %ld; threads %ld, not %ld\n", now.descriptors,
-            wanted.descriptors, now.threads, wanted.threads);
+    fprintf(stderr, "held: descriptors %ld, not %ld; threads %ld, not %ld\n", now.first, wanted.first,
+            now.second, wanted.second);
     abort();
   }
 };
 
-std::string with_line_ends(std::string_view text) {
+std::string with_line_ends(Bytes text) {
   std::string framed;
   for (char c : text) framed += c == '\n' ? std::string("\r\n") : std::string(1, c);
   return framed;
 }
 
-// How one command is answered.
-void script_answer(World& w, char letter, Input& in) {
-  modemsim::Fault fault;
+// How one command is answered; the first, as the state says.
+constexpr void (*kAnswers[])(Fault&, Input&) = {
+    [](Fault&, Input&) {},
+    [](Fault& fault, Input& in) { fault.replace = true, fault.reply = with_line_ends(in.field('|')); },
+    [](Fault& fault, Input&) { fault.silent = true; },
+    [](Fault& fault, Input& in) { fault.delay = modemsim::Milliseconds(in.byte() % 32); },
+    [](Fault& fault, Input& in) { fault.before = with_line_ends(in.field('|')); },
+    [](Fault& fault, Input& in) { fault.after = with_line_ends(in.field('|')); },
+    [](Fault& fault, Input&) { fault.joined = true; },
+    [](Fault& fault, Input& in) { fault.before = std::string(in.byte() * size_t{16}, 'x'); },
+    [](Fault& fault, Input&) { fault.unplug = true; },
+};
+
+void script_answer(World& w, size_t choice, Input& in) {
+  Fault fault;
   fault.times = 1;
-  switch (letter) {
-    case 'l':
-      fault.replace = true;
-      fault.reply = with_line_ends(in.field('|'));
-      break;
-    case 'm':
-      fault.silent = true;
-      break;
-    case 'n':
-      fault.delay = modemsim::Milliseconds(in.byte() % 32);
-      break;
-    case 'o':
-      fault.before = with_line_ends(in.field('|'));
-      break;
-    case 'p':
-      fault.after = with_line_ends(in.field('|'));
-      break;
-    case 'q':
-      fault.joined = true;
-      break;
-    case 'r':
-      fault.before = std::string(in.byte() * size_t{16}, 'x');
-      break;
-    case 'u':
-      fault.unplug = true;
-      w.plugged = false;
-      break;
-    default:
-      break;
-  }
+  kAnswers[choice](fault, in);
+  if (fault.unplug) w.plugged = false;
   w.modem.fault(fault);
 }
 
@@ -123,80 +103,55 @@ void change_state(World& w, Input& in) {
     int* const numbers[] = {&s.bars, &s.cs_stat,    &s.ps_stat, &s.card_status,
                             &s.rat,  &s.carrier_id, &s.antenna};
     std::string* const texts[] = {&s.imsi, &s.iccid, &s.model, &s.operator_numeric, &s.clock, &s.firmware};
-    if (what % 2 == 0) {
-      *numbers[what / 2 % std::size(numbers)] = value;
-    } else {
-      texts[what / 2 % std::size(texts)]->resize(value, '7');
-    }
+    if (what % 2 == 0) *numbers[what / 2 % std::size(numbers)] = value;
+    if (what % 2 != 0) texts[what / 2 % std::size(texts)]->resize(value, '7');
   });
+}
+
+void write_raw(World& w, Input& in) {
+  const Port port = in.byte() % 2 != 0 ? Port::kQuery : Port::kUrc;
+  w.modem.raw(port, with_line_ends(in.field('|')));
 }
 
 // A scan that another thread of the host releases.
-void scan_and_abort(World& w) {
+void scan_and_abort(World& w, Input&) {
   w.modem.clear_commands();
   std::thread aborter([&w] {
     w.modem.wait_command("AT+COPS=?", 1, modemsim::Milliseconds(20));
-    fuzz::kAbortScan();
+    kAbortScan();
   });
-  fuzz::scan(256, false);
+  kScan.run(32, false);
   aborter.join();
 }
 
+constexpr std::pair<char, void (*)(World&, Input&)> kSteps[] = {
+    {'#', [](World& w, Input& in) { w.root.take_file(in); }},
+    {'+', [](World& w, Input& in) { w.modem.urc("+" + std::string(in.field('|'))); }},
+    {'>', write_raw},
+    {'~', [](World& w, Input& in) { w.modem.stream_trace(in.byte() * 64); }},
+    {'%', [](World& w, Input& in) { w.modem.chunk(in.byte()); }},
+    {'=', change_state},
+    {'-', [](World& w, Input&) { w.modem.unplug(), w.plugged = false; }},
+    {'*', [](World& w, Input&) { require(std::exchange(w.plugged, true) || w.modem.plug()); }},
+    // The proximity monitor polls meanwhile.
+    {'@', [](World&, Input& in) { test_clock::advance(in.byte() * 4.0), usleep(4000); }},
+    {'^', scan_and_abort},
+};
+
 void step(World& w, Input& in) {
   const char letter = static_cast<char>(in.byte());
-  switch (letter) {
-    case '#':
-      w.root.take_file(in);
-      break;
-    case '+':
-      w.modem.urc("+" + std::string(in.field('|')));
-      break;
-    case '>':
-      w.modem.raw(in.byte() % 2 != 0 ? Port::kQuery : Port::kUrc, with_line_ends(in.field('|')));
-      break;
-    case '~':
-      w.modem.stream_trace(in.byte() * 64);
-      break;
-    case '%':
-      w.modem.chunk(in.byte());
-      break;
-    case '=':
-      change_state(w, in);
-      break;
-    case '-':
-      w.modem.unplug();
-      w.plugged = false;
-      break;
-    case '*':
-      if (!std::exchange(w.plugged, true)) require(w.modem.plug());
-      break;
-    case '@':
-      test_clock::advance(in.byte() * 4.0);
-      usleep(4000);  // the proximity monitor polls meanwhile
-      break;
-    case '^':
-      scan_and_abort(w);
-      break;
-    default:
-      if (letter >= 'k' && letter <= 'u') {
-        script_answer(w, letter, in);
-      } else {
-        fuzz::call_host(in);
-      }
-      break;
-  }
+  const size_t answer = letter == 'u' ? std::size(kAnswers) - 1 : static_cast<uint8_t>(letter - 'k');
+  if (answer < std::size(kAnswers)) return script_answer(w, answer, in);
+  for (const auto& [name, run] : kSteps)
+    if (name == letter) return run(w, in);
+  call_host(in);
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+void run(Input in) {
   static World world;
   const Held held = world.held();
-  Input in(data, size);
   const uint8_t flags = in.byte();
-  fuzz::g_format_log_lines = (flags & 2) != 0;
-  wabs_set_log_mask(fuzz::g_format_log_lines ? 0xFFFFFFFF : 0);
-  briolib_log_set_log_mask(fuzz::g_format_log_lines ? 0xFFFFFFFF : 0);
+  format_log_lines((flags & 2) != 0);
   test_clock::reset();
   test_clock::scale_waits(0.0005);
   test_clock::cap_waits(0.008);
@@ -206,11 +161,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   if ((flags & 4) != 0) wabs_open();
   for (int i = 0; i < kStepsMax && !in.empty(); i++) step(world, in);
-  fuzz::check_record();
-  fuzz::check_sim_blocks();
+  check_record();
+  check_sim_blocks();
   wabs_close();
   world.root.remove_files();
   world.open_healthy();
   world.check_held(held);
-  return 0;
 }
+
+}  // namespace fuzz

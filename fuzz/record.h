@@ -3,7 +3,6 @@
 #define FUZZ_RECORD_H
 
 #include "brio/brio.h"
-#include "brio/briolib.h"
 #include "fuzz.h"
 
 namespace fuzz {
@@ -13,9 +12,8 @@ inline uint32_t check_event(uint32_t id, uint32_t size, const void* data) {
   static constexpr uint32_t kSizes[BRIO_EVENT_COUNT] = {4, 8, 4, 4, 0, 0, 2, 0, 0, 4};
   require(id < BRIO_EVENT_COUNT && size == kSizes[id] && (size != 0) == (data != nullptr));
   if (id == BRIO_EVENT_BARS_CHANGED) {
-    int32_t bars;
-    memcpy(&bars, data, sizeof(bars));
-    require(bars == g_brio_lib_atcmd_data.bars);
+    const int32_t bars = g_brio_lib_atcmd_data.bars;
+    require(memcmp(data, &bars, sizeof(bars)) == 0);
   } else if (id == BRIO_EVENT_PDP_ACTIVATION_ALLOWED) {
     require(memcmp(data, s_pdp_event, size) == 0);
   } else if (id == BRIO_EVENT_TIME_INFO) {
@@ -32,10 +30,7 @@ inline void watch_events() {
 inline void check_record() {
   require(briolib_lock_urc_data_mutex() == 0);
   const brio_atcmd_data& d = g_brio_lib_atcmd_data;
-  require_text(d.mcc);
-  require_text(d.mnc);
-  require_text(d.plmn_text);
-  require_text(d.band_text);
+  require_text(d.mcc, d.mnc, d.plmn_text, d.band_text);
   require(d.cs_reg_status <= 3 && d.ps_reg_status <= 2 && d.rat_valid <= 1);
   require(d.cops_mode >= -1 && d.cops_mode <= 1 && d.band <= 1900);
   require(d.rat == 0xFF || d.rat_valid == 1);
@@ -50,18 +45,12 @@ inline void check_sim_blocks() {
   require(briolib_lock_static_data_mutex() == 0);
   require(briolib_get_sim_plmn_data(&plmn) == 0 && briolib_get_sim_info_data(&info) == 0);
   require(briolib_unlock_static_data_mutex() == 0);
-  require_text(info.psloci);
-  require_text(info.loci);
-  require_text(info.epsloci);
-  require_text(info.iccid);
+  require_text(info.psloci, info.loci, info.epsloci, info.iccid);
   const auto check_list = [](const auto& list) {
     for (const plmn_entry& entry : list) require(entry.mcc[3] == '\0' && entry.mnc[3] == '\0');
   };
-  check_list(plmn.uplmn);
-  check_list(plmn.oplmn);
-  check_list(plmn.fplmn);
-  check_list(plmn.hplmn);
-  check_list(plmn.ehplmn);
+  const auto check_lists = [&](const auto&... lists) { (check_list(lists), ...); };
+  check_lists(plmn.uplmn, plmn.oplmn, plmn.fplmn, plmn.hplmn, plmn.ehplmn);
   require(plmn.home_mcc[0] == '\0' && plmn.home_mnc[0] == '\0');  // derived in callers' copies only
 }
 

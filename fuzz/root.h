@@ -2,18 +2,14 @@
 #ifndef FUZZ_ROOT_H
 #define FUZZ_ROOT_H
 
-#include <unistd.h>
-
 #include <filesystem>
 
-#include "brio/brio.h"
 #include "fuzz.h"
 #include "modemsim/device_root.h"
 
 namespace fuzz {
 
-class Root : public modemsim::DeviceRoot {
- public:
+struct Root : modemsim::DeviceRoot {
   Root() {
     rest_sensor();
     brio_set_root_dir(dir().c_str());
@@ -29,13 +25,11 @@ class Root : public modemsim::DeviceRoot {
   void remove_files() {
     if (!std::exchange(files_left_, false)) return;
     for (const char* path : kFiles) remove(path);
-    for (const auto& trace : std::filesystem::directory_iterator(dir() + "/mnt/us")) {
-      unlink(trace.path().c_str());
-    }
+    for (const auto& trace : std::filesystem::directory_iterator(dir() + "/mnt/us"))
+      std::filesystem::remove(trace);
     rest_sensor();
   }
 
- private:
   static constexpr const char* kFiles[] = {"/var/local/wan/briolib_log_config",
                                            "/var/run/mcsdwc.dat",
                                            "/var/local/wan/info",

@@ -6,10 +6,7 @@
 // to "9"), and the text behind the colon up to "\n".
 #include "record.h"
 
-namespace {
-
-using fuzz::require;
-using fuzz::Text;
+namespace fuzz {
 
 constexpr const char* kNames[] = {"",       "CREG",        "CGREG", "STKPCI", "CRSM",        "CCID",
                                   "GTBARS", "GTOTAREJECT", "CIEV",  "CTZV",   "GTSIMSTATUS", "CMT",
@@ -19,22 +16,14 @@ constexpr uint8_t kCrsm = 4;
 constexpr const char* kFiles[] = {"12258", "28512", "28513", "28514", "28643",
                                   "28531", "28539", "28542", "28633", "28600"};
 
-bool prepare() {
-  brio_set_root_dir("/dev/null");  // no file can be opened below it
-  at_parse_init();
-  fuzz::watch_events();
-  return true;
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool prepared = prepare();
+void run(Input in) {
+  static const bool prepared = [] {
+    brio_set_root_dir("/dev/null");  // no file can be opened below it
+    return at_parse_init(), watch_events(), true;
+  }();
   require(prepared);
-  fuzz::Input in(data, size);
   const uint8_t flags = in.byte();
-  fuzz::g_format_log_lines = (flags & 0x0E) == 0x0E;
-  g_brio_lib_log_mask = fuzz::g_format_log_lines ? 0xFFFFFFFF : 0;
+  format_log_lines((flags & 0x0E) == 0x0E);
   briolib_init_atcmd_data(0);
   s_pdp_event[0] = s_pdp_event[1] = 0;
   const uint8_t wan_type = (flags & 1) != 0 ? BRIO_WAN_TYPE_OSPREY : BRIO_WAN_TYPE_KESTREL;
@@ -49,14 +38,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string line(name == kPlainLine ? "" : std::string("+") + kNames[name] + ":");
     line += in.field('\n');
     sim_card_status card = {0, 15};
-    void* const second = (choice & 0x20) != 0 ? &card : nullptr;
-    const uint32_t status = at_parse(Text(line).get(), command.empty() ? nullptr : &command[0], second);
+    const uint32_t status = at_parse(Text(line).get(), command.empty() ? nullptr : &command[0],
+                                     (choice & 0x20) != 0 ? &card : nullptr);
     require(status == 0 || status == 4);
-    fuzz::check_record();
-    if (name == kCrsm) fuzz::check_sim_blocks();
+    check_record();
+    if (name == kCrsm) check_sim_blocks();
     const brio_atcmd_data& record = g_brio_lib_atcmd_data;
     require(s_pdp_event[0] == 0 || record.ps_reg_status != 0);
     require(record.wan_type == wan_type && (wan_type == BRIO_WAN_TYPE_OSPREY || record.band == 0));
   }
-  return 0;
 }
+
+}  // namespace fuzz
