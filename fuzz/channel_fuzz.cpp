@@ -34,8 +34,8 @@ std::string read_in_pieces(Bytes stream, const std::vector<size_t>& sizes) {
       char* text = read_line(ends[0], buffer.get(), &leftover, &count);
       require(count > 0 && leftover == nullptr);
       const size_t total = static_cast<size_t>(count);
-      require(text >= buffer.get() && strlen(text) <= total);
-      taken += total > held ? total - held : total;  // what was too long is no longer held
+      require(text >= buffer.get() && strlen(text) <= total && total > held);
+      taken += total - held;
       char* const end = text + strlen(text);
       while (char* line_end = find_next_EOL(text)) {
         lines.append(text, line_end) += '\n';
