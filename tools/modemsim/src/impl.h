@@ -86,7 +86,7 @@ struct Modem::Impl {
   bool running_ = false;
   std::vector<std::function<void()>> mailbox_;
 
-  // Guards commands_ and each waiter's `ready`; log_changed_ tells of both.
+  // Guards commands_, each waiter's `ready` and whether a call is done; log_changed_ tells of them.
   std::mutex log_mutex_;
   std::condition_variable log_changed_;
   std::vector<std::string> commands_;

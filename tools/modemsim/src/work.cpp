@@ -10,8 +10,8 @@ void Modem::Impl::take_line(const std::string& line) {
   {
     const std::lock_guard<std::mutex> guard(log_mutex_);
     commands_.push_back(line);
+    log_changed_.notify_all();
   }
-  log_changed_.notify_all();
   if (observer_) observer_({Port::kQuery, true, line});
   if (state_.echo) write(Port::kQuery, line + "\r");
   if (line == "^" && busy_ && scanning_) {
