@@ -1,21 +1,27 @@
 #include "faults/scenarios.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/uio.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <fstream>
 #include <map>
+#include <regex>
+#include <utility>
 
 #include "base/words.h"
 #include "brio/brio.h"
 #include "brio/wabs.h"
+#include "clock/test_clock.h"
+#include "lab/calls.h"
 #include "lab/functions.h"
 #include "lab/interface.h"
+#include "lab/log_capture.h"
+#include "modemsim/modem.h"
 #include "nipc/nipc_standin.h"
 
 using namespace lab;
@@ -29,9 +35,7 @@ modemsim::State new_modem() {
   state.carrier_id = 202;  // the proximity monitor runs
   state.imsi = "234151234567890";
   state.bas_detail = "";  // torn reads would make a line of it that the answer must not hold
-  state.operators.resize(2);
-  state.operators[0].numeric = "23415", state.operators[0].long_name = "One";
-  state.operators[1].numeric = "26201", state.operators[1].long_name = "Two";
+  state.operators = {{1, "One", "", "23415"}, {1, "Two", "", "26201"}};
   return state;
 }
 
@@ -41,51 +45,121 @@ std::string trace_bytes() {
   return bytes;
 }
 
-// One letter through a pipe, beside the calls that fail.
-bool put(int fd, char letter) {
-  const iovec piece = {&letter, 1};
-  return writev(fd, &piece, 1) == 1;
+// Texts between the processes. On calls that do not fail; an empty one says that the other end is gone.
+void tell(int fd, const std::string& text) {
+  faults::real_write(fd, text.data(), text.size());
 }
-char take(int fd) {
-  char letter = '-';
-  const iovec piece = {&letter, 1};
-  return readv(fd, &piece, 1) == 1 ? letter : '-';
+std::string hear(int fd) {
+  char text[256];
+  return std::string(text, static_cast<size_t>(std::max<ssize_t>(recv(fd, text, sizeof text, 0), 0)));
 }
 
-// The modem's process: obeys one letter at a time.
-[[noreturn]] void serve(const std::string& root, int orders, int done) {
+// The modem's process: obeys one order at a time.
+[[noreturn]] void serve(const std::string& root, int host) {
   using modemsim::Port;
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   modemsim::Modem modem(new_modem());
-  char order = modem.start(root) ? '+' : '-';
-  while (put(done, order) && order != '-') {
-    order = take(orders);
-    if (order == 'r') {
+  for (std::string order = modem.start(root) ? "started" : "failed";; order = hear(host)) {
+    if (order == "new") {
       // Nothing of the life before reaches the next one.
-      for (const auto port : {Port::kTrace, Port::kQuery, Port::kUrc}) modem.wait_open(port, false);
+      for (const auto port : {Port::kTrace, Port::kQuery, Port::kUrc}) {
+        if (!modem.wait_open(port, false)) order = "a port stays open";
+      }
       modem.with_state([](modemsim::State& state) { state = new_modem(); });
     }
-    if (order == 'c') modem.wait_open(Port::kTrace, false);
-    if (order == 't') modem.raw(Port::kTrace, trace_bytes());
-    if (order != 'u') continue;
-    for (const char* line : {"+CTZV: -28,\"26/03/07,09:05:00\"", "+STKPCI: 2", "+GTOTAREJECT: 1,5,7,310,410",
-                             "+GTBARS: 1,0,7,30,20,2", "+SETTLED: "}) {
-      modem.urc(line);
-    }
+    if (order == "untraced") modem.wait_open(Port::kTrace, false);
+    if (order == "trace") modem.raw(Port::kTrace, trace_bytes());
+    if (order[0] == '+') modem.urc(order);
+    tell(host, order);
   }
-  _exit(0);
 }
 
-using Values = std::vector<std::string>;
-using Step = void (*)(const Device&, Run&, Arguments&, const Values& unknown);
-
-bool one_of(const std::string& value, const Values& all) {
+bool one_of(const std::string& value, const Words& all) {
   return std::find(all.begin(), all.end(), value) != all.end();
 }
 
-// The parts between the separators, without blanks around them.
-Values split(std::string text, const std::string& separator) {
-  Values parts;
+// Waits until `condition` holds: up to ten seconds, then it is wrong; while calls fail a moment, if at all.
+template <typename Condition>
+void await(const Run& run, Condition condition) {
+  if (!run.answers.empty() && run.answers.back().status != 0) return;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(run.patient ? 10000 : 30);
+  while (!condition() && std::chrono::steady_clock::now() < end) usleep(200);
+  if (run.patient && !condition()) fail("what is waited for never came");
+}
+
+// What a scenario does beside the library's operations.
+const std::map<std::string, void (*)(Run&, Arguments&)> kSteps = {
+    {"file",
+     [](Run& run, Arguments& a) {
+       const std::string path = a.text();
+       run.device.root.write(path, a.more() ? a.text() : "");
+     }},
+    {"rm", [](Run& run, Arguments& a) { run.device.root.remove(a.text()); }},
+    {"show",
+     [](Run& run, Arguments& a) {
+       // The operation above has written it.
+       const std::string path = a.text(), text = quoted(run.device.root.read(path).value_or(""));
+       run.answers.push_back({path, 0, text, false, run.answers.back().stray});
+     }},
+    {"set",
+     [](Run&, Arguments& a) {
+       const std::string field = a.text();
+       set_shared_field(field, a.text());
+     }},
+    {"modem", [](Run& run, Arguments& a) { run.device.modem(a.text()); }},
+    {"advance", [](Run&, Arguments& a) { test_clock::advance(to_real(a.text())); }},
+    {"fast", [](Run&, Arguments&) { test_clock::scale_selects(0.0004); }},
+    {"mode",
+     [](Run& run, Arguments& a) {
+       await(run, [mode = a.number()] { return brio::relaxed_load(g_pre_sar_mode) == mode; });
+     }},
+    {"grown",
+     [](Run& run, Arguments& a) {
+       const std::string path = a.text();
+       const auto size = static_cast<size_t>(a.number());
+       await(run, [&] { return run.device.root.read(path).value_or("").size() >= size; });
+     }},
+    {"handled",
+     [](Run& run, Arguments&) {
+       await(run, [] { return log_capture::has("No URC Callback func avail SETTLED"); });
+       run.stray();
+     }},
+    {"stdin",
+     [](Run&, Arguments& a) {
+       static int s_kept;
+       const bool off = a.text() == "off";
+       off ? s_kept = dup(0) : dup2(s_kept, 0);
+       faults::real_close(off ? 0 : s_kept);
+     }},
+    {"event",
+     [](Run& run, Arguments&) {
+       void* event = NipcStandinCreateEvent("com.quarto.power", "suspend");
+       run.answers.push_back({"wabs_report_event", wabs_report_event(event), ""});
+       NipcStandinFreeEvent(event);
+     }},
+};
+
+// "STATUSES OPERATION ARGUMENT..."
+void call(Run& run, const std::string& statuses, Arguments& a) {
+  run.stray();
+  const std::string name = a.text(), result = calls().at(name)(a);
+  const size_t blank = std::min(result.find(' '), result.size());
+  const std::string status = result.compare(0, 4, "done") == 0 ? "0" : result.substr(0, blank);
+  if (!one_of(status, split(statuses, ","))) fail(name + " ended with " + status);
+  const std::string value = result.substr(std::min(blank + 1, result.size()));
+  run.answers.push_back({name, static_cast<uint32_t>(to_number(status)), value, false, run.stray()});
+}
+
+// Final lines in the log's copy of what was read.
+long count_finals(const std::string& text) {
+  static const std::regex kFinal("[\\[\\r\\n](OK|ERROR|\\+CM[ES] ERROR:[^\\r\\n]*)(?=[\\r\\n])");
+  return std::distance(std::sregex_iterator(text.begin(), text.end(), kFinal), std::sregex_iterator());
+}
+
+}  // namespace
+
+Words split(std::string text, const std::string& separator) {
+  Words parts;
   for (text += separator; !text.empty();) {
     const size_t end = text.find(separator);
     parts.push_back(text.substr(0, end));
@@ -94,154 +168,106 @@ Values split(std::string text, const std::string& separator) {
   return parts;
 }
 
-void answer(Run& run, const std::string& operation, uint32_t status, const std::string& value,
-            const Values& unknown) {
-  run.answers.push_back({operation, status, value, one_of("*", unknown) || one_of(value, unknown)});
-}
-
-// "STATUSES OPERATION ARGUMENT..."
-void call(Run& run, const std::string& statuses, Arguments& a, const Values& unknown) {
-  const std::string name = a.text(), result = calls().at(name)(a);
-  const size_t blank = std::min(result.find(' '), result.size());
-  const std::string status = result.compare(0, 4, "done") == 0 ? "0" : result.substr(0, blank);
-  if (!one_of(status, split(statuses, ","))) run.wrong.push_back(name + " ended with " + status);
-  answer(run, name, static_cast<uint32_t>(to_number(status)),
-         result.substr(std::min(blank + 1, result.size())), unknown);
-}
-
-bool went_well(const Run& run) {
-  return run.answers.back().status == 0;
-}
-
-void write_file(const Device& device, Run&, Arguments& a, const Values&) {
-  const std::string path = a.text();
-  device.root.write(path, a.more() ? a.text() : "");
-}
-
-void show_file(const Device& device, Run& run, Arguments& a, const Values& unknown) {
-  const std::string path = a.text();
-  answer(run, path, 0, quoted(device.root.read(path).value_or("")), unknown);
-}
-
-void set_field(const Device&, Run&, Arguments& a, const Values&) {
-  const auto parts = split(a.text(), "=");
-  set_shared_field(parts[0], parts[1]);
-}
-
-void await_mode(const Device&, Run& run, Arguments& a, const Values&) {
-  const auto mode = a.number();
-  if (went_well(run)) run.wait("the SAR mode", [mode] { return brio::relaxed_load(g_pre_sar_mode) == mode; });
-}
-
-void await_size(const Device& device, Run& run, Arguments& a, const Values&) {
-  const std::string path = device.root.path(a.text());
-  const auto size = a.number();
-  struct stat info = {};
-  if (went_well(run))
-    run.wait("the file's size", [&] { return stat(path.c_str(), &info) == 0 && info.st_size >= size; });
-}
-
-void await_reports(const Device&, Run& run, Arguments&, const Values&) {
-  run.wait("the last report", [] { return log_capture::has("No URC Callback func avail SETTLED"); });
-  log_capture::clear();
-}
-
-void switch_stdin(const Device&, Run&, Arguments& a, const Values&) {
-  static int s_kept;
-  if (a.text() == "off") {
-    s_kept = dup(0);
-    close_range(0, 0, 0);
-  } else {
-    dup2(s_kept, 0);
-    close_range(static_cast<unsigned>(s_kept), static_cast<unsigned>(s_kept), 0);
+Words read_lines(const char* path) {
+  Words lines;
+  std::ifstream file(path);
+  for (std::string line; std::getline(file, line);) {
+    if (!line.empty() && line[0] != '#') lines.push_back(line);
   }
+  return lines;
 }
 
-void report_event(const Device&, Run& run, Arguments&, const Values&) {
-  void* event = NipcStandinCreateEvent("com.quarto.power", "suspend");
-  answer(run, "wabs_report_event", wabs_report_event(event), "", {});
-  NipcStandinFreeEvent(event);
+bool Run::stray() {
+  bool stray = false;
+  for (const auto& line : log_capture::take()) {
+    const auto has = [&](const char* part) { return line.text.find(part) != std::string::npos; };
+    const bool answered = has(":prv_convert_and_queue_resp_packet");
+    if (has(":atcmd request:")) {
+      stray |= owed_++ > 0 || queued_ > 0;
+      takes_ = true;
+    } else if (has(":Unable to send command")) {
+      owed_--;
+    } else if (has(":AT resp[")) {
+      read_ = count_finals(line.text);
+    } else if (answered || has(":cleaning up!") || has(":entered select")) {
+      owed_ -= std::exchange(read_, 0);
+      queued_ += answered;
+    } else if (has(":can't queue response")) {
+      queued_--;
+    } else if (has(" timed out") || has(":q_get failed") || has(":can't send req packet")) {
+      takes_ = false;
+    } else if (has(":<<<<<Exit sending")) {
+      queued_ -= takes_;
+    }
+  }
+  return stray;
 }
 
-const std::map<std::string, Step> kSteps = {
-    {"file", write_file},
-    {"show", show_file},
-    {"set", set_field},
-    {"mode", await_mode},
-    {"grown", await_size},
-    {"handled", await_reports},
-    {"stdin", switch_stdin},
-    {"event", report_event},
-    {"rm", [](const Device& d, Run&, Arguments& a, const Values&) { d.root.remove(a.text()); }},
-    {"modem", [](const Device& d, Run&, Arguments& a, const Values&) { d.modem(a.text()[0]); }},
-    {"advance",
-     [](const Device&, Run&, Arguments& a, const Values&) { test_clock::advance(to_real(a.text())); }},
-    {"fast", [](const Device&, Run&, Arguments&, const Values&) { test_clock::scale_selects(0.0004); }},
-};
-
-}  // namespace
-
-void Scenario::perform(const std::vector<std::string>& lines, const Device& device, Run& run) {
+Answers Run::perform(const Words& lines) {
+  answers.clear();
   for (const auto& line : lines) {
-    Values parts = split(line, " ?? ");
-    Arguments arguments(parts[0]);
-    parts.erase(parts.begin());
-    const std::string word = arguments.text();
+    const Words parts = split(line, " ?? ");
+    Arguments a(parts[0]);
+    const std::string word = a.text();
+    const size_t before = answers.size();
     const auto step = kSteps.find(word);
-    step == kSteps.end() ? call(run, word, arguments, parts) : step->second(device, run, arguments, parts);
+    step == kSteps.end() ? call(*this, word, a) : step->second(*this, a);
+    if (answers.size() == before) continue;
+    answers.back().unknown = one_of("*", parts) || one_of(answers.back().value, parts);
   }
+  return answers;
 }
 
 const std::vector<Scenario>& scenarios() {
   static std::vector<Scenario> all;
   if (!all.empty()) return all;
-  std::ifstream file(SCENARIOS);
-  std::vector<std::string>* lines = nullptr;
-  for (std::string line; std::getline(file, line);) {
-    if (line.empty() || line[0] == '#') continue;
-    const auto words = split(line, " ");
+  Words* lines = nullptr;
+  for (const auto& line : read_lines(SCENARIOS)) {
+    const Words words = split(line, " ");
     if (words[0] == "scenario") {
       all.push_back({words[1], words.size() > 2, {}, {}});
       lines = &all.back().files;
     } else if (words[0] == "act") {
       lines = &all.back().act;
+      if (words.size() > 1) *lines = (all.end() - 2)->act;  // the same
     } else {
       lines->push_back(line);
     }
-  }
-  for (auto& each : all) {
-    if (split(each.act[0], " ")[0] != "like") continue;
-    const std::string name = each.act[0].substr(5);
-    each.act = std::find_if(all.begin(), all.end(), [&](const Scenario& s) { return s.name == name; })->act;
   }
   return all;
 }
 
 Device::Device() {
   setenv("TZ", "UTC0", 1);
-  if (pipe2(orders_, O_CLOEXEC) != 0 || pipe2(done_, O_CLOEXEC) != 0) abort();
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) abort();
   modem_ = fork();
-  if (modem_ == 0) serve(root.dir(), orders_[0], done_[1]);
-  if (take(done_[0]) != '+') abort();
+  if (modem_ == 0) serve(root.dir(), ends[1]);
+  line_ = ends[0];
+  close(ends[1]);
+  if (hear(line_) != "started") abort();
 }
 
 Device::~Device() {
   kill(modem_, SIGKILL);
   waitpid(modem_, nullptr, 0);
-  for (const int* pipe : {orders_, done_}) close(pipe[0]), close(pipe[1]);
+  close(line_);
 }
 
-void Device::modem(char what) const {
-  if (!put(orders_[1], what) || take(done_[0]) != what) abort();
+void Device::modem(const std::string& order) const {
+  tell(line_, order);
+  const std::string answer = hear(line_);
+  if (answer == order) return;
+  fail("modem: " + answer);
+  _exit(1);
 }
 
 void Device::reset() const {
   for (const char* folder : {"/var", "/mnt", "/proc", "/sys"}) root.remove(folder);
-  for (const char* folder : {"/var/local/wan/debug", "/var/run", "/mnt/us", "/proc/net",
-                             "/sys/devices/virtual/proximity/proximity0"}) {
+  for (const char* folder : {"/var/local/wan/debug", "/var/run", "/mnt/us", "/proc/net"}) {
     root.make_directory(folder);
   }
-  modem('r');
+  modem("new");
   test_clock::reset();
   test_clock::set_wall(kNow);
   std::string addresses;

@@ -11,6 +11,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -49,21 +50,35 @@ struct Plan {
 };
 Plan* Plan::s_first;
 
-Plan* find(const std::string& call) {
-  Plan* plan = Plan::s_first;
-  while (plan != nullptr && call != plan->name) plan = plan->next;
-  return plan;
-}
-
 Plan& plan(const std::string& call) {
-  Plan* found = find(call);
+  Plan* found = Plan::s_first;
+  while (found != nullptr && call != found->name) found = found->next;
   if (found == nullptr) fprintf(stderr, "faults: %s is not replaced\n", call.c_str()), abort();
   return *found;
 }
 
-std::atomic<long> s_heap, s_stream, s_thread, s_lock, s_mutex, s_condition, s_attributes, s_digest,
-    s_connection, s_text;
+// What the product holds.
+constexpr const char* kHeld[] = {"heap",      "stream",     "thread", "lock",       "mutex",
+                                 "condition", "attributes", "digest", "connection", "text"};
+std::atomic<long> s_held[std::size(kHeld)];
+auto& [s_heap, s_stream, s_thread, s_lock, s_mutex, s_condition, s_attributes, s_digest, s_connection,
+       s_text] = s_held;
 std::atomic<long> s_stray_closes;
+
+// A transfer that fails after some bytes, or with none, or for good.
+template <typename Transfer>
+ssize_t fail_transfer(size_t some, Transfer transfer) {
+  return errno == faults::kShort ? transfer(some) : errno == faults::kEnd ? 0 : -1;
+}
+
+// Fails when all is done.
+template <typename Call>
+int fail_behind(Call call) {
+  const int error = errno;
+  call();
+  errno = error;
+  return -1;
+}
 
 }  // namespace
 
@@ -83,17 +98,11 @@ std::atomic<long> s_stray_closes;
     COUNT;                                       \
     __real_##NAME ARGUMENTS;                     \
   }
-using Void = void*;
-using Text = char*;
-using ConstText = const char*;
-using Time = tm*;
-using Digest = EVP_MD_CTX*;
-using Method = const EVP_MD*;
 
 // ---- Memory
-CALL(Void, malloc, (size_t size), (size), nullptr, s_heap += result != nullptr)
-CALL(Void, calloc, (size_t count, size_t size), (count, size), nullptr, s_heap += result != nullptr)
-CALL(Text, strdup, (const char* text), (text), nullptr, s_heap += result != nullptr)
+CALL(void*, malloc, (size_t size), (size), nullptr, s_heap += result != nullptr)
+CALL(void*, calloc, (size_t count, size_t size), (count, size), nullptr, s_heap += result != nullptr)
+CALL(char*, strdup, (const char* text), (text), nullptr, s_heap += result != nullptr)
 UNDO(free, (void* data), (data), s_heap -= data != nullptr)
 
 // ---- Threads
@@ -116,11 +125,9 @@ CALL(int, pthread_cond_destroy, (pthread_cond_t * condition), (condition), errno
 
 // ---- Descriptors
 CALL(ssize_t, read, (int fd, void* data, size_t size), (fd, data, size),
-     errno == faults::kShort ? __real_read(fd, data, std::min<size_t>(size, 3))
-     : errno == faults::kEnd ? 0
-                             : -1, )
+     fail_transfer(std::min<size_t>(size, 3), [=](size_t some) { return __real_read(fd, data, some); }), )
 CALL(ssize_t, send, (int fd, const void* data, size_t size, int flags), (fd, data, size, flags),
-     errno == faults::kShort ? __real_send(fd, data, size / 2, flags) : -1, )
+     fail_transfer(size / 2, [=](size_t some) { return __real_send(fd, data, some, flags); }), )
 CALL(int, select, (int nfds, fd_set* reads, fd_set* writes, fd_set* excepts, timeval* timeout),
      (nfds, reads, writes, excepts, timeout), -1, )
 CALL(int, poll, (pollfd * watched, nfds_t count, int timeout), (watched, count, timeout), -1, )
@@ -131,75 +138,64 @@ CALL(int, socket, (int domain, int type, int protocol), (domain, type, protocol)
 CALL(int, socketpair, (int domain, int type, int protocol, int* pair), (domain, type, protocol, pair), -1, )
 CALL(int, tcgetattr, (int fd, termios* settings), (fd, settings), -1, )
 CALL(int, tcsetattr, (int fd, int when, const termios* settings), (fd, when, settings), -1, )
+CALL(int, tcflush, (int fd, int queues), (fd, queues), -1, )
+CALL(off_t, lseek, (int fd, off_t offset, int whence), (fd, offset, whence), -1, )
+CALL(int, unlink, (const char* path), (path), -1, )
 CALL(int, fstat, (int fd, struct stat* facts), (fd, facts), -1, )
 CALL(int, fchmod, (int fd, mode_t mode), (fd, mode), -1, )
-CALL(ConstText, inet_ntop, (int family, const void* address, char* text, socklen_t size),
+CALL(const char*, inet_ntop, (int family, const void* address, char* text, socklen_t size),
      (family, address, text, size), nullptr, )
 
-// Calls with an argument that may be left out. VARIADIC(name, (fixed parameters), (fixed arguments), last
-// named, type)
-#define VARIADIC(NAME, PARAMETERS, ARGUMENTS, TYPE, LAST)   \
-  extern "C" int __real_##NAME PARAMETERS;                  \
-  static Plan s_##NAME(#NAME);                              \
-  extern "C" int __wrap_##NAME PARAMETERS {                 \
-    va_list rest;                                           \
-    va_start(rest, LAST);                                   \
-    const TYPE argument = va_arg(rest, TYPE);               \
-    va_end(rest);                                           \
-    return s_##NAME.fails() ? -1 : __real_##NAME ARGUMENTS; \
-  }
-VARIADIC(open, (const char* path, int flags, ...), (path, flags, argument), mode_t, flags)
-VARIADIC(ioctl, (int fd, unsigned long request, ...), (fd, request, argument), void*, request)
+CALL(int, close, (int fd), (fd), fail_behind([=] { s_stray_closes += __real_close(fd) != 0; }),
+     s_stray_closes += result != 0 && errno == EBADF)
 
-extern "C" int __real_fcntl(int fd, int command, ...);
-static Plan s_fcntl("fcntl"), s_duplicate("F_DUPFD_CLOEXEC");
-extern "C" int __wrap_fcntl(int fd, int command, ...) {
-  va_list rest;
-  va_start(rest, command);
-  const long argument = va_arg(rest, long);
-  va_end(rest);
-  Plan& plan = command == F_DUPFD_CLOEXEC ? s_duplicate : s_fcntl;
-  return plan.fails() ? -1 : __real_fcntl(fd, command, argument);
-}
+// Calls with an argument that may be left out. VARIADIC(plan, name, (fixed parameters), last named, type,
+// (arguments), result on failure)
+#define VARIADIC(PLAN, NAME, PARAMETERS, LAST, TYPE, ARGUMENTS, FAILURE) \
+  extern "C" int __real_##NAME PARAMETERS;                               \
+  static Plan s_##NAME(#NAME);                                           \
+  extern "C" int __wrap_##NAME PARAMETERS {                              \
+    va_list rest;                                                        \
+    va_start(rest, LAST);                                                \
+    TYPE argument = va_arg(rest, TYPE);                                  \
+    va_end(rest);                                                        \
+    return (PLAN).fails() ? FAILURE : __real_##NAME ARGUMENTS;           \
+  }
+VARIADIC(s_open, open, (const char* path, int flags, ...), flags, mode_t, (path, flags, argument), -1)
+static Plan s_duplicate("F_DUPFD_CLOEXEC");
+VARIADIC(command == F_DUPFD_CLOEXEC ? s_duplicate : s_fcntl, fcntl, (int fd, int command, ...), command, long,
+         (fd, command, argument), -1)
+VARIADIC(s_ioctl, ioctl, (int fd, unsigned long request, ...), request, void*, (fd, request, argument),
+         errno != faults::kShort ? -1
+         : request == TIOCOUTQ   ? (*static_cast<int*>(argument) = 1, 0)
+                                 : __real_ioctl(fd, request, argument))
 
 extern "C" ssize_t __real_write(int fd, const void* data, size_t size);
 static Plan s_write("write");
 extern "C" ssize_t __wrap_write(int fd, const void* data, size_t size) {
-  if (s_write.fails()) {
-    return errno == faults::kShort ? __real_write(fd, data, size / 2) : errno == faults::kEnd ? 0 : -1;
-  }
+  if (s_write.fails())
+    return fail_transfer(size / 2, [=](size_t some) { return __real_write(fd, data, some); });
   return faults::on_write ? faults::on_write(fd, static_cast<const char*>(data), size)
                           : __real_write(fd, data, size);
+}
+int faults::real_close(int fd) {
+  return __real_close(fd);
 }
 ssize_t faults::real_write(int fd, const void* data, size_t size) {
   return __real_write(fd, data, size);
 }
 
-extern "C" int __real_close(int fd);
-static Plan s_close("close");
-extern "C" int __wrap_close(int fd) {
-  const bool fails = s_close.fails();
-  const int error = errno;
-  const int result = __real_close(fd);
-  if (result != 0 && errno == EBADF) s_stray_closes++;
-  if (!fails) return result;
-  errno = error;
-  return -1;
-}
-
 // ---- Streams. They read through here, so that a failing read is the stream's own.
-static Plan s_fread("fread");
+static Plan s_fread("fread"), s_fdopen("fdopen");
 static ssize_t read_stream(void* cookie, char* data, size_t size) {
-  const int fd = static_cast<int>(reinterpret_cast<intptr_t>(cookie));
-  if (!s_fread.fails()) return __real_read(fd, data, size);
-  return errno == faults::kShort ? __real_read(fd, data, std::min<size_t>(size, 3))
-         : errno == faults::kEnd ? 0
-                                 : -1;
+  const auto read_some = [=](size_t some) {
+    return __real_read(static_cast<int>(reinterpret_cast<intptr_t>(cookie)), data, some);
+  };
+  return s_fread.fails() ? fail_transfer(std::min<size_t>(size, 3), read_some) : read_some(size);
 }
 static int close_stream(void* cookie) {
   return __real_close(static_cast<int>(reinterpret_cast<intptr_t>(cookie)));
 }
-static Plan s_fdopen("fdopen");
 extern "C" FILE* __real_fdopen(int fd, const char* mode);
 extern "C" FILE* __wrap_fdopen(int fd, const char* mode) {
   // The product only reads; coverage counts are written.
@@ -210,21 +206,11 @@ extern "C" FILE* __wrap_fdopen(int fd, const char* mode) {
   s_stream += stream != nullptr;
   return stream;
 }
-extern "C" int __real_fclose(FILE* stream);
-static Plan s_fclose("fclose");
-extern "C" int __wrap_fclose(FILE* stream) {
-  const bool fails = s_fclose.fails();
-  const int error = errno;
-  s_stream--;
-  const int result = __real_fclose(stream);
-  if (!fails) return result;
-  errno = error;
-  return EOF;
-}
+CALL(int, fclose, (FILE * stream), (stream), fail_behind([=] { __real_fclose(stream); }), s_stream--)
 
 // ---- Processes and time
 CALL(int, system, (const char* command), (command), errno == faults::kEnd ? 127 << 8 : -1, )
-CALL(Time, localtime_r, (const time_t* time, tm* broken_down), (time, broken_down), nullptr, )
+CALL(tm*, localtime_r, (const time_t* time, tm* broken_down), (time, broken_down), nullptr, )
 extern "C" bool __real__ZN4brio15clock_monotonicEP8timespec(timespec* now);
 static Plan s_clock("clock_gettime");
 extern "C" bool __wrap__ZN4brio15clock_monotonicEP8timespec(timespec* now) {
@@ -232,23 +218,23 @@ extern "C" bool __wrap__ZN4brio15clock_monotonicEP8timespec(timespec* now) {
 }
 
 // ---- libcrypto
-CALL(Digest, EVP_MD_CTX_new, (), (), nullptr, s_digest += result != nullptr)
+CALL(EVP_MD_CTX*, EVP_MD_CTX_new, (), (), nullptr, s_digest += result != nullptr)
 UNDO(EVP_MD_CTX_free, (EVP_MD_CTX * context), (context), s_digest -= context != nullptr)
-CALL(Method, EVP_md5, (), (), nullptr, )
+CALL(const EVP_MD*, EVP_md5, (), (), nullptr, )
 CALL(int, EVP_DigestInit, (EVP_MD_CTX * context, const EVP_MD* method), (context, method), 0, )
 CALL(int, EVP_DigestUpdate, (EVP_MD_CTX * context, const void* data, size_t size), (context, data, size), 0, )
 CALL(int, EVP_DigestFinal, (EVP_MD_CTX * context, unsigned char* digest, unsigned* size),
      (context, digest, size), 0, )
 
 // ---- IPC. An error is the service's status.
-CALL(Void, NipcOpen, (const char* service), (service), nullptr, s_connection += result != nullptr)
+CALL(void*, NipcOpen, (const char* service), (service), nullptr, s_connection += result != nullptr)
 CALL(uint32_t, NipcClose, (void* handle), (handle), (__real_NipcClose(handle), static_cast<uint32_t>(errno)),
      s_connection--)
 CALL(uint32_t, NipcGetStringProperty, (void* handle, const char* service, const char* property, char** value),
      (handle, service, property, value), static_cast<uint32_t>(errno), s_text += result == 0)
 UNDO(NipcFreeString, (char* value), (value), s_text -= value != nullptr)
-CALL(ConstText, NipcGetEventName, (const void* event), (event), nullptr, )
-CALL(ConstText, NipcGetEventSource, (const void* event), (event), nullptr, )
+CALL(const char*, NipcGetEventName, (const void* event), (event), nullptr, )
+CALL(const char*, NipcGetEventSource, (const void* event), (event), nullptr, )
 
 void faults::fail(const std::string& call, int error, long skip, long times) {
   Plan& its = plan(call);
@@ -277,24 +263,17 @@ long faults::fired(const std::string& call) {
   return plan(call).fired;
 }
 
-bool faults::known(const std::string& call) {
-  return find(call) != nullptr;
+std::set<std::string> faults::names() {
+  std::set<std::string> all;
+  for (Plan* each = Plan::s_first; each != nullptr; each = each->next) all.insert(each->name);
+  return all;
 }
 
 std::string faults::held() {
-  const std::pair<const char*, long> all[] = {{"heap", s_heap},
-                                              {"stream", s_stream},
-                                              {"thread", s_thread},
-                                              {"lock", s_lock},
-                                              {"mutex", s_mutex},
-                                              {"condition", s_condition},
-                                              {"attributes", s_attributes},
-                                              {"digest", s_digest},
-                                              {"connection", s_connection},
-                                              {"text", s_text}};
   std::string text;
-  for (const auto& [name, count] : all) {
-    if (count != 0) text += std::string(text.empty() ? "" : " ") + name + "=" + std::to_string(count);
+  for (size_t i = 0; i < std::size(s_held); i++) {
+    if (s_held[i] == 0) continue;
+    text += std::string(text.empty() ? "" : " ") + kHeld[i] + "=" + std::to_string(s_held[i]);
   }
   return text;
 }

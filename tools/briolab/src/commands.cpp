@@ -384,20 +384,10 @@ void room(Session&, Arguments& a) {
   if (setrlimit(RLIMIT_FSIZE, &limit) != 0) throw UsageError(strerror(errno));
 }
 
-// A name of errno.h, or a number.
-int error_number(const std::string& text) {
-  constexpr int kLast = 133;
-  for (int error = 1; error <= kLast; error++) {
-    const char* name = strerrorname_np(error);
-    if (name != nullptr && text == name) return error;
-  }
-  return static_cast<int>(to_number(text));
-}
-
 // CALL ERROR [SKIP [TIMES]]
 void fail(Session&, Arguments& a) {
   const std::string name = a.text();
-  if (!faults::known(name)) throw UsageError("no such call: " + name);
+  if (faults::names().count(name) == 0) throw UsageError("no such call: " + name);
   const int error = error_number(a.text());
   const int skip = a.more() ? static_cast<int>(a.number()) : 0;
   faults::fail(name, error, skip, a.more() ? static_cast<int>(a.number()) : 1);

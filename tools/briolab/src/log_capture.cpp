@@ -6,6 +6,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <utility>
 
 namespace {
 
@@ -70,6 +71,11 @@ void clear() {
 std::vector<Line> lines() {
   std::lock_guard<std::mutex> lock(s_mutex);
   return s_lines;
+}
+
+std::vector<Line> take() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  return std::exchange(s_lines, {});
 }
 
 size_t count(const std::string& part) {

@@ -7,13 +7,15 @@
 #include <sys/types.h>
 
 #include <functional>
+#include <set>
 #include <string>
 
 namespace faults {
 
 // Instead of an errno.
-constexpr int kShort = -1;  // some of the bytes: half of a write, three of a read
-constexpr int kEnd = -2;    // no byte; of system: the exit status of a shell that found no command
+// Some of the bytes: half of a write, three of a read. Of an ioctl: it goes well, and there are unsent bytes.
+constexpr int kShort = -1;
+constexpr int kEnd = -2;  // no byte; of system: the exit status of a shell that found no command
 
 // After `skip` good calls, `times` calls fail with `error`. What fails inside streams is "fread", whatever
 // reads them; the monotonic clock is "clock_gettime". A close fails behind its work.
@@ -27,11 +29,12 @@ void stop();
 long calls(const std::string& call);
 // Calls made to fail since the call's last fail().
 long fired(const std::string& call);
-// Whether such a call stands here.
-bool known(const std::string& call);
+// The calls that stand here.
+std::set<std::string> names();
 
 // Instead of the writes that do not fail, while it is set; changed while none is under way.
 inline std::function<ssize_t(int fd, const char* data, size_t size)> on_write;
+int real_close(int fd);
 ssize_t real_write(int fd, const void* data, size_t size);
 
 // What the product made and did not undo: "heap=3 thread=1", without what is 0.

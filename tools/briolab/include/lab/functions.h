@@ -40,6 +40,8 @@ class Arguments {
 
 long long to_number(const std::string& text);
 double to_real(const std::string& text);
+// A name of errno.h, short or end (lab/calls.h), or a number.
+int error_number(const std::string& text);
 std::string escaped(const std::string& bytes);
 std::string quoted(const std::string& bytes);
 // Whether the text holds one of the parts; without parts every text does.

@@ -16,6 +16,7 @@ struct Line {
 
 void clear();
 std::vector<Line> lines();
+std::vector<Line> take();  // and clears
 // Number of captured lines that hold `part`.
 size_t count(const std::string& part);
 bool has(const std::string& part);
