@@ -99,22 +99,30 @@ TEST_F(Channel, ModemThatStopsReadingHoldsNeitherWriterNorClose) {
   root().remove(kQueryPort);
   ASSERT_EQ(openpty(&ends[0], &ends[1], name, &raw, nullptr) | symlink(name, root().path(kQueryPort).c_str()),
             0);
+  const std::string command(500, 'x');
+  const auto send = [&] { return pktio_at_send_cmd(command.c_str(), NO_RESULT, nullptr); };
   ASSERT_EQ(pktio_init(kQueryPort, blpkt_handle_packet, nullptr), 0u);
   test_clock::scale_waits(0.001);
-  const std::string command(500, 'x');
   // The first refusal may be a short write; when a write finds no room at all, its wait ends by itself.
-  ASSERT_TRUE(eventually([&] {
-    pktio_at_send_cmd(command.c_str(), NO_RESULT, nullptr);
-    return log_capture::has("err Connection timed out:");
-  }));
+  ASSERT_TRUE(eventually([&] { return send(), log_capture::has("err Connection timed out:"); }));
   test_clock::scale_waits(1);
-  const long writes = faults::calls("write");
-  auto writer = std::async([&] { return pktio_at_send_cmd(command.c_str(), NO_RESULT, nullptr); });
-  ASSERT_TRUE(eventually([&] { return faults::calls("write") > writes; }));
-  const auto begin = Clock::now();
+  for (const bool thread_fails : {false, true}) {
+    ASSERT_EQ(pktio_init(kQueryPort, blpkt_handle_packet, nullptr), 0u);
+    ASSERT_TRUE(modem().wait_open(Port::kUrc));
+    const long writes = faults::calls("write");
+    auto writer = std::async(std::launch::async, send);
+    ASSERT_TRUE(eventually([&] { return faults::calls("write") > writes; }));
+    const auto begin = Clock::now();
+    if (thread_fails) {
+      faults::fail("select", EBADF);
+      modem().urc("+CREG: 1");
+    } else {
+      pktio_shutdown();
+    }
+    EXPECT_EQ(writer.get(), 1u);
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
+  }
   pktio_shutdown();
-  EXPECT_EQ(writer.get(), 1u);
-  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
   for (const int end : ends) close(end);
   EXPECT_TRUE(nothing_left_behind());
 }

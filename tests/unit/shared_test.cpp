@@ -103,7 +103,6 @@ TEST(SharedData, LocksExcludeAndReportMisuse) {
       }
     });
     EXPECT_EQ(turns, 20000);
-    EXPECT_EQ(pair.unlock(), 4u);
   }
   const brio::UrcDataLock urc_data;
   const brio::StaticDataLock static_data;
