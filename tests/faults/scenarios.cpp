@@ -129,7 +129,8 @@ const std::map<std::string, void (*)(Run&, Arguments&)> kSteps = {
        static int s_kept;
        const bool off = a.text() == "off";
        off ? s_kept = dup(0) : dup2(s_kept, 0);
-       faults::real_close(off ? 0 : s_kept);
+       const auto left = static_cast<unsigned>(off ? 0 : s_kept);
+       close_range(left, left, 0);
      }},
     {"event",
      [](Run& run, Arguments&) {

@@ -178,9 +178,6 @@ extern "C" ssize_t __wrap_write(int fd, const void* data, size_t size) {
   return faults::on_write ? faults::on_write(fd, static_cast<const char*>(data), size)
                           : __real_write(fd, data, size);
 }
-int faults::real_close(int fd) {
-  return __real_close(fd);
-}
 ssize_t faults::real_write(int fd, const void* data, size_t size) {
   return __real_write(fd, data, size);
 }

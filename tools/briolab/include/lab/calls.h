@@ -34,7 +34,6 @@ std::set<std::string> names();
 
 // Instead of the writes that do not fail, while it is set; changed while none is under way.
 inline std::function<ssize_t(int fd, const char* data, size_t size)> on_write;
-int real_close(int fd);
 ssize_t real_write(int fd, const void* data, size_t size);
 
 // What the product made and did not undo: "heap=3 thread=1", without what is 0.
