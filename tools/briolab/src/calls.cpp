@@ -173,10 +173,9 @@ VARIADIC(s_ioctl, ioctl, (int fd, unsigned long request, ...), request, void*, (
 extern "C" ssize_t __real_write(int fd, const void* data, size_t size);
 static Plan s_write("write");
 extern "C" ssize_t __wrap_write(int fd, const void* data, size_t size) {
-  if (s_write.fails())
-    return fail_transfer(size / 2, [=](size_t some) { return __real_write(fd, data, some); });
-  return faults::on_write ? faults::on_write(fd, static_cast<const char*>(data), size)
-                          : __real_write(fd, data, size);
+  const auto write_some = [=](size_t some) { return __real_write(fd, data, some); };
+  if (s_write.fails()) return fail_transfer(size / 2, write_some);
+  return faults::on_write ? faults::on_write(fd, static_cast<const char*>(data), size) : write_some(size);
 }
 ssize_t faults::real_write(int fd, const void* data, size_t size) {
   return __real_write(fd, data, size);
