@@ -23,7 +23,7 @@ ssize_t hold_copy(int fd, const char* data, size_t size) {
     eventually([] { return s_let_go.load(); });
     s_copied += size;
   }
-  return faults::real_write(fd, data, size);
+  return write(fd, data, size);
 }
 
 class Trace : public SimFixture {

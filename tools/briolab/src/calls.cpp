@@ -22,6 +22,7 @@
 #include <algorithm>
 #include <atomic>
 
+#include "base/clock.h"
 #include "nipc/nipc.h"
 
 namespace {
@@ -83,20 +84,18 @@ int fail_behind(Call call) {
 }  // namespace
 
 // CALL(return type, name, (parameters), (arguments), result on failure, what is done with `result`)
-#define CALL(TYPE, NAME, PARAMETERS, ARGUMENTS, FAILURE, BEHIND)        \
-  extern "C" TYPE __real_##NAME PARAMETERS;                             \
-  static Plan s_##NAME(#NAME);                                          \
-  extern "C" TYPE __wrap_##NAME PARAMETERS {                            \
-    TYPE result = s_##NAME.fails() ? FAILURE : __real_##NAME ARGUMENTS; \
-    BEHIND;                                                             \
-    return result;                                                      \
+#define CALL(TYPE, NAME, PARAMETERS, ARGUMENTS, FAILURE, BEHIND) \
+  static Plan s_##NAME(#NAME);                                   \
+  extern "C" TYPE __wrap_##NAME PARAMETERS {                     \
+    TYPE result = s_##NAME.fails() ? FAILURE : ::NAME ARGUMENTS; \
+    BEHIND;                                                      \
+    return result;                                               \
   }
 // UNDO(name, (parameters), (arguments), what is counted down)
 #define UNDO(NAME, PARAMETERS, ARGUMENTS, COUNT) \
-  extern "C" void __real_##NAME PARAMETERS;      \
   extern "C" void __wrap_##NAME PARAMETERS {     \
     COUNT;                                       \
-    __real_##NAME ARGUMENTS;                     \
+    ::NAME ARGUMENTS;                            \
   }
 
 // ---- Memory
@@ -125,9 +124,9 @@ CALL(int, pthread_cond_destroy, (pthread_cond_t * condition), (condition), errno
 
 // ---- Descriptors
 CALL(ssize_t, read, (int fd, void* data, size_t size), (fd, data, size),
-     fail_transfer(std::min<size_t>(size, 3), [=](size_t some) { return __real_read(fd, data, some); }), )
+     fail_transfer(std::min<size_t>(size, 3), [=](size_t some) { return ::read(fd, data, some); }), )
 CALL(ssize_t, send, (int fd, const void* data, size_t size, int flags), (fd, data, size, flags),
-     fail_transfer(size / 2, [=](size_t some) { return __real_send(fd, data, some, flags); }), )
+     fail_transfer(size / 2, [=](size_t some) { return ::send(fd, data, some, flags); }), )
 CALL(int, select, (int nfds, fd_set* reads, fd_set* writes, fd_set* excepts, timeval* timeout),
      (nfds, reads, writes, excepts, timeout), -1, )
 CALL(int, poll, (pollfd * watched, nfds_t count, int timeout), (watched, count, timeout), -1, )
@@ -146,20 +145,19 @@ CALL(int, fchmod, (int fd, mode_t mode), (fd, mode), -1, )
 CALL(const char*, inet_ntop, (int family, const void* address, char* text, socklen_t size),
      (family, address, text, size), nullptr, )
 
-CALL(int, close, (int fd), (fd), fail_behind([=] { s_stray_closes += __real_close(fd) != 0; }),
+CALL(int, close, (int fd), (fd), fail_behind([=] { s_stray_closes += ::close(fd) != 0; }),
      s_stray_closes += result != 0 && errno == EBADF)
 
 // Calls with an argument that may be left out. VARIADIC(plan, name, (fixed parameters), last named, type,
 // (arguments), result on failure)
 #define VARIADIC(PLAN, NAME, PARAMETERS, LAST, TYPE, ARGUMENTS, FAILURE) \
-  extern "C" int __real_##NAME PARAMETERS;                               \
   static Plan s_##NAME(#NAME);                                           \
   extern "C" int __wrap_##NAME PARAMETERS {                              \
     va_list rest;                                                        \
     va_start(rest, LAST);                                                \
     TYPE argument = va_arg(rest, TYPE);                                  \
     va_end(rest);                                                        \
-    return (PLAN).fails() ? FAILURE : __real_##NAME ARGUMENTS;           \
+    return (PLAN).fails() ? FAILURE : ::NAME ARGUMENTS;                  \
   }
 VARIADIC(s_open, open, (const char* path, int flags, ...), flags, mode_t, (path, flags, argument), -1)
 static Plan s_duplicate("F_DUPFD_CLOEXEC");
@@ -168,49 +166,43 @@ VARIADIC(command == F_DUPFD_CLOEXEC ? s_duplicate : s_fcntl, fcntl, (int fd, int
 VARIADIC(s_ioctl, ioctl, (int fd, unsigned long request, ...), request, void*, (fd, request, argument),
          errno != faults::kShort ? -1
          : request == TIOCOUTQ   ? (*static_cast<int*>(argument) = 1, 0)
-                                 : __real_ioctl(fd, request, argument))
+                                 : ::ioctl(fd, request, argument))
 
-extern "C" ssize_t __real_write(int fd, const void* data, size_t size);
 static Plan s_write("write");
 extern "C" ssize_t __wrap_write(int fd, const void* data, size_t size) {
-  const auto write_some = [=](size_t some) { return __real_write(fd, data, some); };
+  const auto write_some = [=](size_t some) { return ::write(fd, data, some); };
   if (s_write.fails()) return fail_transfer(size / 2, write_some);
   return faults::on_write ? faults::on_write(fd, static_cast<const char*>(data), size) : write_some(size);
-}
-ssize_t faults::real_write(int fd, const void* data, size_t size) {
-  return __real_write(fd, data, size);
 }
 
 // ---- Streams. They read through here, so that a failing read is the stream's own.
 static Plan s_fread("fread"), s_fdopen("fdopen");
 static ssize_t read_stream(void* cookie, char* data, size_t size) {
   const auto read_some = [=](size_t some) {
-    return __real_read(static_cast<int>(reinterpret_cast<intptr_t>(cookie)), data, some);
+    return ::read(static_cast<int>(reinterpret_cast<intptr_t>(cookie)), data, some);
   };
   return s_fread.fails() ? fail_transfer(std::min<size_t>(size, 3), read_some) : read_some(size);
 }
 static int close_stream(void* cookie) {
-  return __real_close(static_cast<int>(reinterpret_cast<intptr_t>(cookie)));
+  return ::close(static_cast<int>(reinterpret_cast<intptr_t>(cookie)));
 }
-extern "C" FILE* __real_fdopen(int fd, const char* mode);
 extern "C" FILE* __wrap_fdopen(int fd, const char* mode) {
   // The product only reads; coverage counts are written.
-  if (strcmp(mode, "r") != 0) return __real_fdopen(fd, mode);
+  if (strcmp(mode, "r") != 0) return ::fdopen(fd, mode);
   if (s_fdopen.fails()) return nullptr;
   FILE* stream = fopencookie(reinterpret_cast<void*>(static_cast<intptr_t>(fd)), mode,
                              {read_stream, nullptr, nullptr, close_stream});
   s_stream += stream != nullptr;
   return stream;
 }
-CALL(int, fclose, (FILE * stream), (stream), fail_behind([=] { __real_fclose(stream); }), s_stream--)
+CALL(int, fclose, (FILE * stream), (stream), fail_behind([=] { ::fclose(stream); }), s_stream--)
 
 // ---- Processes and time
 CALL(int, system, (const char* command), (command), errno == faults::kEnd ? 127 << 8 : -1, )
 CALL(tm*, localtime_r, (const time_t* time, tm* broken_down), (time, broken_down), nullptr, )
-extern "C" bool __real__ZN4brio15clock_monotonicEP8timespec(timespec* now);
 static Plan s_clock("clock_gettime");
 extern "C" bool __wrap__ZN4brio15clock_monotonicEP8timespec(timespec* now) {
-  return !s_clock.fails() && __real__ZN4brio15clock_monotonicEP8timespec(now);
+  return !s_clock.fails() && brio::clock_monotonic(now);
 }
 
 // ---- libcrypto
@@ -224,7 +216,7 @@ CALL(int, EVP_DigestFinal, (EVP_MD_CTX * context, unsigned char* digest, unsigne
 
 // ---- IPC. An error is the service's status.
 CALL(void*, NipcOpen, (const char* service), (service), nullptr, s_connection += result != nullptr)
-CALL(uint32_t, NipcClose, (void* handle), (handle), (__real_NipcClose(handle), static_cast<uint32_t>(errno)),
+CALL(uint32_t, NipcClose, (void* handle), (handle), (::NipcClose(handle), static_cast<uint32_t>(errno)),
      s_connection--)
 CALL(uint32_t, NipcGetStringProperty, (void* handle, const char* service, const char* property, char** value),
      (handle, service, property, value), static_cast<uint32_t>(errno), s_text += result == 0)

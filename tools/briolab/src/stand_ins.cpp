@@ -14,6 +14,7 @@
 
 #include "brio/brio.h"
 #include "brio/briolib.h"
+#include "brio/prox.h"
 #include "brio/wabs.h"
 #include "lab/interface.h"
 #include "modemsim/scenario.h"
@@ -133,11 +134,16 @@ bool answered(const char* name, uint32_t* status) {
 }  // namespace
 
 // Each argument of these fits a register.
-#define OPERATION(name)                                                \
-  extern "C" uint32_t __real_##name(long a, long b, long c);           \
-  extern "C" uint32_t __wrap_##name(long a, long b, long c) {          \
-    uint32_t status = 0;                                               \
-    return answered(#name, &status) ? status : __real_##name(a, b, c); \
+using Operation = uint32_t (*)(long a, long b, long c);
+template <typename F>
+Operation operation_of(F* function) {
+  return reinterpret_cast<Operation>(reinterpret_cast<void (*)()>(function));
+}
+
+#define OPERATION(name)                                                        \
+  extern "C" uint32_t __wrap_##name(long a, long b, long c) {                  \
+    uint32_t status = 0;                                                       \
+    return answered(#name, &status) ? status : operation_of(&::name)(a, b, c); \
   }
 OPERATION(brio_open)
 OPERATION(brio_close)
@@ -159,23 +165,20 @@ OPERATION(brio_atcmd_scan_abort)
 OPERATION(brio_get_current_network)
 
 // Here the answers are the SIM's statuses.
-extern "C" uint32_t __real_brio_get_wn3_sim_status(uint32_t* sim_status);
 extern "C" uint32_t __wrap_brio_get_wn3_sim_status(uint32_t* sim_status) {
-  return answered("brio_get_wn3_sim_status", sim_status) ? 0 : __real_brio_get_wn3_sim_status(sim_status);
+  return answered("brio_get_wn3_sim_status", sim_status) ? 0 : ::brio_get_wn3_sim_status(sim_status);
 }
 // Here an answer stands for a network that changes behind the copy.
-extern "C" uint32_t __real_brio_get_mcc_mnc(char* out);
 extern "C" uint32_t __wrap_brio_get_mcc_mnc(char* out) {
   uint32_t event = 0;
   const bool changes = answered("brio_get_mcc_mnc", &event);
-  const uint32_t status = __real_brio_get_mcc_mnc(out);
+  const uint32_t status = ::brio_get_mcc_mnc(out);
   if (changes) briolib_exec_event_callback(event, 0, nullptr);
   return status;
 }
-extern "C" uint32_t __real_brio_get_network_time(network_time* time);
 extern "C" uint32_t __wrap_brio_get_network_time(network_time* time) {
   uint32_t status = 0;
-  if (!answered("brio_get_network_time", &status)) return __real_brio_get_network_time(time);
+  if (!answered("brio_get_network_time", &status)) return ::brio_get_network_time(time);
   *time = s_time;
   return status;
 }

@@ -1,8 +1,8 @@
 // Stands between the product and the C library, libcrypto and the IPC library (link option --wrap): counts
-// every call that can fail, makes it fail on demand, and knows what the product holds. A program that links
-// calls.cpp wraps all of brio_wrapped_calls (tests/CMakeLists.txt).
-#ifndef TESTS_FAULTS_CALLS_H
-#define TESTS_FAULTS_CALLS_H
+// every call that can fail, makes it fail on demand, and knows what the product holds. Only the product's own
+// calls reach it (brio_product in CMakeLists.txt).
+#ifndef LAB_CALLS_H
+#define LAB_CALLS_H
 
 #include <sys/types.h>
 
@@ -34,7 +34,6 @@ std::set<std::string> names();
 
 // Instead of the writes that do not fail, while it is set; changed while none is under way.
 inline std::function<ssize_t(int fd, const char* data, size_t size)> on_write;
-ssize_t real_write(int fd, const void* data, size_t size);
 
 // What the product made and did not undo: "heap=3 thread=1", without what is 0.
 std::string held();

@@ -1,6 +1,6 @@
 // The network interface wwan0: it answers as told, whatever interfaces the machine has.
-#ifndef TESTS_SUPPORT_INTERFACE_H
-#define TESTS_SUPPORT_INTERFACE_H
+#ifndef LAB_INTERFACE_H
+#define LAB_INTERFACE_H
 
 #include <string>
 

@@ -1,6 +1,6 @@
 // Captures what the library writes to syslog: the test program defines the syslog functions itself.
-#ifndef TESTS_SUPPORT_LOG_CAPTURE_H
-#define TESTS_SUPPORT_LOG_CAPTURE_H
+#ifndef LAB_LOG_CAPTURE_H
+#define LAB_LOG_CAPTURE_H
 
 #include <string>
 #include <thread>
