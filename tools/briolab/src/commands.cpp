@@ -419,6 +419,7 @@ const std::map<std::string, Command>& commands() {
   table["answer"] = [](Session& s, Arguments& a) { fault_command(s, a, false); };
   table["silent"] = [](Session& s, Arguments& a) { fault_command(s, a, true); };
   table["no_faults"] = [](Session& s, Arguments&) { s.modem.clear_faults(); };
+  table["sent"] = [](Session& s, Arguments& a) { s.shown_commands = a.words(); };
   table["settle"] = [](Session& s, Arguments&) { s.settle(); };
   table["chunk"] = [](Session& s, Arguments& a) { s.modem.chunk(static_cast<size_t>(a.number())); };
   table["log"] = [](Session& s, Arguments& a) { s.show_log(a.words()); };

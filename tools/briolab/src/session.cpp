@@ -159,6 +159,7 @@ void Session::observe() {
   for (size_t same = 1; commands_seen < received.size(); commands_seen += same, same = 1) {
     const std::string& command = received[commands_seen];
     while (commands_seen + same < received.size() && received[commands_seen + same] == command) same++;
+    if (!holds_one(command, shown_commands)) continue;
     emit("sent " + escaped(command) + (same > 1 ? " x" + std::to_string(same) : ""));
   }
   {

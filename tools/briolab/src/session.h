@@ -39,7 +39,8 @@ struct Session {
   modemsim::Modem modem;
   long descriptors = 0, threads = 0;  // at the start
   Lines output;
-  Lines follow;  // log lines that every command shows
+  Lines follow;          // log lines that every command shows
+  Lines shown_commands;  // of those that the modem received; none: all
   Fields shown;
   std::vector<log_capture::Line> log;  // not yet shown
   std::thread::id event_thread;
