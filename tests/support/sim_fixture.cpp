@@ -1,15 +1,7 @@
 #include "support/sim_fixture.h"
 
-#include <stdlib.h>
-
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-
 #include "base/words.h"
 #include "brio/brio.h"
-
-namespace fs = std::filesystem;
 
 void SimFixture::SetUp() {
   test_clock::reset();

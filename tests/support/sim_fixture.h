@@ -3,16 +3,9 @@
 #define TESTS_SUPPORT_SIM_FIXTURE_H
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
-#include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "clock/test_clock.h"
 #include "lab/log_capture.h"

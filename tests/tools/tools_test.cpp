@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <string>
+#include <vector>
 
 #include "modemsim/device_root.h"
 
@@ -86,6 +87,7 @@ TEST(Modemsim, RunsAScenarioAndRefusesABadOne) {
   const std::string occupied = "--root " + root.dir(), bad = "--scenario " + root.path("/bad.toml");
   check(MODEMSIM,
         {{"--scenario demo --seconds 0.2", 0, {"query port /.*/dev/ttyACM2\nURC port   /.*/dev/ttyACM3\n"}},
+         {"--scenario home-lte --speed 60 --seconds 4 -v", 0, {"44\\.000 s: .*prox"}},
          {"--list-commands", 0, {"AT\\+CFUN=0\\|1 +radio off, on\n"}},
          {occupied.c_str(), 1, {"ttyACM2 is in the way: it is not a link"}},
          {bad.c_str(), 1, {"bad\\.toml:2: .*bers.*bars"}}});

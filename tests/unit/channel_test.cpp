@@ -6,8 +6,13 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <future>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include "base/log.h"
 #include "brio/brio_at.h"
@@ -243,7 +248,8 @@ TEST_F(Channel, RequestWaitsForItsRunningCallback) {
   start();
   const recv_func slow = [](const ATResponse*, void* user_data, uint16_t) -> uint32_t {
     test_clock::expire_wait();
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    if (!log_capture::wait_for("AT cmd AT timed out")) return 7;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
     *static_cast<std::atomic<bool>*>(user_data) = true;
     return 6;
   };

@@ -19,21 +19,21 @@ namespace {
 using namespace brio::parse;
 using brio::LogText;
 
-// The numeric operators and names that a scan's line gives, and the errors.
+// The numeric operators and names that a scan's line gives, or the error of a line that is none.
 std::string scan(const std::string& line) {
   ExactText text(line);
   ScanList list;
   std::string result;
-  int error = start_scan(text.get(), &list);
+  const int error = start_scan(text.get(), &list);
+  if (error != kScanOk) return "error " + std::to_string(error);
   ScanEntry entry;
   ScanFault fault;
-  while (error == kScanOk) {
+  for (;;) {
     const ScanStep step = next_scan_entry(&list, &entry, &fault);
     if (step == ScanStep::kEnd) return result;
     if (step == ScanStep::kEntry)
       result += entry.mcc + std::string(entry.mnc) + entry.long_name + entry.short_name;
   }
-  return "error " + std::to_string(error);
 }
 
 TEST(Scan, TornAnywhereKeepsWholeOperatorsOnly) {

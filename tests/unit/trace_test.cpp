@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <string>
 #include <thread>
 
 #include "brio/brio.h"

@@ -1,4 +1,5 @@
 // Words, numbers and escapes of a transcript's commands.
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 

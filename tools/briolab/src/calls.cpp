@@ -74,11 +74,11 @@ ssize_t fail_transfer(size_t some, Transfer transfer) {
 
 // Fails when all is done.
 template <typename Call>
-int fail_behind(Call call) {
+int fail_behind(Call call, int result = -1) {
   const int error = errno;
   call();
   errno = error;
-  return -1;
+  return result;
 }
 
 }  // namespace
@@ -187,8 +187,6 @@ static int close_stream(void* cookie) {
   return ::close(static_cast<int>(reinterpret_cast<intptr_t>(cookie)));
 }
 extern "C" FILE* __wrap_fdopen(int fd, const char* mode) {
-  // The product only reads; coverage counts are written.
-  if (strcmp(mode, "r") != 0) return ::fdopen(fd, mode);
   if (s_fdopen.fails()) return nullptr;
   FILE* stream = fopencookie(reinterpret_cast<void*>(static_cast<intptr_t>(fd)), mode,
                              {read_stream, nullptr, nullptr, close_stream});
@@ -216,8 +214,8 @@ CALL(int, EVP_DigestFinal, (EVP_MD_CTX * context, unsigned char* digest, unsigne
 
 // ---- IPC. An error is the service's status.
 CALL(void*, NipcOpen, (const char* service), (service), nullptr, s_connection += result != nullptr)
-CALL(uint32_t, NipcClose, (void* handle), (handle), (::NipcClose(handle), static_cast<uint32_t>(errno)),
-     s_connection--)
+CALL(uint32_t, NipcClose, (void* handle), (handle),
+     static_cast<uint32_t>(fail_behind([=] { ::NipcClose(handle); }, errno)), s_connection--)
 CALL(uint32_t, NipcGetStringProperty, (void* handle, const char* service, const char* property, char** value),
      (handle, service, property, value), static_cast<uint32_t>(errno), s_text += result == 0)
 UNDO(NipcFreeString, (char* value), (value), s_text -= value != nullptr)

@@ -19,6 +19,7 @@
 #include "lab/exact_text.h"
 #include "modemsim/scenario.h"
 #include "nipc/nipc_standin.h"
+#include "process/process.h"
 #include "session.h"
 
 namespace lab {
@@ -215,10 +216,12 @@ void set(Session& s, Arguments& a) {
 }
 
 void page(Session& s, Arguments& a) {
+  constexpr uint32_t kPageMost = 1 << 20;
   const bool no_buffer = a.take_null();
   const auto mode = static_cast<uint32_t>(a.number());
   const bool no_size = a.take_null();
   auto size = no_size ? 0 : static_cast<uint32_t>(a.number());
+  if (size > kPageMost) throw UsageError("the size is 0 to " + std::to_string(kPageMost));
   std::string buffer(size + 1, '\xA5');
   const uint32_t status =
       brio_module_get_log_string(no_buffer ? nullptr : buffer.data(), no_size ? nullptr : &size, mode);
@@ -380,7 +383,9 @@ void seen(Session& s, Arguments& a) {
 // The size that no file may grow beyond, as on a full disk; without a word: any.
 void room(Session&, Arguments& a) {
   signal(SIGXFSZ, SIG_IGN);
-  const rlimit limit = {a.more() ? static_cast<rlim_t>(a.number()) : RLIM_INFINITY, RLIM_INFINITY};
+  rlimit limit;
+  getrlimit(RLIMIT_FSIZE, &limit);
+  limit.rlim_cur = a.more() ? static_cast<rlim_t>(a.number()) : limit.rlim_max;
   if (setrlimit(RLIMIT_FSIZE, &limit) != 0) throw UsageError(strerror(errno));
 }
 

@@ -3,6 +3,8 @@
 //
 // Numbers and texts are taken from the words; a record or number that the function fills takes no word, but
 // `null` there passes a null pointer. An output that the function left alone shows as "untouched".
+#include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <tuple>
 #include <type_traits>
@@ -391,9 +393,8 @@ const std::map<std::string, Call>& calls() {
       briolib_set_sar_pwr, briolib_log_dump_static_info, briolib_log_set_log_mask,
       briolib_log_debug_print_packet, briolib_get_atcmd_snapshot);
   ADD(wrap, at_parse_init, blpkt_init, blpkt_shutdown, blpkt_abort_manual_nw_scan, is_string_digit,
-      is_hex_string_valid, str_starts_with, find_next_EOL, mask_band, mask_ip_address, remove_blank_space,
-      remove_double_quotes, skip_trailing_white_space, briolib_obfuscate_alphabet, briolib_obfuscate_numeral,
-      prox_open, prox_close);
+      is_hex_string_valid, str_starts_with, find_next_EOL, mask_band, mask_ip_address,
+      briolib_obfuscate_alphabet, briolib_obfuscate_numeral, prox_open, prox_close);
   ADD(wrap, wabs_open, wabs_close, wabs_is_blib_open, wabs_get_module_flags, wabs_set_log_mask,
       wabs_enable_logging, wabs_log_message, wabs_try_to_use_home_network, wabs_originate_call_test,
       wabs_stop_call_test, wabs_update_prl, wabs_get_bars, wabs_get_data_service_mode,

@@ -3,7 +3,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <iostream>
 #include <sstream>
 
@@ -34,9 +33,11 @@ std::string usage(const std::pair<const std::string, Call>& function) {
   return function.first + (function.second.words.empty() ? "" : " ") + function.second.words + "\n";
 }
 
-// Ctrl-C ends the input, and then the session as Ctrl-D does: the temporary folder goes away.
+// Ctrl-C ends the input, and then the session as Ctrl-D does: the temporary folder goes away. A second one
+// kills.
 void end_at_interrupt() {
   struct sigaction action = {};
+  action.sa_flags = static_cast<int>(SA_RESETHAND);
   action.sa_handler = [](int) { s_interrupted = 1; };
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaction(number, &action, nullptr);
 }
@@ -105,8 +106,11 @@ bool run_interactively(const std::string& record, bool verbose) {
       steps.push_back({steps.size(), line, {}, shown, {}});
     } catch (const std::exception& error) {
       const std::string problem = line + ": " + error.what() + "\n" + help(line.substr(0, line.find(' ')));
-      (terminal ? std::cout << problem : std::cout) << std::flush;
-      if (!terminal) unusable = problem.substr(0, problem.size() - 1);
+      if (terminal) {
+        std::cout << problem;
+      } else {
+        unusable = problem.substr(0, problem.size() - 1);
+      }
     }
   }
   if (terminal) std::cout << "\n";

@@ -78,21 +78,9 @@ std::vector<Line> take() {
   return std::exchange(s_lines, {});
 }
 
-size_t count(const std::string& part) {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  return count_locked(part);
-}
-
 bool has(const std::string& part) {
-  return count(part) > 0;
-}
-
-std::string find(const std::string& part) {
   std::lock_guard<std::mutex> lock(s_mutex);
-  for (const auto& line : s_lines) {
-    if (line.text.find(part) != std::string::npos) return line.text;
-  }
-  return "";
+  return count_locked(part) > 0;
 }
 
 bool wait_for(const std::string& part, size_t times) {

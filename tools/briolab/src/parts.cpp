@@ -1,6 +1,11 @@
 // Functions that work on cursors, records, objects and bytes: arguments from words, results as one line.
 #include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <deque>
+#include <map>
 #include <memory>
 
 #include "base/paths.h"
@@ -78,7 +83,11 @@ std::string at_tok(Arguments& a) {
   ExactText text(null ? "" : a.text());
   char* cursor = null ? nullptr : text.get();
   std::string line;
-  for (const auto& name : a.words()) line += steps.at(name)(&cursor);
+  for (const auto& name : a.words()) {
+    const auto step = steps.find(name);
+    if (step == steps.end()) throw UsageError("no such step: " + name);
+    line += step->second(&cursor);
+  }
   return (line + " " + shown(cursor)).substr(1);
 }
 
@@ -229,9 +238,8 @@ std::string hex(uint32_t length, const uint8_t* digest) {
 // TEXT... (null: a null pointer); [of TEXT...]
 std::string md5(Arguments& a) {
   uint8_t digest[16];
-  std::vector<std::string> texts;
+  std::deque<std::string> texts;  // whose elements stay in their places
   std::vector<const char*> pointers;
-  texts.reserve(16);
   while (a.more()) {
     const bool null = a.take_null();
     pointers.push_back(null ? nullptr : texts.emplace_back(a.text()).c_str());

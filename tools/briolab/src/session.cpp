@@ -1,10 +1,13 @@
 // The session around the commands: start and end, what changed since the last look.
 #include "session.h"
+#include "process/process.h"
 
 #include <syslog.h>
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <regex>
 

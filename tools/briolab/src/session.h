@@ -2,10 +2,9 @@
 #ifndef BRIOLAB_SESSION_H
 #define BRIOLAB_SESSION_H
 
-#include <functional>
 #include <future>
 #include <map>
-#include <stdexcept>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,7 +13,6 @@
 #include "lab/log_capture.h"
 #include "modemsim/device_root.h"
 #include "modemsim/modem.h"
-#include "process/process.h"
 
 namespace lab {
 

@@ -8,9 +8,12 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <deque>
 #include <filesystem>
 #include <mutex>
+#include <system_error>
 
 #include "brio/brio.h"
 #include "brio/briolib.h"
@@ -19,6 +22,7 @@
 #include "lab/interface.h"
 #include "modemsim/scenario.h"
 #include "nipc/nipc_standin.h"
+#include "process/process.h"
 #include "session.h"
 
 namespace lab {
@@ -115,7 +119,7 @@ void scenario(Session& s, Arguments& a) {
 
 // ---- Operations of the library, as the module calls them
 
-std::mutex s_mutex;  // guards the two below
+std::mutex s_mutex;  // guards the three below
 Session::Lines s_called;
 std::map<std::string, std::deque<uint32_t>> s_answers;
 network_time s_time;
@@ -179,6 +183,7 @@ extern "C" uint32_t __wrap_brio_get_mcc_mnc(char* out) {
 extern "C" uint32_t __wrap_brio_get_network_time(network_time* time) {
   uint32_t status = 0;
   if (!answered("brio_get_network_time", &status)) return ::brio_get_network_time(time);
+  std::lock_guard<std::mutex> lock(s_mutex);
   *time = s_time;
   return status;
 }
@@ -199,6 +204,7 @@ void operations(Session& s, Arguments&) {
 }
 
 void set_network_time(Session&, Arguments& a) {
+  std::lock_guard<std::mutex> lock(s_mutex);
   s_time = {};
   s_time.year = static_cast<uint16_t>(a.number());
   for (uint8_t* each : {&s_time.month, &s_time.day, &s_time.hour, &s_time.minute, &s_time.second}) {

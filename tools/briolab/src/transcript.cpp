@@ -25,8 +25,7 @@ void print_difference(const std::string& path, const Step& step) {
   for (size_t i = left.size() - tail; i < left.size(); i++) std::cout << "  " << left[i] << "\n";
 }
 
-}  // namespace
-
+// Throws UsageError for a file that cannot be read or holds no command.
 std::vector<Step> read_transcript(const std::string& path) {
   std::ifstream file(path);
   if (!file) throw UsageError("cannot be read");
@@ -43,6 +42,8 @@ std::vector<Step> read_transcript(const std::string& path) {
   if (!steps[0].expected.empty()) throw UsageError("output in front of the first command");
   return steps;
 }
+
+}  // namespace
 
 void write_transcript(const std::string& path, const std::vector<Step>& steps) {
   std::ofstream file(path);

@@ -14,8 +14,6 @@ struct Step {
   std::vector<std::string> expected, shown, comments;
 };
 
-// Throws UsageError for a file that cannot be read or holds no command.
-std::vector<Step> read_transcript(const std::string& path);
 // Writes what was shown. Throws UsageError.
 void write_transcript(const std::string& path, const std::vector<Step>& steps);
 // Plays it and prints what differs, or with `update` writes it anew. Whether it holds: everything was shown

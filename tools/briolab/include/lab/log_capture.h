@@ -17,11 +17,8 @@ struct Line {
 void clear();
 std::vector<Line> lines();
 std::vector<Line> take();  // and clears
-// Number of captured lines that hold `part`.
-size_t count(const std::string& part);
+// Whether a line holds `part`.
 bool has(const std::string& part);
-// The first line that holds `part`, or "".
-std::string find(const std::string& part);
 // Waits up to ten seconds until `part` was logged at least `times` times.
 bool wait_for(const std::string& part, size_t times = 1);
 
