@@ -73,7 +73,10 @@ TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
        {nothing.c_str(), 1, {"could not be opened on .*/dev/ttyACM2", "errno: 2:can't open device"}},
        {"--library /nonexistent status", 1, {"^brioctl: The module library cannot be loaded"}},
        {"--scenario nosuch status", 1, {"^brioctl: There is no scenario 'nosuch'"}},
-       {"--sim at AT --timeout 0", 2, {"not in range 1 to 600"}}});
+       {"--sim at AT --timeout 0", 2, {"not in range 1 to 600"}},
+       {"--sim watch --seconds -5", 2, {"'-5' is no number above 0"}},
+       {"--sim --root /tmp status", 2, {"--root"}},
+       {"--sim trace --filter /nope --seconds 1", 1, {"status 7"}}});
   const auto rows = nlohmann::json::parse(run(BRIOCTL " --sim status --json").text);
   EXPECT_EQ(4, rows["wabs_get_bars"]["value"]);
   EXPECT_EQ("310-410", rows["wabs_get_mcc_mnc"]["value"]);
@@ -98,6 +101,7 @@ TEST(Briolab, TellsWhatCanBeSaid) {
                   {"--functions", 0, {"\n  brio_open TEXT\n", "\n  wabs_get_imsi NUMBER\n"}},
                   {"", 0, {"^$"}},
                   {"/nonexistent", 2, {"^/nonexistent: cannot be read\n$"}},
+                  {"--record /nonexistent/x", 2, {"/nonexistent/x cannot be written\n$"}},
                   {"--update", 2, {"FILE"}}});
 }
 

@@ -114,8 +114,7 @@ int run_page(const Options& options, bool full, bool follow) {
 int run_trace(const Options& options, const std::string& filter, const std::string& prefix, double seconds) {
   Session session(options);
   // A simulated device has no provisioned filter: switch everything on.
-  if (session.simulated() && !std::filesystem::exists(session.host_path(filter))) {
-    std::filesystem::create_directories(std::filesystem::path(session.host_path(filter)).parent_path());
+  if (session.simulated() && filter == kTraceFilter && !std::filesystem::exists(session.host_path(filter))) {
     std::filesystem::create_directories(std::filesystem::path(session.host_path(prefix)).parent_path());
     std::ofstream(session.host_path(filter)) << "AT+XSYSTRACE=1\nAT+TRACE=1\n";
   }
@@ -143,7 +142,7 @@ int run_trace(const Options& options, const std::string& filter, const std::stri
     throw Failure("No trace file is there; look at the log with -v.");
   }
   printf("%s: %lld bytes%s\n", path.c_str(), size,
-         session.simulated() ? " (gone with the simulation; --root keeps them)" : "");
+         session.simulated() ? " (gone with the simulation; modemsim and --root keep them)" : "");
   return 0;
 }
 
@@ -165,7 +164,9 @@ int run_ant(const Options& options, const std::string& choice) {
   if (status != 0) {
     throw Failure(explain("The antenna status could not be read (status " + std::to_string(status) + ")"));
   }
-  printf("Antenna in use: %u\nMain: %d\nDiversity: %d\n", record.antenna,
+  // Chosen from 1, reported from 0.
+  const std::string in_use = record.antenna < 2 ? std::to_string(record.antenna + 1) : "unknown";
+  printf("Antenna in use: %s\nMain: %d\nDiversity: %d\n", in_use.c_str(),
          static_cast<int16_t>(record.value_a), static_cast<int16_t>(record.value_b));
   return 0;
 }

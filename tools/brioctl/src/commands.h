@@ -10,6 +10,8 @@
 
 namespace brioctl {
 
+constexpr char kTraceFilter[] = "/var/local/wan/debug/trace_filter.cfg";
+
 std::vector<Row> status_rows(const Library& lib, bool identities);
 int run_status(const Options& options, bool json);
 // Every `every` seconds, for `seconds` or, when negative, until interrupted.

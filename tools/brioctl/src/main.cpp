@@ -2,16 +2,11 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 
+#include "command_line.h"
 #include "commands.h"
 #include "log_sink.h"
 
 using namespace brioctl;
-
-namespace {
-
-constexpr int kUsage = 2;  // exit status for wrong arguments
-
-}  // namespace
 
 int main(int argc, char** argv) {
   CLI::App app{
@@ -32,20 +27,26 @@ int main(int argc, char** argv) {
   app.add_option("--library", options.library,
                  "Library to load instead of the one that belongs to this program")
       ->type_name("FILE");
-  app.add_option("--root", options.root, "Directory in front of every device path")->type_name("DIR");
-  app.add_flag("--sim", options.simulate, "Use a simulated modem");
+  auto* root = app.add_option("--root", options.root, "Directory in front of every device path")
+                   ->type_name("DIR")
+                   ->check(command_line::not_empty);
+  app.add_flag("--sim", options.simulate, "Use a simulated modem")->excludes(root);
   app.add_option("--scenario", options.scenario,
                  "Scenario of the simulated modem, a file or an installed name; implies --sim")
-      ->type_name("SCENARIO");
+      ->type_name("SCENARIO")
+      ->check(command_line::not_empty)
+      ->excludes(root);
   app.add_option("--speed", options.speed, "Play the scenario this many times as fast")
-      ->check(CLI::PositiveNumber);
+      ->check(command_line::above_zero);
   app.add_flag("-v,--verbose", options.verbose, "Show the library's log on standard error");
   app.add_flag("--identities", options.identities, "Show IMSI and ICCID whole");
 
   double demo_seconds = 4;
   auto* demo =
       app.add_subcommand("demo", "Open a simulated modem, show what it says and reports, scan, close");
-  demo->add_option("--seconds", demo_seconds, "How long to follow reports")->capture_default_str();
+  demo->add_option("--seconds", demo_seconds, "How long to follow reports")
+      ->check(command_line::above_zero)
+      ->capture_default_str();
 
   bool json = false;
   auto* status = app.add_subcommand("status", "One table of everything that the host reads");
@@ -54,14 +55,16 @@ int main(int argc, char** argv) {
   double every = 1, watch_seconds = -1;
   auto* watch = app.add_subcommand("watch", "Refresh the table until Ctrl-C and show events as they come");
   watch->add_option("--every", every, "Seconds between refreshes")
-      ->check(CLI::PositiveNumber)
+      ->check(command_line::above_zero)
       ->capture_default_str();
-  watch->add_option("--seconds", watch_seconds, "End after this time");
+  watch->add_option("--seconds", watch_seconds, "End after this time")->check(command_line::above_zero);
 
   std::string at_command;
   int timeout = 20;
   auto* at = app.add_subcommand("at", "Send one AT command and print the answer");
-  at->add_option("command", at_command, "For example \"AT+COPS?\"")->required();
+  at->add_option("command", at_command, "For example \"AT+COPS?\"")
+      ->required()
+      ->check(command_line::not_empty);
   at->add_option("--timeout", timeout, "Seconds to wait for the answer")
       ->check(CLI::Range(1, 600))
       ->capture_default_str();
@@ -74,23 +77,21 @@ int main(int argc, char** argv) {
   page->add_flag("--full", full, "The full view, with identities, instead of the masked one");
   page->add_flag("--follow", follow, "Refresh every three seconds until Ctrl-C");
 
-  std::string filter = "/var/local/wan/debug/trace_filter.cfg", prefix = "/mnt/us/trace_log";
+  std::string filter = kTraceFilter, prefix = "/mnt/us/trace_log";
   double trace_seconds = -1;
   auto* trace = app.add_subcommand("trace", "Capture the modem's trace into a file");
   trace->add_option("--filter", filter, "Filter file, a device path")->capture_default_str();
   trace->add_option("--prefix", prefix, "Start of the trace file's path, a device path")
       ->capture_default_str();
-  trace->add_option("--seconds", trace_seconds, "End after this time instead of at Ctrl-C");
+  trace->add_option("--seconds", trace_seconds, "End after this time instead of at Ctrl-C")
+      ->check(command_line::above_zero);
 
   std::string choice;
   auto* ant = app.add_subcommand("ant", "Show the LTE antennas, or choose one");
   ant->add_option("choice", choice, "1, 2 or auto")->check(CLI::IsMember({"1", "2", "auto"}));
 
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& wrong) {
-    return app.exit(wrong) == 0 ? 0 : kUsage;
-  }
+  int ended = 0;
+  if (!command_line::parse(app, argc, argv, &ended)) return ended;
   if (!options.scenario.empty()) options.simulate = true;
   install_signals();
   log_sink::echo(options.verbose);

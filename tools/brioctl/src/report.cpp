@@ -109,8 +109,7 @@ void install_signals() {
   s_signal_event = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   struct sigaction action = {};
   action.sa_handler = on_signal;
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGQUIT}) sigaction(number, &action, nullptr);
 }
 
 bool pause_for(double seconds) {

@@ -143,7 +143,9 @@ const Call& function(const std::string& name) {
 }
 
 void open(Session& s, Arguments& a) {
-  const bool host = a.more() && a.text() == "host";
+  const std::string which = a.more() ? a.text() : "";
+  if (!which.empty() && which != "host") throw UsageError("open what: " + which);
+  const bool host = !which.empty();
   const uint32_t status = host ? wabs_open() : brio_open("/dev/ttyACM2");
   if (status != 0) throw UsageError("it gave " + std::to_string(status));
   s.settle();
@@ -179,11 +181,12 @@ void await(Session& s, Arguments& a) {
   const std::string status = a.text();
   const Call& chosen = function(a.text());
   std::string line;
-  process::eventually([&] {
+  const bool came = process::eventually([&] {
     Arguments again = a;
     line = chosen(again);
     return line.substr(0, line.find(' ')) == status;
   });
+  if (!came) throw UsageError("the status did not come; it gave " + line);
   s.emit(line);
   a.rest();
 }
@@ -441,7 +444,11 @@ const std::map<std::string, Command>& commands() {
     if (symlink(a.text().c_str(), path.c_str()) != 0) throw UsageError(strerror(errno));
   };
   table["umask"] = [](Session&, Arguments& a) {
-    umask(static_cast<mode_t>(std::stoul(a.text(), nullptr, 8)));
+    const std::string octal = a.text();
+    if (octal.empty() || octal.find_first_not_of("01234567") != std::string::npos || octal.size() > 4) {
+      throw UsageError("not an octal number: " + octal);
+    }
+    umask(static_cast<mode_t>(std::stoul(octal, nullptr, 8)));
   };
   table["fifo"] = [](Session& s, Arguments& a) { mkfifo(s.root.path(a.text()).c_str(), 0600); };
   add_stand_ins(table);

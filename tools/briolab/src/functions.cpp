@@ -189,6 +189,7 @@ void set_shared_field(const std::string& name, const std::string& value) {
 
 namespace {
 
+constexpr long long kBufferMost = 1 << 24;
 constexpr char kPreset = '\xA5';
 
 // One parameter of a call: made from the words, lent to the function, shown afterwards.
@@ -312,6 +313,7 @@ Call fill(uint32_t (*function)(char*, Size, P...), bool clears = false) {
   const auto run = [function, clears](Arguments& words) {
     const bool null = words.take_null();
     const auto given = words.number();
+    if (given > kBufferMost) throw UsageError("a buffer has at most 16 MiB");
     const auto size = static_cast<size_t>(std::max(given, 0LL));
     std::string bytes(size + 64, kPreset);
     const std::string guard = bytes.substr(size);

@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <iostream>
 #include <sstream>
 
@@ -39,7 +40,7 @@ void end_at_interrupt() {
   struct sigaction action = {};
   action.sa_flags = static_cast<int>(SA_RESETHAND);
   action.sa_handler = [](int) { s_interrupted = 1; };
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaction(number, &action, nullptr);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGQUIT}) sigaction(number, &action, nullptr);
 }
 
 // A command of the prompt itself; false when it is none.
@@ -79,6 +80,9 @@ std::string function_list() {
 bool run_interactively(const std::string& record, bool verbose) {
   const bool terminal = isatty(STDIN_FILENO) != 0;
   std::vector<Step> steps(1);
+  // Known before anybody types.
+  if (!record.empty() && std::filesystem::exists(record)) throw UsageError(record + " exists");
+  if (!record.empty()) write_transcript(record, steps);
   end_at_interrupt();
   Session session;
   if (verbose) {
@@ -94,6 +98,7 @@ bool run_interactively(const std::string& record, bool verbose) {
     if (terminal) std::cout << "> " << std::flush;
     if (!std::getline(std::cin, line)) break;
     if (begins_with(line, ">")) line.erase(0, 2);
+    line.erase(line.find_last_not_of(" \t\r") + 1);
     if (line.empty() || line[0] == '#') {
       steps.back().comments.push_back(line);
       continue;

@@ -3,6 +3,7 @@
 #include <exception>
 #include <iostream>
 
+#include "command_line.h"
 #include "interactive.h"
 #include "session.h"
 #include "transcript.h"
@@ -10,7 +11,6 @@
 namespace {
 
 constexpr int kDiffers = 1;
-constexpr int kUnusable = 2;
 
 }  // namespace
 
@@ -23,8 +23,9 @@ int main(int argc, char** argv) {
       "what differs from it is shown. Nothing outside a temporary folder is touched.",
       "briolab"};
   app.footer(
-      "Exit status: 0, 1 when something differs or is left behind, 2 when a command or a file cannot be "
-      "used.\n\n"
+      "Exit status: 0; 1 when something differs or is left behind; 2 when a file, or a command from a file "
+      "or a pipe,\n"
+      "cannot be used.\n\n"
       "Examples:\n"
       "  briolab                        type: open, call wabs_get_bars, urc +CREG: 5, help, Ctrl-D\n"
       "  briolab --record case.txt      the same, kept as a transcript\n"
@@ -40,11 +41,8 @@ int main(int argc, char** argv) {
   app.add_flag("-v,--verbose", verbose, "Show the library's whole log")->excludes(file_option);
   app.add_flag("--commands", commands, "Tell what can be typed");
   app.add_flag("--functions", functions, "List the functions that `call` knows, with their arguments");
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& wrong) {
-    return app.exit(wrong) == 0 ? 0 : kUnusable;
-  }
+  int ended = 0;
+  if (!command_line::parse(app, argc, argv, &ended)) return ended;
   if (commands || functions) {
     std::cout << (commands ? lab::help() : "") << (functions ? lab::function_list() : "");
     return 0;
@@ -55,6 +53,6 @@ int main(int argc, char** argv) {
     return good ? 0 : kDiffers;
   } catch (const std::exception& error) {
     std::cerr << (file.empty() ? "briolab" : file) << ": " << error.what() << "\n";
-    return kUnusable;
+    return command_line::kUsage;
   }
 }

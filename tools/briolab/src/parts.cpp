@@ -230,14 +230,16 @@ std::string base64(Arguments& a) {
 
 std::string hex(uint32_t length, const uint8_t* digest) {
   std::string text = std::to_string(length) + (length > 0 ? " " : "");
-  char byte[3];
-  for (uint32_t i = 0; i < length; i++) text.append(byte, snprintf(byte, sizeof byte, "%02x", digest[i]));
+  for (uint32_t i = 0; i < length; i++) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    text += {kDigits[digest[i] >> 4U], kDigits[digest[i] & 15U]};
+  }
   return text;
 }
 
 // TEXT... (null: a null pointer); [of TEXT...]
 std::string md5(Arguments& a) {
-  uint8_t digest[16];
+  uint8_t digest[16] = {};
   std::deque<std::string> texts;  // whose elements stay in their places
   std::vector<const char*> pointers;
   while (a.more()) {
@@ -249,7 +251,7 @@ std::string md5(Arguments& a) {
 
 // PATH [null]: of a file of the device; null: no room for the digest.
 std::string md5_file(Arguments& a) {
-  uint8_t digest[16];
+  uint8_t digest[16] = {};
   const bool null = a.take_null();
   const brio::DevicePath path(null ? "" : a.text().c_str());
   return hex(briolib_get_file_md5_hash(null ? nullptr : path.c_str(), a.take_null() ? nullptr : digest),

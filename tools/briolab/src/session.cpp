@@ -118,8 +118,8 @@ std::string Session::end() {
 }
 
 std::string Session::leftover() const {
-  if (const long strays = faults::stray_closes())
-    return std::to_string(strays) + " closed that were not open";
+  const long strays = faults::stray_closes();
+  if (strays != 0) return std::to_string(strays) + " closed that were not open";
   const auto none = [this] { return process::descriptors() == descriptors && process::threads() <= threads; };
   if (process::eventually(none)) return "none";
   return "threads " + std::to_string(process::threads()) + " for " + std::to_string(threads) +

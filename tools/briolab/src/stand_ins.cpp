@@ -9,7 +9,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <deque>
 #include <filesystem>
 #include <mutex>
@@ -234,10 +236,18 @@ void release(Session& s, Arguments&) {
 
 // ---- Descriptors
 
+int open_port(Session& s, Arguments& a) {
+  const int fd = ::open(s.root.path(a.text()).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (fd < 0) throw UsageError(strerror(errno));
+  return fd;
+}
+
 // The library's descriptors of a port, and how the port is set.
 void port(Session& s, Arguments& a) {
   namespace fs = std::filesystem;
-  const auto device = fs::read_symlink(s.root.path(a.text()));
+  std::error_code none;
+  const auto device = fs::read_symlink(s.root.path(a.text()), none);
+  if (none) throw UsageError(none.message());
   int last = -1;
   for (int fd = 0; fd < FD_SETSIZE; fd++) {
     std::error_code error;
@@ -260,13 +270,13 @@ void port(Session& s, Arguments& a) {
 int s_lock = -1;
 
 void lock(Session& s, Arguments& a) {
-  s_lock = open(s.root.path(a.text()).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  s_lock = open_port(s, a);
   s.emit(flock(s_lock, LOCK_SH | LOCK_NB) == 0 ? "locked" : "somebody else has it");
 }
 
 // A port as the system makes it: lines, echo, signals.
 void cook(Session& s, Arguments& a) {
-  const int fd = open(s.root.path(a.text()).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  const int fd = open_port(s, a);
   termios settings;
   tcgetattr(fd, &settings);
   settings.c_iflag |= ICRNL | IXON;
@@ -320,7 +330,11 @@ void add_stand_ins(std::map<std::string, Command>& table) {
     }
   };
   // A host without a standard input: descriptor 0 is the first that the library gets.
-  table["stdin"] = [](Session&, Arguments& a) { a.text() == "off" ? close(0) : open("/dev/null", O_RDONLY); };
+  table["stdin"] = [](Session&, Arguments& a) {
+    const std::string state = a.text();
+    if (state != "off" && state != "on") throw UsageError("stdin is off or on");
+    state == "off" ? close(0) : open("/dev/null", O_RDONLY);
+  };
   table["unlock"] = [](Session&, Arguments&) { close(s_lock); };
   table["address"] = [](Session&, Arguments& a) { interface::answer(a.rest()); };
 }

@@ -32,6 +32,7 @@ std::vector<Step> read_transcript(const std::string& path) {
   std::vector<Step> steps(1);
   std::string line;
   for (size_t number = 1; std::getline(file, line); number++) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
     if (line.compare(0, 2, "> ") == 0) {
       steps.push_back({number, line.substr(2), {}, {}, {}});
     } else {
@@ -53,7 +54,7 @@ void write_transcript(const std::string& path, const std::vector<Step>& steps) {
     for (const auto& line : step.comments) file << line << "\n";
   }
   file.close();
-  if (!file) throw UsageError("cannot be written");
+  if (!file) throw UsageError(path + " cannot be written");
 }
 
 bool play_transcript(const std::string& path, bool update) {

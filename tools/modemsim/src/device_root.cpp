@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 #include <system_error>
 
 #include "device_files.h"
@@ -30,6 +31,13 @@ DeviceRoot::DeviceRoot(const std::string& name)
 DeviceRoot::~DeviceRoot() {
   std::error_code ignored;
   fs::remove_all(top_, ignored);
+}
+
+std::string DeviceRoot::path(const std::string& device_path) const {
+  if (device_path.empty() || device_path[0] != '/' || device_path.find("..") != std::string::npos) {
+    throw std::invalid_argument("not a path of the device: '" + device_path + "'");
+  }
+  return dir_ + device_path;
 }
 
 void DeviceRoot::write(const std::string& device_path, const std::string& content) const {

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "command_line.h"
 #include "commands.h"
 #include "modemsim/device_root.h"
 #include "modemsim/modem.h"
@@ -17,7 +18,6 @@
 
 namespace {
 
-constexpr int kUsage = 2;  // exit status for wrong arguments
 constexpr char kAbout[] =
     "modemsim plays a cellular modem: it makes the three serial ports of the device below a root folder, "
     "answers AT "
@@ -164,18 +164,18 @@ int run(int argc, char** argv) {
   bool verbose = false;
   double seconds = 0;
   double speed = 1;
-  app.add_option("--root", root, "Folder that stands for the device's \"/\" (default: a temporary one)");
-  app.add_option("--scenario", scenario, "Scenario file, or the name of an installed one");
-  app.add_option("--speed", speed, "Play the scenario this many times as fast")->check(CLI::PositiveNumber);
+  app.add_option("--root", root, "Folder that stands for the device's \"/\" (default: a temporary one)")
+      ->check(command_line::not_empty);
+  app.add_option("--scenario", scenario, "Scenario file, or an installed one: demo, home-lte, rough-day")
+      ->check(command_line::not_empty);
+  app.add_option("--speed", speed, "Play the scenario this many times as fast")
+      ->check(command_line::above_zero);
   app.add_option("--seconds", seconds, "End after this time (default: at Ctrl-C)")
-      ->check(CLI::PositiveNumber);
+      ->check(command_line::above_zero);
   app.add_flag("--list-commands", commands, "Print the commands that the modem knows");
   app.add_flag("-v,--verbose", verbose, "Print each command, answer, report and event");
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& wrong) {
-    return app.exit(wrong) == 0 ? 0 : kUsage;
-  }
+  int ended = 0;
+  if (!command_line::parse(app, argc, argv, &ended)) return ended;
   if (commands) {
     list_commands();
     return 0;

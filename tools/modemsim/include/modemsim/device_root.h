@@ -19,8 +19,9 @@ class DeviceRoot {
   DeviceRoot& operator=(const DeviceRoot&) = delete;
 
   const std::string& dir() const { return dir_; }
-  // The place of a device path in this file system.
-  std::string path(const std::string& device_path) const { return dir_ + device_path; }
+  // The place of a device path in this file system. One that does not begin with "/" or holds ".." throws
+  // std::invalid_argument: nothing outside the folder is touched.
+  std::string path(const std::string& device_path) const;
 
   // Writes a file; folders on the way are made.
   void write(const std::string& device_path, const std::string& content) const;
