@@ -1,5 +1,7 @@
 // modemsim: the simulated modem as a program.
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -7,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -121,6 +124,15 @@ int complain(const std::string& what) {
   return 1;
 }
 
+// A second modem in the same folder would take the first one's ports away. Held until the program ends. A
+// folder that cannot be made is for the modem to complain about.
+bool claim(const std::string& root) {
+  std::error_code failed;
+  std::filesystem::create_directories(root, failed);
+  const int folder = open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  return folder < 0 || flock(folder, LOCK_EX | LOCK_NB) == 0;
+}
+
 int play(std::string root, const std::string& scenario_name, bool verbose, double seconds, double speed) {
   modemsim::Scenario scenario;
   if (!scenario_name.empty()) {
@@ -139,6 +151,7 @@ int play(std::string root, const std::string& scenario_name, bool verbose, doubl
 
   std::optional<modemsim::DeviceRoot> own_root;
   if (root.empty()) root = own_root.emplace("modemsim").dir();
+  if (!claim(root)) return complain("another simulated modem runs in " + root);
   Printer printer;
   modemsim::Modem modem;
   if (verbose) {
