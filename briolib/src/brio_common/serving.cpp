@@ -31,7 +31,8 @@ char* prv_behind_colon(char* line) {
   return colon != nullptr ? colon + 1 : nullptr;
 }
 
-void prv_log_cops_failure(brio::parse::CopsResult result, const char* text) {
+// `text` is the answer, `name` its operator: both as the log may show them.
+void prv_log_cops_failure(brio::parse::CopsResult result, const char* text, const char* name) {
   switch (result) {
     case brio::parse::CopsResult::kOk:
       break;
@@ -43,10 +44,10 @@ void prv_log_cops_failure(brio::parse::CopsResult result, const char* text) {
       BLIB_W("W blib:%s:%d::no valid MCCMNC found %s:", BLIB_HERE, text);
       break;
     case brio::parse::CopsResult::kBadLength:
-      BLIB_W("W blib:%s:%d::no valid MCCMNC found, incorrect len %s:", BLIB_HERE, text);
+      BLIB_W("W blib:%s:%d::no valid MCCMNC found, incorrect len %s:", BLIB_HERE, name);
       break;
     case brio::parse::CopsResult::kBadFormat:
-      BLIB_W("W blib:%s:%d::no valid MCCMNC found, incorrect format %s:", BLIB_HERE, text);
+      BLIB_W("W blib:%s:%d::no valid MCCMNC found, incorrect format %s:", BLIB_HERE, name);
       break;
   }
 }
@@ -71,7 +72,8 @@ uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*,
     data.cops_mode = answer.mode;
   }
   if (answer.result != CopsResult::kOk) {
-    prv_log_cops_failure(answer.result, log_text.c_str());
+    const brio::LogText name(answer.name, brio::holds_long_number(line));
+    prv_log_cops_failure(answer.result, log_text.c_str(), name.c_str());
     return BRIO_STATUS_FAILURE;
   }
   brio::UrcDataLock lock;

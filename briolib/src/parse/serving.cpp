@@ -31,31 +31,30 @@ uint16_t hexadecimal_word(const char* field) {
 
 // +COPS: 0,2,"310410",7
 //        mode  format  operator  access technology
-CopsAnswer parse_cops(const char* line) {
+CopsAnswer parse_cops(char* text) {
   CopsAnswer answer = {};
-  char text[kCopsTextMax + 1];
-  copy_text(text, sizeof(text), line);
-
-  const char* colon = strchr(text, ':');
+  char* colon = strchr(text, ':');
   if (colon == nullptr || colon[1] == '\0') {
     answer.result = CopsResult::kNoMode;
     return answer;
   }
-  const char* mode = colon + 1;
+  char* mode = colon + 1;
   size_t mode_length = strcspn(mode, ",");
   answer.mode = cops_mode(mode, mode_length);
 
-  const char* quote = strchr(mode + mode_length, '"');
+  char* quote = strchr(mode + mode_length, '"');
   if (quote == nullptr) {
     answer.result = CopsResult::kNoOperator;
     return answer;
   }
-  const char* name = quote + 1;
-  const char* end = strchr(name, '"');
+  char* name = quote + 1;
+  char* end = strchr(name, '"');
   if (end == nullptr) {
     answer.result = CopsResult::kNoClosingQuote;
     return answer;
   }
+  *end = '\0';
+  answer.name = name;
   size_t length = static_cast<size_t>(end - name);
   if (length != 5 && length != 6) {
     answer.result = CopsResult::kBadLength;
@@ -66,7 +65,7 @@ CopsAnswer parse_cops(const char* line) {
     return answer;
   }
   copy_text(answer.mcc, sizeof(answer.mcc), name, 3);
-  copy_text(answer.mnc, sizeof(answer.mnc), name + 3, length - 3);
+  copy_text(answer.mnc, sizeof(answer.mnc), name + 3);
   answer.result = CopsResult::kOk;
   return answer;
 }

@@ -19,14 +19,15 @@ enum class CopsResult {
 
 struct CopsAnswer {
   CopsResult result;
-  int8_t mode;  // 0 automatic, 1 manual, -1 anything else; valid unless kNoMode
-  char mcc[4];  // valid when kOk
+  int8_t mode;       // 0 automatic, 1 manual, -1 anything else; valid unless kNoMode
+  const char* name;  // the operator without its quotes, in the text; null when it is not whole
+  char mcc[4];       // valid when kOk
   char mnc[4];
 };
 
-// Characters of the answer that are looked at.
+// Characters of the answer that are looked at: the caller cuts it there. Cut up in place.
 inline constexpr uint32_t kCopsTextMax = 30;
-CopsAnswer parse_cops(const char* line);
+CopsAnswer parse_cops(char* text);
 
 // ---- LTE state, "+GTLTEINFO"
 
