@@ -35,8 +35,10 @@ void prv_log_date(const TimeReport& report) {
 }
 
 void prv_log_clock(const TimeReport& report) {
-  if ((report.fields & parse::kTimeHour) != 0) {
+  if (report.clock != nullptr) {
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:time string: %s\n", BLIB_HERE, report.clock);
+  }
+  if ((report.fields & parse::kTimeHour) != 0) {
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:hour: %d\n", BLIB_HERE, report.time.hour);
   }
   if ((report.fields & parse::kTimeMinute) != 0) {
@@ -89,7 +91,7 @@ void prv_at_parse_ciev(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
     copy_text(year, sizeof(year), report.date, strcspn(report.date, "/"));
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:date: %s, year: %s\n", BLIB_HERE, report.date, year);
   }
-  if ((report.fields & parse::kTimeHour) != 0) {
+  if (report.clock != nullptr) {
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:time string = %s\n", BLIB_HERE, report.clock);
   }
   if ((report.fields & parse::kTimeZone) != 0) {

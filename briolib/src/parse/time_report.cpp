@@ -34,15 +34,16 @@ constexpr Part kClockParts[] = {
     {kTimeSecond, [](network_time* time, int32_t value) { time->second = static_cast<uint8_t>(value); }},
 };
 
-// False when the text ended before its third part. The text stays whole for the log; a number ends by itself
-// at the separator.
+// False at the first empty part, or when the text ended before its third. The text stays whole for the log; a
+// number ends by itself at the separator.
 bool prv_take_parts(const char* text, const char* end, char separator, const Part (&parts)[3],
                     TimeReport* report) {
   const char* field = text;
   for (const Part& part : parts) {
     if (field == nullptr) return false;
     const char* number = skip_spaces(field);
-    if (number < end && *number != separator) part.set(&report->time, decimal(number));
+    if (number >= end || *number == separator) return false;
+    part.set(&report->time, decimal(number));
     report->fields |= part.bit;
     field = strchr(field, separator);
     if (field != nullptr) field++;

@@ -8,8 +8,8 @@
 
 namespace brio::parse {
 
-// Fields that were there, in the order in which both reports are read. An empty field is there and leaves its
-// value at all ones.
+// Fields that were there, in the order in which both reports are read. An empty time zone or daylight-saving
+// value is there and leaves its value at all ones; an empty part of date or time is missing.
 enum TimeField : uint32_t {
   kTimeYear = 1u << 0,
   kTimeMonth = 1u << 1,
@@ -38,7 +38,7 @@ struct TimeReport {
   const char* dst;
   const char* rest;   // what stood behind the first field when parsing stopped there
   const char* date;   // without its opening quote; valid with kTimeYear
-  const char* clock;  // with its closing quote; valid with kTimeHour
+  const char* clock;  // with its closing quote; null when the line ended before it
 };
 
 // Text behind "+CTZV:" or "+CIEV:", cut at its commas.
