@@ -41,6 +41,7 @@ struct CurrentRequest {
   recv_func callback;
   void* user_data;
   uint16_t user_value;
+  bool filled;  // the callback ran on this request's own answer and returned 0
 };
 
 // Serialises blpkt_init and blpkt_shutdown; guards s_event_thread and s_event_thread_running. Taken first.
@@ -126,6 +127,7 @@ void prv_convert_and_queue_resp_packet(const ATResponse* response) {
       status = BLPKT_STATUS_ERROR;
     } else if (s_request.callback != nullptr && !pktio_answer_is_late()) {
       status = s_request.callback(response, s_request.user_data, s_request.user_value);
+      s_request.filled = status == BLPKT_STATUS_SUCCESS;
     }
     BLIB_D(BRIO_LOG_REQUEST, "D blib:%s:%d:prv_convert_and_queue_resp_packet %d\n", BLIB_HERE,
            static_cast<int>(status));
@@ -172,6 +174,12 @@ void prv_end_request() {
   s_request_waits = false;
 }
 
+// Whether a success of the current request is its own: a record that nobody filled never counts as one.
+bool prv_success_is_own() {
+  MutexGuard lock(s_response_mutex);
+  return s_request.callback == nullptr || s_request.filled;
+}
+
 // Waits for the status of the command just sent. Caller holds the send mutex.
 uint32_t prv_await_response(const char* command, int32_t timeout_seconds) {
   int32_t response = 0;
@@ -186,10 +194,12 @@ uint32_t prv_await_response(const char* command, int32_t timeout_seconds) {
     return BLPKT_STATUS_ERROR;
   }
   uint32_t status = static_cast<uint32_t>(response);
+  if (status == BLPKT_STATUS_SUCCESS && !prv_success_is_own()) status = BLPKT_STATUS_ERROR;
   if (status == BLPKT_STATUS_SCAN_ABORTED) {
     BLIB_I("I blib:%s:%d:blpkt_recv::Aborting the manual nw scan\n", BLIB_HERE);
   } else if (status != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("E blib:%s:%d:blpkt_recv:status=%d:error in AT cmd %s resp\n", BLIB_HERE, response, command);
+    BLIB_E("E blib:%s:%d:blpkt_recv:status=%d:error in AT cmd %s resp\n", BLIB_HERE, static_cast<int>(status),
+           command);
   }
   return status;
 }
@@ -317,8 +327,8 @@ uint32_t blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t
   MutexGuard send_lock(s_send_mutex);
   const char* shown = command != nullptr ? command : "";
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:>>>>>Start sending [%s]<<<<<\n", BLIB_HERE, shown);
-  uint32_t status =
-      prv_send_and_await(command, type, response_prefix, {callback, user_data, user_value}, timeout_seconds);
+  uint32_t status = prv_send_and_await(command, type, response_prefix,
+                                       {callback, user_data, user_value, false}, timeout_seconds);
   // From here on a late answer is discarded, and no callback runs for it.
   pktio_reset_command();
   prv_end_request();
