@@ -13,6 +13,7 @@ constexpr int kUsage = 2;  // exit status for wrong arguments
 // Takes the arguments. False when there is nothing left to do: help was asked for, or an argument is wrong.
 // Then `status` is how the program ends.
 inline bool parse(CLI::App& app, int argc, char** argv, int* status) {
+  app.set_version_flag("--version", app.get_name() + " " BRIO_VERSION);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& wrong) {

@@ -26,10 +26,8 @@ bool readable(const std::string& path) {
 // matches.
 void load_ipc_library() {
   if (dlopen("libnipc.so.1", RTLD_NOW | RTLD_GLOBAL) != nullptr) return;
-  for (const std::string& path : {program_directory() + "/../" BRIOCTL_LIBDIR "/brio_module/libnipc.so.1",
-                                  std::string(BRIOCTL_BUILD_NIPC)}) {
-    if (readable(path) && dlopen(path.c_str(), RTLD_NOW | RTLD_GLOBAL) != nullptr) return;
-  }
+  dlopen((program_directory() + "/../" BRIOCTL_LIBDIR "/brio_module/libnipc.so.1").c_str(),
+         RTLD_NOW | RTLD_GLOBAL);
 }
 
 }  // namespace
@@ -39,10 +37,8 @@ void Library::load(const std::string& wanted) {
   if (!wanted.empty()) {
     candidates.push_back(wanted);
   } else {
-    for (const std::string& near : {program_directory() + "/../" BRIOCTL_LIBDIR "/libbrio_module.so.1",
-                                    std::string(BRIOCTL_BUILD_LIBRARY)}) {
-      if (readable(near)) candidates.push_back(near);
-    }
+    const std::string near = program_directory() + "/../" BRIOCTL_LIBDIR "/libbrio_module.so.1";
+    if (readable(near)) candidates.push_back(near);
     candidates.push_back("libbrio_module.so.1");
   }
   load_ipc_library();

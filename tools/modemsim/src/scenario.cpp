@@ -478,12 +478,9 @@ std::string find_scenario(const std::string& name) {
   std::error_code failed;
   if (fs::is_regular_file(name, failed)) return name;
   const fs::path program = fs::read_symlink("/proc/self/exe", failed);
-  // Beside the installed program, else in the source tree that it was built from.
-  for (const fs::path& folder :
-       {program.parent_path().parent_path() / MODEMSIM_SCENARIOS, fs::path(MODEMSIM_BUILD_SCENARIOS)}) {
-    for (const fs::path& path : {folder / name, folder / (name + ".toml")}) {
-      if (fs::is_regular_file(path, failed)) return path.string();
-    }
+  const fs::path folder = program.parent_path().parent_path() / MODEMSIM_SCENARIOS;
+  for (const fs::path& path : {folder / name, folder / (name + ".toml")}) {
+    if (fs::is_regular_file(path, failed)) return path.string();
   }
   return "";
 }
