@@ -34,7 +34,6 @@ enum UrcGroup : uint32_t { kBarsReportsOn = 3, kBarsReportsOff = 4 };
 // Last answer to a poll. Every value is cut to 8 bits, also a negative one: this is meant, unlike in an
 // unsolicited report.
 struct BarsReply {
-  uint8_t mode;
   uint8_t rat;
   uint8_t rssi;
   uint8_t ecno;
@@ -53,10 +52,6 @@ uint8_t s_cached_valid;
 pthread_mutex_t s_bars_mutex = PTHREAD_MUTEX_INITIALIZER;
 uint32_t s_need_clear_sms = 255;
 
-void prv_take_byte(const brio::parse::BarsReport& report, uint32_t field, int32_t value, uint8_t* out) {
-  if ((report.fields & field) != 0) *out = static_cast<uint8_t>(value);
-}
-
 uint32_t recv_func_at_req_get_bars(const ATResponse* response, void* data, uint16_t /*user_value*/) {
   char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
@@ -73,12 +68,11 @@ uint32_t recv_func_at_req_get_bars(const ATResponse* response, void* data, uint1
     BLIB_E("E blib:%s:%d:recv_func_at_req_get_bars:data is invalid:\n", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
-  brio::parse::BarsReport report = brio::parse::parse_bars_answer(line);
-  prv_take_byte(report, brio::parse::kBarsMode, report.mode, &reply->mode);
-  prv_take_byte(report, brio::parse::kBarsRat, report.rat, &reply->rat);
-  prv_take_byte(report, brio::parse::kBarsBars, report.bars, &reply->bars);
-  prv_take_byte(report, brio::parse::kBarsRssi, report.rssi, &reply->rssi);
-  prv_take_byte(report, brio::parse::kBarsEcno, report.ecno, &reply->ecno);
+  const brio::parse::BarsReport report = brio::parse::parse_bars(line, true);
+  if (report.rat) reply->rat = static_cast<uint8_t>(*report.rat);
+  if (report.bars) reply->bars = static_cast<uint8_t>(*report.bars);
+  if (report.rssi) reply->rssi = static_cast<uint8_t>(*report.rssi);
+  if (report.ecno) reply->ecno = static_cast<uint8_t>(*report.ecno);
   return BRIO_STATUS_OK;
 }
 
@@ -190,14 +184,12 @@ void briolib_parse_gtbars(char* payload) {
     return;
   }
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:gtbars: %s\n", BLIB_HERE, payload);
-  brio::parse::BarsReport report = brio::parse::parse_bars_report(payload);
-  if ((report.fields & brio::parse::kBarsRat) != 0) {
-    BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:gtbars urc rat[%d]\n", BLIB_HERE, report.rat);
-  }
+  const brio::parse::BarsReport report = brio::parse::parse_bars(payload, false);
+  if (report.rat) BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:gtbars urc rat[%d]\n", BLIB_HERE, *report.rat);
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  if ((report.fields & brio::parse::kBarsBars) != 0) data.bars = static_cast<uint8_t>(report.bars);
-  if ((report.fields & brio::parse::kBarsRssi) != 0) data.signal_a = static_cast<uint32_t>(report.rssi);
-  if ((report.fields & brio::parse::kBarsEcno) != 0) data.signal_b = static_cast<uint32_t>(report.ecno);
+  if (report.bars) data.bars = static_cast<uint8_t>(*report.bars);
+  if (report.rssi) data.signal_a = static_cast<uint32_t>(*report.rssi);
+  if (report.ecno) data.signal_b = static_cast<uint32_t>(*report.ecno);
   if (data.bars != previous) {
     int32_t bars = data.bars;
     briolib_exec_event_callback(BRIO_EVENT_BARS_CHANGED, sizeof(bars), &bars);

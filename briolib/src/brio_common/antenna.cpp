@@ -49,11 +49,11 @@ void briolib_parse_bas_status(char* payload, bas_status* record) {
   }
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:bas_data_p: %s", BLIB_HERE, payload);
   bool is_answer = record != nullptr;
-  brio::parse::BasReport report = brio::parse::parse_bas(payload, is_answer);
+  const brio::parse::BasReport report = brio::parse::parse_bas(payload, is_answer);
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  if ((report.fields & brio::parse::kBasValueA) != 0) data.bas_value_a = report.value_a;
-  if ((report.fields & brio::parse::kBasValueB) != 0) data.bas_value_b = report.value_b;
-  if ((report.fields & brio::parse::kBasAntenna) != 0) data.curr_lte_ant = report.antenna;
+  if (report.value_a) data.bas_value_a = *report.value_a;
+  if (report.value_b) data.bas_value_b = *report.value_b;
+  if (report.antenna) data.curr_lte_ant = *report.antenna;
 
   // Answers and reports name the swapped antenna differently; this is meant.
   if (data.curr_lte_ant == (is_answer ? 1 : 0)) {

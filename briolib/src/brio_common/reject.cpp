@@ -64,30 +64,29 @@ void prv_log_value(const char* name, int value) {
 }  // namespace
 
 void briolib_parse_gtotareject(char* payload) {
-  using namespace brio::parse;
   if (payload == nullptr || strlen(payload) <= kPayloadTooShort) {
     BLIB_E("E blib:%s:%d:briolib_parse_gtotareject:URC payload is invalid:", BLIB_HERE);
     return;
   }
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:gtotareject: %s", BLIB_HERE, payload);
-  RejectReport report = parse_reject(payload);
-  if ((report.fields & kRejectProcedure) == 0) return;
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTOTAREJECT: PROCEDURE[%d]", BLIB_HERE, report.procedure);
-  const RejectPlace* place = prv_find_place(report.procedure);
+  const brio::parse::RejectReport report = brio::parse::parse_reject(payload);
+  if (!report.procedure) return;
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTOTAREJECT: PROCEDURE[%d]", BLIB_HERE, *report.procedure);
+  const RejectPlace* place = prv_find_place(*report.procedure);
   if (place == nullptr) return;
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  if ((report.fields & kRejectCause) != 0) {
-    data.reject_bytes[place->cause_byte] = report.cause;
-    prv_log_value(place->cause_name, report.cause);
-    prv_briolib_check_fatal_reject(report.procedure, report.cause);
+  if (report.cause) {
+    data.reject_bytes[place->cause_byte] = *report.cause;
+    prv_log_value(place->cause_name, *report.cause);
+    prv_briolib_check_fatal_reject(*report.procedure, *report.cause);
   }
-  if ((report.fields & kRejectMcc) != 0) {
-    data.reject_words[place->mcc_word] = report.mcc;
-    prv_log_value(place->mcc_name, report.mcc);
+  if (report.mcc) {
+    data.reject_words[place->mcc_word] = *report.mcc;
+    prv_log_value(place->mcc_name, *report.mcc);
   }
-  if ((report.fields & kRejectMnc) != 0) {
-    data.reject_words[place->mnc_word] = report.mnc;
-    prv_log_value(place->mnc_name, report.mnc);
+  if (report.mnc) {
+    data.reject_words[place->mnc_word] = *report.mnc;
+    prv_log_value(place->mnc_name, *report.mnc);
   }
 }
 

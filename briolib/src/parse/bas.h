@@ -4,18 +4,17 @@
 
 #include <stdint.h>
 
+#include <optional>
+
 namespace brio::parse {
 
-enum BasField : uint32_t { kBasValueA = 1u << 0, kBasValueB = 1u << 1, kBasAntenna = 1u << 2 };
-
 struct BasReport {
-  uint32_t fields;   // BasField bits of the fields that were there and not empty
-  uint16_t value_a;  // divided by 16, two's complement
-  uint16_t value_b;
-  uint8_t antenna;
+  std::optional<uint16_t> value_a;  // divided by 16, two's complement
+  std::optional<uint16_t> value_b;
+  std::optional<uint8_t> antenna;
 };
 
-// The line "+BAS: ..." (`is_answer`) or the text behind "+BASURC:"; cut up in place.
+// The line "+BAS: ..." (`is_answer`) or the text after "+BASURC:"; cut up in place.
 BasReport parse_bas(char* text, bool is_answer);
 
 }  // namespace brio::parse

@@ -1,41 +1,19 @@
 #include "parse/reject.h"
 
-#include "base/text.h"
+#include "base/fields.h"
 
 namespace brio::parse {
 
 // +GTOTAREJECT: 1,5,7,310,410
 //               0 not examined  1 procedure  2 cause  3 mcc  4 mnc
 RejectReport parse_reject(char* payload) {
-  RejectReport report = {};
-  char* cursor = payload;
-  for (int place = 0; place <= 4; place++) {
-    const char* token = next_field(&cursor, ',');
-    if (token == nullptr) break;
-    const char* field = skip_spaces(token);
-    if (*field == '\0') continue;
-    int32_t value = decimal(field);
-    switch (place) {
-      case 1:
-        report.procedure = static_cast<uint8_t>(value);
-        report.fields |= kRejectProcedure;
-        break;
-      case 2:
-        report.cause = static_cast<uint8_t>(value);
-        report.fields |= kRejectCause;
-        break;
-      case 3:
-        report.mcc = static_cast<uint16_t>(value);
-        report.fields |= kRejectMcc;
-        break;
-      case 4:
-        report.mnc = static_cast<uint16_t>(value);
-        report.fields |= kRejectMnc;
-        break;
-      default:
-        break;
-    }
-  }
+  FieldReader fields(payload);
+  fields.next();
+  RejectReport report;
+  report.procedure = fields.byte();
+  report.cause = fields.byte();
+  report.mcc = fields.word();
+  report.mnc = fields.word();
   return report;
 }
 

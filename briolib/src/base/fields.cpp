@@ -1,0 +1,56 @@
+#include "base/fields.h"
+
+#include "base/text.h"
+
+namespace brio {
+namespace {
+
+bool prv_blank(const char* field) {
+  return field == nullptr || *skip_spaces(field) == '\0';
+}
+
+}  // namespace
+
+std::optional<int32_t> number_of(const char* field) {
+  if (prv_blank(field)) return std::nullopt;
+  return decimal(field);
+}
+
+char* FieldReader::next(char separator) {
+  return next_field(&rest_, separator);
+}
+
+const char* FieldReader::text() {
+  const char* field = next();
+  return prv_blank(field) ? nullptr : field;
+}
+
+std::optional<int32_t> FieldReader::number() {
+  return number_of(next());
+}
+
+std::optional<uint8_t> FieldReader::byte() {
+  const std::optional<int32_t> value = number();
+  if (!value) return std::nullopt;
+  return static_cast<uint8_t>(*value);
+}
+
+std::optional<uint16_t> FieldReader::word() {
+  const std::optional<int32_t> value = number();
+  if (!value) return std::nullopt;
+  return static_cast<uint16_t>(*value);
+}
+
+std::optional<uint32_t> FieldReader::hex() {
+  const char* field = text();
+  if (field == nullptr) return std::nullopt;
+  return hexadecimal(field);
+}
+
+std::optional<uint16_t> FieldReader::hex_word() {
+  const std::optional<uint32_t> value = hex();
+  if (!value) return std::nullopt;
+  return static_cast<uint16_t>(*value);
+}
+
+}  // namespace brio

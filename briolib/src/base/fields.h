@@ -1,0 +1,47 @@
+// Reads a line field by field. A parser's result holds an optional value for each field, so that a missing or
+// blank one leaves what is stored as it was:
+//
+//   FieldReader fields(payload);  // 2,1A2B,,7
+//   fields.next();                // not examined
+//   cell.lac = fields.hex_word();
+//   cell.rac = fields.hex_word();
+//
+//   if (cell.lac) data.lac = *cell.lac;
+//   if (cell.rac) data.rac = *cell.rac;
+#ifndef BRIOLIB_BASE_FIELDS_H
+#define BRIOLIB_BASE_FIELDS_H
+
+#include <stdint.h>
+
+#include <optional>
+
+namespace brio {
+
+// The decimal number at the start of a field; none for a null or blank one.
+std::optional<int32_t> number_of(const char* field);
+
+// Cuts up `text` in place. Each call takes one field.
+class FieldReader {
+ public:
+  explicit FieldReader(char* text) : rest_(text) {}
+
+  // The field as it is; null after the last one.
+  char* next(char separator = ',');
+  // What was not taken yet; null after the last field.
+  char* rest() const { return rest_; }
+
+  // The field's value; none for a missing or blank field. Numbers that do not fit keep their low bits.
+  const char* text();  // with its blanks; null for none
+  std::optional<int32_t> number();
+  std::optional<uint8_t> byte();
+  std::optional<uint16_t> word();
+  std::optional<uint32_t> hex();
+  std::optional<uint16_t> hex_word();
+
+ private:
+  char* rest_;
+};
+
+}  // namespace brio
+
+#endif
