@@ -186,8 +186,7 @@ extern "C" {
 
 uint32_t __wrap_blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t type,
                                                           const char* prefix, recv_func callback, void* data,
-                                                          uint16_t value, int32_t seconds) {
-  require(seconds >= 0);
+                                                          uint16_t value, int32_t) {
   return __wrap_blpkt_atcmd_request_with_callback(command, type, prefix, callback, data, value);
 }
 uint32_t __wrap_blpkt_init() {

@@ -169,4 +169,15 @@ void run(Input in) {
   world.check_held(held);
 }
 
+// A stored selection that waits without limit would never end its input.
+extern "C" uint32_t __real_blpkt_atcmd_request_with_callback_timeout(const char*, uint32_t, const char*,
+                                                                     recv_func, void*, uint16_t, int32_t);
+extern "C" uint32_t __wrap_blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t type,
+                                                                     const char* prefix, recv_func callback,
+                                                                     void* data, uint16_t value,
+                                                                     int32_t seconds) {
+  return __real_blpkt_atcmd_request_with_callback_timeout(command, type, prefix, callback, data, value,
+                                                          seconds < 0 ? 1 : seconds);
+}
+
 }  // namespace fuzz

@@ -8,7 +8,6 @@
 #include "base/masked.h"
 #include "brio/briolib.h"
 #include "lab/exact_text.h"
-#include "parse/manual_selection.h"
 #include "parse/modem_config.h"
 #include "parse/scan_list.h"
 #include "parse/time_report.h"
@@ -70,18 +69,6 @@ TEST(Times, AreCompleteOnlyWhole) {
     for (size_t length = 0; length + 1 < line.size(); length++) {
       EXPECT_NE(TimeOutcome::kComplete, parse(ExactText(line.substr(0, length)).get()).outcome) << length;
     }
-  }
-}
-
-TEST(ManualSelection, TimeOutsAreCutToWhatTheyMayBe) {
-  const std::pair<const char*, int32_t> cases[] = {
-      {"junk AT", 0}, {"-5 AT", 0}, {" AT", 0}, {"2147483647 AT", kManualSelectionTimeoutMax}};
-  for (const auto& [line, seconds] : cases) {
-    ExactText text(line);
-    ManualSelection selection = {77, ""};
-    ASSERT_TRUE(parse_manual_selection(text.get(), &selection)) << line;
-    EXPECT_EQ(selection.timeout_seconds, seconds) << line;
-    EXPECT_STREQ(selection.command, "AT") << line;
   }
 }
 

@@ -15,14 +15,9 @@ bool parse_manual_selection(char* line, ManualSelection* selection) {
   const char* timeout = next_field(&rest, ' ');
   if (rest == nullptr) return false;
   const char* command = next_field(&rest, '\n');
-  // Without a command there is nothing that would bring the modem back behind the de-registration.
+  // Without a command there is nothing to bring the modem back after the de-registration.
   if (*command == '\0' || strncasecmp(command, kAutomatic, sizeof(kAutomatic) - 1) == 0) return false;
   selection->timeout_seconds = decimal(timeout);
-  // A damaged file must not keep its reader from opening: a negative time-out would wait without limit.
-  if (selection->timeout_seconds < 0) selection->timeout_seconds = 0;
-  if (selection->timeout_seconds > kManualSelectionTimeoutMax) {
-    selection->timeout_seconds = kManualSelectionTimeoutMax;
-  }
   selection->command = command;
   return true;
 }

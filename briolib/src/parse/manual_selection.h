@@ -6,15 +6,12 @@
 
 namespace brio::parse {
 
-// An hour, far above what any network takes.
-inline constexpr int32_t kManualSelectionTimeoutMax = 3600;
-
 struct ManualSelection {
-  int32_t timeout_seconds;  // 0 to kManualSelectionTimeoutMax
+  int32_t timeout_seconds;  // as stored; negative waits without limit
   const char* command;      // in the line
 };
 
-// Cuts up the file's first line. False when there is nothing to replay: no blank, no command behind it, or
+// Cuts up the file's first line. False when there is nothing to replay: no blank, no command after it, or
 // automatic selection.
 bool parse_manual_selection(char* line, ManualSelection* selection);
 
