@@ -56,6 +56,12 @@ CurrentRequest s_request;
 // Whether a request waits, and whether the read thread has gone; under the response mutex.
 bool s_request_waits;
 bool s_channel_lost;
+// The response queue's one slot is in use: from the moment in which a status is queued until the request that
+// takes it has ended, so that an abort and an answer that meet leave one status. Under the response mutex.
+bool s_slot_in_use;
+// The command whose request returned last without a status. Its late answer still brings one; that of any
+// other command that is over is dropped. Under the response mutex.
+uint32_t s_unanswered_command;
 // Written under the send and the response mutex, read under either.
 queue* s_response_queue;
 // Set before the event thread and the read thread start and cleared when both are gone.
@@ -97,8 +103,12 @@ void* prv_event_thread(void*) {
 
 // Queues a status without waking the requester. Caller holds the response mutex.
 bool prv_queue_response(int32_t status) {
-  uint32_t result = brio::queue_put(s_response_queue, &status, sizeof(status));
-  if (result == Q_OK) return true;
+  uint32_t result = Q_FULL;
+  if (!s_slot_in_use) result = brio::queue_put(s_response_queue, &status, sizeof(status));
+  if (result == Q_OK) {
+    s_slot_in_use = true;
+    return true;
+  }
   BLIB_E("E blib:%s:%d:qresp:status=%d:can't queue response\n", BLIB_HERE, static_cast<int>(result));
   return false;
 }
@@ -120,12 +130,15 @@ void prv_convert_and_queue_resp_packet(const ATResponse* response) {
   queue* queued = nullptr;
   {
     MutexGuard lock(s_response_mutex);
+    uint32_t command = 0;
+    const bool late = pktio_answer_is_late(&command);
+    if (late && command != s_unanswered_command) return;  // its request has had its status, an abort's
     uint32_t status = BLPKT_STATUS_SUCCESS;
     if (response->status != 0) {
       BLIB_E("E blib:%s:%d:blpktstat:AT_err_string:%s:\n", BLIB_HERE,
              response->final_response != nullptr ? response->final_response : "");
       status = BLPKT_STATUS_ERROR;
-    } else if (s_request.callback != nullptr && !pktio_answer_is_late()) {
+    } else if (s_request.callback != nullptr && !late && !s_slot_in_use) {
       status = s_request.callback(response, s_request.user_data, s_request.user_value);
       s_request.filled = status == BLPKT_STATUS_SUCCESS;
     }
@@ -168,8 +181,15 @@ bool prv_begin_request(const CurrentRequest& request) {
   return !s_channel_lost;
 }
 
-void prv_end_request() {
+// From here on a late answer is discarded, and no callback runs for it.
+void prv_end_request(bool has_taken_status) {
   MutexGuard lock(s_response_mutex);
+  const uint32_t command = pktio_reset_command();
+  if (has_taken_status) {
+    s_slot_in_use = false;
+  } else {
+    s_unanswered_command = command;
+  }
   s_request = {};
   s_request_waits = false;
 }
@@ -181,9 +201,10 @@ bool prv_success_is_own() {
 }
 
 // Waits for the status of the command just sent. Caller holds the send mutex.
-uint32_t prv_await_response(const char* command, int32_t timeout_seconds) {
+uint32_t prv_await_response(const char* command, int32_t timeout_seconds, bool* has_taken_status) {
   int32_t response = 0;
   uint32_t result = q_get(s_response_queue, &response, sizeof(response), timeout_seconds);
+  *has_taken_status = result == Q_OK;
   if (result == Q_TIMEOUT) {
     BLIB_E("E blib:%s:%d:blpkt_recv:status=%d:AT cmd %s timed out\n", BLIB_HERE, BLPKT_STATUS_TIMEOUT,
            command);
@@ -212,13 +233,17 @@ uint32_t prv_send_and_await(const char* command, uint32_t type, const char* resp
     return BLPKT_STATUS_BAD_REQUEST;
   }
   bool channel_lost = !prv_begin_request(request);
+  uint32_t status = BLPKT_STATUS_ERROR;
+  bool has_taken_status = false;
   if (pktio_at_send_cmd(command, type, response_prefix) != 0 || channel_lost) {
     BLIB_E("E blib:%s:%d:blpkt_send::can't send req packet\n", BLIB_HERE);
-    return BLPKT_STATUS_ERROR;
+  } else {
+    // The response queue is not flushed on purpose: a status that was queued while its own request already
+    // timed out, or an abort without a request, is what this request receives.
+    status = prv_await_response(command, timeout_seconds, &has_taken_status);
   }
-  // The response queue is not flushed on purpose: a status that was queued while its own request already
-  // timed out, or an abort without a request, is what this request receives.
-  return prv_await_response(command, timeout_seconds);
+  prv_end_request(has_taken_status);
+  return status;
 }
 
 // Caller holds the lifecycle mutex. False when something could not be made.
@@ -242,6 +267,7 @@ bool prv_start() {
     MutexGuard send_lock(s_send_mutex);
     MutexGuard response_lock(s_response_mutex);
     s_response_queue = response_queue;
+    s_slot_in_use = false;
     s_channel_lost = false;
   }
   int err = pthread_create(&s_event_thread, nullptr, prv_event_thread, nullptr);
@@ -271,6 +297,7 @@ void prv_tear_down() {
     MutexGuard response_lock(s_response_mutex);
     q_destroy(s_response_queue);
     s_response_queue = nullptr;
+    s_slot_in_use = false;
   }
   q_destroy(s_event_queue);
   s_event_queue = nullptr;
@@ -329,9 +356,6 @@ uint32_t blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:>>>>>Start sending [%s]<<<<<\n", BLIB_HERE, shown);
   uint32_t status = prv_send_and_await(command, type, response_prefix,
                                        {callback, user_data, user_value, false}, timeout_seconds);
-  // From here on a late answer is discarded, and no callback runs for it.
-  pktio_reset_command();
-  prv_end_request();
   BLIB_D(BRIO_LOG_REQUEST, "D blib:%s:%d:<<<<<Exit sending [%s] ret[%d]>>>>>\n", BLIB_HERE, shown,
          static_cast<int>(status));
   return status;

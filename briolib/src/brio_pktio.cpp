@@ -388,24 +388,27 @@ bool prv_write_whole(const Ports& ports, const char* bytes, size_t length) {
   return written == static_cast<ssize_t>(length);
 }
 
-void prv_set_command(uint32_t type, const char* prefix) {
+// The number of the command before.
+uint32_t prv_set_command(uint32_t type, const char* prefix) {
   MutexGuard lock(s_command_mutex);
-  s_command.serial++;
+  const uint32_t before = s_command.serial++;
   s_command.type = type;
   s_command.has_prefix = prefix != nullptr;
   size_t length = prefix != nullptr ? strnlen(prefix, sizeof(s_command.prefix) - 1) : 0;
   memcpy(s_command.prefix, prefix != nullptr ? prefix : "", length);
   s_command.prefix[length] = '\0';
+  return before;
 }
 
 }  // namespace
 
-void pktio_reset_command() {
-  prv_set_command(NO_COMMAND, nullptr);
+uint32_t pktio_reset_command() {
+  return prv_set_command(NO_COMMAND, nullptr);
 }
 
-bool pktio_answer_is_late() {
+bool pktio_answer_is_late(uint32_t* command) {
   if (!t_delivers_answer) return false;
+  *command = s_response_serial;
   MutexGuard lock(s_command_mutex);
   return s_response_serial != s_command.serial;
 }

@@ -258,6 +258,47 @@ TEST_F(Channel, RequestWaitsForItsRunningCallback) {
   EXPECT_EQ(request("AT"), 6u) << "nothing is flushed: what the first one no longer took";
 }
 
+// An abort and an answer that meet are one status, of whichever came first. The other one runs no callback
+// and waits for no later request.
+TEST_F(Channel, AbortAndAnswerThatMeetAreOneStatus) {
+  static std::atomic<bool> s_held, s_pass, s_passed;
+  start([](uint32_t kind, void* data, void* context) {
+    s_held = true;
+    while (!s_pass) std::this_thread::yield();
+    blpkt_handle_packet(kind, data, context);
+    s_passed = true;
+  });
+  const auto pass = [] {
+    s_pass = true;
+    EXPECT_TRUE(eventually([] { return s_passed.load(); }));
+  };
+  const auto next_has_its_own_answer = [] {
+    std::string line;
+    EXPECT_EQ(request("AT+B", copy_line, &line), 0u);
+    EXPECT_EQ(line, "+X: 2");
+  };
+  answer("AT+A", "+X: 1\r\nOK\r\n");
+  answer("AT+B", "+X: 2\r\nOK\r\n");
+  for (const bool over : {false, true}) {
+    s_held = s_pass = s_passed = false;
+    // The aborted request has its status and is still under way.
+    log_capture::on_line("Aborting the manual nw scan", [&] { over ? void() : pass(); });
+    std::string line = "untouched";
+    auto aborted = std::async(std::launch::async, request, "AT+A", copy_line, &line, 20);
+    ASSERT_TRUE(eventually([] { return s_held.load(); }));
+    EXPECT_EQ(blpkt_abort_manual_nw_scan(), 8u);
+    EXPECT_EQ(aborted.get(), 8u);
+    if (over) pass();
+    EXPECT_EQ(line, "untouched");
+    next_has_its_own_answer();
+  }
+  log_capture::on_line("blpkt_recv:status=5", [] { EXPECT_EQ(blpkt_abort_manual_nw_scan(), 2u); });
+  const recv_func refuse = [](const ATResponse*, void*, uint16_t) -> uint32_t { return 5; };
+  EXPECT_EQ(request("AT+A", refuse), 5u);
+  EXPECT_TRUE(log_capture::has("can't queue response"));
+  next_has_its_own_answer();
+}
+
 // The request's time-out and the answer meet a thousand times. Once a request has returned, its reply record
 // is the caller's again: whoever writes into it then is caught by the check below and by the sanitizers.
 TEST_F(Channel, LateAnswersNeverTouchTheCallersMemory) {

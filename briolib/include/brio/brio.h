@@ -71,15 +71,19 @@ BRIO_API uint32_t brio_atcmd_enable_urc(uint32_t mode);
 /*
  * Scans for operators ("AT+COPS=?", up to 300 s) after de-registering. `buffer` receives a NUL-terminated
  * list of entries "stat,mcc,mnc,rat,\"\",long name,short name;" (stat 0 unknown, 1 available, 2 current), at
- * most `size` bytes with the NUL and at most 31 entries; it stays untouched when no entry fits. Entries that
- * do not fit are left out with a log line. 0; 6 for a null buffer; 4, also when nothing valid was found; 5
- * after 300 s (80 s more when the de-registration is not answered); 8 when aborted.
+ * most `size` bytes with the NUL and at most 31 entries; it stays untouched when no entry fits and when the
+ * status is not 0. Entries that do not fit are left out with a log line. 0; 6 for a null buffer; 4, also when
+ * nothing valid was found; 5 after 300 s (80 s more when the de-registration is not answered); 8 when
+ * aborted.
  */
 BRIO_API uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size);
 /* Sends "^" to stop the modem's search, once no request is outstanding any more: release a waiting scan
  * first. 0 or request failures. */
 BRIO_API uint32_t brio_atcmd_scan_abort(void);
-/* Releases a scan that waits for its answer: 8 when released, 4 when it could not be. Any thread. */
+/*
+ * Releases a scan that waits for its answer: 8 when released, and the scan returns 8, too; 4 when it could
+ * not be, since its answer came first. Without a request that waits, the next one is released. Any thread.
+ */
 BRIO_API uint32_t brio_abort_manual_nw_scan(void);
 /* Automatic network selection ("AT+COPS=0"). 0 or request failures. */
 BRIO_API uint32_t brio_atcmd_set_auto_mode(void);

@@ -258,8 +258,8 @@ BRIO_API uint32_t blpkt_atcmd_request_with_callback_timeout(const char* command,
 BRIO_API uint32_t blpkt_atcmd_request_with_callback(const char* command, uint32_t type,
                                                     const char* response_prefix, recv_func callback,
                                                     void* user_data, uint16_t user_value);
-/* Queues the status 8 for the waiting request, or for the next one when none waits: 8, or 2 when the queue
- * refused. Any thread. */
+/* Queues the status 8 for the waiting request, or for the next one when none waits: 8, or 2 when there is a
+ * status already, the answer's or an earlier abort's. Any thread. */
 BRIO_API uint32_t blpkt_abort_manual_nw_scan(void);
 /* Lock and unlock the send mutex; the result of the lock call. */
 BRIO_API uint32_t blpkt_acquire_send_mutex(void);

@@ -36,10 +36,14 @@ struct CurrentNetwork {
 constexpr CurrentNetwork kUnknownNetwork = {"F", BRIO_PLMN_UNKNOWN, BRIO_PLMN_UNKNOWN};
 CurrentNetwork s_current_network = kUnknownNetwork;  // guarded by the URC-data mutex
 
-// The caller's buffer. Only what was written there is ever read.
+// An answer's list with its NUL: at most the characters of its line, and what each entry is written with.
+constexpr size_t kEntryExtra = 12;
+constexpr size_t kScanTextSize = BRIO_LINE_DATA_MAX + kScanEntriesMax * kEntryExtra + 1;
+
+// The list, until the request has succeeded: the caller's buffer is written for a scan that returns 0 only.
 struct ScanTarget {
-  char* buffer;
-  size_t used;  // length of the text; 0 while the buffer is untouched
+  char text[kScanTextSize];
+  size_t used;  // length of the text; 0: no entry fitted
 };
 
 // Access technologies of a registration in the three families that a scan tells apart.
@@ -130,21 +134,23 @@ void prv_list_entries(const ScanEntry* entries, size_t count) {
   }
 }
 
+// `size` is that of the caller's buffer.
 void prv_briolib_ms_fill_buffer(const ScanEntry* entries, size_t count, ScanTarget* target, size_t size) {
+  if (size > sizeof(target->text)) size = sizeof(target->text);
   for (size_t i = 0; i < count; i++) {
     if (entries[i].stat == nullptr) continue;  // the cleared last entry
-    if (!brio::parse::append_scan_entry(entries[i], target->buffer, size, &target->used)) {
+    if (!brio::parse::append_scan_entry(entries[i], target->text, size, &target->used)) {
       BLIB_E("E blib:%s:%d:%s::Scan Buffer Full", BLIB_HERE, "prv_briolib_ms_fill_buffer");
       return;
     }
   }
 }
 
-// Read thread. `size` is the size of the target's buffer.
+// Read thread. `size` is the size of the caller's buffer.
 uint32_t recv_func_prv_briolib_parse_scan_results(const ATResponse* response, void* user_data,
                                                   uint16_t size) {
   auto* target = static_cast<ScanTarget*>(user_data);
-  if (target == nullptr || target->buffer == nullptr) {
+  if (target == nullptr) {
     BLIB_E("E blib:%s:%d:recv_func_prv_briolib_parse_scan_results::Data ptr NULL", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
@@ -212,24 +218,30 @@ uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size) {
   if (status > BLPKT_STATUS_TIMEOUT) return briolib_translate_status(status, 0);
   if (status == BLPKT_STATUS_TIMEOUT) {
     // A modem that was cut off may echo again.
-    prv_send("ATE0", NUMERIC, kEchoTimeoutSeconds);
+    status = prv_send("ATE0", NUMERIC, kEchoTimeoutSeconds);
+    if (status == BLPKT_STATUS_SCAN_ABORTED) return briolib_translate_status(status, 0);
     brio::sleep_seconds(1);
   }
 
-  ScanTarget target = {buffer, 0};
+  ScanTarget target;
+  target.used = 0;
   status = blpkt_atcmd_request_with_callback_timeout("AT+COPS=?", SINGLELINE, "+COPS",
                                                      recv_func_prv_briolib_parse_scan_results, &target, size,
                                                      kScanTimeoutSeconds);
   if (status == BLPKT_STATUS_TIMEOUT) prv_send("ATE0", NUMERIC, kEchoTimeoutSeconds);
-  if (status == BLPKT_STATUS_SUCCESS && target.used > 0) {
-    UrcDataLock lock;
-    const CurrentNetwork& current = s_current_network;
-    if (strcmp(current.rat, kUnknownRat) != 0) {
-      brio::parse::mark_current_network(buffer, current.mcc, current.mnc, current.rat);
+  const bool filled = status == BLPKT_STATUS_SUCCESS && target.used > 0;
+  if (filled) {
+    {
+      UrcDataLock lock;
+      const CurrentNetwork& current = s_current_network;
+      if (strcmp(current.rat, kUnknownRat) != 0) {
+        brio::parse::mark_current_network(target.text, current.mcc, current.mnc, current.rat);
+      }
     }
+    memcpy(buffer, target.text, target.used + 1);
   }
   status = briolib_translate_status(status, 0);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Filled Scan Buffer %s", BLIB_HERE, target.used > 0 ? buffer : "");
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Filled Scan Buffer %s", BLIB_HERE, filled ? buffer : "");
   return status;
 }
 

@@ -112,10 +112,15 @@ BRIO_API uint32_t wabs_exit_611_logging(void);
 
 /*
  * Scans for operators, up to 380 s; the format is brio_atcmd_scan_network's. Lengths above 65,535 count as
- * 65,535. 0, 1, 2, 14 (another thread is scanning, or time-out) or 15 (aborted).
+ * 65,535. 0, 1, 2, 14 (another thread is scanning, or time-out) or 15 (aborted). The buffer is written only
+ * when the status is 0.
  */
 BRIO_API uint32_t wabs_do_manual_nw_scan(char* buffer, uint32_t length);
-/* Releases a scan that waits (from another thread). 15 when released, 0, 1 or 2. */
+/*
+ * Releases a scan that waits (from another thread): 15, and the scan returns 15, too. 0, 1 or 2; also 2 when
+ * the modem's answer came first: the scan then returns what that says. Without a request that waits, the next
+ * one is released: only call it while a scan runs.
+ */
 BRIO_API uint32_t wabs_abort_manual_nw_scan(void);
 /* Automatic network selection. 0, 1 or 2. */
 BRIO_API uint32_t wabs_set_auto_mode(void);

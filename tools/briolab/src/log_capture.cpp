@@ -10,9 +10,11 @@
 
 namespace {
 
-std::mutex s_mutex;  // guards s_lines
+std::mutex s_mutex;  // guards all of these
 std::condition_variable s_changed;
 std::vector<log_capture::Line> s_lines;
+std::string s_hooked;  // what the line holds on which s_hook runs
+std::function<void()> s_hook;
 
 size_t count_locked(const std::string& part) {
   size_t found = 0;
@@ -28,9 +30,14 @@ void capture(int priority, const char* format, va_list arguments) {
   std::string text(length > 0 ? static_cast<size_t>(length) + 1 : 1, '\0');
   vsnprintf(&text[0], text.size(), format, arguments);
   text.pop_back();
-  std::lock_guard<std::mutex> lock(s_mutex);
-  s_lines.push_back({priority, std::move(text), std::this_thread::get_id()});
-  s_changed.notify_all();
+  std::function<void()> hook;
+  {
+    std::lock_guard<std::mutex> lock(s_mutex);
+    if (s_hook && text.find(s_hooked) != std::string::npos) hook.swap(s_hook);
+    s_lines.push_back({priority, std::move(text), std::this_thread::get_id()});
+    s_changed.notify_all();
+  }
+  if (hook) hook();
 }
 
 }  // namespace
@@ -81,6 +88,12 @@ std::vector<Line> take() {
 bool has(const std::string& part) {
   std::lock_guard<std::mutex> lock(s_mutex);
   return count_locked(part) > 0;
+}
+
+void on_line(const std::string& part, std::function<void()> hook) {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  s_hooked = part;
+  s_hook = std::move(hook);
 }
 
 bool wait_for(const std::string& part, size_t times) {

@@ -2,6 +2,7 @@
 #ifndef LAB_LOG_CAPTURE_H
 #define LAB_LOG_CAPTURE_H
 
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,6 +22,8 @@ std::vector<Line> take();  // and clears
 bool has(const std::string& part);
 // Waits up to ten seconds until `part` was logged at least `times` times.
 bool wait_for(const std::string& part, size_t times = 1);
+// Runs `hook` on the thread that logs the next line that holds `part`, once, before it goes on.
+void on_line(const std::string& part, std::function<void()> hook);
 
 }  // namespace log_capture
 
