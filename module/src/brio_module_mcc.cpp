@@ -156,15 +156,15 @@ void prv_update_mnc(const char* updated, uint32_t* mnc) {
 }  // namespace
 
 uint32_t wabs_get_mcc_mnc(uint32_t* mcc, uint32_t* mnc) {
-  MODULE_FLOW();
-  if (mcc == nullptr || mnc == nullptr) return WABS_STATUS_NULL_POINTER;
+  MODULE_ENTER();
+  if (mcc == nullptr || mnc == nullptr) MODULE_RETURN(WABS_STATUS_NULL_POINTER);
   MODULE_D(WABS_LOG_FLOW, "D brio:getting mcc and mnc to see if it has changed (%s:%s:%d)");
 
   if (brio::relaxed_load(g_module.mcc_mnc_refresh) == 0) {
     *mcc = prv_number(s_cached.mcc);
     *mnc = prv_number(s_cached.mnc);
     MODULE_D(WABS_LOG_VALUE, "D brio:CACHED MCC/MNC=%d-%d (%s:%s:%d)", *mcc, *mnc);
-    return WABS_STATUS_OK;
+    MODULE_RETURN(WABS_STATUS_OK);
   }
 
   // Cleared before the library is asked: a change that comes in between asks again.
@@ -174,18 +174,18 @@ uint32_t wabs_get_mcc_mnc(uint32_t* mcc, uint32_t* mnc) {
   if (status != BRIO_STATUS_OK) {
     brio::relaxed_store(g_module.mcc_mnc_refresh, 1u);
     log_get_error("mcc_mnc", status);
-    return WABS_STATUS_LIBRARY_FAILURE;
+    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   }
   PlmnTexts updated;
   memcpy(&updated, texts, sizeof(updated));
   prv_update_mcc(updated.mcc, mcc);
   prv_update_mnc(updated.mnc, mnc);
-  return WABS_STATUS_OK;
+  MODULE_RETURN(WABS_STATUS_OK);
 }
 
 uint32_t wabs_get_hplmn_mcc_mnc(uint32_t* mcc, uint32_t* mnc) {
-  MODULE_FLOW();
-  if (mcc == nullptr || mnc == nullptr) return WABS_STATUS_NULL_POINTER;
+  MODULE_ENTER();
+  if (mcc == nullptr || mnc == nullptr) MODULE_RETURN(WABS_STATUS_NULL_POINTER);
   MODULE_D(WABS_LOG_FLOW, "D brio:getting HPLMN mcc and mnc (%s:%s:%d)");
 
   uint32_t result = WABS_STATUS_OK;
@@ -206,5 +206,5 @@ uint32_t wabs_get_hplmn_mcc_mnc(uint32_t* mcc, uint32_t* mnc) {
     *mnc = s_home_mnc;
   }
   MODULE_D(WABS_LOG_FLOW, "D brio:HPLMN mcc[%d] mnc[%d] (%s:%s:%d)", s_home_mcc, s_home_mnc);
-  return result;
+  MODULE_RETURN(result);
 }

@@ -17,12 +17,9 @@ void log_get_error(const char* parameter, uint32_t status) {
   MODULE_E("E brio:get:param=%s,error=%d:can't get parameter", parameter, status);
 }
 
-void FlowLines::write(bool entering) const {
-  if (entering) {
-    MODULE_LINE(WABS_LOG_FLOW, LOG_DEBUG, "D def:Enter (%s:%s:%d)", function_, kSourceFile, line_);
-  } else {
-    MODULE_LINE(WABS_LOG_FLOW, LOG_DEBUG, "D def:Return (%s:%s:%d)", function_, kSourceFile, line_);
-  }
+uint32_t log_return(const char* function, int line, uint32_t result) {
+  MODULE_LINE(WABS_LOG_FLOW, LOG_DEBUG, "D def:Return (%s:%s:%d)", function, kSourceFile, line);
+  return result;
 }
 
 namespace {
@@ -172,22 +169,24 @@ uint32_t prv_open() {
 }  // namespace
 }  // namespace brio
 
+using brio::kSourceFile;
+
 uint32_t wabs_open(void) {
-  MODULE_FLOW();
+  MODULE_ENTER();
   uint32_t status = brio::prv_open();
   if (status != WABS_STATUS_OK) {
     brio::prv_close_library();
     brio::prv_close_prox();
     brio::prv_close_ipc();
   }
-  return status;
+  MODULE_RETURN(status);
 }
 
 uint32_t wabs_close(void) {
-  MODULE_FLOW();
+  MODULE_ENTER();
   brio::prv_close_prox();
   brio::prv_close_library();
-  return brio::prv_close_ipc();
+  MODULE_RETURN(brio::prv_close_ipc());
 }
 
 uint32_t wabs_is_blib_open(void) {

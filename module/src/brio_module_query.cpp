@@ -107,164 +107,163 @@ uint32_t prv_plain_result(uint32_t status) {
 }  // namespace
 
 uint32_t wabs_get_bars(uint32_t* bars) {
-  MODULE_FLOW();
+  MODULE_ENTER();
   uint32_t check = prv_check_value(bars);
-  if (check != WABS_STATUS_OK) return check;
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
 
   uint32_t attached = 0;
   uint32_t allowed = 0;
   uint32_t status = brio_get_pdp_context_activation_allowed(&attached, &allowed);
   if (status != BRIO_STATUS_OK) {
     log_get_error("pdpa", status);
-    return WABS_STATUS_LIBRARY_FAILURE;
+    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   }
   MODULE_D(WABS_LOG_FLOW, "D brio:pdp activation state attached: %d,allowed: %d (%s:%s:%d)", attached,
            allowed);
   if (attached == 0) {
     *bars = WABS_BARS_NOT_ATTACHED;
-    return WABS_STATUS_OK;
+    MODULE_RETURN(WABS_STATUS_OK);
   }
 
   status = brio_check_for_fatal_failure();
   if (status == BRIO_STATUS_FATAL) {
     MODULE_E("E brio:fatalfailure::modem must be reset because fatal failure has occurred");
-    return WABS_STATUS_LIBRARY_FAILURE;
+    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   }
   if (status != BRIO_STATUS_OK) {
     log_get_error("fatalstatus", status);
-    return WABS_STATUS_LIBRARY_FAILURE;
+    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   }
 
   MODULE_D(WABS_LOG_FLOW, "D brio:getting bars (%s:%s:%d)");
   status = brio_get_bars(bars, prv_reader_active() ? 1 : 0);
   if (status != BRIO_STATUS_OK) {
     log_get_error("bars", status);
-    return WABS_STATUS_LIBRARY_FAILURE;
+    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   }
   if (*bars == 0) *bars = 1;  // an attached modem never shows none
   MODULE_D(WABS_LOG_VALUE, "D brio:bars:%d (%s:%s:%d)", *bars);
-  return WABS_STATUS_OK;
+  MODULE_RETURN(WABS_STATUS_OK);
 }
 
 uint32_t wabs_get_module_time(time_t* utc, int32_t* offset_seconds) {
-  MODULE_FLOW();
-  if (utc == nullptr || offset_seconds == nullptr) return WABS_STATUS_NULL_POINTER;
+  MODULE_ENTER();
+  if (utc == nullptr || offset_seconds == nullptr) MODULE_RETURN(WABS_STATUS_NULL_POINTER);
 
-  // With a zone at hand the network's time is asked for its date alone, and may fail.
   int32_t zone = brio::relaxed_load(g_module.cached_time_zone);
   network_time record = {};
-  uint32_t status = brio_get_network_time(&record);
   if (zone == kZoneUnknown) {
+    uint32_t status = brio_get_network_time(&record);
     if (status == BRIO_STATUS_UNAVAILABLE) {
       MODULE_D(WABS_LOG_FLOW, "D brio:Network time not provided (%s:%s:%d)");
-      return WABS_STATUS_NO_NETWORK_TIME;
+      MODULE_RETURN(WABS_STATUS_NO_NETWORK_TIME);
     }
     if (status != BRIO_STATUS_OK) {
       log_get_error("local_time", status);
-      return WABS_STATUS_LIBRARY_FAILURE;
+      MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
     }
     zone = record.time_zone;
   }
-  *utc = status == BRIO_STATUS_OK ? prv_utc(record) : kTimeUnknown;
+  *utc = prv_utc(record);
   // Unsigned, so that a zone beyond reason wraps.
   *offset_seconds = static_cast<int32_t>(static_cast<uint32_t>(zone) * kSecondsPerZoneUnit);
   MODULE_D(WABS_LOG_EVENT, "D brio:localTimeOffset=%d (%s:%s:%d)", *offset_seconds);
-  return WABS_STATUS_OK;
+  MODULE_RETURN(WABS_STATUS_OK);
 }
 
 uint32_t wabs_get_data_service_mode(uint32_t* mode) {
-  MODULE_FLOW();
+  MODULE_ENTER();
   uint32_t check = prv_check_value(mode);
-  if (check != WABS_STATUS_OK) return check;
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
   MODULE_D(WABS_LOG_FLOW, "D brio:getting data service mode (%s:%s:%d)");
   uint32_t value = 0;
   uint32_t status = brio_get_data_service_mode(&value);
   if (status != BRIO_STATUS_OK) {
     log_get_error("dsm", status);
-    return WABS_STATUS_LIBRARY_FAILURE;
+    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   }
   MODULE_D(WABS_LOG_FLOW, "D brio:data service mode = %d (%s:%s:%d)", value);
   *mode = prv_map(kHostServiceMode, value, 0);
-  return WABS_STATUS_OK;
+  MODULE_RETURN(WABS_STATUS_OK);
 }
 
 uint32_t wabs_get_roaming_status(uint32_t* status) {
-  MODULE_FLOW();
+  MODULE_ENTER();
   uint32_t check = prv_check_value(status);
-  if (check != WABS_STATUS_OK) return check;
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
   uint32_t value = 0;
   uint32_t library_status = brio_get_roaming_status(&value);
   if (library_status != BRIO_STATUS_OK) {
     log_get_error("roaming_status", library_status);
-    return WABS_STATUS_LIBRARY_FAILURE;
+    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   }
   *status = prv_map(kHostRoaming, value, 8);
-  return WABS_STATUS_OK;
+  MODULE_RETURN(WABS_STATUS_OK);
 }
 
 uint32_t wabs_get_rssi(int32_t* rssi) {
-  MODULE_FLOW();
+  MODULE_ENTER();
   uint32_t check = prv_check_value(rssi);
-  if (check != WABS_STATUS_OK) return check;
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
   *rssi = 0;  // the host reads bars; the signal itself is on the diagnostic page
   MODULE_D(WABS_LOG_VALUE, "D brio:rssi=%d (%s:%s:%d)", *rssi);
-  return WABS_STATUS_OK;
+  MODULE_RETURN(WABS_STATUS_OK);
 }
 
 uint32_t wabs_get_imsi(char* buffer, uint32_t length) {
-  MODULE_FLOW();
+  MODULE_ENTER();
   uint32_t check = prv_check_text(buffer, length, kImsiSpace);
-  if (check != WABS_STATUS_OK) return check;
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
   prv_copy_out(buffer, length, g_module.sim.imsi);
   MODULE_D(WABS_LOG_VALUE, "D brio:IMSI updated (%s:%s:%d)");
-  return WABS_STATUS_OK;
+  MODULE_RETURN(WABS_STATUS_OK);
 }
 
 uint32_t wabs_get_radio_serial_number(char* buffer, uint32_t length) {
-  MODULE_FLOW();
+  MODULE_ENTER();
   uint32_t check = prv_check_text(buffer, length, kImeiSpace);
-  if (check != WABS_STATUS_OK) return check;
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
   prv_copy_out(buffer, length, g_module.modem.imei);
   MODULE_D(WABS_LOG_VALUE, "D brio:imei=%s (%s:%s:%d)", buffer);
-  return WABS_STATUS_OK;
+  MODULE_RETURN(WABS_STATUS_OK);
 }
 
 uint32_t wabs_get_radio_cert_param1(char* buffer, uint32_t length) {
-  MODULE_FLOW();
+  MODULE_ENTER();
   uint32_t check = prv_check_text(buffer, length, kIccidSpace);
-  if (check != WABS_STATUS_OK) return check;
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
   prv_copy_out(buffer, length, g_module.sim.iccid);
   char masked[kIccidSpace];
   prv_copy_out(masked, sizeof(masked), g_module.sim.iccid);
   MODULE_D(WABS_LOG_VALUE, "D brio:iccid=%s (%s:%s:%d)", briolib_obfuscate_numeral(masked, '*'));
-  return WABS_STATUS_OK;
+  MODULE_RETURN(WABS_STATUS_OK);
 }
 
 uint32_t wabs_get_radio_cert_param2(char* buffer, uint32_t length) {
-  MODULE_FLOW();
-  return wabs_get_imsi(buffer, length);
+  MODULE_ENTER();
+  MODULE_RETURN(wabs_get_imsi(buffer, length));
 }
 
 uint32_t wabs_get_realm(char* buffer, uint32_t length) {
-  MODULE_FLOW();
-  return wabs_get_radio_serial_number(buffer, length);
+  MODULE_ENTER();
+  MODULE_RETURN(wabs_get_radio_serial_number(buffer, length));
 }
 
 uint32_t wabs_get_radio_phone_number(char* buffer) {
-  MODULE_FLOW();
+  MODULE_ENTER();
   uint32_t check = prv_check_value(buffer);
-  if (check != WABS_STATUS_OK) return check;
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
   buffer[0] = '\0';
-  return WABS_STATUS_OK;
+  MODULE_RETURN(WABS_STATUS_OK);
 }
 
 uint32_t wabs_get_firmware_version(char* buffer, uint32_t length) {
-  MODULE_FLOW();
+  MODULE_ENTER();
   if (buffer != nullptr) prv_copy_out(buffer, length, "norvik");
   uint32_t check = prv_check_value(buffer);
-  if (check != WABS_STATUS_OK) return check;
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
   prv_copy_out(buffer, length, g_module.modem.fw_ver);
-  return WABS_STATUS_OK;
+  MODULE_RETURN(WABS_STATUS_OK);
 }
 
 uint32_t wabs_update_prl(void) {
@@ -272,48 +271,48 @@ uint32_t wabs_update_prl(void) {
 }
 
 uint32_t wabs_get_log_string(char* buffer, int32_t size, uint32_t mode) {
-  MODULE_FLOW();
+  MODULE_ENTER();
   uint32_t capacity = buffer != nullptr && size > 0 ? static_cast<uint32_t>(size) : 0;
   if (capacity > 0) memset(buffer, 0, capacity);
-  return brio_module_get_log_string(buffer, &capacity, mode);
+  MODULE_RETURN(brio_module_get_log_string(buffer, &capacity, mode));
 }
 
 uint32_t wabs_exit_611_logging(void) {
-  MODULE_FLOW();
-  return brio_module_exit_logging();
+  MODULE_ENTER();
+  MODULE_RETURN(brio_module_exit_logging());
 }
 
 uint32_t wabs_do_manual_nw_scan(char* buffer, uint32_t length) {
-  MODULE_FLOW();
-  if (!module_is_open()) return WABS_STATUS_NOT_OPEN;
+  MODULE_ENTER();
+  if (!module_is_open()) MODULE_RETURN(WABS_STATUS_NOT_OPEN);
   // A second scan would hold its caller for the rest of the first one and its own.
-  if (__atomic_exchange_n(&s_scan_runs, true, __ATOMIC_ACQUIRE)) return WABS_STATUS_SCAN_RUNNING;
+  if (__atomic_exchange_n(&s_scan_runs, true, __ATOMIC_ACQUIRE)) MODULE_RETURN(WABS_STATUS_SCAN_RUNNING);
   uint16_t size = length > UINT16_MAX ? UINT16_MAX : static_cast<uint16_t>(length);
   uint32_t status = brio_atcmd_scan_network(buffer, size);
   __atomic_store_n(&s_scan_runs, false, __ATOMIC_RELEASE);
-  return status == BRIO_STATUS_TIMEOUT ? uint32_t{WABS_STATUS_SCAN_RUNNING} : prv_scan_result(status);
+  MODULE_RETURN(status == BRIO_STATUS_TIMEOUT ? uint32_t{WABS_STATUS_SCAN_RUNNING} : prv_scan_result(status));
 }
 
 uint32_t wabs_abort_manual_nw_scan(void) {
-  MODULE_FLOW();
-  if (!module_is_open()) return WABS_STATUS_NOT_OPEN;
-  return prv_scan_result(brio_abort_manual_nw_scan());
+  MODULE_ENTER();
+  if (!module_is_open()) MODULE_RETURN(WABS_STATUS_NOT_OPEN);
+  MODULE_RETURN(prv_scan_result(brio_abort_manual_nw_scan()));
 }
 
 uint32_t wabs_set_auto_mode(void) {
-  MODULE_FLOW();
-  if (!module_is_open()) return WABS_STATUS_NOT_OPEN;
-  return prv_plain_result(brio_atcmd_set_auto_mode());
+  MODULE_ENTER();
+  if (!module_is_open()) MODULE_RETURN(WABS_STATUS_NOT_OPEN);
+  MODULE_RETURN(prv_plain_result(brio_atcmd_set_auto_mode()));
 }
 
 uint32_t wabs_send_abort_cmd(void) {
-  MODULE_FLOW();
-  if (!module_is_open()) return WABS_STATUS_NOT_OPEN;
-  return prv_plain_result(brio_atcmd_scan_abort());
+  MODULE_ENTER();
+  if (!module_is_open()) MODULE_RETURN(WABS_STATUS_NOT_OPEN);
+  MODULE_RETURN(prv_plain_result(brio_atcmd_scan_abort()));
 }
 
 uint32_t wabs_get_current_network(void) {
-  MODULE_FLOW();
-  if (!module_is_open()) return WABS_STATUS_NOT_OPEN;
-  return prv_plain_result(brio_get_current_network());
+  MODULE_ENTER();
+  if (!module_is_open()) MODULE_RETURN(WABS_STATUS_NOT_OPEN);
+  MODULE_RETURN(prv_plain_result(brio_get_current_network()));
 }

@@ -42,23 +42,13 @@ extern const EventCallback kEventCallbacks[kEventCallbackCount];
 // The line of a query that the modem library (or another service) refused.
 void log_get_error(const char* parameter, uint32_t status);
 
-// Entry and exit lines of an operation; both carry the line of the entry.
-class FlowLines {
- public:
-  FlowLines(const char* function, int line) : function_(function), line_(line) { write(true); }
-  ~FlowLines() { write(false); }
-  FlowLines(const FlowLines&) = delete;
-  FlowLines& operator=(const FlowLines&) = delete;
-
- private:
-  void write(bool entering) const;
-
-  const char* function_;
-  int line_;
-};
+// Logs the exit of `function` at `line` and hands the result on.
+uint32_t log_return(const char* function, int line, uint32_t result);
 
 }  // namespace brio
 
-#define MODULE_FLOW() ::brio::FlowLines flow_lines(__func__, __LINE__)
+// An operation begins with MODULE_ENTER and leaves by MODULE_RETURN only.
+#define MODULE_ENTER() MODULE_D(WABS_LOG_FLOW, "D def:Enter (%s:%s:%d)")
+#define MODULE_RETURN(result) return ::brio::log_return(__func__, __LINE__, result)
 
 #endif

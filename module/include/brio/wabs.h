@@ -83,10 +83,10 @@ BRIO_API uint32_t wabs_get_roaming_status(uint32_t* status);
 BRIO_API uint32_t wabs_get_rssi(int32_t* rssi);
 /*
  * Offset of local time in seconds (quarter hours * 900; the zone last reported, 0 before the first report,
- * asked for when none is known since the serving network changed) and UTC, by mktime of the network's time.
- * `*utc` is (time_t)-1, not known, where that time holds no date: brio_get_network_time gives the zone only,
- * so it is so today, and also when a zone is held and the network's time cannot be read. 0; 2; 11; 13 when
- * the network gave no time. Does not check whether the module is open.
+ * asked for only while none is known since the serving network changed) and UTC, by mktime of the network's
+ * time. `*utc` is (time_t)-1, not known, where that time holds no date: so it is today, because the modem is
+ * asked for its zone only. 0; 2; 11; 13 when the network gave no time. Does not check whether the module is
+ * open.
  */
 BRIO_API uint32_t wabs_get_module_time(time_t* utc, int32_t* offset_seconds);
 /* Texts read at open, cut to the buffer, whose last byte becomes 0. 0, 1, 7 below the length named, 11. */
