@@ -4,6 +4,7 @@
 
 #include "base/clock.h"
 #include "base/log.h"
+#include "base/text.h"
 #include "brio_common/shared_data.h"
 
 namespace {
@@ -36,7 +37,7 @@ void prv_refresh_placeholder_plmn() {
   char mcc[sizeof(g_brio_lib_atcmd_data.mcc)];
   {
     brio::UrcDataLock lock;
-    memcpy(mcc, g_brio_lib_atcmd_data.mcc, sizeof(mcc));
+    brio::copy_text(mcc, sizeof(mcc), g_brio_lib_atcmd_data.mcc);
   }
   if (!prv_is_placeholder(mcc)) return;
   uint32_t status = briolib_update_mcc_mnc();
@@ -91,6 +92,9 @@ uint32_t brio_get_mcc_mnc(char out[8]) {
   const brio_atcmd_data& data = g_brio_lib_atcmd_data;
   memcpy(out, data.mcc, sizeof(data.mcc));
   memcpy(out + sizeof(data.mcc), data.mnc, sizeof(data.mnc));
+  // A host may have filled the whole fields.
+  out[sizeof(data.mcc) - 1] = '\0';
+  out[sizeof(data.mcc) + sizeof(data.mnc) - 1] = '\0';
   return BRIO_STATUS_OK;
 }
 

@@ -37,8 +37,11 @@ uint32_t s_home_cached;
 uint32_t s_home_mcc;
 uint32_t s_home_mnc;
 
-// 0 for a text that is no number, also with a sign in front: the modem may send any three characters.
-uint32_t prv_number(const char* digits) {
+// 0 for a text that is no number, also with a sign in front: the modem may send any three characters, and a
+// host may have filled the whole field.
+uint32_t prv_number(const char (&field)[4]) {
+  char digits[sizeof(field)];
+  brio::copy_text(digits, sizeof(digits), field);
   const int32_t number = brio::decimal(digits);
   return number > 0 ? static_cast<uint32_t>(number) : 0;
 }
@@ -124,7 +127,7 @@ void prv_report_mcc_change(const char* mcc) {
   }
 }
 
-void prv_update_mcc(const char* updated, uint32_t* mcc) {
+void prv_update_mcc(const char (&updated)[4], uint32_t* mcc) {
   if (!prv_known(updated)) {
     MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "D brio:UPDATED MCC is Invalid (%s:%s:%d)");
     return;
@@ -139,7 +142,7 @@ void prv_update_mcc(const char* updated, uint32_t* mcc) {
   MODULE_D_OF(kGetMccMnc, WABS_LOG_VALUE, "D brio:UPDATED MCC=%d (%s:%s:%d)", *mcc);
 }
 
-void prv_update_mnc(const char* updated, uint32_t* mnc) {
+void prv_update_mnc(const char (&updated)[4], uint32_t* mnc) {
   if (!prv_known(updated)) {
     MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "D brio:UPDATED MNC is Invalid (%s:%s:%d)");
     return;

@@ -95,6 +95,7 @@ void prv_brio_get611_display(Writer& page, const atcmd_snapshot& snapshot, View 
     brio::StaticDataLock lock;
     briolib_get_sim_info_data(&sim);
   }
+  sim.iccid[sizeof(sim.iccid) - 1] = '\0';  // a host may have filled the whole field
   NetInfo net;
   brio_module_update_ppp(&net);
   const PageInput input = {&snapshot, sim.iccid, &net, brio::relaxed_load(g_pre_sar_mode), view};

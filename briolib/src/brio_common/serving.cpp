@@ -108,7 +108,7 @@ uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16
   if ((info.fields & kLteTac) != 0) data.tac = info.tac;
   if ((info.fields & kLteCellId) != 0) data.cell_id = info.cell_id;
   BLIB_D(BRIO_LOG_DEBUG,
-         "D blib:%s:%d:emm_state[%d] emm_substate[%d] rrc_state[%d] mcc %s mnc %s tac 0x%x cell id 0x%x",
+         "D blib:%s:%d:emm_state[%d] emm_substate[%d] rrc_state[%d] mcc %.3s mnc %.3s tac 0x%x cell id 0x%x",
          BLIB_HERE, data.emm_state, data.emm_substate, data.rrc_state, data.mcc, data.mnc, data.tac,
          data.cell_id);
   return BRIO_STATUS_OK;

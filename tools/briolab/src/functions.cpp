@@ -101,10 +101,24 @@ void assign(T& place, const std::string& text) {
     place = static_cast<T>(to_number(text));
   } else if constexpr (std::is_same_v<std::remove_extent_t<T>, char>) {
     std::memset(place, 0, sizeof place);
-    std::memcpy(place, text.data(), std::min(text.size(), sizeof place - 1));
+    std::memcpy(place, text.data(), std::min(text.size(), sizeof place));
   } else {
     throw UsageError("a list cannot be set");
   }
+}
+
+// False when the record has no such field.
+template <typename R>
+bool set_field(R& record, const std::string& name, const std::string& value) {
+  Named<R> fields{record};
+  bool found = false;
+  fields.visit([&](const char* names, auto&... each) {
+    const auto all = split_names(names);
+    auto next = all.begin();
+    ((*next++ == name ? (found = true, assign(each, value)) : void()), ...);
+  });
+  record = fields;
+  return found;
 }
 
 template <typename R>
@@ -175,16 +189,20 @@ void set_shared_field(const std::string& name, const std::string& value) {
   if (const auto word = words.find(name); word != words.end()) {
     return brio::relaxed_store(*word->second, static_cast<uint32_t>(to_number(value)));
   }
-  brio::UrcDataLock lock;
-  Named<brio_atcmd_data> record{g_brio_lib_atcmd_data};
-  bool found = false;
-  record.visit([&](const char* names, auto&... each) {
-    const auto all = split_names(names);
-    auto next = all.begin();
-    ((*next++ == name ? (found = true, assign(each, value)) : void()), ...);
-  });
-  if (!found) throw UsageError("no field of the shared record: " + name);
-  g_brio_lib_atcmd_data = record;
+  {
+    brio::UrcDataLock lock;
+    if (set_field(g_brio_lib_atcmd_data, name, value)) return;
+  }
+  brio::StaticDataLock lock;
+  sim_info_data info;
+  briolib_get_sim_info_data(&info);
+  sim_plmn_data plmn;
+  briolib_get_sim_plmn_data(&plmn);
+  if (!set_field(info, name, value) && !set_field(plmn, name, value)) {
+    throw UsageError("no field of the shared record or the SIM blocks: " + name);
+  }
+  briolib_update_sim_info_data(&info);
+  briolib_update_sim_plmn_data(&plmn);
 }
 
 namespace {
