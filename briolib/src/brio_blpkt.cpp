@@ -1,11 +1,14 @@
 // Packet layer: synchronous requests with one status each, and the event thread that unsolicited lines reach
 // through pool and queue.
+#include <errno.h>
 #include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include "base/fair_lock.h"
 #include "base/guards.h"
 #include "base/log.h"
+#include "base/words.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "brio_blpkt.h"
@@ -46,8 +49,10 @@ struct CurrentRequest {
 
 // Serialises blpkt_init and blpkt_shutdown; guards s_event_thread and s_event_thread_running. Taken first.
 pthread_mutex_t s_lifecycle_mutex = PTHREAD_MUTEX_INITIALIZER;
-// Serialises whole requests, the wait included. Taken before the response mutex.
-pthread_mutex_t s_send_mutex = PTHREAD_MUTEX_INITIALIZER;
+// Serialises whole requests, the wait included, in the order in which they came. Taken before the response
+// mutex.
+brio::FairLock s_send_mutex;
+__thread bool t_holds_send_mutex;
 // Orders the producers of the response queue and guards s_request. The read thread holds it while a response
 // callback runs, so a request that has cleared s_request knows that nobody writes into its caller's memory.
 pthread_mutex_t s_response_mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -69,6 +74,10 @@ mempool* s_pool;
 queue* s_event_queue;
 pthread_t s_event_thread;
 bool s_event_thread_running;
+// Reports are numbered as they are queued: how many there were, and how many the event thread has taken.
+uint32_t s_reports_queued;
+uint32_t s_reports_taken;
+__thread uint32_t t_report_in_hand;
 
 const blpkt_callback* s_event_callbacks;
 uint32_t s_event_callback_count;
@@ -76,6 +85,36 @@ blpkt_callback s_default_event_callback;
 const blpkt_callback* s_log_callbacks;
 uint32_t s_log_callback_count;
 blpkt_callback s_default_log_callback;
+
+// False when this thread holds it already.
+bool prv_take_send_mutex() {
+  if (t_holds_send_mutex) return false;
+  s_send_mutex.lock();
+  t_holds_send_mutex = true;
+  return true;
+}
+
+bool prv_give_send_mutex() {
+  if (!t_holds_send_mutex) return false;
+  t_holds_send_mutex = false;
+  s_send_mutex.unlock();
+  return true;
+}
+
+class SendGuard {
+ public:
+  SendGuard() : has_taken_(prv_take_send_mutex()) {}
+  ~SendGuard() {
+    if (has_taken_) prv_give_send_mutex();
+  }
+  SendGuard(const SendGuard&) = delete;
+  SendGuard& operator=(const SendGuard&) = delete;
+
+  bool has_taken() const { return has_taken_; }
+
+ private:
+  bool has_taken_;
+};
 
 void prv_copy_event(void* destination, const void* source, uint32_t, uint32_t) {
   const EventElement* from = static_cast<const EventElement*>(source);
@@ -88,6 +127,7 @@ void prv_copy_event(void* destination, const void* source, uint32_t, uint32_t) {
 void* prv_event_thread(void*) {
   EventElement event = {};
   while (q_get_with_copy_callback(s_event_queue, &event, prv_copy_event, 0, -1) == Q_OK) {
+    t_report_in_hand = ++s_reports_taken;
     BLIB_D(BRIO_LOG_EVENT, "D blib:%s:%d:prv_event_thread payload size =  %d\n", BLIB_HERE, event.size);
     if (event.payload == nullptr) {
       BLIB_E("E blib:%s:%d:URC error:log.payload is NULL:\n", BLIB_HERE);
@@ -170,6 +210,7 @@ void prv_queue_urc(const char* line) {
     mempool_free(s_pool, payload);
     return;
   }
+  __atomic_fetch_add(&s_reports_queued, 1u, __ATOMIC_RELAXED);
   BLIB_D(BRIO_LOG_EVENT, "D blib:%s:%d:Added to s_blpkt_log_event_queue\n", BLIB_HERE);
 }
 
@@ -264,12 +305,13 @@ bool prv_start() {
     return false;
   }
   {
-    MutexGuard send_lock(s_send_mutex);
+    SendGuard send_lock;
     MutexGuard response_lock(s_response_mutex);
     s_response_queue = response_queue;
     s_slot_in_use = false;
     s_channel_lost = false;
   }
+  s_reports_taken = brio::relaxed_load(s_reports_queued);
   int err = pthread_create(&s_event_thread, nullptr, prv_event_thread, nullptr);
   if (err != 0) {
     BLIB_E("E blib:%s:%d:createth:err=%d:cant create thread\n", BLIB_HERE, err);
@@ -293,7 +335,7 @@ void prv_tear_down() {
     s_event_thread_running = false;
   }
   {
-    MutexGuard send_lock(s_send_mutex);
+    SendGuard send_lock;
     MutexGuard response_lock(s_response_mutex);
     q_destroy(s_response_queue);
     s_response_queue = nullptr;
@@ -318,6 +360,14 @@ void blpkt_channel_lost() {
   MutexGuard lock(s_response_mutex);
   s_channel_lost = true;
   if (s_request_waits) prv_queue_response_and_wake(BLPKT_STATUS_ERROR);
+}
+
+uint32_t blpkt_report_in_hand() {
+  return t_report_in_hand;
+}
+
+uint32_t blpkt_last_report() {
+  return brio::relaxed_load(s_reports_queued);
 }
 
 uint32_t blpkt_init(void) {
@@ -351,8 +401,13 @@ uint32_t blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t
                                                    const char* response_prefix, recv_func callback,
                                                    void* user_data, uint16_t user_value,
                                                    int32_t timeout_seconds) {
-  MutexGuard send_lock(s_send_mutex);
   const char* shown = command != nullptr ? command : "";
+  SendGuard send_lock;
+  if (!send_lock.has_taken()) {
+    BLIB_E("E blib:%s:%d:param:BLPKT_STATUS_BAD_REQUEST:AT cmd %s while this thread holds the send mutex\n",
+           BLIB_HERE, shown);
+    return BLPKT_STATUS_BAD_REQUEST;
+  }
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:>>>>>Start sending [%s]<<<<<\n", BLIB_HERE, shown);
   uint32_t status = prv_send_and_await(command, type, response_prefix,
                                        {callback, user_data, user_value, false}, timeout_seconds);
@@ -374,11 +429,11 @@ uint32_t blpkt_abort_manual_nw_scan(void) {
 }
 
 uint32_t blpkt_acquire_send_mutex(void) {
-  return static_cast<uint32_t>(pthread_mutex_lock(&s_send_mutex));
+  return prv_take_send_mutex() ? 0 : EDEADLK;
 }
 
 uint32_t blpkt_release_send_mutex(void) {
-  return static_cast<uint32_t>(pthread_mutex_unlock(&s_send_mutex));
+  return prv_give_send_mutex() ? 0 : EPERM;
 }
 
 void blpkt_set_event_callbacks(const blpkt_callback* table) {

@@ -2,6 +2,13 @@
 #ifndef BRIOLIB_BRIO_BLPKT_H
 #define BRIOLIB_BRIO_BLPKT_H
 
+#include <stdint.h>
+
+// Reports are numbered from 1 as they are queued: the number of the one that the event thread has in its
+// hands, 0 on any other thread, and that of the latest.
+uint32_t blpkt_report_in_hand();
+uint32_t blpkt_last_report();
+
 // The read thread is ending: a request that waits for its answer ends with BLPKT_STATUS_ERROR instead of
 // waiting for its time-out, and so does every later one until blpkt_init. Read thread.
 void blpkt_channel_lost();

@@ -34,6 +34,16 @@ inline long threads() {
   return entries("/proc/self/task");
 }
 
+// Whether a thread of this process does nothing.
+inline bool waits(pid_t thread) {
+  char path[64], state = 0;
+  snprintf(path, sizeof path, "/proc/self/task/%d/stat", thread);
+  FILE* stat = fopen(path, "re");
+  if (stat == nullptr || fscanf(stat, "%*[^)]) %c", &state) != 1) state = 0;
+  if (stat != nullptr) fclose(stat);
+  return state == 'S';
+}
+
 // Looks every millisecond whether `condition` holds; false after ten seconds.
 template <typename Condition>
 bool eventually(Condition condition) {

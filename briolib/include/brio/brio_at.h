@@ -224,7 +224,7 @@ enum blpkt_status {
   BLPKT_STATUS_SUCCESS = 0,
   BLPKT_STATUS_TIMEOUT = 1,     /* no final line in time; a late answer is discarded */
   BLPKT_STATUS_ERROR = 2,       /* write failed, error final, or the response queue failed */
-  BLPKT_STATUS_BAD_REQUEST = 3, /* null command */
+  BLPKT_STATUS_BAD_REQUEST = 3, /* null command, or the thread holds the send mutex */
   BLPKT_STATUS_SCAN_ABORTED = 8 /* blpkt_abort_manual_nw_scan */
 };
 
@@ -261,7 +261,11 @@ BRIO_API uint32_t blpkt_atcmd_request_with_callback(const char* command, uint32_
 /* Queues the status 8 for the waiting request, or for the next one when none waits: 8, or 2 when there is a
  * status already, the answer's or an earlier abort's. Any thread. */
 BRIO_API uint32_t blpkt_abort_manual_nw_scan(void);
-/* Lock and unlock the send mutex; the result of the lock call. */
+/*
+ * Lock and unlock the send mutex: while it is held no other thread's request begins. Requests and these calls
+ * have their turns in the order in which they came. 0; EDEADLK when this thread holds it already, EPERM when
+ * it does not.
+ */
 BRIO_API uint32_t blpkt_acquire_send_mutex(void);
 BRIO_API uint32_t blpkt_release_send_mutex(void);
 

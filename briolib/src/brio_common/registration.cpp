@@ -4,6 +4,7 @@
 #include "base/log.h"
 #include "base/text.h"
 #include "brio/brio_at.h"
+#include "brio_blpkt.h"
 #include "brio_common/shared_data.h"
 #include "parse/answer.h"
 #include "parse/registration.h"
@@ -18,6 +19,9 @@ constexpr uint16_t kSelectorQuery = 1;
 constexpr uint16_t kSelectorCrsm = 23;
 
 constexpr char kBasPrefix[] = "+BAS";
+
+// The latest report when the last refresh was over. Event thread only.
+uint32_t s_refreshed_up_to;
 
 enum CauseByte { kCsCause = 1, kPsCause = 2 };
 
@@ -265,8 +269,13 @@ void briolib_parse_stkpci(char* payload) {
   if (!brio::parse::is_usim_refresh(payload)) return;
   BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:Refresh command for USIM Init and Full File Change Notification",
          BLIB_HERE);
+  // What came while the file was being read, or before, asks for that reading: a SIM that reports faster than
+  // it is read would otherwise keep the channel.
+  const uint32_t report = blpkt_report_in_hand();
+  if (report != 0 && static_cast<int32_t>(report - s_refreshed_up_to) <= 0) return;
   // The parser of the answer learns from the command which file it holds; it only reads that text.
   const char* command = brio::parse::kReadIccidCommand;
   blpkt_atcmd_request_with_callback(command, SINGLELINE, "+CRSM", recv_func_prv_briolib_get_crsm,
                                     const_cast<char*>(command), kSelectorCrsm);
+  if (report != 0) s_refreshed_up_to = blpkt_last_report();
 }

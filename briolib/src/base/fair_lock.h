@@ -1,0 +1,39 @@
+// A lock whose waiters get it in the order in which they asked for it.
+#ifndef BRIOLIB_BASE_FAIR_LOCK_H
+#define BRIOLIB_BASE_FAIR_LOCK_H
+
+#include <pthread.h>
+#include <stdint.h>
+
+namespace brio {
+
+class FairLock {
+ public:
+  constexpr FairLock() = default;
+  FairLock(const FairLock&) = delete;
+  FairLock& operator=(const FairLock&) = delete;
+
+  void lock() {
+    pthread_mutex_lock(&mutex_);
+    const uint32_t ticket = next_++;
+    while (ticket != served_) pthread_cond_wait(&changed_, &mutex_);
+    pthread_mutex_unlock(&mutex_);
+  }
+  void unlock() {
+    pthread_mutex_lock(&mutex_);
+    served_++;
+    const bool waited_for = served_ != next_;
+    pthread_mutex_unlock(&mutex_);
+    if (waited_for) pthread_cond_broadcast(&changed_);
+  }
+
+ private:
+  pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;  // guards the tickets
+  pthread_cond_t changed_ = PTHREAD_COND_INITIALIZER;
+  uint32_t next_ = 0;    // the next ticket to be given out
+  uint32_t served_ = 0;  // the ticket that has the lock, or is the next to have it
+};
+
+}  // namespace brio
+
+#endif
