@@ -38,6 +38,8 @@ void check(const char* program, const std::vector<Case>& cases) {
   for (const Case& c : cases) {
     const Outcome outcome = run(std::string(program) + " " + c.command);
     EXPECT_EQ(c.status, outcome.status) << c.command << "\n" << outcome.text;
+    EXPECT_EQ(std::string::npos, outcome.text.find_first_of("\x07\x1b\x7f\x9b\r")) << c.command << "\n"
+                                                                                   << outcome.text;
     auto at = outcome.text.cbegin();
     for (const char* line : c.lines) {
       std::smatch found;
@@ -81,6 +83,36 @@ TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
   EXPECT_EQ(4, rows["wabs_get_bars"]["value"]);
   EXPECT_EQ("310-410", rows["wabs_get_mcc_mnc"]["value"]);
   for (const auto& [name, row] : rows.items()) EXPECT_EQ(0, row["status"]) << name;
+}
+
+// check() finds no control character; other text stays readable.
+TEST(Brioctl, EscapesWhatTheModemSays) {
+  modemsim::DeviceRoot root;
+  root.write("/hostile.toml", R"(
+[state]
+firmware = "\u001b[2J\u009b caf\u00e9"
+[[operator]]
+stat = 2
+numeric = "310410"
+long_name = "Caf\u00e9 \u001b[2J\u009b"
+[[fault]]
+command = "AT+LIST"
+reply = "\r\n+LIST: \u001b[2J\u007f\u009b caf\u00e9\r\n\r\nOK\r\n"
+[[fault]]
+command = "AT+EVIL"
+reply = "\r\n+CME ERROR: \u001b]0;\u0007\r\n"
+[[at]]
+t = 0
+storm = { urc = "+GTBARS: \u001b[2J", count = 20, every = 0.1 }
+)");
+  const std::string program = BRIOCTL " --scenario " + root.path("/hostile.toml");
+  constexpr char kEscaped[] = "\\\\x1b\\[2J\\\\xc2\\\\x9b";
+  check(program.c_str(), {{"status", 0, {kEscaped, " caf\xc3\xa9"}},
+                          {"page", 0, {kEscaped, "\n2\\.2"}},
+                          {"scan", 0, {"E-UTRAN +Caf\xc3\xa9 ", kEscaped}},
+                          {"at AT+LIST", 0, {"^\\+LIST: \\\\x1b\\[2J\\\\x7f\\\\xc2\\\\x9b caf\xc3\xa9\nOK"}},
+                          {"-v at AT+EVIL", 1, {"\n\\+CME ERROR: \\\\x1b\\]0;\\\\x07\n"}},
+                          {"watch --seconds 2", 0, {"report  \\+GTBARS: "}}});
 }
 
 TEST(Modemsim, RunsAScenarioAndRefusesABadOne) {

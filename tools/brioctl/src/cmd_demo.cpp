@@ -61,10 +61,7 @@ int run_demo(const Options& options, double seconds) {
   if (shown == 0) printf("  (none)\n");
 
   heading("The diagnostic page, masked view");
-  std::vector<char> page(16384);
-  session.lib.wabs_get_log_string(page.data(), static_cast<int32_t>(page.size()), 0);
-  page.back() = '\0';
-  fputs(page.data(), stdout);
+  fputs(read_page(session.lib, false).c_str(), stdout);
   session.lib.wabs_exit_611_logging();
 
   heading("A network scan");

@@ -10,6 +10,7 @@
 
 #include "commands.h"
 #include "log_sink.h"
+#include "printable.h"
 
 namespace brioctl {
 namespace {
@@ -22,16 +23,6 @@ uint32_t recv_func_collect(const ATResponse* response, void* user_data, uint16_t
   }
   lines->push_back(response->final_response != nullptr ? response->final_response : "OK");
   return 0;
-}
-
-// The page: kept large, since it holds the SIM's PLMN lists.
-constexpr int32_t kPageSize = 16384;
-
-std::string read_page(const Library& lib, bool full) {
-  std::vector<char> buffer(kPageSize);
-  lib.wabs_get_log_string(buffer.data(), kPageSize, full ? 1 : 0);
-  buffer.back() = '\0';
-  return buffer.data();
 }
 
 // The newest file that begins with `prefix`, and its size.
@@ -75,6 +66,14 @@ const char* trace_problem(uint32_t status) {
 
 }  // namespace
 
+std::string read_page(const Library& lib, bool full) {
+  constexpr int32_t kPageSize = 16384;  // large, since it holds the SIM's PLMN lists
+  std::vector<char> buffer(kPageSize);
+  lib.wabs_get_log_string(buffer.data(), kPageSize, full ? 1 : 0);
+  buffer.back() = '\0';
+  return printable(buffer.data(), '\n');
+}
+
 int run_at(const Options& options, const std::string& command, int timeout) {
   Session session(options);
   session.open_modem();
@@ -84,7 +83,7 @@ int run_at(const Options& options, const std::string& command, int timeout) {
       command.c_str(), MULTILINE_NO_PREFIX, nullptr, recv_func_collect, &lines, 0, timeout);
   std::string refused = log_sink::modem_error();
   session.close();
-  for (const std::string& line : lines) printf("%s\n", line.c_str());
+  for (const std::string& line : lines) printf("%s\n", printable(line).c_str());
   if (status == BLPKT_STATUS_SUCCESS) return 0;
   if (status == BLPKT_STATUS_TIMEOUT) {
     throw Failure("The modem did not answer within " + std::to_string(timeout) +

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "commands.h"
+#include "printable.h"
 
 namespace brioctl {
 namespace {
@@ -104,7 +105,7 @@ bool scan_networks(Session& session) {
   printf("%-10s  %-8s  %-11s  %s\n", "Status", "Network", "Technology", "Name");
   for (const Entry& entry : parse_list(buffer.data())) {
     printf("%-10s  %-8s  %-11s  %s\n", stat_name(entry.stat), entry.plmn.c_str(), rat_name(entry.rat),
-           entry.name.c_str());
+           printable(entry.name).c_str());
   }
   return true;
 }

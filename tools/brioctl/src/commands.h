@@ -18,6 +18,8 @@ int run_status(const Options& options, bool json);
 int run_watch(const Options& options, double every, double seconds);
 
 int run_at(const Options& options, const std::string& command, int timeout);
+// The diagnostic page for a terminal.
+std::string read_page(const Library& lib, bool full);
 int run_page(const Options& options, bool full, bool follow);
 int run_trace(const Options& options, const std::string& filter, const std::string& prefix, double seconds);
 // `choice`: "", "1", "2" or "auto".

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <mutex>
 
+#include "printable.h"
+
 namespace brioctl::log_sink {
 namespace {
 
@@ -21,8 +23,8 @@ Clock::time_point s_request_start;
 std::vector<std::string> s_events;
 const Clock::time_point s_start = Clock::now();
 
-// The text behind `mark`, up to `end` (searched from the right) or the end; "" when `mark` is absent.
-std::string between(const std::string& text, const char* mark, const char* end) {
+// The text after `mark`, up to `end` (searched from the right) or the end; "" when `mark` is absent.
+std::string between(const std::string& text, const char* mark, const char* end = "") {
   size_t from = text.find(mark);
   if (from == std::string::npos) return "";
   from += std::strlen(mark);
@@ -31,9 +33,8 @@ std::string between(const std::string& text, const char* mark, const char* end) 
 }
 
 void note_request(const std::string& line) {
-  std::string command = between(line, "atcmd request:", "\n");
+  std::string command = between(line, "atcmd request:");
   if (!command.empty()) {
-    while (!command.empty() && (command.back() == '\r' || command.back() == '\n')) command.pop_back();
     s_requests.push_back({command, -1, 0});
     s_request_start = Clock::now();
     return;
@@ -48,7 +49,7 @@ void note_request(const std::string& line) {
 }
 
 void note_event(const std::string& line) {
-  std::string report = between(line, "I blib:URC::", "\n");
+  std::string report = between(line, "I blib:URC::");
   if (!report.empty()) {
     // The answers to these queries take the same road.
     for (const char* answer : {"+GTSIMSTATUS:", "+CRSM:"}) {
@@ -74,6 +75,7 @@ void take(int priority, const char* format, va_list arguments) {
   vsnprintf(text, sizeof(text), format, arguments);
   std::string line(text);
   while (!line.empty() && line.back() == '\n') line.pop_back();
+  line = printable(line);
   std::lock_guard<std::mutex> lock(s_mutex);
   if (s_echo) {
     double seconds = std::chrono::duration<double>(Clock::now() - s_start).count();

@@ -1,5 +1,6 @@
 // What the library logs. brioctl defines the syslog functions, so that it can show lines (-v), notice events
-// and quote the modem's own error text; every line still goes on to syslog.
+// and quote the modem's own error text; every line still goes on to syslog. What is shown or
+// quoted has its control characters escaped.
 #ifndef BRIOCTL_LOG_SINK_H
 #define BRIOCTL_LOG_SINK_H
 

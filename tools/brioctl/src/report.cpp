@@ -9,6 +9,8 @@
 #include <chrono>
 #include <nlohmann/json.hpp>
 
+#include "printable.h"
+
 namespace brioctl {
 namespace {
 
@@ -53,12 +55,13 @@ std::string status_name(uint32_t status) {
   }
 }
 
-std::string render_table(const std::vector<Row>& rows) {
+std::string render_table(std::vector<Row> rows) {
   size_t operation = 9, status = 6, value = 5;
   auto status_text = [](const Row& row) {
     return std::to_string(row.status) + " " + status_name(row.status);
   };
-  for (const Row& row : rows) {
+  for (Row& row : rows) {
+    row.value = printable(row.value);
     operation = std::max(operation, row.operation.size());
     status = std::max(status, status_text(row).size());
     value = std::max(value, row.value.size());

@@ -23,7 +23,8 @@ struct Row {
   bool number = false;  // `value` is a decimal number
 };
 
-std::string render_table(const std::vector<Row>& rows);
+// For people: control characters of a value are escaped.
+std::string render_table(std::vector<Row> rows);
 std::string render_json(const std::vector<Row>& rows);
 
 // Name of a WABS_STATUS_* code.

@@ -18,6 +18,7 @@
 #include "modemsim/device_root.h"
 #include "modemsim/modem.h"
 #include "modemsim/scenario.h"
+#include "printable.h"
 
 namespace {
 
@@ -63,23 +64,8 @@ void list_commands() {
 
 // Bytes as they went over the wire, on one line.
 std::string visible(const std::string& bytes) {
-  std::string text;
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (c == '\r') {
-      text += "\\r";
-    } else if (c == '\n') {
-      text += "\\n";
-    } else if (byte < 0x20 || byte == 0x7F) {
-      char code[8];
-      std::snprintf(code, sizeof code, "\\x%02x", byte);
-      text += code;
-    } else {
-      text += c;
-    }
-    if (text.size() > 2000) return text + "...";
-  }
-  return text;
+  constexpr std::size_t kShown = 2000;
+  return printable(bytes.substr(0, kShown)) + (bytes.size() > kShown ? "..." : "");
 }
 
 class Printer {
@@ -89,7 +75,7 @@ class Printer {
     line(std::string(names[static_cast<int>(traffic.port)]) + (traffic.to_modem ? " > " : " < ") +
          visible(traffic.bytes));
   }
-  void event(const std::string& text) { line("event   " + text); }
+  void event(const std::string& text) { line("event   " + printable(text)); }
 
  private:
   void line(const std::string& text) {
@@ -159,7 +145,7 @@ int play(std::string root, const std::string& scenario_name, bool verbose, doubl
     modem.observe_events([&](const std::string& text) { printer.event(text); });
   }
   if (!modem.start(root) || !modem.play(scenario, speed)) return complain(modem.error());
-  if (!scenario.title.empty()) std::printf("%s\n", scenario.title.c_str());
+  if (!scenario.title.empty()) std::printf("%s\n", printable(scenario.title).c_str());
   std::printf("query port %s/dev/ttyACM2\nURC port   %s/dev/ttyACM3\ntrace port %s/dev/ttyACM1\n",
               root.c_str(), root.c_str(), root.c_str());
   std::printf("End with Ctrl-C.\n");
