@@ -1,8 +1,11 @@
 // The command-line tools as people and scripts run them: what they print, how they end.
 #include <gtest/gtest.h>
 #include <stdio.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <string>
@@ -126,6 +129,30 @@ TEST(Modemsim, RunsAScenarioAndRefusesABadOne) {
          {"--list-commands", 0, {"AT\\+CFUN=0\\|1 +radio off, on\n"}},
          {occupied.c_str(), 1, {"ttyACM2 is in the way: it is not a link"}},
          {bad.c_str(), 1, {"bad\\.toml:2: .*bers.*bars"}}});
+}
+
+// Folders and links that somebody else has planted, in the name of the root and below it.
+TEST(Modemsim, WritesOnlyIntoItsOwnFolder) {
+  modemsim::DeviceRoot victim, planted, linked, shared, theirs;
+  victim.write("/mine", "mine");
+  ASSERT_EQ(0, symlink(victim.path("/mine").c_str(), planted.path("/proc/net/dev.new").c_str()));
+  linked.remove("/proc");
+  ASSERT_EQ(0, symlink(victim.dir().c_str(), linked.path("/proc").c_str()));
+  ASSERT_EQ(0, chmod(shared.dir().c_str(), 0777));
+  const auto play = [](const std::string& root) {
+    return "--scenario home-lte --seconds 0.2 --root " + root;
+  };
+  const std::string link = planted.path("/link");
+  ASSERT_EQ(0, symlink(victim.dir().c_str(), link.c_str()));
+  const bool given = lchown(link.c_str(), 1, 1) == 0 && chown(theirs.dir().c_str(), 1, 1) == 0;
+  ASSERT_EQ(geteuid() == 0, given);  // root alone can give things to others
+  check(MODEMSIM, {{play(planted.dir()).c_str(), 0, {"query port"}},
+                   {play(linked.dir()).c_str(), 1, {"/proc is in the way"}},
+                   {play(shared.dir()).c_str(), 1, {"everybody may write in "}},
+                   {play(given ? theirs.dir() : "/").c_str(), 1, {"belongs to another user"}}});
+  if (given) check(MODEMSIM, {{play(link + "/new").c_str(), 1, {"is a link of another user"}}});
+  EXPECT_EQ("mine", victim.read("/mine"));
+  EXPECT_FALSE(std::filesystem::exists(victim.path("/net")));
 }
 
 TEST(Briolab, TellsWhatCanBeSaid) {

@@ -19,7 +19,7 @@ int main(int argc, char** argv) {
       "Examples:\n"
       "  brioctl demo                       the whole tour on a simulated modem\n"
       "  brioctl --sim status               one table of what the host reads\n"
-      "  brioctl --root /tmp/desk at ATI    a modem whose ttys are linked below /tmp/desk/dev\n"
+      "  brioctl --root ~/desk at ATI       a modem whose ttys are linked below ~/desk/dev\n"
       "  brioctl -v status                  the same on the device, with the library's log\n\n"
       "Exit status: 0, 1 when the modem or the library refuses, 2 for wrong arguments.");
 

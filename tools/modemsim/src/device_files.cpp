@@ -1,10 +1,12 @@
 #include "device_files.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 
 #include "state.h"
 
@@ -21,21 +23,56 @@ std::string hexadecimal(int value, unsigned mask) {
 
 }  // namespace
 
+std::string foreign_root(const std::string& root) {
+  struct stat info {};
+  // Root under any user name space: it may replace everything anyway.
+  const uid_t administrator = stat("/", &info) == 0 ? info.st_uid : 0;
+  fs::path place;
+  for (const fs::path& part : fs::absolute(root)) {
+    place /= part;
+    if (lstat(place.c_str(), &info) != 0) return "";
+    if (S_ISLNK(info.st_mode) && info.st_uid != geteuid() && info.st_uid != administrator) {
+      return place.string() + " is a link of another user";
+    }
+  }
+  if (stat(root.c_str(), &info) != 0) return "";
+  if (info.st_uid != geteuid()) return root + " belongs to another user";
+  return (info.st_mode & S_IWOTH) != 0 ? "everybody may write in " + root : "";
+}
+
+std::string make_device_folder(const std::string& root, const std::string& folder) {
+  std::error_code failed;
+  fs::path place = root;
+  fs::create_directories(place, failed);
+  for (const fs::path& part : fs::path(folder).relative_path()) {
+    place /= part;
+    if (!failed) fs::create_directory(place, failed);
+    if (failed) return "cannot create " + place.string() + ": " + failed.message();
+    if (part == ".." || !fs::is_directory(fs::symlink_status(place, failed))) {
+      return place.string() + " is in the way: it is not a folder of the device";
+    }
+  }
+  return "";
+}
+
 std::string write_device_file(const std::string& root, const std::string& path, const std::string& contents) {
+  std::string problem = make_device_folder(root, fs::path(path).parent_path());
+  if (!problem.empty()) return problem;
   const fs::path target = root + "/" + path;
   const fs::path fresh = target.string() + ".new";
   std::error_code failed;
-  fs::create_directories(target.parent_path(), failed);
-  if (failed) return "cannot create " + target.parent_path().string() + ": " + failed.message();
-  std::ofstream file(fresh, std::ios::binary | std::ios::trunc);
-  file << contents;
-  file.close();
-  if (!file) return "cannot write " + fresh.string() + ": " + std::strerror(errno);
+  fs::remove(fresh, failed);
+  std::FILE* file = std::fopen(fresh.c_str(), "wxe");
+  bool written = file != nullptr && std::fwrite(contents.data(), 1, contents.size(), file) == contents.size();
+  if (file != nullptr && std::fclose(file) != 0) written = false;
+  if (!written) return "cannot write " + fresh.string() + ": " + std::strerror(errno);
   fs::rename(fresh, target, failed);
   return failed ? "cannot write " + target.string() + ": " + failed.message() : "";
 }
 
 std::string remove_device_file(const std::string& root, const std::string& path) {
+  std::string problem = make_device_folder(root, fs::path(path).parent_path());
+  if (!problem.empty()) return problem;
   std::error_code failed;
   fs::remove(root + "/" + path, failed);
   return failed ? "cannot remove " + root + "/" + path + ": " + failed.message() : "";

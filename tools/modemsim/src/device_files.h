@@ -12,7 +12,13 @@ namespace modemsim {
 // The proximity sensor's entries.
 constexpr char kProxFolder[] = "/sys/devices/virtual/proximity/proximity0/";
 
-// Each returns "" or what went wrong. Files are replaced whole: a reader sees the old or the new contents.
+// Why nothing should be written below `root`, or "": it is a folder of another user or open to everybody, or
+// another user's link leads there. A root that is still to be made is fine.
+std::string foreign_root(const std::string& root);
+
+// Each returns "" or what went wrong. No link below the root is followed. Files are replaced whole: a reader
+// sees the old or the new contents.
+std::string make_device_folder(const std::string& root, const std::string& folder);
 std::string write_device_file(const std::string& root, const std::string& path, const std::string& contents);
 std::string remove_device_file(const std::string& root, const std::string& path);
 // The sensor's entries that `prox` names; with `create` also the ones that a driver only takes values in.

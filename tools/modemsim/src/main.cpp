@@ -15,6 +15,7 @@
 
 #include "command_line.h"
 #include "commands.h"
+#include "device_files.h"
 #include "modemsim/device_root.h"
 #include "modemsim/modem.h"
 #include "modemsim/scenario.h"
@@ -29,10 +30,10 @@ constexpr char kAbout[] =
 
 constexpr char kExample[] =
     "Example, in two terminals:\n"
-    "  modemsim --root /tmp/device --scenario home-lte -v\n"
-    "  brioctl --root /tmp/device status\n"
+    "  modemsim --root ~/device --scenario home-lte -v\n"
+    "  brioctl --root ~/device status\n"
     "or by hand, with any serial terminal:\n"
-    "  picocom /tmp/device/dev/ttyACM2\n"
+    "  picocom ~/device/dev/ttyACM2\n"
     "\n"
     "A scenario is a TOML file: [state] sets what the modem knows, [[at]] tells what happens when. Those "
     "that are\n"
@@ -110,13 +111,17 @@ int complain(const std::string& what) {
   return 1;
 }
 
-// A second modem in the same folder would take the first one's ports away. Held until the program ends. A
-// folder that cannot be made is for the modem to complain about.
-bool claim(const std::string& root) {
+// Makes `root` this modem's, or says why it cannot be: a second modem in the same folder would take the first
+// one's ports away. Held until the program ends. A folder that cannot be made is for the modem to complain
+// about.
+std::string claim(const std::string& root) {
+  std::string problem = modemsim::foreign_root(root);
+  if (!problem.empty()) return problem;
   std::error_code failed;
   std::filesystem::create_directories(root, failed);
   const int folder = open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  return folder < 0 || flock(folder, LOCK_EX | LOCK_NB) == 0;
+  if (folder >= 0 && flock(folder, LOCK_EX | LOCK_NB) != 0) return "another simulated modem runs in " + root;
+  return modemsim::foreign_root(root);
 }
 
 int play(std::string root, const std::string& scenario_name, bool verbose, double seconds, double speed) {
@@ -137,7 +142,8 @@ int play(std::string root, const std::string& scenario_name, bool verbose, doubl
 
   std::optional<modemsim::DeviceRoot> own_root;
   if (root.empty()) root = own_root.emplace("modemsim").dir();
-  if (!claim(root)) return complain("another simulated modem runs in " + root);
+  const std::string problem = claim(root);
+  if (!problem.empty()) return complain(problem);
   Printer printer;
   modemsim::Modem modem;
   if (verbose) {

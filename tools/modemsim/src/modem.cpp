@@ -20,6 +20,7 @@
 #include <mutex>
 #include <thread>
 
+#include "device_files.h"
 #include "impl.h"
 
 namespace modemsim {
@@ -43,13 +44,9 @@ bool Modem::Impl::start(const std::string& where) {
     return false;
   }
   root_ = where;
-  std::error_code failed;
   for (const char* folder : kFolders) {
-    fs::create_directories(fs::path(root_) / folder, failed);
-    if (failed) {
-      error_ = "cannot create " + (fs::path(root_) / folder).string() + ": " + failed.message();
-      return false;
-    }
+    error_ = make_device_folder(root_, folder);
+    if (!error_.empty()) return false;
   }
   wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (wake_ < 0) {
