@@ -57,8 +57,9 @@ void fuzz_config(Bytes bytes) {
     for (size_t at; (at = word.find("'\\''")) != std::string::npos;) word.erase(at, 4);
     require(std::count(word.begin(), word.end(), '\'') == 2 && word.back() == '\'');
   }
-  const char* apn = override_apn(line.get());
-  require(strpbrk(apn, "\r\n") == nullptr);
+  const char* apn = override_apn(line.get(), line.length());
+  if (apn == nullptr) return;
+  require(strpbrk(apn, "\r\n\t\"\x1B\x7F;") == nullptr);
   build_apn_command(apn, Field<kApnCommandSize>());
 }
 

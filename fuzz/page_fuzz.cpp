@@ -3,6 +3,9 @@
 //
 // Input: view (1 byte), capacity (2), snapshot, network values, then the static information text, which also
 // stands for a line of /proc/net/dev.
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include "brio/brio_module.h"
 #include "fuzz.h"
 #include "log_611_sections.h"
@@ -31,10 +34,10 @@ uint32_t build(char* buffer, uint32_t capacity, const Values& v, Bytes info) {
                            v.view % 2 != 0 ? View::kFull : View::kMasked};
   require(write_sections(page, input));
   if (!info.empty()) {
-    FILE* file = fmemopen(const_cast<char*>(info.data()), info.size(), "r");
-    require(file != nullptr);
-    write_static_info(page, file);
-    fclose(file);
+    const int memory = memfd_create("static_info", 0);
+    require(pwrite(memory, info.data(), info.size(), 0) == static_cast<ssize_t>(info.size()));
+    brio::InputFile file(memory);
+    write_static_info(page, &file);
   }
   return page.written();
 }

@@ -2,9 +2,9 @@
 #include <openssl/evp.h>
 #include <string.h>
 
+#include "base/files.h"
 #include "base/guards.h"
 #include "base/log.h"
-#include "base/paths.h"
 #include "brio/briolib.h"
 
 namespace {
@@ -53,7 +53,7 @@ uint32_t briolib_get_file_md5_hash(const char* path, uint8_t digest[16]) {
     return 0;
   }
   Md5 md5;
-  brio::File file(brio::fopen_to_read(path));
+  brio::InputFile file(brio::open_input(path));
   if (!file) {
     BLIB_E("E blib:%s:%d:briolib_get_file_md5_hash::Error in fopen\n", BLIB_HERE);
     return 0;
@@ -65,10 +65,10 @@ uint32_t briolib_get_file_md5_hash(const char* path, uint8_t digest[16]) {
   }
   size_t length;
   do {
-    length = fread(block.get(), 1, kFileBlock, file.get());
+    length = file.read(block.get(), kFileBlock);
     md5.update(block.get(), length);
   } while (length == kFileBlock);
-  if (ferror(file.get()) != 0) {
+  if (file.failed()) {
     BLIB_E("E blib:%s:%d:briolib_get_file_md5_hash::Error in fread\n", BLIB_HERE);
     return 0;
   }

@@ -1,9 +1,9 @@
 // What the modem must be set to before it is used: carrier configuration, APN and WAN type.
-#include <stdio.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "apn.h"
-#include "base/guards.h"
+#include "base/files.h"
 #include "base/log.h"
 #include "base/masked.h"
 #include "base/paths.h"
@@ -29,7 +29,7 @@ constexpr size_t kApnAnswerSize = 128;
 
 // The APN override file stays open on purpose once it was read: one handle, that of the last check. Written
 // by the opening thread under the library-state mutex.
-FILE* s_apn_override_file;
+int s_apn_override_file = -1;
 
 // The response callbacks below run on the read thread.
 
@@ -65,16 +65,18 @@ uint32_t recv_func_prv_briolib_get_model(const ATResponse* response, void* user_
 
 // True when the override file decides: with a first line `command` is built, else it stays empty.
 bool prv_apn_override(char* command) {
-  FILE* file = brio::fopen_device(brio::kApnOverrideFile);
-  if (file == nullptr) return false;
-  if (s_apn_override_file != nullptr) fclose(s_apn_override_file);
-  s_apn_override_file = file;
+  brio::InputFile file(brio::kApnOverrideFile);
+  if (!file) return false;
   char line[kFileLineSize];
-  if (fgets(line, sizeof(line), file) == nullptr) {
-    brio::read_failed(file, brio::kApnOverrideFile);
-    return true;
+  const size_t length = file.line(line, sizeof(line));
+  if (s_apn_override_file >= 0) close(s_apn_override_file);
+  s_apn_override_file = file.release();
+  if (length == 0) return true;
+  const char* apn = brio::parse::override_apn(line, length);
+  if (apn == nullptr) {
+    BLIB_E("E blib:%s:%d:checkAPN:name=%s:APN refused, no override\n", BLIB_HERE, brio::kApnOverrideFile);
+    return false;
   }
-  const char* apn = brio::parse::override_apn(line);
   BLIB_I("I blib:%s:%d:APN:updated to:[%s]\n", BLIB_HERE, apn);
   brio::parse::build_apn_command(apn, command);
   return true;
@@ -110,13 +112,12 @@ uint32_t prv_apn_of_sim(char* command) {
 }
 
 // The first line of the WAN information file that holds the key decides; 0 without one.
-uint8_t prv_wan_type_of_file(FILE* file) {
+uint8_t prv_wan_type_of_file(brio::InputFile* file) {
   char line[kFileLineSize];
   uint8_t type = BRIO_WAN_TYPE_UNKNOWN;
-  while (fgets(line, sizeof(line), file) != nullptr) {
+  while (file->line(line, sizeof(line)) > 0) {
     if (brio::parse::parse_wan_type_line(line, &type)) return type;
   }
-  brio::read_failed(file, brio::kWanInfoFile);
   return BRIO_WAN_TYPE_UNKNOWN;
 }
 
@@ -168,9 +169,9 @@ uint32_t briolib_check_apn_setting(void) {
 uint32_t briolib_update_wan_type(void) {
   uint32_t status = BRIO_STATUS_OK;
   uint8_t type = BRIO_WAN_TYPE_UNKNOWN;
-  brio::File file(brio::fopen_device(brio::kWanInfoFile));
+  brio::InputFile file(brio::kWanInfoFile);
   if (file) {
-    type = prv_wan_type_of_file(file.get());
+    type = prv_wan_type_of_file(&file);
   } else {
     char model[brio::parse::kModelSize] = {};
     uint32_t result = blpkt_atcmd_request_with_callback(
@@ -189,12 +190,7 @@ uint32_t briolib_update_wan_type(void) {
 
 uint32_t briolib_get_snapshot_mode(uint32_t mode) {
   if (mode != kModeStoredByHost) return mode;
-  brio::File file(brio::fopen_device(brio::kManualSelectionFile));
-  if (!file) return 0;
   char line[kSelectionLineSize];
-  if (fgets(line, sizeof(line), file.get()) == nullptr) {
-    brio::read_failed(file.get(), brio::kManualSelectionFile);
-    return 0;
-  }
+  brio::InputFile(brio::kManualSelectionFile).line(line, sizeof(line));
   return brio::parse::snapshot_mode_of_line(line);
 }

@@ -2,6 +2,7 @@
 #include <stddef.h>
 #include <string.h>
 
+#include "base/files.h"
 #include "base/guards.h"
 #include "base/log.h"
 #include "base/paths.h"
@@ -60,11 +61,10 @@ uint32_t brio_get_sim_static_info(int32_t force) {
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:collecting static info of modem\n", BLIB_HERE);
   prv_read_file(brio::parse::kReadIccidCommand);
 
-  const bool file_exists =
-      brio::Descriptor(brio::open_device(brio::kStaticInfoFile, O_RDONLY | O_NONBLOCK | O_NOCTTY)).valid();
+  const brio::DevicePath path(brio::kStaticInfoFile);
+  const bool file_exists = brio::Descriptor(brio::open_input(path.c_str())).valid();
   if (file_exists && force == 0) return BRIO_STATUS_OK;
   if (file_exists && briolib_get_sim_info_md5_status() == 0) {
-    brio::DevicePath path(brio::kStaticInfoFile);
     // A file that cannot be read through leaves the digest unknown: the dump writes the file anew.
     briolib_get_file_md5_hash(path.c_str(), brio::g_sim_info_hash);
     briolib_set_sim_info_md5_status(1);

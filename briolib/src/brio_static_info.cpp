@@ -1,9 +1,9 @@
 // Writes the static information file.
 #include <errno.h>
-#include <fcntl.h>
 #include <string.h>
 #include <unistd.h>
 
+#include "base/files.h"
 #include "base/guards.h"
 #include "base/log.h"
 #include "base/paths.h"
@@ -56,7 +56,7 @@ void briolib_log_dump_static_info(void) {
   }
   if (memcmp(digest, brio::g_sim_info_hash, sizeof(digest)) == 0) return;
 
-  brio::Descriptor file(brio::create_device(brio::kStaticInfoFile, O_WRONLY | O_TRUNC, kFileMode));
+  brio::Descriptor file(brio::open_output(brio::kStaticInfoFile, O_WRONLY | O_TRUNC, kFileMode));
   if (!file.valid()) {
     BLIB_E("E blib:%s:%d:briolib_log_dump_static_info::ERR:log_file_handle NULL file_path=%s\n", BLIB_HERE,
            brio::kStaticInfoFile);

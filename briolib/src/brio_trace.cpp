@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <pthread.h>
-#include <stdio.h>
 #include <sys/file.h>
 #include <sys/select.h>
 #include <termios.h>
@@ -11,6 +10,7 @@
 
 #include "base/clock.h"
 #include "base/control_sockets.h"
+#include "base/files.h"
 #include "base/guards.h"
 #include "base/log.h"
 #include "base/paths.h"
@@ -25,6 +25,8 @@ constexpr char kLogTag[] = "briolib/src/brio_trace";
 
 constexpr size_t kBlockSize = 1023;
 constexpr mode_t kTraceFileMode = 0444;
+// Far above any filter. The host waits for each of them to be answered.
+constexpr int kFilterCommandsMax = 256;
 static_assert(sizeof(off_t) == 8, "a trace may grow beyond 2 GiB");
 constexpr const char* kSwitchOffCommands[] = {"AT+XSYSTRACE=0", "AT+TRACE=0"};
 
@@ -192,7 +194,7 @@ uint32_t prv_read_log_from_tst(const char* log_path) {
   PortLock lock(port.get());
   prv_configure_port(port.get());
   // O_APPEND: a second start within the same second continues the earlier trace.
-  brio::Descriptor log(brio::create_device(log_path, O_WRONLY | O_APPEND, kTraceFileMode));
+  brio::Descriptor log(brio::open_output(log_path, O_WRONLY | O_APPEND, kTraceFileMode));
   if (!log.valid()) {
     BLIB_E("E blib:%s:%d:brio_read_log_from_tst:log=\"%s\":can't open log file\n", BLIB_HERE, log_path);
     return BRIO_STATUS_FATAL;
@@ -227,27 +229,28 @@ uint32_t prv_request(const char* command) {
 
 // The next line without its "\n", of a longer one the first kTraceLineMax + 1 characters; false at the end of
 // the file.
-bool prv_next_line(FILE* file, char (&line)[brio::parse::kTraceLineMax + 1], size_t* length) {
+bool prv_next_line(brio::InputFile* file, char (&line)[brio::parse::kTraceLineMax + 1], size_t* length) {
   *length = 0;
-  int c = getc_unlocked(file);
-  if (c == EOF) return false;
-  for (; c != EOF && c != '\n'; c = getc_unlocked(file)) {
+  int c = file->next();
+  if (c < 0) return false;
+  for (; c >= 0 && c != '\n'; c = file->next()) {
     if (*length < sizeof(line)) line[(*length)++] = static_cast<char>(c);
   }
   return true;
 }
 
 // Sends every command of the filter file. `*switch_off` is set when the modem's trace is to be stopped.
-uint32_t prv_send_filter_to_tst(FILE* file, const char* filter_path, bool* switch_off) {
+uint32_t prv_send_filter_to_tst(brio::InputFile* file, bool* switch_off) {
   using brio::parse::TraceFilterLine;
   uint32_t status = BRIO_STATUS_FAILURE;
   char line[brio::parse::kTraceLineMax + 1];
   size_t length;
+  int commands = 0;
   while (prv_next_line(file, line, &length)) {
     char command[brio::parse::kTraceCommandSize];
     TraceFilterLine kind = brio::parse::trace_filter_line(line, length, command);
     if (kind == TraceFilterLine::kIgnored) continue;
-    if (kind == TraceFilterLine::kInvalid) {
+    if (kind == TraceFilterLine::kInvalid || ++commands > kFilterCommandsMax) {
       BLIB_E("E blib:%s:%d:brio_send_filter_to_tst:Invalid filter format:\n", BLIB_HERE);
       *switch_off = true;
       return BRIO_STATUS_INVALID;
@@ -259,8 +262,6 @@ uint32_t prv_send_filter_to_tst(FILE* file, const char* filter_path, bool* switc
       return status;
     }
   }
-  // A file that cannot be read (a directory, say) is as good as one without commands.
-  brio::read_failed(file, filter_path);
   return status;
 }
 
@@ -269,9 +270,9 @@ uint32_t prv_apply_filter(const char* filter_path) {
   uint32_t status = BRIO_STATUS_OK;
   if (filter_path == nullptr) {
     switch_off = true;
-  } else if (brio::File file(brio::fopen_device(filter_path)); file) {
+  } else if (brio::InputFile file(filter_path); file) {
     BLIB_I("I blib:%s:%d::name=\"%s\":file detected\n", BLIB_HERE, filter_path);
-    status = prv_send_filter_to_tst(file.get(), filter_path, &switch_off);
+    status = prv_send_filter_to_tst(&file, &switch_off);
   } else {
     BLIB_I("I blib:%s:%d::trace log filter file (%s) does not exist:disable trace log\n", BLIB_HERE,
            filter_path);

@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "base/guards.h"
+#include "base/files.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "module_state.h"
@@ -90,8 +90,7 @@ void prv_cannot_open() {
 // True when the file does not hold `mcc`; a file that cannot be read counts as unchanged, so that it is left
 // alone.
 bool prv_differs_from_file(const char* mcc) {
-  // Whatever stands in the file's place, a pipe too, the host does not wait for it.
-  brio::Descriptor file(brio::open_device(kMccFile, O_RDONLY | O_NONBLOCK));
+  brio::Descriptor file(brio::open_input(brio::DevicePath(kMccFile).c_str()));
   if (!file.valid() && errno == ENOENT) {
     MODULE_D_OF("prv_report_mcc_change", WABS_LOG_FLOW, "D def:current MCC = %s no previous MCC (%s:%s:%d)",
                 mcc);
@@ -115,7 +114,7 @@ void prv_report_mcc_change(const char* mcc) {
   // The file holds three digits and is rewritten in place: a shorter text would leave a digit of the old one.
   if (!prv_three_digits(mcc) || !prv_differs_from_file(mcc)) return;
   MODULE_I("I brio:mccchanged:mcc=%s:mcc has changed", mcc);
-  brio::Descriptor file(brio::create_device(kMccFile, O_WRONLY, kMccFileMode));
+  brio::Descriptor file(brio::open_output(kMccFile, O_WRONLY, kMccFileMode));
   if (!file.valid()) {
     prv_cannot_open();
   } else if (!prv_write_whole(file.get(), mcc, kMccDigits)) {

@@ -2,7 +2,7 @@
 #include <errno.h>
 
 #include "base/clock.h"
-#include "base/guards.h"
+#include "base/files.h"
 #include "base/paths.h"
 #include "brio/brio.h"
 #include "brio/brio_module.h"
@@ -80,13 +80,12 @@ void prv_static_info(Writer& page) {
     }
     s_static_info_read = true;
   }
-  brio::File file(brio::fopen_device(brio::kStaticInfoFile, brio::Links::kNoFollow));
+  brio::InputFile file(brio::kStaticInfoFile);
   if (!file) {
     MODULE_E("E brio:611:no static info found \n:Bad Param");
     return;
   }
-  brio::page::write_static_info(page, file.get());
-  brio::read_failed(file.get(), brio::kStaticInfoFile);
+  brio::page::write_static_info(page, &file);
 }
 
 void prv_brio_get611_display(Writer& page, const atcmd_snapshot& snapshot, View view) {

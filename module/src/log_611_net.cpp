@@ -10,7 +10,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-#include "base/guards.h"
+#include "base/files.h"
 #include "base/paths.h"
 #include "base/text.h"
 
@@ -84,10 +84,10 @@ bool parse_net_dev_line(const char* line, const char* interface, TrafficSample* 
 void read_counters(const char* interface, TrafficSample* sample) {
   sample->rx_bytes = kUnknownCounter;
   sample->tx_bytes = kUnknownCounter;
-  File file(fopen_device(kNetDevFile));
+  InputFile file(open_device(kNetDevFile, O_RDONLY | O_NONBLOCK | O_NOCTTY));
   if (!file) return;
   char line[kLine];
-  while (fgets(line, sizeof(line), file.get()) != nullptr) {
+  while (file.line(line, sizeof(line)) > 0) {
     if (parse_net_dev_line(line, interface, sample)) return;
   }
 }

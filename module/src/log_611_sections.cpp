@@ -2,6 +2,7 @@
 
 #include <limits.h>
 #include <stdarg.h>
+#include <stdio.h>
 #include <string.h>
 
 #include "base/guards.h"
@@ -335,9 +336,9 @@ bool write_sections(Writer& page, const PageInput& input) {
   return true;
 }
 
-void write_static_info(Writer& page, FILE* file) {
+void write_static_info(Writer& page, InputFile* file) {
   char line[kStaticInfoLine];
-  while (page.room() > 0 && fgets(line, sizeof(line), file) != nullptr) page.add("%s", line);
+  while (page.room() > 0 && file->line(line, sizeof(line)) > 0) page.add("%s", line);
 }
 
 }  // namespace brio::page

@@ -4,8 +4,8 @@
 
 #include <stddef.h>
 #include <stdint.h>
-#include <stdio.h>
 
+#include "base/files.h"
 #include "brio/brio_types.h"
 #include "log_611_net.h"
 
@@ -45,7 +45,7 @@ struct PageInput {
 bool write_sections(Writer& page, const PageInput& input);
 
 // What stands below that heading: `file` line by line, as far as there is room.
-void write_static_info(Writer& page, FILE* file);
+void write_static_info(Writer& page, InputFile* file);
 
 }  // namespace brio::page
 

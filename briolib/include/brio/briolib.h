@@ -137,7 +137,8 @@ BRIO_API void briolib_log_dump_static_info(void);
 /* MD5 of `count` texts in order, up to the first null. 16, or 0 for null, no texts, or a libcrypto failure.
  */
 BRIO_API uint32_t briolib_get_md5_hash(const char* const* strings, int32_t count, uint8_t digest[16]);
-/* MD5 of a file; the path is taken as it stands (no root directory). 16, or 0 with a log line. */
+/* MD5 of a regular file of up to 16 MiB, not through a link; the path is taken as it stands (no root
+ * directory). 16, or 0 with a log line. */
 BRIO_API uint32_t briolib_get_file_md5_hash(const char* path, uint8_t digest[16]);
 /* Builds the reverse base64 table, once. */
 BRIO_API void briolib_base64_init(void);

@@ -1,9 +1,8 @@
-// Owners for what an early return would leak: a held mutex, a descriptor, a FILE, heap text.
+// Owners for what an early return would leak: a held mutex, a descriptor, heap text.
 #ifndef BRIOLIB_BASE_GUARDS_H
 #define BRIOLIB_BASE_GUARDS_H
 
 #include <pthread.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -41,22 +40,6 @@ class Descriptor {
 
  private:
   int fd_;
-};
-
-class File {
- public:
-  explicit File(FILE* file) : file_(file) {}
-  ~File() {
-    if (file_ != nullptr) fclose(file_);
-  }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-
-  FILE* get() const { return file_; }
-  explicit operator bool() const { return file_ != nullptr; }
-
- private:
-  FILE* file_;
 };
 
 // Heap memory of malloc and its kin.

@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <limits.h>
-#include <stdio.h>
 
 namespace brio {
 
@@ -34,27 +33,9 @@ class DevicePath {
   char text_[PATH_MAX];
 };
 
-// open(2) of a device path; every descriptor is close-on-exec.
-int open_device(const char* path, int flags, mode_t mode = 0);
-
-// Opens a state file for writing, creates it where it is missing. A file that is created has `mode` whatever
-// the umask is; an existing one keeps its own. A symbolic link in its place is not followed (ELOOP), a pipe
-// keeps nobody waiting.
-int create_device(const char* path, int flags, mode_t mode);
-
-// A file opened for reading. A pipe that somebody planted in its place keeps nobody waiting: without a writer
-// it reads as an empty file. A device node is refused (EINVAL): it may never end.
-FILE* fopen_to_read(const char* path);
-
-// The same of a device path, for files of a few lines: more than kTextFileMax bytes are refused (EFBIG), too.
-// kNoFollow: for the files that the library itself writes.
-inline constexpr off_t kTextFileMax = 16 << 20;
-enum class Links { kFollow, kNoFollow };
-FILE* fopen_device(const char* path, Links links = Links::kFollow);
-
-// To be asked directly behind the read that gave nothing: whether it failed (of a directory, say) instead of
-// meeting the file's end. Then an error line names the device path.
-bool read_failed(FILE* file, const char* path);
+// open(2) of a port or of an entry that only the kernel fills, close-on-exec. Below a root directory these
+// may be links, to the ttys of a modem on a desk for instance. All other files: base/files.h.
+int open_device(const char* path, int flags);
 
 }  // namespace brio
 

@@ -1,8 +1,8 @@
 // Life of the modem library: open, close, status gate.
 #include <pthread.h>
-#include <stdio.h>
 
 #include "base/clock.h"
+#include "base/files.h"
 #include "base/guards.h"
 #include "base/log.h"
 #include "base/paths.h"
@@ -52,10 +52,10 @@ uint32_t prv_send(const char* command, int32_t timeout_seconds) {
 }
 
 // The next line, "\n" included, of a longer one its first characters; false at the end of the file.
-bool prv_next_config_line(FILE* file, char (&line)[kLogConfigLine + 1]) {
+bool prv_next_config_line(brio::InputFile* file, char (&line)[kLogConfigLine + 1]) {
   size_t length = 0;
   int c = 0;
-  while (c != '\n' && (c = getc_unlocked(file)) != EOF) {
+  while (c != '\n' && (c = file->next()) >= 0) {
     if (length < kLogConfigLine) line[length++] = static_cast<char>(c);
   }
   line[length] = '\0';
@@ -63,13 +63,13 @@ bool prv_next_config_line(FILE* file, char (&line)[kLogConfigLine + 1]) {
 }
 
 void prv_read_log_config() {
-  brio::File file(brio::fopen_device(brio::kLogConfigFile));
+  brio::InputFile file(brio::kLogConfigFile);
   if (!file) {
     BLIB_D(BRIO_LOG_CONFIG, "D blib:%s:%d:No log config file detected", BLIB_HERE);
     return;
   }
   char buffer[kLogConfigLine + 1];
-  while (prv_next_config_line(file.get(), buffer)) {
+  while (prv_next_config_line(&file, buffer)) {
     BLIB_D(BRIO_LOG_CONFIG, "D blib:%s:%d:log config file: %s", BLIB_HERE, buffer);
     const char* line = brio::trim(buffer);
     if (*line == '\0' || *line == '#') continue;
@@ -77,7 +77,6 @@ void prv_read_log_config() {
     briolib_log_set_log_mask(brio::hexadecimal(line));
     return;
   }
-  brio::read_failed(file.get(), brio::kLogConfigFile);
 }
 
 bool prv_start_channel(const char* query_port) {
@@ -147,13 +146,8 @@ void prv_brio_atcmd_mcs(const brio::parse::ManualSelection& selection) {
 
 // A manual selection that another program stored is carried over a restart.
 void prv_replay_manual_selection() {
-  brio::File file(brio::fopen_device(brio::kManualSelectionFile));
-  if (!file) return;
   char line[kManualSelectionLine + 1];
-  if (fgets(line, sizeof(line), file.get()) == nullptr) {
-    brio::read_failed(file.get(), brio::kManualSelectionFile);
-    return;
-  }
+  brio::InputFile(brio::kManualSelectionFile).line(line, sizeof(line));
   brio::parse::ManualSelection selection;
   if (brio::parse::parse_manual_selection(line, &selection)) prv_brio_atcmd_mcs(selection);
 }

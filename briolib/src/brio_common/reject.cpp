@@ -1,7 +1,7 @@
 // Reject causes of the network, and the flag that tells the rest of the device to stop retrying.
-#include <fcntl.h>
 #include <string.h>
 
+#include "base/files.h"
 #include "base/guards.h"
 #include "base/log.h"
 #include "base/paths.h"
@@ -43,7 +43,7 @@ const RejectPlace* prv_find_place(uint8_t procedure) {
 
 void prv_briolib_create_fatal_reject_flag() {
   // The file's presence is the whole message.
-  brio::Descriptor flag(brio::create_device(brio::kFatalRejectFile, O_WRONLY | O_TRUNC, 0644));
+  brio::Descriptor flag(brio::open_output(brio::kFatalRejectFile, O_WRONLY | O_TRUNC, 0644));
   if (!flag.valid()) {
     BLIB_E("E blib:%s:%d:%s::FATAL Reject Flag create failure", BLIB_HERE,
            "prv_briolib_create_fatal_reject_flag");

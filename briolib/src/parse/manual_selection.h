@@ -11,8 +11,8 @@ struct ManualSelection {
   const char* command;      // in the line
 };
 
-// Cuts up the file's first line. False when there is nothing to replay: no blank, no command after it, or
-// automatic selection.
+// Cuts up the file's first line, which also ends at a CR: one command. False when there is nothing to replay:
+// no blank, no command after it, or automatic selection.
 bool parse_manual_selection(char* line, ManualSelection* selection);
 
 }  // namespace brio::parse

@@ -30,6 +30,11 @@ bool append(char* text, size_t capacity, size_t* used, const char* piece) {
   return true;
 }
 
+// C0, DEL, C1.
+bool is_control(unsigned char c) {
+  return c < 0x20 || (c >= 0x7F && c < 0xA0);
+}
+
 }  // namespace
 
 bool parse_carrier_id(const char* line, uint16_t* carrier_id) {
@@ -64,17 +69,24 @@ bool parse_wan_type_line(const char* line, uint8_t* type) {
 }
 
 uint32_t snapshot_mode_of_line(const char* line) {
-  return strcasestr(line, "AT+COPS=0") != nullptr ? 1 : 0;
+  const char* found = strcasestr(line, "AT+COPS=0");
+  return found != nullptr && found < line + strcspn(line, "\r") ? 1 : 0;
 }
 
 void build_apn_command(const char* apn, char command[kApnCommandSize]) {
   snprintf(command, kApnCommandSize, "AT+CGDCONT=1,\"IP\",\"%s\",\"\",0,0", apn);
 }
 
-char* override_apn(char* line) {
-  line = skip_spaces(line);
-  line[strcspn(line, "\r\n")] = '\0';
-  return trim(line);
+const char* override_apn(char* line, size_t length) {
+  char* apn = skip_spaces(line);
+  char* end = apn + strcspn(apn, "\r\n");
+  if (*end == '\0' && end != line + length) return nullptr;  // a NUL of the file
+  *end = '\0';
+  apn = trim(apn);
+  for (const char* c = apn; *c != '\0'; c++) {
+    if (*c == '"' || *c == ';' || is_control(static_cast<unsigned char>(*c))) return nullptr;
+  }
+  return apn;
 }
 
 bool build_remove_command(const char* path, const char* device_path, char* command, size_t capacity) {

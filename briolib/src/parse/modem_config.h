@@ -30,7 +30,7 @@ uint8_t wan_type_of_model(const char* model);
 bool parse_wan_type_line(const char* line, uint8_t* type);
 
 // 300 AT+COPS=0
-// The stored selection command: 1 when it selects automatically (any letter case), else 0.
+// The stored selection command up to a CR: 1 when it selects automatically (any letter case), else 0.
 uint32_t snapshot_mode_of_line(const char* line);
 
 inline constexpr size_t kApnCommandSize = 128;
@@ -38,9 +38,10 @@ inline constexpr size_t kApnCommandSize = 128;
 // The command that writes an APN into PDP context 1, cut to 127 characters.
 void build_apn_command(const char* apn, char command[kApnCommandSize]);
 
-// The APN of the override file's first line: the text up to the first CR or LF without white space around it.
-// Cuts `line` up in place.
-char* override_apn(char* line);
+// The APN of the override file's first line, which may hold NULs: the text up to the first CR or LF without
+// white space around it. Cuts `line` up in place. Null for what would not stay one value of its command: a
+// quote, a semicolon, a control character.
+const char* override_apn(char* line, size_t length);
 
 // The shell command that removes the file at `path`. A path that is not `device_path` itself lies below a
 // root directory of someone's choice and is quoted. False when it does not fit.

@@ -59,11 +59,10 @@ Plan& plan(const std::string& call) {
 }
 
 // What the product holds.
-constexpr const char* kHeld[] = {"heap",      "stream",     "thread", "lock",       "mutex",
-                                 "condition", "attributes", "digest", "connection", "text"};
+constexpr const char* kHeld[] = {"heap",       "thread", "lock",       "mutex", "condition",
+                                 "attributes", "digest", "connection", "text"};
 std::atomic<long> s_held[std::size(kHeld)];
-auto& [s_heap, s_stream, s_thread, s_lock, s_mutex, s_condition, s_attributes, s_digest, s_connection,
-       s_text] = s_held;
+auto& [s_heap, s_thread, s_lock, s_mutex, s_condition, s_attributes, s_digest, s_connection, s_text] = s_held;
 std::atomic<long> s_stray_closes;
 
 // A transfer that fails after some bytes, or with none, or for good.
@@ -141,6 +140,7 @@ CALL(int, tcflush, (int fd, int queues), (fd, queues), -1, )
 CALL(off_t, lseek, (int fd, off_t offset, int whence), (fd, offset, whence), -1, )
 CALL(int, unlink, (const char* path), (path), -1, )
 CALL(int, fstat, (int fd, struct stat* facts), (fd, facts), -1, )
+CALL(int, ftruncate, (int fd, off_t size), (fd, size), -1, )
 CALL(int, fchmod, (int fd, mode_t mode), (fd, mode), -1, )
 CALL(const char*, inet_ntop, (int family, const void* address, char* text, socklen_t size),
      (family, address, text, size), nullptr, )
@@ -174,26 +174,6 @@ extern "C" ssize_t __wrap_write(int fd, const void* data, size_t size) {
   if (s_write.fails()) return fail_transfer(size / 2, write_some);
   return faults::on_write ? faults::on_write(fd, static_cast<const char*>(data), size) : write_some(size);
 }
-
-// ---- Streams. They read through here, so that a failing read is the stream's own.
-static Plan s_fread("fread"), s_fdopen("fdopen");
-static ssize_t read_stream(void* cookie, char* data, size_t size) {
-  const auto read_some = [=](size_t some) {
-    return ::read(static_cast<int>(reinterpret_cast<intptr_t>(cookie)), data, some);
-  };
-  return s_fread.fails() ? fail_transfer(std::min<size_t>(size, 3), read_some) : read_some(size);
-}
-static int close_stream(void* cookie) {
-  return ::close(static_cast<int>(reinterpret_cast<intptr_t>(cookie)));
-}
-extern "C" FILE* __wrap_fdopen(int fd, const char* mode) {
-  if (s_fdopen.fails()) return nullptr;
-  FILE* stream = fopencookie(reinterpret_cast<void*>(static_cast<intptr_t>(fd)), mode,
-                             {read_stream, nullptr, nullptr, close_stream});
-  s_stream += stream != nullptr;
-  return stream;
-}
-CALL(int, fclose, (FILE * stream), (stream), fail_behind([=] { ::fclose(stream); }), s_stream--)
 
 // ---- Processes and time
 CALL(int, system, (const char* command), (command), errno == faults::kEnd ? 127 << 8 : -1, )

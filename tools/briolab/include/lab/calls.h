@@ -17,8 +17,8 @@ namespace faults {
 constexpr int kShort = -1;
 constexpr int kEnd = -2;  // no byte; of system: the exit status of a shell that found no command
 
-// After `skip` good calls, `times` calls fail with `error`. What fails inside streams is "fread", whatever
-// reads them; the monotonic clock is "clock_gettime". A close fails behind its work.
+// After `skip` good calls, `times` calls fail with `error`. The monotonic clock is "clock_gettime". A close
+// fails behind its work.
 void fail(const std::string& call, int error, long skip = 0, long times = 1);
 // Runs whenever a call was made to fail, on its thread; null for none.
 void on_fault(void (*hook)());
