@@ -1,6 +1,6 @@
-// What one request costs over a pty, against a bare loop of two threads that does only what it must: write,
-// select, read, condition variable. Both talk to the same responder. Prints both and their ratio; exits 1
-// when it exceeds the limit.
+// What one request costs over a pty: its system calls and allocations, and its processor time against a bare
+// loop of two threads that does only what it must: write, select, read, condition variable. Both talk to the
+// same responder. Prints all; exits 1 when a count or the ratio of the times exceeds its limit.
 //
 //   round_trip [requests per round] [limit]
 #include <fcntl.h>
@@ -9,11 +9,12 @@
 #include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/select.h>
+#include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -22,13 +23,42 @@
 
 #include "brio/brio.h"
 #include "brio/brio_at.h"
+#include "call_count.h"
 #include "pty_port.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+std::atomic<long> s_allocations{0};
+
+}  // namespace
+
+extern "C" {
+
+void* __real_malloc(size_t size);
+void* __real_calloc(size_t count, size_t size);
+char* __real_strdup(const char* text);
+
+void* __wrap_malloc(size_t size) {
+  s_allocations++;
+  return __real_malloc(size);
+}
+void* __wrap_calloc(size_t count, size_t size) {
+  s_allocations++;
+  return __real_calloc(count, size);
+}
+char* __wrap_strdup(const char* text) {
+  s_allocations++;
+  return __real_strdup(text);
+}
+}
+
+namespace {
 
 constexpr char kCommand[] = "AT+GTBARS?";
+// Write, select, read and three of futex, which rarely meet by chance and make another one.
+constexpr double kSystemCallsMax = 6.1;
+// The answer, its one line with the text, its final line.
+constexpr double kAllocationsMax = 4;
 constexpr char kAnswer[] = "\r\n+GTBARS: 0,7,4,60,30\r\n\r\nOK\r\n";
 
 // Answers every CR on a port until it is destroyed.
@@ -63,8 +93,16 @@ long switches() {
   return usage.ru_nvcsw + usage.ru_nivcsw;
 }
 
-double per_request(Clock::time_point start, int requests) {
-  return std::chrono::duration<double, std::micro>(Clock::now() - start).count() / requests;
+// Of all threads, in microseconds. On one processor that no other work delays they add up to the time that
+// passes.
+double processor_time() {
+  timespec now;
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) * 1e6 + static_cast<double>(now.tv_nsec) / 1e3;
+}
+
+double per_request(double start, int requests) {
+  return (processor_time() - start) / requests;
 }
 
 struct Bare {
@@ -102,7 +140,7 @@ double bare_round(const bench::PtyPort& port, int requests) {
   pthread_t reader;
   pthread_create(&reader, nullptr, bare_reader, &bare);
   std::string command = std::string(kCommand) + "\r";
-  auto start = Clock::now();
+  const double start = processor_time();
   for (int i = 0; i <= requests; i++) {
     if (i == requests) bare.stop = true;
     if (write(bare.fd, command.data(), command.size()) < 0) abort();
@@ -124,12 +162,54 @@ uint32_t recv_func_count(const ATResponse* response, void* user_data, uint16_t) 
   return 0;
 }
 
-double library_round(int requests, int& answered) {
-  auto start = Clock::now();
+bool open_channel() {
+  return blpkt_init() == 0 && pktio_init("/dev/ttyACM2", blpkt_handle_packet, nullptr) == 0;
+}
+
+void send_requests(int requests, int& answered) {
   for (int i = 0; i < requests; i++) {
     blpkt_atcmd_request_with_callback(kCommand, SINGLELINE, "+GTBARS", recv_func_count, &answered, 0);
   }
+}
+
+double library_round(int requests, int& answered) {
+  const double start = processor_time();
+  send_requests(requests, answered);
   return per_request(start, requests);
+}
+
+// False when a request takes more system calls than it may.
+bool count_calls() {
+  constexpr int kRequests = 1000;
+  const std::map<long, long> counts = bench::count_system_calls([] {
+    int answered = 0;
+    if (!open_channel()) return false;
+    send_requests(kRequests / 10, answered);
+    bench::count_begin();
+    send_requests(kRequests, answered);
+    bench::count_end();
+    return answered == kRequests + kRequests / 10;
+  });
+  static const std::map<long, const char*> kNames = {
+      {SYS_write, "write"},   {SYS_read, "read"},       {SYS_futex, "futex"},
+      {SYS_fcntl, "fcntl"},   {SYS_pselect6, "select"},
+#ifdef SYS_select
+      {SYS_select, "select"},
+#endif
+  };
+  double total = 0;
+  std::string each;
+  for (const auto& [number, count] : counts) {
+    const auto name = kNames.find(number);
+    char text[64];
+    snprintf(text, sizeof(text), "%s%s %.2f", each.empty() ? "" : ", ",
+             name != kNames.end() ? name->second : ("call " + std::to_string(number)).c_str(),
+             static_cast<double>(count) / kRequests);
+    each += text;
+    total += static_cast<double>(count) / kRequests;
+  }
+  printf("system calls %6.2f a request (limit %.2f): %s\n", total, kSystemCallsMax, each.c_str());
+  return total > 0 && total <= kSystemCallsMax;
 }
 
 }  // namespace
@@ -150,7 +230,8 @@ int main(int argc, char** argv) {
   bench::PtyPort bare_port(root, "bare"), query(root, "ttyACM2"), urc(root, "ttyACM3");
   Responder bare_modem(bare_port), query_modem(query);
   brio_set_root_dir(root.path().c_str());
-  if (blpkt_init() != 0 || pktio_init("/dev/ttyACM2", blpkt_handle_packet, nullptr) != 0) {
+  const bool few_calls = count_calls();
+  if (!open_channel()) {
     fprintf(stderr, "round_trip: the channel did not open\n");
     return 1;
   }
@@ -159,11 +240,14 @@ int main(int argc, char** argv) {
   double bare = 1e9, library = 1e9;
   long bare_switches = 0, library_switches = 0;
   int answered = 0;
+  long allocations = 0;
   for (int round = 0; round < kRounds; round++) {
     long at_start = switches();
     bare = std::min(bare, bare_round(bare_port, requests));
     long at_half = switches();
+    allocations -= s_allocations;
     library = std::min(library, library_round(requests, answered));
+    allocations += s_allocations;
     bare_switches += at_half - at_start;
     library_switches += switches() - at_half;
   }
@@ -175,10 +259,13 @@ int main(int argc, char** argv) {
          static_cast<double>(bare_switches) / total);
   printf("library     %7.2f us, %.2f context switches per round trip\n", library,
          static_cast<double>(library_switches) / total);
+  printf("allocations %7.2f a request (limit %.2f)\n", static_cast<double>(allocations) / total,
+         kAllocationsMax);
   printf("ratio       %7.2f (limit %.2f)\n", library / bare, limit);
   if (answered != requests * kRounds) {
     fprintf(stderr, "round_trip: %d of %d requests were answered\n", answered, requests * kRounds);
     return 1;
   }
-  return library <= limit * bare ? 0 : 1;
+  const bool few_allocations = static_cast<double>(allocations) <= kAllocationsMax * total;
+  return few_calls && few_allocations && library <= limit * bare ? 0 : 1;
 }

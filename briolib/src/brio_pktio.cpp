@@ -3,7 +3,6 @@
 #include "brio_pktio.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <pthread.h>
 #include <string.h>
 #include <sys/select.h>
@@ -154,7 +153,7 @@ enum class Verdict { kComplete, kGoOn, kGoOnBas, kNoCommand, kViolation };
 Verdict prv_classify(const char* line) {
   MutexGuard lock(s_command_mutex);
   if (s_command.type == NO_COMMAND) return Verdict::kNoCommand;
-  if (s_response_serial != s_command.serial) {
+  if (s_response == nullptr || s_response_serial != s_command.serial) {
     // Lines of a command that has timed out since are no part of this answer.
     prv_drop_response();
     s_response = at_response_new();
@@ -236,7 +235,6 @@ bool prv_serve_query_port(int fd) {
   char* text = nullptr;
   ReadResult result = prv_read_port(fd, &s_query_lines, &text);
   if (result != ReadResult::kData) return result != ReadResult::kEnd;
-  if (s_response == nullptr) s_response = at_response_new();
   BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:AT resp[%s]\n", BLIB_HERE, text);
   text = skip_line_ends(text);
   char* end = text + strlen(text);
@@ -370,10 +368,8 @@ bool prv_wait_writable(const Ports& ports, const timespec& start) {
   return false;
 }
 
-// Everything in one write. The port is non-blocking meanwhile, so that a modem that has stopped reading
-// cannot keep the ports from being closed. A port that has room for a part only fails like any short write.
+// Everything in one write. A port that has room for a part only fails like any short write.
 bool prv_write_whole(const Ports& ports, const char* bytes, size_t length) {
-  fcntl(ports.query, F_SETFL, O_NONBLOCK);
   timespec start = {};
   brio::clock_monotonic(&start);
   ssize_t written;
@@ -382,9 +378,7 @@ bool prv_write_whole(const Ports& ports, const char* bytes, size_t length) {
     written = write(ports.query, bytes, length);
   } while (written < 0 && (errno == EINTR || (errno == EAGAIN && refusals++ < kWriteRefusals &&
                                               prv_wait_writable(ports, start))));
-  int err = errno;
-  fcntl(ports.query, F_SETFL, 0);
-  errno = written < 0 ? err : EIO;
+  if (written >= 0) errno = EIO;
   return written == static_cast<ssize_t>(length);
 }
 

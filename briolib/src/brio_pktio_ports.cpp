@@ -30,13 +30,10 @@ void prv_set_raw(int fd) {
   tcsetattr(fd, TCSANOW, &attributes);
 }
 
-// A serial port, ready for use, or -1 with errno. Non-blocking for the open only, which must not wait for a
-// carrier.
+// A serial port, ready for use, or -1 with errno. Non-blocking, because an open must not wait for a carrier.
 int prv_open_serial(const char* path) {
   int fd = open_device(path, O_RDWR | O_NOCTTY | O_NONBLOCK);
-  if (fd < 0) return fd;
-  fcntl(fd, F_SETFL, 0);
-  prv_set_raw(fd);
+  if (fd >= 0) prv_set_raw(fd);
   return fd;
 }
 
@@ -55,6 +52,8 @@ bool open_ports(const char* query_port, Ports* ports) {
     BLIB_E("E blib:%s:%d:open:device: %s, errno: %d:can't open device\n", BLIB_HERE, query_port, errno);
     return false;
   }
+  // It stays non-blocking: a modem that has stopped reading must not keep the ports from being closed. A read
+  // of a raw port waits in neither mode.
   if (!prv_fits_select(ports->query)) return false;
   BLIB_D(BRIO_LOG_PORT, "D blib:%s:%d:pktio_init QRY fd:%d port:%s\n", BLIB_HERE, ports->query, query_port);
 
@@ -64,6 +63,7 @@ bool open_ports(const char* query_port, Ports* ports) {
     BLIB_E("E blib:%s:%d:open:device=%s,errno=%d:cant open device\n", BLIB_HERE, query_port, errno);
     return false;
   }
+  fcntl(ports->urc, F_SETFL, 0);
   if (!prv_fits_select(ports->urc)) return false;
   BLIB_D(BRIO_LOG_PORT, "D blib:%s:%d:pktio_init URC fd:%d port:%s\n", BLIB_HERE, ports->urc, kUrcPort);
 
