@@ -65,6 +65,17 @@ void prv_take_final(const char* line, const FinalResult& result, ATResponse* rec
   BLIB_D(BRIO_LOG_FINAL, "D blib:%s:%d:final response[OK]\n", BLIB_HERE);
 }
 
+// Whether the answer has room for the line; always where nobody counts.
+bool prv_take_room(const char* line, size_t* held) {
+  if (held == nullptr) return true;
+  if (*held > brio::kAnswerBytesMax) return false;
+  *held += sizeof(ATLine) + strlen(line) + 1;
+  if (*held <= brio::kAnswerBytesMax) return true;
+  BLIB_E("E blib:%s:%d:answer:limit=%d:answer too long, dropping its further lines\n", BLIB_HERE,
+         static_cast<int>(brio::kAnswerBytesMax));
+  return false;
+}
+
 void prv_push_intermediate(const char* line, ATResponse* record) {
   ATLine* node = static_cast<ATLine*>(calloc(1, sizeof(ATLine)));
   if (node == nullptr) return;
@@ -159,6 +170,11 @@ char* read_line(int32_t fd, char* buffer, char** leftover, int32_t* count) {
 }
 
 int32_t process_line(const char* line, ATResponse* record, uint32_t type, const char* prefix) {
+  return brio::process_answer_line(line, record, type, prefix, nullptr);
+}
+
+int32_t brio::process_answer_line(const char* line, ATResponse* record, uint32_t type, const char* prefix,
+                                  size_t* held) {
   if (record == nullptr) {
     BLIB_E("E blib:%s:%d:FATAL:ERROR:: AT resp (p_resp) is NULL\n", BLIB_HERE);
     return kMoreExpected;
@@ -200,6 +216,6 @@ int32_t process_line(const char* line, ATResponse* record, uint32_t type, const 
       BLIB_E("E blib:%s:%d:AT:Unsupported AT command type %d:\n", BLIB_HERE, static_cast<int>(type));
       return kMoreExpected;
   }
-  prv_push_intermediate(line, record);
+  if (prv_take_room(line, held)) prv_push_intermediate(line, record);
   return kMoreExpected;
 }

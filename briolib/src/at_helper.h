@@ -2,7 +2,21 @@
 #ifndef BRIOLIB_AT_HELPER_H
 #define BRIOLIB_AT_HELPER_H
 
+#include <stddef.h>
+#include <stdint.h>
+
+#include "brio/brio_at.h"
+
 namespace brio {
+
+// What the lines of one answer may take, each with its node. The names of all the world's operators, the
+// longest answer known, take half of it.
+inline constexpr size_t kAnswerBytesMax = 256 * 1024;
+
+// process_line for an answer whose lines take `held` bytes so far, 0 for a new one. Beyond kAnswerBytesMax
+// lines are judged as ever, but not kept; an error line says so once an answer.
+int32_t process_answer_line(const char* line, ATResponse* record, uint32_t type, const char* prefix,
+                            size_t* held);
 
 inline bool is_line_end(char c) {
   return c == '\r' || c == '\n';

@@ -78,6 +78,7 @@ void* s_shutdown_context;
 LineBuffer s_query_lines;
 LineBuffer s_urc_lines;
 ATResponse* s_response;               // the answer so far, or null; read thread only
+size_t s_response_bytes;              // what its lines take; read thread only
 uint32_t s_response_serial;           // the command that it answers; read thread only
 __thread bool t_delivers_answer;      // this is the read thread, inside the packet callback with an answer
 char s_send_buffer[kSendBufferSize];  // under the packet layer's send mutex
@@ -157,10 +158,11 @@ Verdict prv_classify(const char* line) {
     // Lines of a command that has timed out since are no part of this answer.
     prv_drop_response();
     s_response = at_response_new();
+    s_response_bytes = 0;
     s_response_serial = s_command.serial;
   }
   const char* prefix = s_command.has_prefix ? s_command.prefix : nullptr;
-  int32_t result = process_line(line, s_response, s_command.type, prefix);
+  int32_t result = brio::process_answer_line(line, s_response, s_command.type, prefix, &s_response_bytes);
   if (result == 0) return Verdict::kComplete;
   if (result != 1) return Verdict::kViolation;
   return prefix != nullptr && strcmp(prefix, kBasPrefix) == 0 ? Verdict::kGoOnBas : Verdict::kGoOn;

@@ -202,6 +202,29 @@ TEST_F(Channel, RequestsAreServedInTheirOrder) {
   }
 }
 
+// A modem that talks without end costs a bounded amount of memory; no real answer is that long.
+TEST_F(Channel, AnswerKeepsLinesUpToALimit) {
+  const recv_func count = [](const ATResponse* response, void* user_data, uint16_t) -> uint32_t {
+    for (const ATLine* line = response->intermediates; line != nullptr; line = line->next)
+      ++*static_cast<size_t*>(user_data);
+    return 0;
+  };
+  start();
+  size_t kept[3] = {};
+  for (size_t& lines : kept) {
+    const bool is_real = &lines == kept;
+    std::string reply;
+    for (int i = 0; i < (is_real ? 2500 : 50000); i++) reply += std::string(is_real ? 50 : 1, 'x') + "\r\n";
+    answer("AT+M", reply + "OK\r\n");
+    EXPECT_EQ(request("AT+M", count, &lines), 0u);
+    modem().clear_faults();
+  }
+  EXPECT_EQ(kept[0], 2500u);
+  EXPECT_LT(kept[1], 30000u);
+  EXPECT_EQ(kept[2], kept[1]);
+  EXPECT_TRUE(log_capture::has("answer too long") && log_capture::lines().size() == 2) << "once an answer";
+}
+
 TEST_F(Channel, CloseMeetsRequestsAbortsAndALostPort) {
   answer("", "");
   for (int i = 0; i < 60; i++) {
