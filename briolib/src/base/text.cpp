@@ -25,6 +25,11 @@ void copy_text(char* destination, size_t capacity, const char* source, size_t co
   destination[length] = '\0';
 }
 
+void copy_padded(char* destination, size_t capacity, const char* source, size_t count) {
+  memset(destination, 0, capacity);
+  copy_text(destination, capacity, source, count);
+}
+
 int32_t decimal(const char* text) {
   return static_cast<int32_t>(strtoll(text, nullptr, 10));
 }

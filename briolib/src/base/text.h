@@ -14,6 +14,9 @@ char* next_field(char** cursor, char separator);
 // Copies at most `count` characters of `source`, at most what fits, and terminates.
 void copy_text(char* destination, size_t capacity, const char* source, size_t count = SIZE_MAX);
 
+// The same, and zeros up to the capacity.
+void copy_padded(char* destination, size_t capacity, const char* source, size_t count = SIZE_MAX);
+
 // The number at the start of `text` (white space skipped), 0 for none; values beyond 32 bits keep their low
 // 32 bits.
 int32_t decimal(const char* text);

@@ -25,12 +25,6 @@ brio::LogText prv_cut(char (&text)[N], const char* line) {
   return brio::LogText(text, brio::holds_long_number(line));
 }
 
-// Text behind the first ":" of a line; null when there is none.
-char* prv_behind_colon(char* line) {
-  char* colon = strchr(line, ':');
-  return colon != nullptr ? colon + 1 : nullptr;
-}
-
 // `text` is the answer, `name` its operator: both as the log may show them.
 void prv_log_cops_failure(brio::parse::CopsResult result, const char* text, const char* name) {
   switch (result) {
@@ -64,16 +58,17 @@ uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*,
   const brio::LogText log_text = prv_cut(text, line);
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:AT+COPS: %s", BLIB_HERE, log_text.c_str());
 
-  const brio::parse::CopsAnswer answer = brio::parse::parse_cops(text);
+  brio::parse::CopsAnswer answer;
+  const CopsResult result = brio::parse::parse_cops(text, &answer);
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  if (answer.result != CopsResult::kNoMode) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:OP Mode %d", BLIB_HERE, static_cast<uint8_t>(answer.mode));
+  if (answer.mode) {
+    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:OP Mode %d", BLIB_HERE, static_cast<uint8_t>(*answer.mode));
     brio::UrcDataLock lock;
-    data.cops_mode = answer.mode;
+    data.cops_mode = *answer.mode;
   }
-  if (answer.result != CopsResult::kOk) {
+  if (result != CopsResult::kOk) {
     const brio::LogText name(answer.name, brio::holds_long_number(line));
-    prv_log_cops_failure(answer.result, log_text.c_str(), name.c_str());
+    prv_log_cops_failure(result, log_text.c_str(), name.c_str());
     return BRIO_STATUS_FAILURE;
   }
   brio::UrcDataLock lock;
@@ -84,7 +79,6 @@ uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*,
 
 // Response callback of "AT+GTLTEINFO?" (read thread).
 uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16_t) {
-  using namespace brio::parse;
   char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("E blib:%s:%d:briolib_update_lte_info:at_resp is invalid:", BLIB_HERE);
@@ -94,19 +88,18 @@ uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16
     BLIB_E("E blib:%s:%d:recv_func_at_req_get_lte_info:resp is invalid:", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
-  char* fields = prv_behind_colon(line);
-  LteInfo info = {};
-  if (fields != nullptr) info = parse_lte_info(fields);
+  brio::parse::LteInfo info = {};
+  if (at_tok_start(&line) == 0) info = brio::parse::parse_lte_info(line);
 
   brio::UrcDataLock lock;
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  if ((info.fields & kLteEmmState) != 0) data.emm_state = info.emm_state;
-  if ((info.fields & kLteEmmSubstate) != 0) data.emm_substate = info.emm_substate;
-  if ((info.fields & kLteRrcState) != 0) data.rrc_state = info.rrc_state;
-  if ((info.fields & kLteMcc) != 0) memcpy(data.mcc, info.mcc, sizeof(data.mcc));
-  if ((info.fields & kLteMnc) != 0) memcpy(data.mnc, info.mnc, sizeof(data.mnc));
-  if ((info.fields & kLteTac) != 0) data.tac = info.tac;
-  if ((info.fields & kLteCellId) != 0) data.cell_id = info.cell_id;
+  if (info.emm_state) data.emm_state = *info.emm_state;
+  if (info.emm_substate) data.emm_substate = *info.emm_substate;
+  if (info.rrc_state) data.rrc_state = *info.rrc_state;
+  if (info.mcc != nullptr) brio::copy_padded(data.mcc, sizeof(data.mcc), info.mcc);
+  if (info.mnc != nullptr) brio::copy_padded(data.mnc, sizeof(data.mnc), info.mnc);
+  if (info.tac) data.tac = *info.tac;
+  if (info.cell_id) data.cell_id = *info.cell_id;
   BLIB_D(BRIO_LOG_DEBUG,
          "D blib:%s:%d:emm_state[%d] emm_substate[%d] rrc_state[%d] mcc %.3s mnc %.3s tac 0x%x cell id 0x%x",
          BLIB_HERE, data.emm_state, data.emm_substate, data.rrc_state, data.mcc, data.mnc, data.tac,
@@ -115,37 +108,34 @@ uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16
 }
 
 void prv_store_serving_cell(const brio::parse::ServingCell& cell) {
-  using namespace brio::parse;
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  if ((cell.fields & kCellRat) != 0) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: RAT[%d]", BLIB_HERE, cell.rat);
-  }
-  if ((cell.fields & kCellPlmn) != 0) {
-    memcpy(data.plmn_text, cell.plmn_text, sizeof(data.plmn_text));
+  if (cell.rat) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: RAT[%d]", BLIB_HERE, *cell.rat);
+  if (cell.plmn_text != nullptr) {
+    brio::copy_padded(data.plmn_text, sizeof(data.plmn_text), cell.plmn_text);
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: PLMN %s", BLIB_HERE, data.plmn_text);
   }
-  if ((cell.fields & kCellNmo) != 0) {
-    data.nmo = cell.nmo;
+  if (cell.nmo) {
+    data.nmo = *cell.nmo;
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: NMO [%d]", BLIB_HERE, data.nmo);
   }
-  if ((cell.fields & kCellBand) != 0) {
-    memcpy(data.band_text, cell.band_text, sizeof(data.band_text));
+  if (cell.band_text != nullptr) {
+    brio::copy_padded(data.band_text, sizeof(data.band_text), cell.band_text);
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: BAND %s", BLIB_HERE, data.band_text);
   }
-  if ((cell.fields & kCellLac) != 0) {
-    data.lac = cell.lac;
+  if (cell.lac) {
+    data.lac = *cell.lac;
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: LAC 0X%X", BLIB_HERE, data.lac);
   }
-  if ((cell.fields & kCellTac) != 0) {
-    data.tac = cell.tac;
+  if (cell.tac) {
+    data.tac = *cell.tac;
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: TAC 0X%X", BLIB_HERE, data.tac);
   }
-  if ((cell.fields & kCellRac) != 0) {
-    data.rac = cell.rac;
+  if (cell.rac) {
+    data.rac = *cell.rac;
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: RAC 0X%X", BLIB_HERE, data.rac);
   }
-  if ((cell.fields & kCellArfcn) != 0) {
-    data.arfcn = cell.arfcn;
+  if (cell.arfcn) {
+    data.arfcn = *cell.arfcn;
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: ARFCN 0X%X", BLIB_HERE, data.arfcn);
   }
 }
@@ -163,12 +153,17 @@ uint32_t recv_func_at_req_get_gtscinfo(const ATResponse* response, void*, uint16
   }
   BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:recv_func_at_req_get_gtscinfo callback %s", BLIB_HERE,
          brio::LogText(line).c_str());
-  char* fields = prv_behind_colon(line);
-  if (fields == nullptr) return BRIO_STATUS_INVALID;
-  const brio::parse::ServingCell cell = brio::parse::parse_serving_cell(fields);
+  if (at_tok_start(&line) != 0) return BRIO_STATUS_INVALID;
+  const brio::parse::ServingCell cell = brio::parse::parse_serving_cell(line);
   brio::UrcDataLock lock;
   prv_store_serving_cell(cell);
   return BRIO_STATUS_OK;
+}
+
+void prv_store_state(const char* name, std::optional<uint8_t> state, uint8_t* stored) {
+  if (!state) return;
+  *stored = *state;
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCSTAT: %s[%d]", BLIB_HERE, name, *state);
 }
 
 // Response callback of "AT+GTSCSTAT?" (read thread).
@@ -184,25 +179,17 @@ uint32_t recv_func_at_req_get_gtscstat(const ATResponse* response, void*, uint16
   }
   BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:get_gtscstat callback called %s", BLIB_HERE,
          brio::LogText(line).c_str());
-  char* fields = prv_behind_colon(line);
-  if (fields == nullptr) return BRIO_STATUS_INVALID;
-  const brio::parse::ProtocolStates states = brio::parse::parse_protocol_states(fields);
+  if (at_tok_start(&line) != 0) return BRIO_STATUS_INVALID;
+  const brio::parse::ProtocolStates states = brio::parse::parse_protocol_states(line);
 
   brio::UrcDataLock lock;
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  const struct {
-    uint8_t* field;
-    const char* name;
-  } places[brio::parse::kProtocolStateCount] = {
-      {&data.pdp_state, "PDP_STATE"},       {&data.mm_state, "MM_STATE"},
-      {&data.mm_substate, "MM_SUBSTATE"},   {&data.gmm_state, "GMM_STATE"},
-      {&data.gmm_substate, "GMM_SUBSTATE"}, {&data.rrc_state, "RRC_STATE"},
-  };
-  for (uint32_t i = 0; i < brio::parse::kProtocolStateCount; i++) {
-    if ((states.fields & (1u << i)) == 0) continue;
-    *places[i].field = states.state[i];
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCSTAT: %s[%d]", BLIB_HERE, places[i].name, states.state[i]);
-  }
+  prv_store_state("PDP_STATE", states.pdp, &data.pdp_state);
+  prv_store_state("MM_STATE", states.mm, &data.mm_state);
+  prv_store_state("MM_SUBSTATE", states.mm_sub, &data.mm_substate);
+  prv_store_state("GMM_STATE", states.gmm, &data.gmm_state);
+  prv_store_state("GMM_SUBSTATE", states.gmm_sub, &data.gmm_substate);
+  prv_store_state("RRC_STATE", states.rrc, &data.rrc_state);
   return BRIO_STATUS_OK;
 }
 
@@ -220,13 +207,13 @@ uint32_t recv_func_prv_briolib_get_timezone(const ATResponse* response, void* us
   char text[brio::parse::kClockTextMax + 1];
   const brio::LogText log_text = prv_cut(text, line);
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:atcmd AT+CCLK %s", BLIB_HERE, log_text.c_str());
-  int32_t zone;
-  if (!brio::parse::parse_clock_zone(text, &zone)) {
+  const std::optional<int32_t> zone = brio::parse::parse_clock_zone(text);
+  if (!zone) {
     BLIB_W("W blib:%s:%d::no valid tz info found %s:", BLIB_HERE, log_text.c_str());
     return BRIO_STATUS_FAILURE;
   }
-  *static_cast<int32_t*>(user_data) = zone;
-  BLIB_I("I blib:Timezone info updated[%d]::", zone);
+  *static_cast<int32_t*>(user_data) = *zone;
+  BLIB_I("I blib:Timezone info updated[%d]::", *zone);
   return BRIO_STATUS_OK;
 }
 
