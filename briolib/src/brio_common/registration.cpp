@@ -136,61 +136,53 @@ void prv_store_ps_stat(int32_t stat) {
   }
 }
 
-void prv_log_tokens(const char* payload, const brio::parse::Registration& line, bool is_query) {
+void prv_log_tokens(const char* payload, bool is_query, bool with_band) {
   constexpr int kBandIndex = 5;
   int index = is_query ? 0 : 1;
-  bool band_pending = line.band_place;
-  const char* token = payload;
-  for (uint32_t i = 0; i < line.token_count; i++) {
-    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:index[%d]token[%s]", BLIB_HERE, index, token);
-    if (index == kBandIndex && band_pending) {
-      band_pending = false;
+  for (const char* token = payload; token != nullptr;) {
+    const size_t length = strcspn(token, ",");
+    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:index[%d]token[%.*s]", BLIB_HERE, index,
+           static_cast<int>(length), token);
+    if (index == kBandIndex && with_band) {
+      with_band = false;  // the band and the field after it count as one
     } else {
       index++;
     }
-    token += strlen(token) + 1;
+    token = token[length] == ',' ? token + length + 1 : nullptr;
   }
 }
 
 void prv_store_registration(const brio::parse::Registration& line, bool is_cs) {
-  using namespace brio::parse;
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   // The registration state first: it may clear what the other fields then fill.
-  if ((line.fields & kRegStat) != 0) {
-    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:reg_status[%d]", BLIB_HERE, line.stat);
+  if (line.stat) {
+    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:reg_status[%d]", BLIB_HERE, *line.stat);
     if (is_cs) {
-      prv_store_cs_stat(line.stat);
+      prv_store_cs_stat(*line.stat);
     } else {
-      prv_store_ps_stat(line.stat);
+      prv_store_ps_stat(*line.stat);
     }
   }
-  if ((line.fields & kRegLac) != 0) {
-    data.lac = line.lac;
-    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:LAC[%d]", BLIB_HERE, line.lac);
+  if (line.lac) {
+    data.lac = *line.lac;
+    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:LAC[%d]", BLIB_HERE, data.lac);
   }
-  if ((line.fields & kRegCellId) != 0) {
-    data.cell_id = line.cell_id;
-    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:CELL_ID[%d]", BLIB_HERE, static_cast<int>(line.cell_id));
+  if (line.cell_id) {
+    data.cell_id = *line.cell_id;
+    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:CELL_ID[%d]", BLIB_HERE, static_cast<int>(data.cell_id));
   }
-  if ((line.fields & kRegRat) != 0) {
-    data.rat = line.rat;
-    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:RAT[%d]", BLIB_HERE, line.rat);
+  if (line.rat) {
+    data.rat = *line.rat;
+    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:RAT[%d]", BLIB_HERE, data.rat);
   }
-  if ((line.fields & kRegBand) != 0) data.band = line.band;
-  if ((line.fields & kRegRejectType) != 0) {
-    if (is_cs) {
-      BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:CS_REJECT_TYPE[%d]", BLIB_HERE, line.reject_type);
-    } else {
-      BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:PS_REJECT_TYPE[%d]", BLIB_HERE, line.reject_type);
-    }
+  if (line.band) data.band = *line.band;
+  const char* domain = is_cs ? "CS" : "PS";
+  if (line.reject_type) {
+    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:%s_REJECT_TYPE[%d]", BLIB_HERE, domain, *line.reject_type);
   }
-  if ((line.fields & kRegRejectCause) != 0) {
-    data.reject_bytes[is_cs ? kCsCause : kPsCause] = line.reject_cause;
-    if (is_cs) {
-      BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:CS_REJECT_CAUSE[%d]", BLIB_HERE, line.reject_cause);
-    } else {
-      BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:PS_REJECT_CAUSE[%d]", BLIB_HERE, line.reject_cause);
-    }
+  if (line.reject_cause) {
+    data.reject_bytes[is_cs ? kCsCause : kPsCause] = *line.reject_cause;
+    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:%s_REJECT_CAUSE[%d]", BLIB_HERE, domain, *line.reject_cause);
   }
 }
 
@@ -246,11 +238,14 @@ void briolib_parse_reg_status(char* payload, int32_t is_cs, int32_t is_query) {
     return;
   }
   const bool with_band = data.wan_type == BRIO_WAN_TYPE_OSPREY;
-  brio::parse::Registration line = brio::parse::parse_registration(payload, is_query != 0, with_band);
-  if (brio::log_on(BRIO_LOG_REG)) prv_log_tokens(payload, line, is_query != 0);
+  if (brio::log_on(BRIO_LOG_REG)) prv_log_tokens(payload, is_query != 0, with_band);
+  const brio::parse::Registration line = brio::parse::parse_registration(payload, is_query != 0, with_band);
   prv_store_registration(line, is_cs != 0);
   if (data.rat < 255) data.rat_valid = 1;
-  if (is_query == 0) BLIB_I("I blib:URC::+%s: %s", is_cs != 0 ? "CREG" : "CGREG", line.summary);
+  if (is_query != 0) return;
+  char summary[brio::parse::kRegistrationSummarySize];
+  brio::parse::registration_summary(line, summary);
+  BLIB_I("I blib:URC::+%s: %s", is_cs != 0 ? "CREG" : "CGREG", summary);
 }
 
 void briolib_parse_stkpci(char* payload) {

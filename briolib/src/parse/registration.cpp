@@ -3,12 +3,11 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "base/fields.h"
 #include "base/text.h"
 
 namespace brio::parse {
 namespace {
-
-enum Place : int { kPlaceStat = 1, kPlaceLac, kPlaceCellId, kPlaceRat, kPlaceRejectType, kPlaceRejectCause };
 
 // Bands that the modem names in a registration line: the WCDMA bands, the LTE bands plus 100, the GSM bands.
 constexpr uint32_t kBands[] = {1,   2,   5,   6,   8,   101, 102, 103,  104, 105,
@@ -21,65 +20,37 @@ bool known_band(uint32_t band) {
   return false;
 }
 
-void append_text(Registration* line, const char* text) {
-  size_t used = strlen(line->summary);
-  copy_text(line->summary + used, sizeof(line->summary) - used, text);
-}
-
-void append_number(Registration* line, int32_t number) {
-  char text[16];
-  snprintf(text, sizeof(text), ",%d", number);
-  append_text(line, text);
-}
-
-// The text of a quoted field: one opening quote is skipped and the last character, taken for the closing
-// quote, is cut whatever it is.
+// One opening quote is skipped and the last character, taken for the closing quote, is cut whatever it is.
 void strip_quotes(const char* field, char (&text)[32]) {
+  field = skip_spaces(field);
   if (*field == '"') field++;
   size_t length = strlen(field);
   copy_text(text, sizeof(text), field, length > 0 ? length - 1 : 0);
 }
 
-void take_field(Registration* line, int place, const char* field) {
+std::optional<uint32_t> quoted_hex(const char* field) {
+  if (field == nullptr) return std::nullopt;
   char text[32];
-  switch (place) {
-    case kPlaceStat:
-      line->stat = decimal(field);
-      line->fields |= kRegStat;
-      snprintf(line->summary, sizeof(line->summary), "%d", line->stat);
-      break;
-    case kPlaceLac:
-      strip_quotes(field, text);
-      line->lac = static_cast<uint16_t>(hexadecimal(text));
-      line->fields |= kRegLac;
-      append_text(line, ",LAC");
-      break;
-    case kPlaceCellId:
-      strip_quotes(field, text);
-      line->cell_id = hexadecimal(text);
-      line->fields |= kRegCellId;
-      append_text(line, ",ID");
-      break;
-    case kPlaceRat:
-      line->rat = static_cast<uint8_t>(decimal(field));
-      line->fields |= kRegRat;
-      append_number(line, line->rat);
-      break;
-    case kPlaceRejectType:
-      strip_quotes(field, text);
-      line->reject_type = decimal(text);
-      line->fields |= kRegRejectType;
-      append_number(line, line->reject_type);
-      break;
-    case kPlaceRejectCause:
-      strip_quotes(field, text);
-      line->reject_cause = static_cast<uint8_t>(decimal(text));
-      line->fields |= kRegRejectCause;
-      append_number(line, line->reject_cause);
-      break;
-    default:
-      break;
-  }
+  strip_quotes(field, text);
+  return hexadecimal(text);
+}
+
+std::optional<int32_t> quoted_number(const char* field) {
+  if (field == nullptr) return std::nullopt;
+  char text[32];
+  strip_quotes(field, text);
+  return decimal(text);
+}
+
+void append_text(char (&summary)[kRegistrationSummarySize], const char* text) {
+  size_t used = strlen(summary);
+  copy_text(summary + used, sizeof(summary) - used, text);
+}
+
+void append_number(char (&summary)[kRegistrationSummarySize], int32_t number) {
+  char text[16];
+  snprintf(text, sizeof(text), ",%d", number);
+  append_text(summary, text);
 }
 
 }  // namespace
@@ -89,27 +60,32 @@ void take_field(Registration* line, int place, const char* field) {
 // +CREG: 2,1,"1A2B","01C2D3E4",7               answer to AT+CREG?, 0 reporting mode in front
 // +CREG: 1,"1A2B","01C2D3E4",7,104,"0","11"    with the band between access technology and reject type
 Registration parse_registration(char* payload, bool is_query, bool with_band) {
-  Registration line = {};
-  int place = is_query ? 0 : kPlaceStat;
-  char* cursor = payload;
-  while (const char* token = next_field(&cursor, ',')) {
-    line.token_count++;
-    const char* field = skip_spaces(token);
-    if (place == kPlaceRejectType && with_band && !line.band_place) {
-      // The first token here is the band, in the list or not; the place itself is not used up, so that the
-      // next token is the reject type.
-      line.band_place = true;
-      uint32_t band = static_cast<uint32_t>(decimal(field));
-      if (known_band(band)) {
-        line.band = band;
-        line.fields |= kRegBand;
-      }
-      continue;
-    }
-    if (*field != '\0') take_field(&line, place, field);
-    if (place <= kPlaceRejectCause) place++;
+  FieldReader fields(payload);
+  Registration line;
+  if (is_query) fields.next();
+  line.stat = fields.number();
+  const std::optional<uint32_t> lac = quoted_hex(fields.text());
+  if (lac) line.lac = static_cast<uint16_t>(*lac);
+  line.cell_id = quoted_hex(fields.text());
+  line.rat = fields.byte();
+  if (with_band) {
+    const std::optional<int32_t> band = fields.number();
+    if (band && known_band(static_cast<uint32_t>(*band))) line.band = static_cast<uint32_t>(*band);
   }
+  line.reject_type = quoted_number(fields.text());
+  const std::optional<int32_t> cause = quoted_number(fields.text());
+  if (cause) line.reject_cause = static_cast<uint8_t>(*cause);
   return line;
+}
+
+void registration_summary(const Registration& line, char (&summary)[kRegistrationSummarySize]) {
+  summary[0] = '\0';
+  if (line.stat) snprintf(summary, sizeof(summary), "%d", *line.stat);
+  if (line.lac) append_text(summary, ",LAC");
+  if (line.cell_id) append_text(summary, ",ID");
+  if (line.rat) append_number(summary, *line.rat);
+  if (line.reject_type) append_number(summary, *line.reject_type);
+  if (line.reject_cause) append_number(summary, *line.reject_cause);
 }
 
 // +STKPCI: 0,"D009810301010082028182"

@@ -2,38 +2,30 @@
 #ifndef BRIOLIB_PARSE_REGISTRATION_H
 #define BRIOLIB_PARSE_REGISTRATION_H
 
+#include <stddef.h>
 #include <stdint.h>
+
+#include <optional>
 
 namespace brio::parse {
 
-// Fields that a registration line gave.
-enum RegistrationField : uint32_t {
-  kRegStat = 1u << 0,
-  kRegLac = 1u << 1,
-  kRegCellId = 1u << 2,
-  kRegRat = 1u << 3,
-  kRegBand = 1u << 4,  // in the list of bands; an unlisted band is not given
-  kRegRejectType = 1u << 5,
-  kRegRejectCause = 1u << 6,
-};
-
 struct Registration {
-  uint32_t fields;  // RegistrationField bits
-  int32_t stat;     // stat of 3GPP TS 27.007
-  uint16_t lac;
-  uint32_t cell_id;
-  uint8_t rat;  // AcT of 3GPP TS 27.007
-  uint32_t band;
-  int32_t reject_type;
-  uint8_t reject_cause;
-  char summary[33];      // what the log may say of the line, cut at 32 characters
-  uint32_t token_count;  // tokens that the line was cut into, in place, each behind its predecessor's NUL
-  bool band_place;       // the line had a token at the band's place
+  std::optional<int32_t> stat;  // stat of 3GPP TS 27.007
+  std::optional<uint16_t> lac;
+  std::optional<uint32_t> cell_id;
+  std::optional<uint8_t> rat;    // AcT of 3GPP TS 27.007
+  std::optional<uint32_t> band;  // in the list of bands; an unlisted band is not given
+  std::optional<int32_t> reject_type;
+  std::optional<uint8_t> reject_cause;
 };
 
 // Cuts up the text behind "+CREG:" or "+CGREG:". Query answers begin with the number of the reporting mode,
 // which is ignored; `with_band` says that a band stands in front of the reject type.
 Registration parse_registration(char* payload, bool is_query, bool with_band);
+
+// What the log may say of a line, cut at 32 characters.
+inline constexpr size_t kRegistrationSummarySize = 33;
+void registration_summary(const Registration& line, char (&summary)[kRegistrationSummarySize]);
 
 // Whether the text behind "+STKPCI:" is a REFRESH of the kind NAA initialisation and full file change
 // notification. Text of fewer than kProactiveCommandMin characters is too short for one.
