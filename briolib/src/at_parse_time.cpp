@@ -22,31 +22,16 @@ void prv_store_time(const network_time& time) {
   briolib_send_time_event(&time);
 }
 
-void prv_log_date(const TimeReport& report) {
-  if ((report.fields & parse::kTimeYear) != 0) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:year: %d\n", BLIB_HERE, report.time.year);
-  }
-  if ((report.fields & parse::kTimeMonth) != 0) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:month: %d\n", BLIB_HERE, report.time.month);
-  }
-  if ((report.fields & parse::kTimeDay) != 0) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:day: %d\n", BLIB_HERE, report.time.day);
-  }
-}
-
-void prv_log_clock(const TimeReport& report) {
-  if (report.clock != nullptr) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:time string: %s\n", BLIB_HERE, report.clock);
-  }
-  if ((report.fields & parse::kTimeHour) != 0) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:hour: %d\n", BLIB_HERE, report.time.hour);
-  }
-  if ((report.fields & parse::kTimeMinute) != 0) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:minute: %d\n", BLIB_HERE, report.time.minute);
-  }
-  if ((report.fields & parse::kTimeSecond) != 0) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:second: %d\n", BLIB_HERE, report.time.second);
-  }
+void prv_log_parts(const TimeReport& report) {
+  const network_time& time = report.time;
+  if (report.parts > 0) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:year: %d\n", BLIB_HERE, time.year);
+  if (report.parts > 1) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:month: %d\n", BLIB_HERE, time.month);
+  if (report.parts > 2) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:day: %d\n", BLIB_HERE, time.day);
+  if (report.clock == nullptr) return;
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:time string: %s\n", BLIB_HERE, report.clock);
+  if (report.parts > 3) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:hour: %d\n", BLIB_HERE, time.hour);
+  if (report.parts > 4) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:minute: %d\n", BLIB_HERE, time.minute);
+  if (report.parts > 5) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:second: %d\n", BLIB_HERE, time.second);
 }
 
 }  // namespace
@@ -68,8 +53,7 @@ void prv_at_parse_ctzv(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:prv_at_parse_ctzv NO TIME INFO: %s\n", BLIB_HERE, report.rest);
     return;
   }
-  prv_log_date(report);
-  prv_log_clock(report);
+  prv_log_parts(report);
   if (report.outcome == TimeOutcome::kComplete) prv_store_time(report.time);
 }
 
@@ -86,7 +70,7 @@ void prv_at_parse_ciev(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
            BLIB_HERE, report.rest);
     return;
   }
-  if ((report.fields & parse::kTimeYear) != 0) {
+  if (report.parts > 0) {
     char year[32];  // a report of the right length has no longer field
     copy_text(year, sizeof(year), report.date, strcspn(report.date, "/"));
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:date: %s, year: %s\n", BLIB_HERE, report.date, year);
@@ -94,10 +78,10 @@ void prv_at_parse_ciev(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
   if (report.clock != nullptr) {
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:time string = %s\n", BLIB_HERE, report.clock);
   }
-  if ((report.fields & parse::kTimeZone) != 0) {
+  if (report.zone != nullptr) {
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:timezone string = %s\n", BLIB_HERE, report.zone);
   }
-  if ((report.fields & parse::kTimeDst) != 0) {
+  if (report.dst != nullptr) {
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:dst string = %s\n", BLIB_HERE, report.dst);
   }
   if (report.outcome != TimeOutcome::kComplete) return;

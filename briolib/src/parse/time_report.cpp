@@ -2,6 +2,7 @@
 
 #include <string.h>
 
+#include "base/fields.h"
 #include "base/text.h"
 
 namespace brio::parse {
@@ -17,50 +18,41 @@ TimeReport prv_empty_report() {
   return report;
 }
 
-struct Part {
-  TimeField bit;
-  void (*set)(network_time* time, int32_t value);
-};
-
-constexpr Part kDateParts[] = {
-    {kTimeYear, [](network_time* time, int32_t value) { time->year = static_cast<uint16_t>(value); }},
-    {kTimeMonth, [](network_time* time, int32_t value) { time->month = static_cast<uint8_t>(value); }},
-    {kTimeDay, [](network_time* time, int32_t value) { time->day = static_cast<uint8_t>(value); }},
-};
-
-constexpr Part kClockParts[] = {
-    {kTimeHour, [](network_time* time, int32_t value) { time->hour = static_cast<uint8_t>(value); }},
-    {kTimeMinute, [](network_time* time, int32_t value) { time->minute = static_cast<uint8_t>(value); }},
-    {kTimeSecond, [](network_time* time, int32_t value) { time->second = static_cast<uint8_t>(value); }},
-};
-
-// False at the first empty part, or when the text ended before its third. The text stays whole for the log; a
-// number ends by itself at the separator.
-bool prv_take_parts(const char* text, const char* end, char separator, const Part (&parts)[3],
-                    TimeReport* report) {
-  const char* field = text;
-  for (const Part& part : parts) {
-    if (field == nullptr) return false;
-    const char* number = skip_spaces(field);
-    if (number >= end || *number == separator) return false;
-    part.set(&report->time, decimal(number));
-    report->fields |= part.bit;
-    field = strchr(field, separator);
-    if (field != nullptr) field++;
+// The numbers of a date or a time up to the first empty one; how many they are. The text stays whole for the
+// log: a number ends by itself at the separator.
+int prv_take_parts(const char* text, const char* end, char separator, int32_t (&parts)[3]) {
+  int count = 0;
+  while (text != nullptr && count < 3) {
+    text = skip_spaces(text);
+    if (text >= end || *text == separator) break;
+    parts[count++] = decimal(text);
+    text = strchr(text, separator);
+    if (text != nullptr) text++;
   }
-  return true;
+  return count;
 }
 
 bool prv_take_date(const char* text, TimeReport* report) {
   report->date = text;
-  return prv_take_parts(text, text + strlen(text), '/', kDateParts, report);
+  int32_t parts[] = {-1, -1, -1};
+  report->parts = prv_take_parts(text, text + strlen(text), '/', parts);
+  report->time.year = static_cast<uint16_t>(parts[0]);
+  report->time.month = static_cast<uint8_t>(parts[1]);
+  report->time.day = static_cast<uint8_t>(parts[2]);
+  return report->parts == 3;
 }
 
 bool prv_take_clock(const char* text, TimeReport* report) {
   report->clock = text;
+  if (text == nullptr) return false;
   size_t length = strlen(text);
   if (length > 0 && text[length - 1] == '"') length--;
-  return prv_take_parts(text, text + length, ':', kClockParts, report);
+  int32_t parts[] = {-1, -1, -1};
+  report->parts += prv_take_parts(text, text + length, ':', parts);
+  report->time.hour = static_cast<uint8_t>(parts[0]);
+  report->time.minute = static_cast<uint8_t>(parts[1]);
+  report->time.second = static_cast<uint8_t>(parts[2]);
+  return report->parts == 6;
 }
 
 }  // namespace
@@ -69,28 +61,24 @@ bool prv_take_clock(const char* text, TimeReport* report) {
 //          |   |        `- 3 hour:minute:second
 //          |   `---------- 2 year/month/day
 //          `-------------- 1 time zone, quarter hours
-TimeReport parse_ctzv(char* rest) {
+TimeReport parse_ctzv(char* text) {
   TimeReport report = prv_empty_report();
-  if (strlen(rest) < 2) {
+  if (strlen(text) < 2) {
     report.outcome = TimeOutcome::kTooShort;
-    report.rest = rest;
+    report.rest = text;
     return report;
   }
-  char* cursor = rest;
-  char* zone = skip_spaces(next_field(&cursor, ','));
-  report.zone = zone;
-  report.fields |= kTimeZone;
-  if (*skip_spaces(zone) != '\0') report.time.time_zone = decimal(zone);
+  FieldReader fields(text);
+  report.zone = skip_spaces(fields.next());
+  report.time.time_zone = number_of(report.zone).value_or(-1);
 
-  report.rest = cursor != nullptr ? cursor : "";
-  if (strlen(report.rest) < kQuotedTimeLength || *cursor != '"') {
+  report.rest = fields.rest() != nullptr ? fields.rest() : "";
+  if (strlen(report.rest) < kQuotedTimeLength || *report.rest != '"') {
     report.outcome = TimeOutcome::kNoTime;
     return report;
   }
-  char* date = next_field(&cursor, ',');
-  if (!prv_take_date(date + 1, &report)) return report;
-  char* clock = next_field(&cursor, ',');
-  if (clock == nullptr || !prv_take_clock(clock, &report)) return report;
+  if (!prv_take_date(fields.next() + 1, &report)) return report;
+  if (!prv_take_clock(fields.next(), &report)) return report;
   report.outcome = TimeOutcome::kComplete;
   return report;
 }
@@ -101,38 +89,29 @@ TimeReport parse_ctzv(char* rest) {
 //          | |        `---------------- 3 hour:minute:second
 //          | `------------------------- 2 year/month/day
 //          `--------------------------- 1 indicator, 9 is the time
-TimeReport parse_ciev(char* rest) {
+TimeReport parse_ciev(char* text) {
   TimeReport report = prv_empty_report();
-  char* cursor = rest;
-  const char* indicator = skip_spaces(next_field(&cursor, ','));
-  if (*indicator != '9') {  // only the first character counts
+  FieldReader fields(text);
+  if (*skip_spaces(fields.next()) != '9') {  // only the first character counts
     report.outcome = TimeOutcome::kNotTime;
     return report;
   }
-  report.rest = cursor != nullptr ? cursor : "";
+  report.rest = fields.rest() != nullptr ? fields.rest() : "";
   size_t length = strlen(report.rest);
   if (length < 23 || length > 25) {
     report.outcome = TimeOutcome::kWrongLength;
     return report;
   }
-  char* date = next_field(&cursor, ',');
+  const char* date = fields.next();
   if (*date != '\0') date++;  // the opening quote
   if (!prv_take_date(date, &report)) return report;
-  char* clock = next_field(&cursor, ',');
-  if (clock == nullptr || !prv_take_clock(clock, &report)) return report;
+  if (!prv_take_clock(fields.next(), &report)) return report;
 
-  char* zone = next_field(&cursor, ',');
-  if (zone == nullptr) return report;
-  report.zone = zone;
-  report.fields |= kTimeZone;
-  if (*skip_spaces(zone) != '\0') report.time.time_zone = decimal(zone);
-
-  char* dst = next_field(&cursor, ',');
-  if (dst == nullptr) return report;
-  report.dst = dst;
-  report.fields |= kTimeDst;
-  if (*skip_spaces(dst) != '\0') report.time.dst = decimal(dst);
-  report.outcome = TimeOutcome::kComplete;
+  report.zone = fields.next();
+  report.time.time_zone = number_of(report.zone).value_or(-1);
+  report.dst = fields.next();
+  report.time.dst = number_of(report.dst).value_or(-1);
+  if (report.dst != nullptr) report.outcome = TimeOutcome::kComplete;
   return report;
 }
 

@@ -8,19 +8,6 @@
 
 namespace brio::parse {
 
-// Fields that were there, in the order in which both reports are read. An empty time zone or daylight-saving
-// value is there and leaves its value at all ones; an empty part of date or time is missing.
-enum TimeField : uint32_t {
-  kTimeYear = 1u << 0,
-  kTimeMonth = 1u << 1,
-  kTimeDay = 1u << 2,
-  kTimeHour = 1u << 3,
-  kTimeMinute = 1u << 4,
-  kTimeSecond = 1u << 5,
-  kTimeZone = 1u << 6,
-  kTimeDst = 1u << 7,
-};
-
 enum class TimeOutcome {
   kComplete,     // the record may be stored
   kIncomplete,   // the line ended too early
@@ -30,20 +17,21 @@ enum class TimeOutcome {
   kWrongLength,  // +CIEV: length of `rest` does not fit a time report
 };
 
+// The texts are those of the fields, in the line, for the log; null where the line ended before them.
 struct TimeReport {
   TimeOutcome outcome;
-  uint32_t fields;    // TimeField bits
   network_time time;  // all ones where nothing was set
-  const char* zone;   // texts of the fields for the log; null or empty where the line had none
-  const char* dst;
-  const char* rest;   // what stood behind the first field when parsing stopped there
-  const char* date;   // without its opening quote; valid with kTimeYear
-  const char* clock;  // with its closing quote; null when the line ended before it
+  int parts;  // how many of year, month, day, hour, minute and second were there; an empty one ends them
+  const char* zone;   // may be blank
+  const char* dst;    // may be blank
+  const char* date;   // without its opening quote
+  const char* clock;  // with its closing quote
+  const char* rest;   // what stood after the first field
 };
 
 // Text behind "+CTZV:" or "+CIEV:", cut at its commas.
-TimeReport parse_ctzv(char* rest);
-TimeReport parse_ciev(char* rest);
+TimeReport parse_ctzv(char* text);
+TimeReport parse_ciev(char* text);
 
 }  // namespace brio::parse
 
