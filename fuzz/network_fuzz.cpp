@@ -69,10 +69,10 @@ void fuzz_states(Bytes bytes) {
 
 void fuzz_selection(Bytes bytes) {
   Text text(bytes);
-  ManualSelection selection = {};
-  if (!parse_manual_selection(text.get(), &selection)) return;
-  require(selection.command > text.get() && text.holds(selection.command));
-  require(*selection.command != '\0' && strchr(selection.command, '\n') == nullptr);
+  const std::optional<ManualSelection> selection = parse_manual_selection(text.get());
+  if (!selection) return;
+  require(selection->command > text.get() && text.holds(selection->command));
+  require(*selection->command != '\0' && strchr(selection->command, '\n') == nullptr);
 }
 
 void fuzz_plmn(Bytes bytes) {

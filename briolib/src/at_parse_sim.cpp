@@ -115,13 +115,12 @@ void prv_at_parse_gtsimstatus(char* rest, void* /*argument_a*/, void* argument_b
     BLIB_E("E blib:%s:%d:prv_at_parse_gtsimstatus:line_ptr is invalid:\n", BLIB_HERE);
     return;
   }
-  parse::SimStatus status = parse::parse_sim_status(rest);
-  if (status.card_text == nullptr) return;
+  const parse::SimStatus status = parse::parse_sim_status(rest);
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:card_status: %s\n", BLIB_HERE, status.card_text);
-  if (*skip_spaces(status.card_text) != '\0') record->card_status = static_cast<uint32_t>(status.card);
+  if (status.card) record->card_status = static_cast<uint32_t>(*status.card);
   if (status.lock_text == nullptr) return;
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Lock_status: %s\n", BLIB_HERE, status.lock_text);
-  if (*skip_spaces(status.lock_text) != '\0') record->lock_status = static_cast<uint32_t>(status.lock);
+  if (status.lock) record->lock_status = static_cast<uint32_t>(*status.lock);
 }
 
 void prv_briolib_get_iccid(char* rest, void* /*argument_a*/, void* /*argument_b*/) {

@@ -34,11 +34,13 @@ int s_apn_override_file = -1;
 // The response callbacks below run on the read thread.
 
 uint32_t recv_func_prv_briolib_carrier_confg(const ATResponse* response, void* user_data, uint16_t) {
-  uint16_t* carrier_id = static_cast<uint16_t*>(user_data);
-  if (!brio::parse::parse_carrier_id(brio::parse::answer_line(response), carrier_id)) {
+  const std::optional<uint16_t> carrier_id =
+      brio::parse::parse_carrier_id(brio::parse::answer_line(response));
+  if (!carrier_id) {
     BLIB_E("E blib:%s:%d:recv_func_prv_briolib_carrier_confg::response is invalid\n", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
+  *static_cast<uint16_t*>(user_data) = *carrier_id;
   BLIB_I("I blib:carrier config:current confg:[%d]\n", *carrier_id);
   return 0;
 }
@@ -114,9 +116,9 @@ uint32_t prv_apn_of_sim(char* command) {
 // The first line of the WAN information file that holds the key decides; 0 without one.
 uint8_t prv_wan_type_of_file(brio::InputFile* file) {
   char line[kFileLineSize];
-  uint8_t type = BRIO_WAN_TYPE_UNKNOWN;
   while (file->line(line, sizeof(line)) > 0) {
-    if (brio::parse::parse_wan_type_line(line, &type)) return type;
+    const std::optional<uint8_t> type = brio::parse::parse_wan_type_line(line);
+    if (type) return *type;
   }
   return BRIO_WAN_TYPE_UNKNOWN;
 }

@@ -32,7 +32,7 @@ void prv_store(const modem_info& info) {
 // the request returns: by then the library may have been opened anew, with another modem.
 uint32_t recv_func_prv_briolib_get_modem_info(const ATResponse* response, void*, uint16_t) {
   modem_info info = {};
-  const char* line = brio::parse::answer_line(response);
+  char* line = brio::parse::answer_line(response);
   const char* payload = brio::parse::answer_payload(line);
   if (line == nullptr) {
     BLIB_E("E blib:%s:%d:prv_briolib_get_modem_info:at_resp is invalid:\n", BLIB_HERE);
@@ -41,7 +41,7 @@ uint32_t recv_func_prv_briolib_get_modem_info(const ATResponse* response, void*,
   } else {
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:recv_func_prv_briolib_get_modem_info called %s\n", BLIB_HERE,
            payload);
-    brio::parse::parse_modem_info(payload, &info);
+    brio::parse::parse_modem_info(line, &info);
     BLIB_D(BRIO_LOG_MODEM_INFO, "D blib:%s:%d:fw_ver[%s]imei[%s]serial[%s]hw_ver[%s]fault_ct[%d]\n",
            BLIB_HERE, info.fw_ver, info.imei, info.serial, info.hw_ver, info.fault_ct);
   }

@@ -148,8 +148,8 @@ void prv_brio_atcmd_mcs(const brio::parse::ManualSelection& selection) {
 void prv_replay_manual_selection() {
   char line[kManualSelectionLine + 1];
   brio::InputFile(brio::kManualSelectionFile).line(line, sizeof(line));
-  brio::parse::ManualSelection selection;
-  if (brio::parse::parse_manual_selection(line, &selection)) prv_brio_atcmd_mcs(selection);
+  const std::optional<brio::parse::ManualSelection> selection = brio::parse::parse_manual_selection(line);
+  if (selection) prv_brio_atcmd_mcs(*selection);
 }
 
 // These carrier configurations start with the SAR back-off engaged.

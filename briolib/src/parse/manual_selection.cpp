@@ -3,24 +3,23 @@
 #include <string.h>
 #include <strings.h>
 
+#include "base/fields.h"
 #include "base/text.h"
 
 namespace brio::parse {
 
 // 300 AT+COPS=1,2,"310410",7
 // time-out in seconds, one blank, command
-bool parse_manual_selection(char* line, ManualSelection* selection) {
+std::optional<ManualSelection> parse_manual_selection(char* line) {
   constexpr char kAutomatic[] = "AT+COPS=0";
   line[strcspn(line, "\r\n")] = '\0';
-  char* rest = line;
-  const char* timeout = next_field(&rest, ' ');
-  if (rest == nullptr) return false;
-  const char* command = rest;
+  FieldReader fields(line);
+  const char* timeout = fields.next(' ');
+  const char* command = fields.rest();
   // Without a command there is nothing to bring the modem back after the de-registration.
-  if (*command == '\0' || strncasecmp(command, kAutomatic, sizeof(kAutomatic) - 1) == 0) return false;
-  selection->timeout_seconds = decimal(timeout);
-  selection->command = command;
-  return true;
+  if (command == nullptr || *command == '\0') return std::nullopt;
+  if (strncasecmp(command, kAutomatic, sizeof(kAutomatic) - 1) == 0) return std::nullopt;
+  return ManualSelection{decimal(timeout), command};
 }
 
 }  // namespace brio::parse

@@ -4,6 +4,8 @@
 
 #include <stdint.h>
 
+#include <optional>
+
 namespace brio::parse {
 
 struct ManualSelection {
@@ -11,9 +13,9 @@ struct ManualSelection {
   const char* command;      // in the line
 };
 
-// Cuts up the file's first line, which also ends at a CR: one command. False when there is nothing to replay:
+// Cuts up the file's first line, which also ends at a CR: one command. None when there is nothing to replay:
 // no blank, no command after it, or automatic selection.
-bool parse_manual_selection(char* line, ManualSelection* selection);
+std::optional<ManualSelection> parse_manual_selection(char* line);
 
 }  // namespace brio::parse
 

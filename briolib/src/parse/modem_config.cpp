@@ -37,11 +37,10 @@ bool is_control(unsigned char c) {
 
 }  // namespace
 
-bool parse_carrier_id(const char* line, uint16_t* carrier_id) {
+std::optional<uint16_t> parse_carrier_id(const char* line) {
   const char* payload = answer_payload(line);
-  if (payload == nullptr) return false;
-  *carrier_id = static_cast<uint16_t>(decimal(payload));
-  return true;
+  if (payload == nullptr) return std::nullopt;
+  return static_cast<uint16_t>(decimal(payload));
 }
 
 bool parse_model(const char* line, char model[kModelSize]) {
@@ -62,10 +61,9 @@ uint8_t wan_type_of_model(const char* model) {
   return BRIO_WAN_TYPE_UNKNOWN;
 }
 
-bool parse_wan_type_line(const char* line, uint8_t* type) {
-  if (strstr(line, kWanTypeKey) == nullptr) return false;
-  *type = static_cast<uint8_t>(decimal(line + strlen(kWanTypeKey)));
-  return true;
+std::optional<uint8_t> parse_wan_type_line(const char* line) {
+  if (strstr(line, kWanTypeKey) == nullptr) return std::nullopt;
+  return static_cast<uint8_t>(decimal(line + strlen(kWanTypeKey)));
 }
 
 uint32_t snapshot_mode_of_line(const char* line) {

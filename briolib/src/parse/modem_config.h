@@ -6,12 +6,14 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <optional>
+
 namespace brio::parse {
 
 // +GTFDCAR: 201
 //           1
-// Field 1: carrier ID, of which 16 bits are kept. False for a line without ":".
-bool parse_carrier_id(const char* line, uint16_t* carrier_id);
+// Field 1: carrier ID, of which 16 bits are kept; 0 where it is no number. None for a line without ":".
+std::optional<uint16_t> parse_carrier_id(const char* line);
 
 inline constexpr size_t kModelSize = 13;
 
@@ -25,9 +27,9 @@ uint8_t wan_type_of_model(const char* model);
 
 // WAN_TYPE=7
 //          1
-// One line of the WAN information file. False when it does not hold the key. The number begins at the tenth
+// One line of the WAN information file. None when it does not hold the key. The number begins at the tenth
 // character wherever the key stands: a line that does not open with the key gives what is there.
-bool parse_wan_type_line(const char* line, uint8_t* type);
+std::optional<uint8_t> parse_wan_type_line(const char* line);
 
 // 300 AT+COPS=0
 // The stored selection command up to a CR: 1 when it selects automatically (any letter case), else 0.

@@ -2,7 +2,9 @@
 
 #include <string.h>
 
+#include "base/fields.h"
 #include "base/text.h"
+#include "brio/brio_at.h"
 
 namespace brio::parse {
 namespace {
@@ -43,9 +45,9 @@ SimFile crsm_file(const char* command) {
   if (command == nullptr) return SimFile::kOther;
   char copy[kCommandCapacity];
   copy_text(copy, sizeof(copy), command);
-  char* cursor = copy;
-  next_field(&cursor, ',');
-  const char* id = next_field(&cursor, ',');
+  FieldReader fields(copy);
+  fields.next();
+  const char* id = fields.next();
   if (id == nullptr) return SimFile::kOther;
   id = skip_spaces(id);
   for (const FileRow& row : kFiles) {
@@ -58,22 +60,23 @@ SimFile crsm_file(const char* command) {
 //          |   | `- 3 file contents, hexadecimal
 //          |   `--- 2 sw2
 //          `------- 1 sw1, decimal: 144 done, 145 done with a proactive command pending, 146 warning
-CrsmOutcome parse_crsm(char* rest, CrsmAnswer* answer) {
+CrsmOutcome parse_crsm(char* payload, CrsmAnswer* answer) {
   *answer = {};
-  char* cursor = rest;
-  char* sw1 = next_field(&cursor, ',');
-  char* sw2 = next_field(&cursor, ',');
-  if (sw1 == nullptr || sw2 == nullptr) return CrsmOutcome::kNoStatusWords;
+  FieldReader fields(payload);
+  const char* sw1 = fields.next();
+  const char* sw2 = fields.next();
+  if (sw2 == nullptr) return CrsmOutcome::kNoStatusWords;
   answer->sw1 = skip_spaces(sw1);
   answer->sw2 = skip_spaces(sw2);
   if (!prv_accepted(answer->sw1, answer->sw2)) return CrsmOutcome::kRefused;
 
-  if (cursor == nullptr) return CrsmOutcome::kNoEndQuote;
-  while (*cursor == '"' || is_space(*cursor)) cursor++;
-  size_t length = strlen(cursor);
-  if (length == 0 || cursor[length - 1] != '"') return CrsmOutcome::kNoEndQuote;
-  cursor[length - 1] = '\0';
-  answer->data = cursor;
+  char* data = fields.rest();
+  if (data == nullptr) return CrsmOutcome::kNoEndQuote;
+  skip_white_space_quotes(&data);
+  size_t length = strlen(data);
+  if (length == 0 || data[length - 1] != '"') return CrsmOutcome::kNoEndQuote;
+  data[length - 1] = '\0';
+  answer->data = data;
   return CrsmOutcome::kOk;
 }
 
@@ -104,8 +107,7 @@ bool next_plmn(const char** cursor, bool with_access_technology, plmn_entry* ent
 }
 
 void iccid_from_file(const char* data, char (&iccid)[21]) {
-  memset(iccid, 0, sizeof(iccid));
-  copy_text(iccid, sizeof(iccid), data, kIccidDigits);
+  copy_padded(iccid, sizeof(iccid), data, kIccidDigits);
   for (size_t i = 0; iccid[i] != '\0' && iccid[i + 1] != '\0'; i += 2) {
     char first = iccid[i];
     iccid[i] = iccid[i + 1];
@@ -117,8 +119,7 @@ void iccid_from_file(const char* data, char (&iccid)[21]) {
 //   +CCID: 89014103211118510720
 //   +CCID: 8901410321111851072F   19 digits and a filler
 void iccid_from_line(const char* rest, char (&iccid)[24]) {
-  memset(iccid, 0, sizeof(iccid));
-  copy_text(iccid, sizeof(iccid), skip_spaces(rest));
+  copy_padded(iccid, sizeof(iccid), skip_spaces(rest));
   size_t n = strlen(iccid);
   if (n < kIccidDigits) n = kIccidDigits;
   if (!is_digit(iccid[n - 1])) iccid[n - 1] = '\0';

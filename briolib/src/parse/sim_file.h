@@ -42,13 +42,13 @@ enum class CrsmOutcome {
 };
 
 struct CrsmAnswer {
-  const char* sw1;  // null when the line ended before it
+  const char* sw1;  // null when the line ended before sw2
   const char* sw2;
   const char* data;  // hexadecimal file contents, kOk only
 };
 
 // Text behind "+CRSM:", cut up in place.
-CrsmOutcome parse_crsm(char* rest, CrsmAnswer* answer);
+CrsmOutcome parse_crsm(char* payload, CrsmAnswer* answer);
 
 // The next entry of a PLMN list file; false at its end. Moves the cursor by 10 characters, never beyond the
 // text's end.

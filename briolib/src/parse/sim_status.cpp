@@ -1,23 +1,19 @@
 #include "parse/sim_status.h"
 
-#include "base/text.h"
+#include "base/fields.h"
 
 namespace brio::parse {
 
 //   +GTSIMSTATUS: 3,0
 //                 | `- 2 lock status
 //                 `--- 1 card status
-SimStatus parse_sim_status(char* rest) {
-  SimStatus status = {};
-  char* cursor = rest;
-  char* field = next_field(&cursor, ',');
-  if (field == nullptr) return status;
-  status.card_text = field;
-  status.card = decimal(field);
-  field = next_field(&cursor, ',');
-  if (field == nullptr) return status;
-  status.lock_text = field;
-  status.lock = decimal(field);
+SimStatus parse_sim_status(char* payload) {
+  FieldReader fields(payload);
+  SimStatus status;
+  status.card_text = fields.next();
+  status.card = number_of(status.card_text);
+  status.lock_text = fields.next();
+  status.lock = number_of(status.lock_text);
   return status;
 }
 

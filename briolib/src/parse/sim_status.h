@@ -4,17 +4,19 @@
 
 #include <stdint.h>
 
+#include <optional>
+
 namespace brio::parse {
 
 struct SimStatus {
-  const char* card_text;  // as it stands; null: the line ended before the field; blank: keep the value held
-  const char* lock_text;
-  int32_t card;  // valid when its text is not blank
-  int32_t lock;
+  const char* card_text;  // as it stands, in the line
+  const char* lock_text;  // null: the line ended before it
+  std::optional<int32_t> card;
+  std::optional<int32_t> lock;
 };
 
 // Text behind "+GTSIMSTATUS:", cut up in place.
-SimStatus parse_sim_status(char* rest);
+SimStatus parse_sim_status(char* payload);
 
 }  // namespace brio::parse
 
