@@ -1,7 +1,8 @@
-// Tokenizer of the text behind a result name, and the string cleaners that every parser shares.
+// The exported tokenizer, which stands on the parsers' field reader, and the string cleaners.
 #include <stdlib.h>
 #include <string.h>
 
+#include "base/fields.h"
 #include "base/text.h"
 #include "brio/brio_at.h"
 
@@ -19,10 +20,11 @@ uint16_t prv_short_length(const char* text) {
 char* at_tok_nexttok(char** cursor) {
   skip_white_space(cursor);
   if (*cursor == nullptr) return nullptr;
-  if (**cursor != '"') return brio::next_field(cursor, ',');
-  (*cursor)++;
-  char* field = brio::next_field(cursor, '"');
-  if (*cursor != nullptr) {
+  const bool quoted = **cursor == '"';
+  brio::FieldReader text(quoted ? *cursor + 1 : *cursor);
+  char* field = text.next(quoted ? '"' : ',');
+  *cursor = text.rest();
+  if (quoted && *cursor != nullptr) {
     char* comma = strchr(*cursor, ',');
     *cursor = comma != nullptr ? comma + 1 : *cursor + strlen(*cursor);
   }

@@ -113,6 +113,9 @@ BRIO_API void pktio_shutdown(void);
  * -------------------------------------------------------------------------------- */
 
 /*
+ * For callers that take an answer apart by themselves. The library's own parsers read otherwise: quotes stay,
+ * text that is no number is 0, and a number keeps its low 32 bits.
+ *
  * A cursor is a place in a writable text, or null when the text is used up. Fields are separated by ","; a
  * field in double quotes may hold commas. Field ends are overwritten with NUL, so the text must outlive the
  * fields. White space is the C locale's. at_tok_* return 0 on success and -1 on failure unless they say

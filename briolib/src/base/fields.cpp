@@ -1,5 +1,7 @@
 #include "base/fields.h"
 
+#include <string.h>
+
 #include "base/text.h"
 
 namespace brio {
@@ -17,7 +19,12 @@ std::optional<int32_t> number_of(const char* field) {
 }
 
 char* FieldReader::next(char separator) {
-  return next_field(&rest_, separator);
+  char* field = rest_;
+  if (field == nullptr) return nullptr;
+  char* end = strchr(field, separator);
+  rest_ = end != nullptr ? end + 1 : nullptr;
+  if (end != nullptr) *end = '\0';
+  return field;
 }
 
 const char* FieldReader::text() {

@@ -25,7 +25,7 @@ class FieldReader {
  public:
   explicit FieldReader(char* text) : rest_(text) {}
 
-  // The field as it is; null after the last one.
+  // The field as it is, perhaps empty; null after the last one.
   char* next(char separator = ',');
   // What was not taken yet; null after the last field.
   char* rest() const { return rest_; }

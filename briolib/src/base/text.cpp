@@ -5,19 +5,6 @@
 
 namespace brio {
 
-char* next_field(char** cursor, char separator) {
-  char* field = *cursor;
-  if (field == nullptr) return nullptr;
-  char* end = strchr(field, separator);
-  if (end == nullptr) {
-    *cursor = nullptr;
-  } else {
-    *end = '\0';
-    *cursor = end + 1;
-  }
-  return field;
-}
-
 void copy_text(char* destination, size_t capacity, const char* source, size_t count) {
   if (capacity == 0) return;
   size_t length = strnlen(source, count < capacity - 1 ? count : capacity - 1);

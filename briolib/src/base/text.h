@@ -7,10 +7,6 @@
 
 namespace brio {
 
-// The next field of a line split at `separator`, which is overwritten with NUL. Empty fields count. Null once
-// the line has ended: `*cursor` is null behind the last field.
-char* next_field(char** cursor, char separator);
-
 // Copies at most `count` characters of `source`, at most what fits, and terminates.
 void copy_text(char* destination, size_t capacity, const char* source, size_t count = SIZE_MAX);
 
