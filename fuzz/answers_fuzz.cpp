@@ -179,6 +179,7 @@ void run(Input in) {
   wabs_close();
   brio_close();
   check_sim_blocks();
+  root.check_files();
   root.remove_files();
 }
 

@@ -153,6 +153,7 @@ void run(Input in) {
   const uint8_t flags = in.byte();
   format_log_lines((flags & 2) != 0);
   test_clock::reset();
+  Root::stop_wall_clock();
   test_clock::scale_waits(0.0005);
   test_clock::cap_waits(0.008);
   if ((flags & 1) != 0) {  // the proximity monitor runs
@@ -164,6 +165,7 @@ void run(Input in) {
   check_record();
   check_sim_blocks();
   wabs_close();
+  world.root.check_files();
   world.root.remove_files();
   world.open_healthy();
   world.check_held(held);
