@@ -11,7 +11,7 @@ namespace brio {
 
 // What the lines of one answer may take, each with its node. The names of all the world's operators, the
 // longest answer known, take half of it.
-inline constexpr size_t kAnswerBytesMax = 256 * 1024;
+inline constexpr size_t kAnswerBytesMax = size_t{256} * 1024;
 
 // process_line for an answer whose lines take `held` bytes so far, 0 for a new one. Beyond kAnswerBytesMax
 // lines are judged as ever, but not kept; an error line says so once an answer.
