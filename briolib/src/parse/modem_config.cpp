@@ -22,7 +22,7 @@ constexpr ModelRow kModels[] = {
 
 constexpr char kWanTypeKey[] = "WAN_TYPE=";
 
-bool append(char* text, size_t capacity, size_t* used, const char* piece) {
+bool prv_append(char* text, size_t capacity, size_t* used, const char* piece) {
   size_t length = strlen(piece);
   if (length >= capacity - *used) return false;
   memcpy(text + *used, piece, length + 1);
@@ -90,14 +90,14 @@ const char* override_apn(char* line, size_t length) {
 bool build_remove_command(const char* path, const char* device_path, char* command, size_t capacity) {
   size_t used = 0;
   if (path[0] == '\0') return false;
-  if (!append(command, capacity, &used, "rm -f ")) return false;
-  if (strcmp(path, device_path) == 0) return append(command, capacity, &used, path);
-  if (!append(command, capacity, &used, "-- '")) return false;
+  if (!prv_append(command, capacity, &used, "rm -f ")) return false;
+  if (strcmp(path, device_path) == 0) return prv_append(command, capacity, &used, path);
+  if (!prv_append(command, capacity, &used, "-- '")) return false;
   for (const char* c = path; *c != '\0'; c++) {
     const char piece[] = {*c, '\0'};
-    if (!append(command, capacity, &used, *c == '\'' ? "'\\''" : piece)) return false;
+    if (!prv_append(command, capacity, &used, *c == '\'' ? "'\\''" : piece)) return false;
   }
-  return append(command, capacity, &used, "'");
+  return prv_append(command, capacity, &used, "'");
 }
 
 }  // namespace brio::parse

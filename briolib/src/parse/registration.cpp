@@ -13,7 +13,7 @@ namespace {
 constexpr uint32_t kBands[] = {1,   2,   5,   6,   8,   101, 102, 103,  104, 105,
                                108, 109, 112, 119, 120, 850, 900, 1800, 1900};
 
-bool known_band(uint32_t band) {
+bool prv_known_band(uint32_t band) {
   for (uint32_t known : kBands) {
     if (band == known) return true;
   }
@@ -21,36 +21,36 @@ bool known_band(uint32_t band) {
 }
 
 // One opening quote is skipped and the last character, taken for the closing quote, is cut whatever it is.
-void strip_quotes(const char* field, char (&text)[32]) {
+void prv_strip_quotes(const char* field, char (&text)[32]) {
   field = skip_spaces(field);
   if (*field == '"') field++;
   size_t length = strlen(field);
   copy_text(text, sizeof(text), field, length > 0 ? length - 1 : 0);
 }
 
-std::optional<uint32_t> quoted_hex(const char* field) {
+std::optional<uint32_t> prv_quoted_hex(const char* field) {
   if (field == nullptr) return std::nullopt;
   char text[32];
-  strip_quotes(field, text);
+  prv_strip_quotes(field, text);
   return hexadecimal(text);
 }
 
-std::optional<int32_t> quoted_number(const char* field) {
+std::optional<int32_t> prv_quoted_number(const char* field) {
   if (field == nullptr) return std::nullopt;
   char text[32];
-  strip_quotes(field, text);
+  prv_strip_quotes(field, text);
   return decimal(text);
 }
 
-void append_text(char (&summary)[kRegistrationSummarySize], const char* text) {
+void prv_append_text(char (&summary)[kRegistrationSummarySize], const char* text) {
   size_t used = strlen(summary);
   copy_text(summary + used, sizeof(summary) - used, text);
 }
 
-void append_number(char (&summary)[kRegistrationSummarySize], int32_t number) {
+void prv_append_number(char (&summary)[kRegistrationSummarySize], int32_t number) {
   char text[16];
   snprintf(text, sizeof(text), ",%d", number);
-  append_text(summary, text);
+  prv_append_text(summary, text);
 }
 
 }  // namespace
@@ -64,16 +64,16 @@ Registration parse_registration(char* payload, bool is_query, bool with_band) {
   Registration line;
   if (is_query) fields.next();
   line.stat = fields.number();
-  const std::optional<uint32_t> lac = quoted_hex(fields.text());
+  const std::optional<uint32_t> lac = prv_quoted_hex(fields.text());
   if (lac) line.lac = static_cast<uint16_t>(*lac);
-  line.cell_id = quoted_hex(fields.text());
+  line.cell_id = prv_quoted_hex(fields.text());
   line.rat = fields.byte();
   if (with_band) {
     const std::optional<int32_t> band = fields.number();
-    if (band && known_band(static_cast<uint32_t>(*band))) line.band = static_cast<uint32_t>(*band);
+    if (band && prv_known_band(static_cast<uint32_t>(*band))) line.band = static_cast<uint32_t>(*band);
   }
-  line.reject_type = quoted_number(fields.text());
-  const std::optional<int32_t> cause = quoted_number(fields.text());
+  line.reject_type = prv_quoted_number(fields.text());
+  const std::optional<int32_t> cause = prv_quoted_number(fields.text());
   if (cause) line.reject_cause = static_cast<uint8_t>(*cause);
   return line;
 }
@@ -81,11 +81,11 @@ Registration parse_registration(char* payload, bool is_query, bool with_band) {
 void registration_summary(const Registration& line, char (&summary)[kRegistrationSummarySize]) {
   summary[0] = '\0';
   if (line.stat) snprintf(summary, sizeof(summary), "%d", *line.stat);
-  if (line.lac) append_text(summary, ",LAC");
-  if (line.cell_id) append_text(summary, ",ID");
-  if (line.rat) append_number(summary, *line.rat);
-  if (line.reject_type) append_number(summary, *line.reject_type);
-  if (line.reject_cause) append_number(summary, *line.reject_cause);
+  if (line.lac) prv_append_text(summary, ",LAC");
+  if (line.cell_id) prv_append_text(summary, ",ID");
+  if (line.rat) prv_append_number(summary, *line.rat);
+  if (line.reject_type) prv_append_number(summary, *line.reject_type);
+  if (line.reject_cause) prv_append_number(summary, *line.reject_cause);
 }
 
 // +STKPCI: 0,"D009810301010082028182"

@@ -141,21 +141,21 @@ void plmn_to_text(const uint8_t plmn[3], char mcc[4], char mnc[4]) {
 namespace {
 
 // The digit at `index`, 0xF where the text is shorter or holds no digit.
-uint8_t digit_at(const char* text, size_t index) {
+uint8_t prv_digit_at(const char* text, size_t index) {
   if (strnlen(text, index + 1) <= index || !is_digit(text[index])) return 0xF;
   return static_cast<uint8_t>(text[index] - '0');
 }
 
-uint8_t nibbles(uint8_t high, uint8_t low) {
+uint8_t prv_nibbles(uint8_t high, uint8_t low) {
   return static_cast<uint8_t>(high << 4 | low);
 }
 
 }  // namespace
 
 void text_to_plmn(const char* mcc, const char* mnc, uint8_t plmn[3]) {
-  plmn[0] = nibbles(digit_at(mcc, 1), digit_at(mcc, 0));
-  plmn[1] = nibbles(digit_at(mnc, 2), digit_at(mcc, 2));
-  plmn[2] = nibbles(digit_at(mnc, 1), digit_at(mnc, 0));
+  plmn[0] = prv_nibbles(prv_digit_at(mcc, 1), prv_digit_at(mcc, 0));
+  plmn[1] = prv_nibbles(prv_digit_at(mnc, 2), prv_digit_at(mcc, 2));
+  plmn[2] = prv_nibbles(prv_digit_at(mnc, 1), prv_digit_at(mnc, 0));
 }
 
 }  // namespace brio::parse
