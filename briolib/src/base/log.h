@@ -20,14 +20,18 @@ inline bool log_on(uint32_t bits) {
   return (relaxed_load(g_brio_lib_log_mask) & bits) != 0;
 }
 
+// A line that is always written: whatever a modem sent, each of its control characters is a "?". Only the
+// line end of the format stays.
+void log_line(int priority, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
 }  // namespace brio
 
 // Source tag and line number, the first two arguments of most lines.
 #define BLIB_HERE kLogTag, __LINE__
 
-#define BLIB_E(...) ::syslog(LOG_ERR, __VA_ARGS__)
-#define BLIB_W(...) ::syslog(LOG_WARNING, __VA_ARGS__)
-#define BLIB_I(...) ::syslog(LOG_INFO, __VA_ARGS__)
+#define BLIB_E(...) ::brio::log_line(LOG_ERR, __VA_ARGS__)
+#define BLIB_W(...) ::brio::log_line(LOG_WARNING, __VA_ARGS__)
+#define BLIB_I(...) ::brio::log_line(LOG_INFO, __VA_ARGS__)
 #define BLIB_D(bits, ...)               \
   do {                                  \
     if (::brio::log_on(bits)) {         \
