@@ -189,24 +189,26 @@ int32_t brio::process_answer_line(const char* line, ATResponse* record, uint32_t
   switch (type) {
     case NUMERIC:
       if (record->intermediates != nullptr) {
-        BLIB_E("E blib:%s:%d:AT:ERROR: line %s:\n", BLIB_HERE, brio::LogText(line).c_str());
+        BLIB_E("E blib:%s:%d:AT:ERROR: line %s:\n", BLIB_HERE, brio::masked_line(line).c_str());
         return kViolation;
       }
       break;
     case SINGLELINE:
       if (record->intermediates != nullptr) {
-        BLIB_E("E blib:%s:%d:AT:ERROR: line %s prefix %s:\n", BLIB_HERE, brio::LogText(line).c_str(), prefix);
+        BLIB_E("E blib:%s:%d:AT:ERROR: line %s prefix %s:\n", BLIB_HERE, brio::masked_line(line).c_str(),
+               prefix);
         return kViolation;
       }
       if (!str_starts_with(line, prefix)) {
         BLIB_E("E blib:%s:%d:processLine:ERROR 2: line %s resp_prefix %s:\n", BLIB_HERE,
-               brio::LogText(line).c_str(), prefix);
+               brio::masked_line(line).c_str(), prefix);
         return kPrefixMissing;
       }
       break;
     case MULTILINE:
       if (!str_starts_with(line, prefix)) {
-        BLIB_E("E blib:%s:%d:AT:ERROR: line %s prefix %s:\n", BLIB_HERE, brio::LogText(line).c_str(), prefix);
+        BLIB_E("E blib:%s:%d:AT:ERROR: line %s prefix %s:\n", BLIB_HERE, brio::masked_line(line).c_str(),
+               prefix);
         return kViolation;
       }
       break;

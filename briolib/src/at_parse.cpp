@@ -3,6 +3,7 @@
 
 #include "at_parse_results.h"
 #include "base/log.h"
+#include "base/masked.h"
 #include "brio/briolib.h"
 #include "brio_bars.h"
 #include "brio_common/shared_data.h"
@@ -124,17 +125,19 @@ const MapEntry* prv_find(const char* name) {
   return nullptr;
 }
 
-// Whether a result's line names the subscriber, however short it is.
-bool prv_names_subscriber(const char* name, const void* argument_a) {
-  if (str_starts_with(name, "CCID") != 0 || str_starts_with(name, "CIMI") != 0) return true;
+// The command is the argument of "+CRSM" lines only.
+bool prv_iccid_file_read(const char* name, const void* argument_a) {
   return str_starts_with(name, "CRSM") != 0 &&
          brio::parse::crsm_file(static_cast<const char*>(argument_a)) == brio::parse::SimFile::kIccid;
 }
 
-// A copy of (a part of) a result's line for the log.
-LogText prv_log_text(const char* text, const char* name, const void* argument_a) {
-  unsigned plain_fields = str_starts_with(name, "CRSM") != 0 ? brio::kCrsmStatusFields : 0;
-  return LogText(text, prv_names_subscriber(name, argument_a), plain_fields);
+// What its parser left of the text after the name, for the log.
+LogText prv_log_rest(const char* name, const char* rest, const void* argument_a) {
+  if (strcmp(name, "CCID") == 0) return brio::masked_identity(rest);
+  if (strcmp(name, "CRSM") == 0) {
+    return brio::masked_sim_file(rest, prv_iccid_file_read(name, argument_a));
+  }
+  return LogText(rest);
 }
 
 }  // namespace
@@ -158,9 +161,10 @@ uint32_t at_parse(char* line, void* argument_a, void* argument_b) {
   if (line == nullptr) return BRIO_STATUS_FAILURE;
   char* name = line + strspn(line, "+:");
   BLIB_D(BRIO_LOG_DISPATCH, "D blib:%s:%d:at_parse input:%s\n", BLIB_HERE,
-         prv_log_text(line, name, argument_a).c_str());
+         brio::masked_line(line, prv_iccid_file_read(name, argument_a)).c_str());
   if (*line != '+') {
-    BLIB_W("W blib:%s:%d::line doesn't start with + skip parse%s:\n", BLIB_HERE, LogText(line).c_str());
+    BLIB_W("W blib:%s:%d::line doesn't start with + skip parse%s:\n", BLIB_HERE,
+           brio::masked_line(line).c_str());
     return BRIO_STATUS_FAILURE;
   }
   name = line + 1 + strspn(line + 1, ":");
@@ -170,12 +174,12 @@ uint32_t at_parse(char* line, void* argument_a, void* argument_b) {
 
   const MapEntry* entry = prv_find(name);
   if (entry == nullptr || entry->parser == nullptr) {
-    BLIB_W("W blib:%s:%d::No URC Callback func avail %s:\n", BLIB_HERE, LogText(name).c_str());
+    BLIB_W("W blib:%s:%d::No URC Callback func avail %s:\n", BLIB_HERE, brio::masked_line(name).c_str());
     return BRIO_STATUS_FAILURE;
   }
   entry->parser(rest, argument_a, argument_b);
   if (!entry->silent) {
-    BLIB_I("I blib:URC::+%s: %s\n", name, prv_log_text(rest, name, argument_a).c_str());
+    BLIB_I("I blib:URC::+%s: %s\n", name, prv_log_rest(name, rest, argument_a).c_str());
   }
   return BRIO_STATUS_OK;
 }

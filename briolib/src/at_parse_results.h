@@ -3,7 +3,6 @@
 #ifndef BRIOLIB_AT_PARSE_RESULTS_H
 #define BRIOLIB_AT_PARSE_RESULTS_H
 
-#include "base/masked.h"
 #include "brio/briolib.h"
 
 namespace brio {

@@ -1,6 +1,11 @@
 // SIM results: card status, ICCID, elementary files.
+#include <stddef.h>
+
 #include "at_parse_results.h"
 #include "base/log.h"
+#include "base/masked.h"
+#include "base/text.h"
+#include "brio/briolib.h"
 #include "brio_common/shared_data.h"
 #include "parse/sim_file.h"
 #include "parse/sim_status.h"
@@ -29,7 +34,8 @@ void prv_store_text(char (sim_info_data::*field)[N], const char* text) {
 // Entries beyond the capacity are counted, not kept.
 uint16_t prv_fill_plmn_values(const char* cursor, plmn_entry* list, size_t capacity,
                               bool with_access_technology) {
-  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_fill_plmn_values = %s\n", BLIB_HERE, LogText(cursor).c_str());
+  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_fill_plmn_values = %s\n", BLIB_HERE,
+         masked_sim_file(cursor, false).c_str());
   uint16_t count = 0;
   plmn_entry entry;
   while (parse::next_plmn(&cursor, with_access_technology, &entry)) {
@@ -71,11 +77,13 @@ void prv_store_file(SimFile file, const char* data, const char* command) {
       prv_store_list(data, true, &sim_plmn_data::hplmn, &sim_plmn_data::hplmn_count);
       break;
     case SimFile::kEpsLocation:
-      BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Updating epsloci: %s\n", BLIB_HERE, LogText(data).c_str());
+      BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Updating epsloci: %s\n", BLIB_HERE,
+             masked_sim_file(data, false).c_str());
       prv_store_text(&sim_info_data::epsloci, data);
       break;
     case SimFile::kPsLocation:
-      BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Updating psloci: %s\n", BLIB_HERE, LogText(data).c_str());
+      BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Updating psloci: %s\n", BLIB_HERE,
+             masked_sim_file(data, false).c_str());
       prv_store_text(&sim_info_data::psloci, data);
       break;
     case SimFile::kForbiddenPlmn:
@@ -83,7 +91,8 @@ void prv_store_file(SimFile file, const char* data, const char* command) {
       prv_store_list(data, false, &sim_plmn_data::fplmn, &sim_plmn_data::fplmn_count);
       break;
     case SimFile::kLocation:
-      BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Updating loci:  %s \n", BLIB_HERE, LogText(data).c_str());
+      BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Updating loci:  %s \n", BLIB_HERE,
+             masked_sim_file(data, false).c_str());
       prv_store_text(&sim_info_data::loci, data);
       break;
     case SimFile::kEquivalentHomePlmn:
@@ -125,7 +134,7 @@ void prv_at_parse_gtsimstatus(char* rest, void* /*argument_a*/, void* argument_b
 
 void prv_briolib_get_iccid(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:prv_briolib_get_iccid called iccid_line = %s\n", BLIB_HERE,
-         LogText(rest, true).c_str());
+         masked_identity(rest).c_str());
   char iccid[24];
   parse::iccid_from_line(rest, iccid);
   prv_store_text(&sim_info_data::iccid, iccid);
@@ -140,8 +149,8 @@ void prv_at_parse_crsm(char* rest, void* argument_a, void* /*argument_b*/) {
     return;
   }
   SimFile file = parse::crsm_file(command);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:crsm:%s\n", BLIB_HERE,
-         LogText(rest, file == SimFile::kIccid, kCrsmStatusFields).c_str());
+  const bool is_iccid = file == SimFile::kIccid;
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:crsm:%s\n", BLIB_HERE, masked_sim_file(rest, is_iccid).c_str());
 
   parse::CrsmAnswer answer;
   CrsmOutcome outcome = parse::parse_crsm(rest, &answer);
@@ -149,8 +158,8 @@ void prv_at_parse_crsm(char* rest, void* argument_a, void* /*argument_b*/) {
     BLIB_E("E blib:%s:%d:prv_at_parse_crsm:sw1 or sw2 null:\n", BLIB_HERE);
     return;
   }
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:crsm, sw1[%s] sw2[%s]\n", BLIB_HERE, LogText(answer.sw1).c_str(),
-         LogText(answer.sw2).c_str());
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:crsm, sw1[%s] sw2[%s]\n", BLIB_HERE,
+         masked_sim_file(answer.sw1, is_iccid).c_str(), masked_sim_file(answer.sw2, is_iccid).c_str());
   switch (outcome) {
     case CrsmOutcome::kRefused:
       BLIB_E("E blib:%s:%d:prv_at_parse_crsm:sw1 and sw2 error:\n", BLIB_HERE);

@@ -3,6 +3,7 @@
 
 #include "at_parse_results.h"
 #include "base/log.h"
+#include "base/text.h"
 #include "brio_common/shared_data.h"
 #include "parse/time_report.h"
 

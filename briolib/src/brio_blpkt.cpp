@@ -8,6 +8,7 @@
 #include "base/fair_lock.h"
 #include "base/guards.h"
 #include "base/log.h"
+#include "base/masked.h"
 #include "base/words.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
@@ -176,7 +177,7 @@ void prv_convert_and_queue_resp_packet(const ATResponse* response) {
     uint32_t status = BLPKT_STATUS_SUCCESS;
     if (response->status != 0) {
       BLIB_E("E blib:%s:%d:blpktstat:AT_err_string:%s:\n", BLIB_HERE,
-             response->final_response != nullptr ? response->final_response : "");
+             brio::masked_line(response->final_response).c_str());
       status = BLPKT_STATUS_ERROR;
     } else if (s_request.callback != nullptr && !late && !s_slot_in_use) {
       status = s_request.callback(response, s_request.user_data, s_request.user_value);

@@ -46,14 +46,17 @@ uint32_t recv_func_prv_briolib_carrier_confg(const ATResponse* response, void* u
 }
 
 uint32_t recv_func_prv_briolib_check_apn_setting(const ATResponse* response, void* user_data, uint16_t size) {
-  const char* payload = brio::parse::answer_payload(brio::parse::answer_line(response));
+  const char* line = brio::parse::answer_line(response);
+  const char* payload = brio::parse::answer_payload(line);
   if (payload == nullptr) {
     BLIB_E("E blib:%s:%d:prv_briolib_check_apn_setting::response is invalid\n", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
   char* answer = static_cast<char*>(user_data);
   brio::copy_text(answer, size, payload);
-  BLIB_I("I blib:APN::[%s]\n", brio::LogText(answer, brio::holds_long_number(payload)).c_str());
+  char shown[kApnAnswerSize];
+  brio::copy_text(shown, sizeof(shown), brio::parse::answer_payload(brio::masked_line(line).c_str()));
+  BLIB_I("I blib:APN::[%s]\n", shown);
   return 0;
 }
 

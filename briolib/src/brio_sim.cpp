@@ -60,7 +60,7 @@ uint32_t recv_func_prv_briolib_get_iccid(const ATResponse* response, void* user_
     BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_iccid::response is invalid\n", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:ICCID %s\n", BLIB_HERE, brio::LogText(iccid, true).c_str());
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:ICCID %s\n", BLIB_HERE, brio::masked_identity(iccid).c_str());
   return 0;
 }
 

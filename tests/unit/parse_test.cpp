@@ -16,7 +16,6 @@
 namespace {
 
 using namespace brio::parse;
-using brio::LogText;
 
 // The numeric operators and names that a scan's line gives, or the error of a line that is none.
 std::string scan(const std::string& line) {
@@ -108,11 +107,29 @@ TEST(StaticInformation, StaysInItsFieldsAndItsSize) {
   EXPECT_EQ(text.substr(text.size() - 12), " 01G  \n     ") << "nothing behind the first that does not fit";
 }
 
-TEST(LogText, MasksNumbersThatNameTheSubscriber) {
-  EXPECT_EQ(LogText(std::string(3000, '4').c_str(), true).c_str(), std::string(2400, '*'));
-  EXPECT_STREQ(LogText("+CIMI: 310410123456789").c_str(), "+CIMI: ***************");
-  EXPECT_STREQ(LogText("+CREG: 31041012345678").c_str(), "+CREG: 31041012345678");
-  EXPECT_STREQ(LogText(nullptr, true).c_str(), "");
+// Digits of IMSI and ICCID alone: told by the line's name or, without one, by the number.
+TEST(LogText, MasksTheSubscriber) {
+  const char* const masked[][2] = {
+      {"+CCID: 898602B5191650123456", "+CCID: ******B*************"},
+      {"  +CIMI: 31041012345678", "  +CIMI: **************"},
+      {"+:CIMI: \"3104\"", "+:CIMI: \"****\""},
+      {"31041012345678", "**************"},
+      {"898602B5191650123456", "******B*************"},
+      {"MI: \"310410123456789\"", "MI: \"***************\""},
+      {"+310410123456789: 1", "+***************: 1"},
+      {"+CRSM: 144,0,\"981014301211811570F2\"", "+CRSM: 144,0,\"******************F*\""},
+      {"+CME ERROR: IMSI 310410123456789", "+CME ERROR: IMSI ***************"},
+      {"ERROR: 13 310410123456789", "ERROR: 13 ***************"},
+  };
+  for (const auto& [line, shown] : masked) EXPECT_STREQ(brio::masked_line(line).c_str(), shown);
+  for (const char* plain :
+       {"+GTOTAREJECT: 310410123456789", "+STKPCI: 0,\"D009810301010082028182\"",
+        "+CRSM: 144,0,\"13001400801300140080\"", "+CRSM: 144,0,\"98765432109876543210987654\"",
+        "+CME ERROR: 10", "3104101234567", "B98602B5191650123456"}) {
+    EXPECT_STREQ(brio::masked_line(plain).c_str(), plain);
+  }
+  EXPECT_EQ(brio::masked_identity(std::string(3000, '4').c_str()).c_str(), std::string(2400, '*'));
+  EXPECT_STREQ(brio::masked_line(nullptr).c_str(), "");
   std::string text(65536 + 3, '7');  // counts as 3
   briolib_obfuscate_numeral(&text[0], '*');
   EXPECT_EQ(text.find_last_of('*'), 2u);

@@ -1,28 +1,118 @@
 #include "base/masked.h"
 
+#include <stddef.h>
 #include <string.h>
 
-namespace brio {
+#include "base/text.h"
 
-bool holds_long_number(const char* text) {
-  constexpr unsigned kIdentityDigits = 15;
-  unsigned run = 0;
-  for (; *text != '\0'; text++) {
-    run = is_digit(*text) ? run + 1 : 0;
-    if (run == kIdentityDigits) return true;
+namespace brio {
+namespace {
+
+constexpr char kDigits[] = "0123456789";
+constexpr char kHexDigits[] = "0123456789ABCDEFabcdef";
+constexpr char kWordCharacters[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+
+constexpr size_t kImsiLeastDigits = 14;
+constexpr size_t kIccidLeastDigits = 18;
+constexpr size_t kIccidFileDigits = 20;
+// A status word is one byte, in decimal.
+constexpr size_t kStatusWordDigits = 3;
+
+// What stands in a result's name or beside a number in an error's text.
+constexpr const char* kIdentityNames[] = {"CCID", "CIMI", "IMSI"};
+
+bool prv_names_subscriber(const char* text, const char* end) {
+  for (const char* name : kIdentityNames) {
+    const char* found = strstr(text, name);
+    if (found != nullptr && found < end) return true;
   }
   return false;
 }
 
-LogText::LogText(const char* text, bool masked, unsigned plain_fields) {
-  copy_text(text_, sizeof(text_), text != nullptr ? text : "");
-  char* cursor = text_;
-  for (; plain_fields > 0; plain_fields--) {
-    cursor += strcspn(cursor, ",");
-    if (*cursor == ',') cursor++;
+// An IMSI, or an ICCID, which begins with 89 and may hold letters.
+bool prv_is_identity(const char* word, size_t length) {
+  if (length >= kImsiLeastDigits && strspn(word, kDigits) >= length) return true;
+  return length >= kIccidLeastDigits && strncmp(word, "89", 2) == 0 && strspn(word, kHexDigits) >= length;
+}
+
+// The contents of the ICCID's file, with its digits swapped in pairs or in order. No network's code begins
+// so, but a list of networks may well consist of decimal digits.
+bool prv_is_iccid_file(const char* word, size_t length) {
+  return length == kIccidFileDigits && (strncmp(word, "98", 2) == 0 || strncmp(word, "89", 2) == 0) &&
+         strspn(word, kHexDigits) >= length;
+}
+
+void prv_mask_digits(char* text, const char* end) {
+  for (; text < end; text++) {
+    if (is_digit(*text)) *text = '*';
   }
-  if (masked || holds_long_number(text_)) briolib_obfuscate_numeral(cursor, '*');
-  if (holds_long_number(text_)) briolib_obfuscate_numeral(text_, '*');
+}
+
+// Masks the words before `end` that `is_secret` tells.
+void prv_mask_words(char* text, const char* end, bool (*is_secret)(const char* word, size_t length)) {
+  while (text < end) {
+    const size_t length = strspn(text, kWordCharacters);
+    if (is_secret(text, length)) prv_mask_digits(text, text + length);
+    text += length > 0 ? length : 1;
+  }
+}
+
+// The text after the two status words; what is too long for one belongs to the file.
+char* prv_file_contents(char* text) {
+  for (int status_word = 0; status_word < 2; status_word++) {
+    const size_t length = strcspn(text, ",");
+    size_t digits = 0;
+    for (size_t i = 0; i < length; i++) digits += is_digit(text[i]) ? 1 : 0;
+    if (digits > kStatusWordDigits) break;
+    text += length;
+    if (*text == ',') text++;
+  }
+  return text;
+}
+
+}  // namespace
+
+LogText::LogText(const char* text) {
+  copy_text(text_, sizeof(text_), text != nullptr ? text : "");
+}
+
+const char* LogText::end() const {
+  return text_ + strlen(text_);
+}
+
+LogText masked_line(const char* line, bool iccid_file_read) {
+  LogText copy(line);
+  char* start = skip_spaces(copy.text());
+  const char* name = start + strspn(start, "+:");
+  const char* name_end = name + strcspn(name, ":");
+  if (strncmp(name, "CRSM", 4) == 0) return masked_sim_file(line, iccid_file_read);
+  // The text of an error may hold anything.
+  const char* error = strstr(name, "ERROR");
+  const bool named = *start == '+' && (error == nullptr || error > name_end);
+  const char* end = copy.end();
+  const char* judged_end = named ? name_end : end;
+  if (prv_names_subscriber(start, judged_end)) {
+    prv_mask_digits(start, end);
+  } else {
+    prv_mask_words(start, judged_end, prv_is_identity);
+  }
+  return copy;
+}
+
+LogText masked_identity(const char* text) {
+  LogText copy(text);
+  prv_mask_digits(copy.text(), copy.end());
+  return copy;
+}
+
+LogText masked_sim_file(const char* text, bool is_iccid) {
+  LogText copy(text);
+  if (is_iccid) {
+    prv_mask_digits(prv_file_contents(copy.text()), copy.end());
+  } else {
+    prv_mask_words(copy.text(), copy.end(), prv_is_iccid_file);
+  }
+  return copy;
 }
 
 }  // namespace brio

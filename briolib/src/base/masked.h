@@ -1,33 +1,37 @@
-// What a log line may print of a modem's text. IMSI and ICCID are logged with their digits masked, everywhere
+// What a log line may print of a modem's text: IMSI and ICCID are logged with their digits masked, everywhere
 // but in the raw line traces.
-//   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:ICCID %s\n", BLIB_HERE, LogText(iccid, true).c_str());
+//   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:ICCID %s\n", BLIB_HERE, masked_identity(iccid).c_str());
 #ifndef BRIOLIB_BASE_MASKED_H
 #define BRIOLIB_BASE_MASKED_H
 
-#include "base/text.h"
 #include "brio/brio_at.h"
-#include "brio/briolib.h"
 
 namespace brio {
 
-// A run of digits as long as an IMSI (15) or an ICCID (19 or 20).
-bool holds_long_number(const char* text);
-
-// Fields of a "+CRSM" line in front of the file's contents: the status words.
-constexpr unsigned kCrsmStatusFields = 2;
-
-// A copy of a text for the log: its digits are masked when it names the subscriber, that is when `masked`
-// says so or it holds a long number: an answer that comes late may stand where any other was awaited. The
-// first `plain_fields` fields stay as they are unless the number stands there. No line of the ports is longer
-// than the copy; a longer text is cut. A null text is empty.
+// A copy for the log. No line of the ports is longer; a longer text is cut.
 class LogText {
  public:
-  explicit LogText(const char* text, bool masked = false, unsigned plain_fields = 0);
+  explicit LogText(const char* text);  // null is empty
   const char* c_str() const { return text_; }
+  char* text() { return text_; }
+  const char* end() const;  // its NUL
 
  private:
   char text_[BRIO_LINE_DATA_MAX + 1];
 };
+
+// A line, judged by its own name: "+CCID" and "+CIMI" name the subscriber, other results do not. Without a
+// name (a bare answer, the free text of an error) a word that is nothing but an IMSI or ICCID is masked: an
+// answer that comes late may arrive where any other is awaited. `iccid_file_read`: a "+CRSM" line answers the
+// reading of the ICCID's file.
+LogText masked_line(const char* line, bool iccid_file_read = false);
+
+// An IMSI or ICCID, or a line that is known to hold one.
+LogText masked_identity(const char* text);
+
+// A part of a "+CRSM" line. Of the ICCID's file all but the status words is masked. Late, it is taken for
+// another file: there the contents are masked when they can only be an ICCID.
+LogText masked_sim_file(const char* text, bool is_iccid);
 
 }  // namespace brio
 

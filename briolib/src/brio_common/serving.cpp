@@ -17,16 +17,16 @@ constexpr char kLogTag[] = "briolib/src/brio_common";
 // Parser selector of the clock request: its user value.
 constexpr uint16_t kSelectorClock = 4;
 
-// The first characters of an answer, as far as a parser looks at them, and their copy for the log: the answer
-// of another question, an IMSI say, may stand there, and the cut shall not hide its length.
+// The first characters of an answer, as far as a parser looks at them, and their copy for the log. It is
+// masked before it is cut: the late answer to another question, an IMSI say, keeps its length.
 template <size_t N>
-brio::LogText prv_cut(char (&text)[N], const char* line) {
+void prv_cut(const char* line, char (&text)[N], char (&log_text)[N]) {
   brio::copy_text(text, N, line);
-  return brio::LogText(text, brio::holds_long_number(line));
+  brio::copy_text(log_text, N, brio::masked_line(line).c_str());
 }
 
-// `text` is the answer, `name` its operator: both as the log may show them.
-void prv_log_cops_failure(brio::parse::CopsResult result, const char* text, const char* name) {
+// `text` is the operator where it was found whole, else the answer; as the log may show it.
+void prv_log_cops_failure(brio::parse::CopsResult result, const char* text) {
   switch (result) {
     case brio::parse::CopsResult::kOk:
       break;
@@ -38,10 +38,10 @@ void prv_log_cops_failure(brio::parse::CopsResult result, const char* text, cons
       BLIB_W("W blib:%s:%d::no valid MCCMNC found %s:", BLIB_HERE, text);
       break;
     case brio::parse::CopsResult::kBadLength:
-      BLIB_W("W blib:%s:%d::no valid MCCMNC found, incorrect len %s:", BLIB_HERE, name);
+      BLIB_W("W blib:%s:%d::no valid MCCMNC found, incorrect len %s:", BLIB_HERE, text);
       break;
     case brio::parse::CopsResult::kBadFormat:
-      BLIB_W("W blib:%s:%d::no valid MCCMNC found, incorrect format %s:", BLIB_HERE, name);
+      BLIB_W("W blib:%s:%d::no valid MCCMNC found, incorrect format %s:", BLIB_HERE, text);
       break;
   }
 }
@@ -55,8 +55,9 @@ uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*,
     return BRIO_STATUS_INVALID;
   }
   char text[brio::parse::kCopsTextMax + 1];
-  const brio::LogText log_text = prv_cut(text, line);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:AT+COPS: %s", BLIB_HERE, log_text.c_str());
+  char log_text[sizeof(text)];
+  prv_cut(line, text, log_text);
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:AT+COPS: %s", BLIB_HERE, log_text);
 
   brio::parse::CopsAnswer answer;
   const CopsResult result = brio::parse::parse_cops(text, &answer);
@@ -67,8 +68,12 @@ uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*,
     data.cops_mode = *answer.mode;
   }
   if (result != CopsResult::kOk) {
-    const brio::LogText name(answer.name, brio::holds_long_number(line));
-    prv_log_cops_failure(result, log_text.c_str(), name.c_str());
+    char* shown = log_text;
+    if (answer.name != nullptr) {
+      shown += answer.name - text;
+      shown[strlen(answer.name)] = '\0';
+    }
+    prv_log_cops_failure(result, shown);
     return BRIO_STATUS_FAILURE;
   }
   brio::UrcDataLock lock;
@@ -151,8 +156,7 @@ uint32_t recv_func_at_req_get_gtscinfo(const ATResponse* response, void*, uint16
     BLIB_E("E blib:%s:%d:recv_func_at_req_get_gtscinfo:resp is invalid:", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
-  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:recv_func_at_req_get_gtscinfo callback %s", BLIB_HERE,
-         brio::LogText(line).c_str());
+  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:recv_func_at_req_get_gtscinfo callback %s", BLIB_HERE, line);
   if (at_tok_start(&line) != 0) return BRIO_STATUS_INVALID;
   const brio::parse::ServingCell cell = brio::parse::parse_serving_cell(line);
   brio::UrcDataLock lock;
@@ -177,8 +181,7 @@ uint32_t recv_func_at_req_get_gtscstat(const ATResponse* response, void*, uint16
     BLIB_E("E blib:%s:%d:recv_func_at_req_get_gtscstat:resp is invalid:", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
-  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:get_gtscstat callback called %s", BLIB_HERE,
-         brio::LogText(line).c_str());
+  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:get_gtscstat callback called %s", BLIB_HERE, line);
   if (at_tok_start(&line) != 0) return BRIO_STATUS_INVALID;
   const brio::parse::ProtocolStates states = brio::parse::parse_protocol_states(line);
 
@@ -205,11 +208,12 @@ uint32_t recv_func_prv_briolib_get_timezone(const ATResponse* response, void* us
     return BRIO_STATUS_FAILURE;
   }
   char text[brio::parse::kClockTextMax + 1];
-  const brio::LogText log_text = prv_cut(text, line);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:atcmd AT+CCLK %s", BLIB_HERE, log_text.c_str());
+  char log_text[sizeof(text)];
+  prv_cut(line, text, log_text);
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:atcmd AT+CCLK %s", BLIB_HERE, log_text);
   const std::optional<int32_t> zone = brio::parse::parse_clock_zone(text);
   if (!zone) {
-    BLIB_W("W blib:%s:%d::no valid tz info found %s:", BLIB_HERE, log_text.c_str());
+    BLIB_W("W blib:%s:%d::no valid tz info found %s:", BLIB_HERE, log_text);
     return BRIO_STATUS_FAILURE;
   }
   *static_cast<int32_t*>(user_data) = *zone;

@@ -29,9 +29,9 @@ SimFile crsm_file(const char* command);
 
 inline constexpr char kReadIccidCommand[] = "AT+CRSM=176,12258,0,0,0";
 
-// The answer to such a command for the log: of the ICCID's file the contents are masked.
+// The answer to such a command for the log.
 inline LogText crsm_log_text(const char* line, const char* command) {
-  return LogText(line, crsm_file(command) == SimFile::kIccid, kCrsmStatusFields);
+  return masked_line(line, crsm_file(command) == SimFile::kIccid);
 }
 
 enum class CrsmOutcome {
