@@ -8,9 +8,9 @@
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
+#include "brio_sim.h"
 #include "carriers.h"
 #include "parse/modem_config.h"
-#include "parse/sim_identity.h"
 
 namespace {
 
@@ -60,8 +60,8 @@ uint32_t brio_turn_off_rf(void) {
 }
 
 uint32_t brio_carrier_selection(void) {
-  const char* imsi = briolib_get_sim_imsi();
-  if (imsi == nullptr) {
+  char imsi[brio::parse::kImsiSize];
+  if (!brio::read_sim_imsi(imsi)) {
     BLIB_E("E blib:%s:%d:factory_test:invalid IMSI:can't read SIM\n", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }

@@ -12,10 +12,10 @@
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "brio_common/shared_data.h"
+#include "brio_sim.h"
 #include "carriers.h"
 #include "parse/answer.h"
 #include "parse/modem_config.h"
-#include "parse/sim_identity.h"
 
 namespace {
 
@@ -96,8 +96,8 @@ uint32_t prv_apn_of_sim(char* command) {
     BLIB_E("E blib:%s:%d:checkAPN::failed to get APN value\n", BLIB_HERE);
     return BRIO_STATUS_TIMEOUT;
   }
-  const char* imsi = briolib_get_sim_imsi();
-  if (imsi == nullptr) {
+  char imsi[brio::parse::kImsiSize];
+  if (!brio::read_sim_imsi(imsi)) {
     BLIB_E("E blib:%s:%d:checkAPN:invalid IMSI:can't read SIM\n", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
@@ -141,8 +141,8 @@ uint32_t briolib_check_carrier_confg(void) {
     brio::UrcDataLock lock;
     g_brio_lib_atcmd_data.carrier_config = static_cast<int16_t>(carrier_id);
   }
-  const char* imsi = briolib_get_sim_imsi();
-  if (imsi == nullptr) {
+  char imsi[brio::parse::kImsiSize];
+  if (!brio::read_sim_imsi(imsi)) {
     BLIB_E("E blib:%s:%d:checkFDCAR:invalid IMSI:can't read SIM\n", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }

@@ -1,6 +1,10 @@
 // The SIM's readiness, its identities and its home PLMN.
+#include "brio_sim.h"
+
+#include <pthread.h>
 #include <string.h>
 
+#include "base/guards.h"
 #include "base/log.h"
 #include "base/masked.h"
 #include "brio/brio.h"
@@ -8,7 +12,6 @@
 #include "brio/briolib.h"
 #include "brio_common/shared_data.h"
 #include "parse/answer.h"
-#include "parse/sim_identity.h"
 
 namespace {
 
@@ -16,8 +19,7 @@ constexpr char kLogTag[] = "briolib/src/brio_sim";
 
 constexpr uint32_t kLockStatusUnknown = 15;
 
-// What briolib_get_sim_iccid and briolib_get_sim_imsi hand out; each read overwrites its half. Host thread,
-// and the read thread while that one waits for the answer.
+// What briolib_get_sim_iccid and briolib_get_sim_imsi hand out by pointer; every read overwrites its half.
 struct CachedIdentities {
   char iccid[brio::parse::kIccidSize];
   char imsi[brio::parse::kImsiSize];
@@ -25,6 +27,9 @@ struct CachedIdentities {
 };
 CachedIdentities s_cached_sim_iccid_imsi;
 static_assert(sizeof(s_cached_sim_iccid_imsi) == 38, "ICCID, IMSI and one byte");
+// Guards the cache: the read thread writes it, the library itself reads it by copies. No other lock is taken
+// under it.
+pthread_mutex_t s_identity_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 struct CardStatusRow {
   uint32_t card_status;
@@ -43,6 +48,12 @@ brio_sim_status prv_sim_status(uint32_t card_status) {
   return INVALID_OTHER;
 }
 
+template <size_t N>
+void prv_store(const char (&text)[N], char* half) {
+  brio::MutexGuard lock(s_identity_mutex);
+  memcpy(half, text, N);
+}
+
 // The response callbacks below run on the read thread.
 
 uint32_t prv_briolib_get_value(const ATResponse* response, void* user_data, uint16_t) {
@@ -55,36 +66,48 @@ uint32_t prv_briolib_get_value(const ATResponse* response, void* user_data, uint
 }
 
 uint32_t recv_func_prv_briolib_get_iccid(const ATResponse* response, void* user_data, uint16_t) {
-  char* iccid = static_cast<char*>(user_data);
+  char iccid[brio::parse::kIccidSize] = {};
   if (!brio::parse::parse_iccid(brio::parse::answer_line(response), iccid)) {
     BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_iccid::response is invalid\n", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
+  prv_store(iccid, static_cast<char*>(user_data));
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:ICCID %s\n", BLIB_HERE, brio::masked_identity(iccid).c_str());
   return 0;
 }
 
 uint32_t recv_func_prv_briolib_get_imsi(const ATResponse* response, void* user_data, uint16_t) {
-  if (!brio::parse::parse_imsi(brio::parse::answer_line(response), static_cast<char*>(user_data))) {
+  char imsi[brio::parse::kImsiSize] = {};
+  if (!brio::parse::parse_imsi(brio::parse::answer_line(response), imsi) || imsi[0] == '\0') {
     BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_imsi::response is invalid\n", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }
+  prv_store(imsi, static_cast<char*>(user_data));
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:IMSI updated\n", BLIB_HERE);
   return 0;
 }
 
-// Both read into a buffer of the caller's own, so that they may be called on any thread.
-bool prv_read_iccid(char iccid[brio::parse::kIccidSize]) {
-  return blpkt_atcmd_request_with_callback("AT+CCID", NUMERIC, "+CCID", recv_func_prv_briolib_get_iccid,
-                                           iccid, brio::parse::kIccidSize) == BLPKT_STATUS_SUCCESS;
+// Reads a text into its half of the cache and copies it from there.
+template <size_t N>
+bool prv_read(const char* command, const char* prefix, recv_func callback, char (&half)[N], char (&text)[N]) {
+  if (blpkt_atcmd_request_with_callback(command, NUMERIC, prefix, callback, half, N) !=
+      BLPKT_STATUS_SUCCESS) {
+    return false;
+  }
+  brio::MutexGuard lock(s_identity_mutex);
+  memcpy(text, half, N);
+  return true;
 }
 
-bool prv_read_imsi(char imsi[brio::parse::kImsiSize]) {
-  return blpkt_atcmd_request_with_callback("AT+CIMI", NUMERIC, "+CIMI", recv_func_prv_briolib_get_imsi, imsi,
-                                           brio::parse::kImsiSize) == BLPKT_STATUS_SUCCESS;
+bool prv_read_iccid(char (&iccid)[brio::parse::kIccidSize]) {
+  return prv_read("AT+CCID", "+CCID", recv_func_prv_briolib_get_iccid, s_cached_sim_iccid_imsi.iccid, iccid);
 }
 
 }  // namespace
+
+bool brio::read_sim_imsi(char (&imsi)[parse::kImsiSize]) {
+  return prv_read("AT+CIMI", "+CIMI", recv_func_prv_briolib_get_imsi, s_cached_sim_iccid_imsi.imsi, imsi);
+}
 
 uint32_t brio_get_sim_status(sim_card_status* record) {
   if (record == nullptr) return BRIO_STATUS_INVALID;
@@ -113,22 +136,22 @@ uint32_t brio_get_wn3_sim_status(uint32_t* out) {
 }
 
 char* briolib_get_sim_iccid(void) {
-  char* iccid = s_cached_sim_iccid_imsi.iccid;
-  return prv_read_iccid(iccid) ? iccid : nullptr;
+  char iccid[brio::parse::kIccidSize];
+  return prv_read_iccid(iccid) ? s_cached_sim_iccid_imsi.iccid : nullptr;
 }
 
 char* briolib_get_sim_imsi(void) {
-  char* imsi = s_cached_sim_iccid_imsi.imsi;
-  return prv_read_imsi(imsi) ? imsi : nullptr;
+  char imsi[brio::parse::kImsiSize];
+  return brio::read_sim_imsi(imsi) ? s_cached_sim_iccid_imsi.imsi : nullptr;
 }
 
 uint32_t brio_get_sim_info(sim_identity* block) {
   if (block == nullptr) return BRIO_STATUS_INVALID;
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
-  char imsi[brio::parse::kImsiSize] = {};
-  char iccid[brio::parse::kIccidSize] = {};
-  const bool have_imsi = prv_read_imsi(imsi);
+  char imsi[brio::parse::kImsiSize];
+  char iccid[brio::parse::kIccidSize];
+  const bool have_imsi = brio::read_sim_imsi(imsi);
   const bool have_iccid = prv_read_iccid(iccid);
   if (!have_imsi || !have_iccid) {
     BLIB_E("E blib:%s:%d:SIM info:failed to get iccid/imsi:\n", BLIB_HERE);
@@ -149,8 +172,8 @@ uint32_t brio_get_sim_plmn_info(sim_plmn_data* record, uint32_t size) {
     status = briolib_get_sim_plmn_data(record);
   }
   if (status != BRIO_STATUS_OK || record->home_mcc[0] != '\0') return status;
-  char imsi[brio::parse::kImsiSize] = {};
-  if (!prv_read_imsi(imsi)) return BRIO_STATUS_FAILURE;
+  char imsi[brio::parse::kImsiSize];
+  if (!brio::read_sim_imsi(imsi)) return BRIO_STATUS_FAILURE;
   // Into the caller's copy only: the stored record keeps an empty home PLMN, so that a changed SIM is seen.
   brio::parse::home_plmn(imsi, record->home_mcc, record->home_mnc);
   BLIB_I("I blib:HPLMN:%s-%s:\n", record->home_mcc, record->home_mnc);

@@ -10,8 +10,14 @@
 #include "brio/brio_at.h"
 #include "brio_common/shared_data.h"
 #include "lab/log_capture.h"
+#include "support/sim_fixture.h"
 
 namespace {
+
+class Identity : public SimFixture {
+ protected:
+  void close_library() override { brio_close(); }
+};
 
 void run_at_once(int count, const std::function<void(int)>& work) {
   std::vector<std::thread> threads;
@@ -111,4 +117,35 @@ TEST(SharedData, LocksExcludeAndReportMisuse) {
     const brio::StaticDataLock inner_static_data;
   }
   for (const auto& pair : pairs) EXPECT_EQ(pair.lock(), 4u) << "held, and not released by the inner guard";
+}
+
+// One cache of pointers that do not move: every read renews it, a status without an answer does not fill it.
+TEST_F(Identity, IsWhatWasReadLast) {
+  modemsim::Fault no_sim;
+  no_sim.command = "AT+CIMI";
+  no_sim.reply = "\r\nERROR\r\n";
+  no_sim.replace = true;
+  modem().fault(no_sim);
+  ASSERT_EQ(brio_open("/dev/ttyACM2"), 0u);
+  modem().clear_faults();
+  ATResponse late = {};
+  blpkt_handle_packet(0, &late, nullptr);
+  sim_plmn_data plmn;
+  EXPECT_EQ(brio_get_sim_plmn_info(&plmn, 1), 4u);
+  const char* const imsi = briolib_get_sim_imsi();
+  const char* const iccid = briolib_get_sim_iccid();
+  EXPECT_STREQ(imsi, "310410123456789");
+  modem().with_state([](modemsim::State& sim) { sim.imsi = "26201123456789", sim.iccid = "8949"; });
+  sim_identity block;
+  EXPECT_EQ(brio_get_sim_info(&block), 0u);
+  EXPECT_STREQ(imsi, "26201123456789");
+  EXPECT_STREQ(iccid, "8949");
+  modem().with_state([](modemsim::State& sim) { sim.imsi = "440101234567890"; });
+  EXPECT_EQ(brio_get_sim_plmn_info(&plmn, 1), 0u);
+  EXPECT_STREQ(imsi, "440101234567890");
+  run_at_once(3, [](int) {
+    sim_identity mine;
+    for (int i = 0; i < 20; i++) EXPECT_EQ(brio_get_sim_info(&mine), 0u);
+    EXPECT_STREQ(mine.imsi, "440101234567890");
+  });
 }

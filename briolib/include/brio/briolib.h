@@ -95,7 +95,7 @@ BRIO_API void briolib_invalid_cached_bars(void);
  */
 
 /* Read the ICCID (up to 20 digits) or the IMSI (up to 15). The library's buffer, or null when that failed.
- * Host thread. */
+ * Every later read, brio_get_sim_info included, renews the text. Host thread. */
 BRIO_API char* briolib_get_sim_iccid(void);
 BRIO_API char* briolib_get_sim_imsi(void);
 /* Whether the digest of the static information file is known: 1 or 0. */

@@ -13,12 +13,12 @@ inline constexpr size_t kImsiPrefixSize = 7;  // six digits, which hold MCC and 
 // +CCID: 89014103211118510720
 //        1
 // Field 1: 19 digits with a filler that is no digit behind them, or 20 digits. Text behind that is dropped.
-// False (and `iccid` untouched) for a line without ":".
+// A bare line of 19 or 20 digits counts as well. False (and `iccid` untouched) for any other without ":".
 bool parse_iccid(const char* line, char iccid[kIccidSize]);
 
 // +CIMI: 310410123456789
 //        1
-// False (and `imsi` untouched) for a line without ":".
+// A bare line of 15 digits counts as well. False (and `imsi` untouched) for any other without ":".
 bool parse_imsi(const char* line, char imsi[kImsiSize]);
 
 // The first six characters of an IMSI; fewer of a shorter one.
