@@ -34,7 +34,8 @@ extern BRIO_API int32_t g_pre_sar_mode;
 
 /*
  * Puts `dir` in front of every device path (ports, state files, sysfs, /proc/net/dev); null or "" is the
- * device itself. The text is copied. Only while the library is closed.
+ * device itself. The text is copied. Only while the library is closed. Below it ports, sysfs and
+ * /proc/net/dev may be links, state files may not.
  */
 BRIO_API void brio_set_root_dir(const char* dir);
 /*
