@@ -18,7 +18,7 @@
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "log_lines.h"
-#include "process/process.h"
+#include "kit/process.h"
 #include "pty_port.h"
 
 namespace {

@@ -12,7 +12,7 @@
 #include <random>
 #include <string>
 
-#include "process/process.h"
+#include "kit/process.h"
 #include "soak_device.h"
 #include "soak_host.h"
 

@@ -9,7 +9,7 @@
 
 #include "brio/brio.h"
 #include "brio/briolib.h"
-#include "clock/test_clock.h"
+#include "kit/clock.h"
 #include "log_lines.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include "brio/brio.h"
 #include "brio/briolib.h"
 #include "brio/wabs.h"
-#include "clock/test_clock.h"
+#include "kit/clock.h"
 #include "nipc/nipc_standin.h"
 #include "trace_piece.h"
 

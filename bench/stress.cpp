@@ -20,7 +20,7 @@
 #include "brio/prox.h"
 #include "brio/wabs.h"
 #include "log_lines.h"
-#include "process/process.h"
+#include "kit/process.h"
 #include "stress_world.h"
 #include "trace_piece.h"
 

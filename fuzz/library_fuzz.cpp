@@ -7,10 +7,10 @@
 // state.
 #include <thread>
 
-#include "clock/test_clock.h"
+#include "kit/clock.h"
 #include "host.h"
 #include "modemsim/modem.h"
-#include "process/process.h"
+#include "kit/process.h"
 #include "record.h"
 #include "root.h"
 

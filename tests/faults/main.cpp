@@ -18,12 +18,12 @@
 #include "brio/briolib.h"
 #include "brio/prox.h"
 #include "brio/wabs.h"
-#include "clock/test_clock.h"
 #include "faults/scenarios.h"
-#include "lab/calls.h"
+#include "kit/calls.h"
+#include "kit/clock.h"
+#include "kit/log.h"
+#include "kit/process.h"
 #include "lab/functions.h"
-#include "lab/log_capture.h"
-#include "process/process.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/lsan_interface.h>
@@ -137,9 +137,10 @@ Life Player::live(const Fault& fault) {
     life.calls = -faults::calls(counted);
     if (!fault.harmless) faults::on_fault([] { test_clock::cap_waits(kCap); });
     if (!fault.trigger.empty()) {
-      faults::fail(counted, lab::error_number(fault.trigger), fault.skip, fault.harmless ? 1 : fault.times);
+      faults::fail(counted, *faults::error_number(fault.trigger), fault.skip,
+                   fault.harmless ? 1 : fault.times);
     }
-    faults::fail(row.call, lab::error_number(fault.error), behind ? 0 : fault.skip, fault.times);
+    faults::fail(row.call, *faults::error_number(fault.error), behind ? 0 : fault.skip, fault.times);
   };
   const auto end_faults = [&] {
     life.calls += faults::calls(counted);
@@ -192,7 +193,7 @@ void Player::one(const Fault& fault) {
   const bool fired = faults::fired(row.call) != 0;
   s_shared->cases++;
   s_shared->fired += fired;
-  s_shared->errors_fired[lab::error_number(fault.error) - faults::kEnd] += fired;
+  s_shared->errors_fired[*faults::error_number(fault.error) - faults::kEnd] += fired;
   for (const auto& each : life.first) s_shared->outcomes[std::min(each.status, 31U)]++;
   if (fault.harmless) compare(life.first, wanted.first, clears_away);
   for (const auto& each : life.first) {
@@ -284,7 +285,7 @@ int run_all(const Row& row, const char* only) {
   Words errors = row.errors;
   errors.insert(errors.end(), row.harmless.begin(), row.harmless.end());
   for (const auto& error : errors) {
-    const bool fired = s_shared->errors_fired[lab::error_number(error) - faults::kEnd] != 0;
+    const bool fired = s_shared->errors_fired[*faults::error_number(error) - faults::kEnd] != 0;
     if (only == nullptr && !fired) fail(error + " never fired");
   }
   return s_shared->failures == 0 ? 0 : 1;

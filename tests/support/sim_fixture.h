@@ -7,11 +7,11 @@
 #include <cstdint>
 #include <memory>
 
-#include "clock/test_clock.h"
-#include "lab/log_capture.h"
+#include "kit/clock.h"
+#include "kit/log.h"
 #include "modemsim/device_root.h"
 #include "modemsim/modem.h"
-#include "process/process.h"
+#include "kit/process.h"
 
 using modemsim::DeviceRoot;
 

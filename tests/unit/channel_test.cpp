@@ -1,5 +1,5 @@
 // Serial ports, read thread and packet layer where text does not reach: threads that meet, a modem that stops
-// reading, memory. Everything else stands in tests/transcripts/channel.
+// reading, memory. Everything else stands in tests/sessions/channel.
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <unistd.h>
@@ -17,7 +17,7 @@
 #include "base/log.h"
 #include "brio/brio_at.h"
 #include "brio_blpkt.h"
-#include "lab/calls.h"
+#include "kit/calls.h"
 #include "support/sim_fixture.h"
 
 using process::eventually;

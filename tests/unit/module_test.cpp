@@ -1,11 +1,11 @@
-// Where the module's operations log their exit. All else about them: tests/transcripts/host.
+// Where the module's operations log their exit. All else about them: tests/sessions/host.
 #include <gtest/gtest.h>
 
 #include <regex>
 #include <vector>
 
 #include "brio/wabs.h"
-#include "lab/log_capture.h"
+#include "kit/log.h"
 
 // Each return has its own line, which comes after that of the entry.
 TEST(Module, ReturnCarriesItsOwnLine) {

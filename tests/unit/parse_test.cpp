@@ -7,7 +7,7 @@
 
 #include "base/masked.h"
 #include "brio/briolib.h"
-#include "lab/exact_text.h"
+#include "kit/exact_text.h"
 #include "parse/modem_config.h"
 #include "parse/scan_list.h"
 #include "parse/time_report.h"

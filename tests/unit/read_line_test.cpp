@@ -7,8 +7,8 @@
 #include <memory>
 
 #include "brio/brio_at.h"
-#include "lab/calls.h"
-#include "lab/log_capture.h"
+#include "kit/calls.h"
+#include "kit/log.h"
 
 namespace {
 

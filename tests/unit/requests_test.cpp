@@ -1,4 +1,4 @@
-// What a request leaves to its caller, where threads meet in the open library. All else: tests/transcripts.
+// What a request leaves to its caller, where threads meet in the open library. All else: tests/sessions.
 #include <string>
 
 #include "brio/brio.h"

@@ -1,4 +1,4 @@
-// What threads share: queue, pool, the locks of the shared record. All else about them: tests/transcripts.
+// What threads share: queue, pool, the locks of the shared record. All else about them: tests/sessions.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -9,7 +9,7 @@
 #include "base/log.h"
 #include "brio/brio_at.h"
 #include "brio_common/shared_data.h"
-#include "lab/log_capture.h"
+#include "kit/log.h"
 #include "support/sim_fixture.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// The trace capture's stop against its stream; all else: tests/transcripts/trace.
+// The trace capture's stop against its stream; all else: tests/sessions/trace.
 #include <sys/stat.h>
 
 #include <atomic>
@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "brio/brio.h"
-#include "lab/calls.h"
+#include "kit/calls.h"
 #include "support/sim_fixture.h"
 
 using process::eventually;

@@ -1,9 +1,8 @@
-// Words, numbers and escapes of a transcript's commands.
+// Words, numbers and escapes of a session's commands.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include "lab/calls.h"
 #include "lab/functions.h"
 
 namespace lab {
@@ -95,17 +94,6 @@ double to_real(const std::string& text) {
   const double value = std::strtod(text.c_str(), &end);
   if (text.empty() || *end != '\0') throw UsageError("not a number: " + text);
   return value;
-}
-
-int error_number(const std::string& text) {
-  if (text == "short") return faults::kShort;
-  if (text == "end") return faults::kEnd;
-  constexpr int kLast = 133;
-  for (int error = 0; error <= kLast; error++) {
-    const char* name = strerrorname_np(error);
-    if (name != nullptr && text == name) return error;
-  }
-  return static_cast<int>(to_number(text));
 }
 
 std::string escaped(const std::string& bytes) {

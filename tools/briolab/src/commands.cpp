@@ -14,15 +14,20 @@
 #include "brio/briolib.h"
 #include "brio/wabs.h"
 #include "brio_common/shared_data.h"
-#include "clock/test_clock.h"
-#include "lab/calls.h"
-#include "lab/exact_text.h"
+#include "kit/clock.h"
+#include "kit/exact_text.h"
+#include "kit/process.h"
 #include "modemsim/scenario.h"
 #include "nipc/nipc_standin.h"
-#include "process/process.h"
 #include "session.h"
 
 namespace lab {
+
+const Call& function(const std::string& name) {
+  const auto found = calls().find(name);
+  if (found == calls().end()) throw UsageError("no function: " + name);
+  return found->second;
+}
 
 namespace {
 
@@ -110,37 +115,22 @@ void plug(Session& s, Arguments&) {
   if (!s.modem.plug()) throw UsageError(s.modem.error());
 }
 
-void wait_command(Session& s, Arguments& a) {
-  const std::string command = a.text();
-  const auto all = s.modem.commands();
-  const auto before =
-      std::count(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(s.commands_seen), command);
-  const size_t times = a.more() ? static_cast<size_t>(a.number()) : 1;
-  const bool came = s.modem.wait_command(command, static_cast<size_t>(before) + times);
-  if (!came) throw UsageError("it did not come");
+void play(Session& s, Arguments& a) {
+  if (briolib_check_library_status() != BRIO_STATUS_NOT_OPEN) throw UsageError("the library is open");
+  const std::string name = a.text(), path = modemsim::find_scenario(name);
+  const auto scenario = modemsim::load_scenario(path.empty() ? name : path);
+  if (!s.modem.play(scenario, to_real(a.text()))) throw UsageError(s.modem.error());
 }
 
-void wait_log(Session& s, Arguments& a) {
-  const std::string part = a.text();
-  const auto times = a.more() ? a.number() : 1;
-  const auto came = [&] {
-    auto lines = log_capture::lines();
-    lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(s.log_seen));
-    lines.insert(lines.end(), s.log.begin(), s.log.end());
-    return std::count_if(lines.begin(), lines.end(), [&](const auto& each) {
-             return each.text.find(part) != std::string::npos;
-           }) >= times;
-  };
-  if (!process::eventually(came)) throw UsageError("it was not logged");
+void played(Session& s, Arguments&) {
+  if (!s.modem.wait_played()) throw UsageError("it does not end");
+  s.modem.state();  // all that it brought was done
+  s.settle();
+  for (const auto& event : s.played) s.emit(event);
+  s.played.clear();
 }
 
 // ---- The library
-
-const Call& function(const std::string& name) {
-  const auto found = calls().find(name);
-  if (found == calls().end()) throw UsageError("no function: " + name);
-  return found->second;
-}
 
 void open(Session& s, Arguments& a) {
   const std::string which = a.more() ? a.text() : "";
@@ -156,7 +146,8 @@ void call(Session& s, Arguments& a) {
   const std::string name = a.text();
   const Call& chosen = function(name);
   try {
-    s.emit(chosen(a));
+    const std::string result = chosen(a);
+    if (!result.empty()) s.emit(result);
   } catch (const UsageError& error) {
     throw UsageError(std::string(error.what()) + " (" + name + (chosen.words.empty() ? "" : " ") +
                      chosen.words + ")");
@@ -175,20 +166,6 @@ void join(Session& s, Arguments&) {
   for (auto& [name, result] : s.running) s.emit(name + " " + result.get());
   s.running.clear();
   s.settle();
-}
-
-void await(Session& s, Arguments& a) {
-  const std::string status = a.text();
-  const Call& chosen = function(a.text());
-  std::string line;
-  const bool came = process::eventually([&] {
-    Arguments again = a;
-    line = chosen(again);
-    return line.substr(0, line.find(' ')) == status;
-  });
-  if (!came) throw UsageError("the status did not come; it gave " + line);
-  s.emit(line);
-  a.rest();
 }
 
 void line(Session& s, Arguments& a) {
@@ -284,11 +261,6 @@ void file(Session& s, Arguments& a) {
   s.root.write(path, a.more() ? a.text() : "");
 }
 
-void make_link(Session& s, Arguments& a) {
-  const std::string path = s.root.path(a.text());
-  if (symlink(s.root.path(a.text()).c_str(), path.c_str()) != 0) throw UsageError(strerror(errno));
-}
-
 void show(Session& s, Arguments& a) {
   const std::string path = a.text();
   struct stat info;
@@ -301,26 +273,6 @@ void show(Session& s, Arguments& a) {
   const std::string text = s.root.read(path).value_or("cannot be read");
   s.emit(mode + std::to_string(info.st_size) + " " + quoted(text.substr(0, 2000)) +
          (text.size() > 2000 ? "..." : ""));
-}
-
-void grown(Session& s, Arguments& a) {
-  const std::string path = s.root.path(a.text());
-  const long long size = a.number();
-  struct stat info;
-  const auto came = [&] { return stat(path.c_str(), &info) == 0 && info.st_size >= size; };
-  if (!process::eventually(came)) s.emit("no");
-}
-
-void touched(Session& s, Arguments& a) {
-  const std::string path = a.text();
-  struct stat info;
-  std::string facts = "absent";
-  if (lstat(s.root.path(path).c_str(), &info) == 0) {
-    facts = std::to_string(info.st_ino) + " " + std::to_string(info.st_mtim.tv_sec) + " " +
-            std::to_string(info.st_mtim.tv_nsec);
-  }
-  s.emit(s.touched.count(path) == 0 ? "first look" : s.touched[path] == facts ? "no" : "yes");
-  s.touched[path] = facts;
 }
 
 void nipc(Session& s, Arguments& a) {
@@ -339,77 +291,9 @@ void nipc(Session& s, Arguments& a) {
   }
 }
 
-// Commands between " ; ", run under each bit of the module's log mask alone: the lines that it lets through.
-void bits(Session& s, Arguments& a) {
-  const std::string list = a.rest() + " ; ";
-  const uint32_t mask = brio::relaxed_load(gBrioModuleLogMask);
-  Session::Lines follow, shown;
-  std::swap(follow, s.follow);
-  s.forget();
-  for (uint32_t bit = 1; bit != 0; bit <<= 1U) {
-    wabs_set_log_mask(bit);
-    for (size_t at = 0, end; (end = list.find(" ; ", at)) != std::string::npos; at = end + 3) {
-      s.command(list.substr(at, end - at));
-    }
-    s.settle();
-    wabs_set_log_mask(mask);
-    s.observe();
-    s.output.clear();
-    s.show_log({" brio:", " def:", " proxlib:"});
-    char name[16];
-    snprintf(name, sizeof name, "0x%x ", bit);
-    for (const auto& each : s.output) shown.push_back(name + each);
-  }
-  std::swap(follow, s.follow);
-  s.output = shown;
-}
-
-// The log lines of the whole session that hold eight characters in a row of one of the words.
-void seen(Session& s, Arguments& a) {
-  constexpr size_t kRow = 8;
-  const auto words = a.words();
-  s.observe();
-  s.log = log_capture::lines();
-  const auto clean = [&words](const log_capture::Line& line) {
-    for (const auto& word : words) {
-      for (size_t at = 0; at + kRow <= word.size(); at++) {
-        if (line.text.find(word.substr(at, kRow)) != std::string::npos) return false;
-      }
-    }
-    return true;
-  };
-  s.log.erase(std::remove_if(s.log.begin(), s.log.end(), clean), s.log.end());
-  if (s.log.empty()) s.emit("none");
-  s.show_log({});
-}
-
-// The size that no file may grow beyond, as on a full disk; without a word: any.
-void room(Session&, Arguments& a) {
-  signal(SIGXFSZ, SIG_IGN);
-  rlimit limit;
-  getrlimit(RLIMIT_FSIZE, &limit);
-  limit.rlim_cur = a.more() ? static_cast<rlim_t>(a.number()) : limit.rlim_max;
-  if (setrlimit(RLIMIT_FSIZE, &limit) != 0) throw UsageError(strerror(errno));
-}
-
-// CALL ERROR [SKIP [TIMES]]
-void fail(Session&, Arguments& a) {
-  const std::string name = a.text();
-  if (faults::names().count(name) == 0) throw UsageError("no such call: " + name);
-  const int error = error_number(a.text());
-  const int skip = a.more() ? static_cast<int>(a.number()) : 0;
-  faults::fail(name, error, skip, a.more() ? static_cast<int>(a.number()) : 1);
-}
-
-void quiet(Session& s, Arguments& a) {
-  s.command(a.rest());
-  s.observe();
-  s.output.clear();
-}
-
 }  // namespace
 
-const std::map<std::string, Command>& commands() {
+std::map<std::string, Command>& commands() {
   static std::map<std::string, Command> table;
   if (!table.empty()) return table;
   const auto add = [](const char* names, auto... functions) {
@@ -418,40 +302,22 @@ const std::map<std::string, Command>& commands() {
     ((table[*name++] = functions), ...);
   };
 #define ADD(...) add(#__VA_ARGS__, __VA_ARGS__)
-  ADD(report, sim_file, operators, fault, urc, raw, unplug, plug, wait_command, wait_log, open, call, async,
-      join, await, line, set, page, sleeps, elapsed, tick, file, show, grown, touched, nipc, bits, seen, room,
-      quiet, fail);
+  ADD(report, sim_file, operators, fault, urc, raw, unplug, plug, open, call, async, join, line, set, page,
+      sleeps, tick, file, show, nipc);
   table["clock"] = turn_clock;
-  table["link"] = make_link;
   table["sim"] = [](Session& s, Arguments& a) { s.modem.with_state(change(a)); };
   table["answer"] = [](Session& s, Arguments& a) { fault_command(s, a, false); };
   table["silent"] = [](Session& s, Arguments& a) { fault_command(s, a, true); };
   table["no_faults"] = [](Session& s, Arguments&) { s.modem.clear_faults(); };
-  table["sent"] = [](Session& s, Arguments& a) { s.shown_commands = a.words(); };
-  table["settle"] = [](Session& s, Arguments&) { s.settle(); };
-  table["chunk"] = [](Session& s, Arguments& a) { s.modem.chunk(static_cast<size_t>(a.number())); };
   table["log"] = [](Session& s, Arguments& a) { s.show_log(a.words()); };
   table["follow"] = [](Session& s, Arguments& a) {
     s.follow = a.words();
     s.log.clear();
   };
-  table["keeps"] = [](Session& s, Arguments& words) { s.descriptors += static_cast<long>(words.number()); };
-  table["leftover"] = [](Session& s, Arguments&) { s.emit(s.leftover()); };
-  table["dir"] = [](Session& s, Arguments& a) { s.root.make_directory(a.text()); };
   table["rm"] = [](Session& s, Arguments& a) { s.root.remove(a.text()); };
-  table["device"] = [](Session& s, Arguments& a) {
-    const std::string path = s.root.path(a.text());
-    if (symlink(a.text().c_str(), path.c_str()) != 0) throw UsageError(strerror(errno));
-  };
-  table["umask"] = [](Session&, Arguments& a) {
-    const std::string octal = a.text();
-    if (octal.empty() || octal.find_first_not_of("01234567") != std::string::npos || octal.size() > 4) {
-      throw UsageError("not an octal number: " + octal);
-    }
-    umask(static_cast<mode_t>(std::stoul(octal, nullptr, 8)));
-  };
-  table["fifo"] = [](Session& s, Arguments& a) { mkfifo(s.root.path(a.text()).c_str(), 0600); };
-  add_stand_ins(table);
+  table["elapsed"] = elapsed;
+  table["play"] = play;
+  table["played"] = played;
   return table;
 }
 

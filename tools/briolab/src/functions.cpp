@@ -18,7 +18,7 @@
 #include "brio/wabs.h"
 #include "brio_bars.h"
 #include "brio_common/shared_data.h"
-#include "lab/exact_text.h"
+#include "kit/exact_text.h"
 #include "lab/functions.h"
 
 namespace lab {
@@ -300,13 +300,14 @@ Call wrap(R (*function)(P...)) {
     words.finish();
     return std::apply(
         [function](auto&... each) {
-          std::string line = "done";
+          std::string line;
           if constexpr (std::is_void_v<R>) {
             function(each.lend()...);
           } else {
             line = text_of(function(each.lend()...));
           }
-          return (line + ... + each.show());
+          line = (line + ... + each.show());
+          return line.substr(std::min(line.find_first_not_of(' '), line.size()));
         },
         parameters);
   };
@@ -383,7 +384,7 @@ std::string request(Arguments& words) {
 
 }  // namespace
 
-const std::map<std::string, Call>& calls() {
+std::map<std::string, Call>& calls() {
   static std::map<std::string, Call> table;
   if (!table.empty()) return table;
   // Registers functions under their own names, each behind what `make` makes of it.
@@ -427,7 +428,6 @@ const std::map<std::string, Call>& calls() {
       wabs_get_radio_cert_param2, wabs_get_realm, wabs_do_manual_nw_scan);
   ADD(fill_and_clear, wabs_get_firmware_version, wabs_get_log_string);
   table["request"] = {request, "COMMAND [type=0] [prefix=TEXT] [timeout=20] [status=0]"};
-  add_parts(table);
   return table;
 }
 

@@ -4,12 +4,13 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <sstream>
 
 #include "commands_text.h"
 #include "session.h"
-#include "transcript.h"
+#include "session_file.h"
 
 namespace lab {
 
@@ -79,10 +80,10 @@ std::string function_list() {
 
 bool run_interactively(const std::string& record, bool verbose) {
   const bool terminal = isatty(STDIN_FILENO) != 0;
-  std::vector<Step> steps(1);
   // Known before anybody types.
   if (!record.empty() && std::filesystem::exists(record)) throw UsageError(record + " exists");
-  if (!record.empty()) write_transcript(record, steps);
+  std::ofstream kept(record.empty() ? "/dev/null" : record);
+  if (!kept) throw UsageError(record + " cannot be written");
   end_at_interrupt();
   Session session;
   if (verbose) {
@@ -91,24 +92,25 @@ bool run_interactively(const std::string& record, bool verbose) {
   }
   if (terminal) {
     std::cout << "The library on a simulated modem, below " << session.root.dir()
-              << ".\n`help`, `help NAME` and `functions` tell what can be said; Ctrl-D ends.\n";
+              << ".\n`help`, `help NAME` and `functions` tell what can be said; `quit` or Ctrl-D ends.\n";
   }
   std::string unusable;
   for (std::string line; s_interrupted == 0 && unusable.empty();) {
     if (terminal) std::cout << "> " << std::flush;
     if (!std::getline(std::cin, line)) break;
-    if (begins_with(line, ">")) line.erase(0, 2);
     line.erase(line.find_last_not_of(" \t\r") + 1);
     if (line.empty() || line[0] == '#') {
-      steps.back().comments.push_back(line);
+      kept << line << "\n";
       continue;
     }
+    if (line == "quit" || line == "exit") break;
     if (answer_at_prompt(line)) continue;
     if (!terminal) std::cout << "> " << line << "\n";
     try {
-      const auto shown = session.run(line);
-      for (const auto& each : shown) std::cout << each << "\n";
-      steps.push_back({steps.size(), line, {}, shown, {}});
+      const Seen seen =
+          session.run(calls().count(line.substr(0, line.find(' '))) != 0 ? "call " + line : line);
+      for (const auto& each : seen.text()) std::cout << each << "\n";
+      kept << session_line(line, seen) << "\n";
     } catch (const std::exception& error) {
       const std::string problem = line + ": " + error.what() + "\n" + help(line.substr(0, line.find(' ')));
       if (terminal) {
@@ -121,7 +123,7 @@ bool run_interactively(const std::string& record, bool verbose) {
   if (terminal) std::cout << "\n";
   const std::string left = session.end();
   if (left != "none") std::cout << "left behind: " << left << "\n";
-  if (!record.empty()) write_transcript(record, steps);
+  if (!kept.flush()) throw UsageError(record + " cannot be written");
   if (!unusable.empty()) throw UsageError(unusable);
   return left == "none";
 }

@@ -7,7 +7,7 @@
 namespace lab {
 
 // Takes commands from the standard input until it ends and shows what each brings. `record` is a file for the
-// transcript, or empty; with `verbose` every command shows the library's whole log. False when something is
+// session, or empty; with `verbose` every command shows the library's whole log. False when something is
 // left behind. A command that cannot be run is told at a terminal, and else throws UsageError.
 bool run_interactively(const std::string& record, bool verbose);
 

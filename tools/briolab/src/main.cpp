@@ -6,7 +6,7 @@
 #include "command_line.h"
 #include "interactive.h"
 #include "session.h"
-#include "transcript.h"
+#include "session_file.h"
 
 namespace {
 
@@ -18,7 +18,7 @@ int main(int argc, char** argv) {
   CLI::App app{
       "The library in the laboratory: opened on a simulated modem inside this process, with time, files and "
       "failing\n"
-      "calls at your command. Without FILE the commands come from the terminal; with FILE a transcript is "
+      "calls at your command. Without FILE the commands come from the terminal; with FILE a session is "
       "played, and\n"
       "what differs from it is shown. Nothing outside a temporary folder is touched.",
       "briolab"};
@@ -28,14 +28,14 @@ int main(int argc, char** argv) {
       "cannot be used.\n\n"
       "Examples:\n"
       "  briolab                        type: open, call wabs_get_bars, urc +CREG: 5, help, Ctrl-D\n"
-      "  briolab --record case.txt      the same, kept as a transcript\n"
+      "  briolab --record case.txt      the same, kept as a session\n"
       "  briolab case.txt               plays it and says where the library behaves otherwise now\n"
       "  echo 'call brio_open /dev/ttyACM2' | briolab -v");
   std::string file, record;
   bool update = false, verbose = false, commands = false, functions = false;
   auto* file_option = app.add_option("FILE", file, "Transcript to play");
   app.add_flag("--update", update, "Write what is shown into FILE")->needs(file_option);
-  app.add_option("--record", record, "Write the typed session as a transcript")
+  app.add_option("--record", record, "Write the typed session as a session")
       ->type_name("FILE")
       ->excludes(file_option);
   app.add_flag("-v,--verbose", verbose, "Show the library's whole log")->excludes(file_option);
@@ -49,7 +49,7 @@ int main(int argc, char** argv) {
   }
   try {
     const bool good =
-        file.empty() ? lab::run_interactively(record, verbose) : lab::play_transcript(file, update);
+        file.empty() ? lab::run_interactively(record, verbose) : lab::play_session(file, update);
     return good ? 0 : kDiffers;
   } catch (const std::exception& error) {
     std::cerr << (file.empty() ? "briolab" : file) << ": " << error.what() << "\n";

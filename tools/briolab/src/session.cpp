@@ -1,6 +1,6 @@
 // The session around the commands: start and end, what changed since the last look.
 #include "session.h"
-#include "process/process.h"
+#include "kit/process.h"
 
 #include <syslog.h>
 
@@ -10,14 +10,14 @@
 #include <map>
 #include <mutex>
 #include <regex>
+#include <sstream>
 
 #include "base/clock.h"
 #include "brio/brio.h"
 #include "brio/briolib.h"
 #include "brio/wabs.h"
 #include "brio_common/shared_data.h"
-#include "clock/test_clock.h"
-#include "lab/calls.h"
+#include "kit/clock.h"
 #include "nipc/nipc_standin.h"
 
 namespace lab {
@@ -34,7 +34,7 @@ bool s_holding = false, s_held = false;
 
 // Any thread that raises an event.
 uint32_t record_event(uint32_t id, uint32_t size, const void* data) {
-  std::string line = "event " + std::to_string(id) + " size=" + std::to_string(size);
+  std::string line = std::to_string(id);
   if (id == BRIO_EVENT_TIME_INFO && data != nullptr) {
     line += " " + describe(*static_cast<const network_time*>(data));
   } else {
@@ -47,6 +47,28 @@ uint32_t record_event(uint32_t id, uint32_t size, const void* data) {
   s_events_changed.notify_all();
   s_events_changed.wait(guard, [] { return !s_holding; });
   return 0;
+}
+
+Session::Lines split(const std::string& text, char at) {
+  Session::Lines parts;
+  std::istringstream stream(text);
+  for (std::string part; std::getline(stream, part, at);) parts.push_back(part);
+  return parts;
+}
+
+// Adds "name=value" where the value differs; of a row of numbers or a record only the parts that do.
+void add_changes(Session::Lines& changes, const std::string& name, const std::string& before,
+                 const std::string& after) {
+  if (before == after) return;
+  const bool record = after[0] == '{', row = after.find_first_not_of("-0123456789,") == std::string::npos;
+  const auto old = split(before, record ? ' ' : ','), now = split(after, record ? ' ' : ',');
+  if ((!record && !row) || now.size() < 2 || old.size() != now.size())
+    return changes.push_back(name + "=" + after);
+  for (size_t i = 0; i < now.size(); i++) {
+    if (old[i] == now[i]) continue;
+    const std::string part = now[i].substr(now[i][0] == '{' ? 1 : 0, now[i].find('}'));
+    changes.push_back(name + (record ? "." + part : "[" + std::to_string(i) + "]=" + part));
+  }
 }
 
 // Whether the priority is the one that the level letter stands for.
@@ -118,8 +140,8 @@ std::string Session::end() {
 }
 
 std::string Session::leftover() const {
-  const long strays = faults::stray_closes();
-  if (strays != 0) return std::to_string(strays) + " closed that were not open";
+  const std::string more = also_left ? also_left() : "";
+  if (!more.empty()) return more;
   const auto none = [this] { return process::descriptors() == descriptors && process::threads() <= threads; };
   if (process::eventually(none)) return "none";
   return "threads " + std::to_string(process::threads()) + " for " + std::to_string(threads) +
@@ -128,7 +150,7 @@ std::string Session::leftover() const {
 
 void Session::emit(const std::string& line) {
   const bool blank = !line.empty() && line.back() == ' ';
-  output.push_back(blank ? line.substr(0, line.size() - 1) + "\\x20" : line);
+  seen.output.push_back(blank ? line.substr(0, line.size() - 1) + "\\x20" : line);
 }
 
 void Session::settle() {
@@ -143,17 +165,28 @@ void Session::settle() {
   }
 }
 
-void Session::show_log(const Lines& parts) {
+Session::Lines Session::readable(const std::vector<log_capture::Line>& lines, const Lines& parts) const {
   static const std::regex number(
       "((?:blib:[a-z_/0-9]+|\\(\\w+:\\w+):|(?:now|last|diff|nospace:size)=)[0-9]+"),
       pointer("(=|pointer: |(?:loc |Free|freed|\\]|_p)\\[)0x[0-9a-f]+");
-  for (const auto& line : log) {
-    if (!holds_one(line.text, parts)) continue;
+  Lines all;
+  for (const auto& line : lines) {
+    if (marks(line) || !holds_one(line.text, parts)) continue;
     std::string text = std::regex_replace(std::regex_replace(line.text, number, "$1N"), pointer, "$1P");
     for (size_t at; (at = text.find(root.dir())) != std::string::npos;) text.erase(at, root.dir().size());
-    emit((fits(line) ? "" : "<" + std::to_string(line.priority) + "> ") + escaped(text));
+    all.push_back((fits(line) ? "" : "<" + std::to_string(line.priority) + "> ") + escaped(text));
   }
+  return all;
+}
+
+Session::Lines Session::take_log(const Lines& parts) {
+  const Lines all = readable(log, parts);
   log.clear();
+  return all;
+}
+
+void Session::show_log(const Lines& parts) {
+  for (const auto& line : take_log(parts)) emit(line);
 }
 
 void Session::observe() {
@@ -162,34 +195,33 @@ void Session::observe() {
   for (size_t same = 1; commands_seen < received.size(); commands_seen += same, same = 1) {
     const std::string& command = received[commands_seen];
     while (commands_seen + same < received.size() && received[commands_seen + same] == command) same++;
-    if (!holds_one(command, shown_commands)) continue;
-    emit("sent " + escaped(command) + (same > 1 ? " x" + std::to_string(same) : ""));
+    seen.sent.push_back(escaped(command) + (same > 1 ? " x" + std::to_string(same) : ""));
   }
   {
     std::lock_guard<std::mutex> guard(s_events_mutex);
-    for (const auto& event : s_events) emit(event);
+    seen.events.insert(seen.events.end(), s_events.begin(), s_events.end());
     s_events.clear();
   }
-  std::string changed;
   const Fields fields = shared_fields();
-  for (size_t i = 0; i < fields.size(); i++) {
-    if (fields[i] != shown[i]) changed += " " + fields[i].first + "=" + fields[i].second;
-  }
+  for (size_t i = 0; i < fields.size(); i++)
+    add_changes(seen.changed, fields[i].first, shown[i].second, fields[i].second);
   shown = fields;
-  if (!changed.empty()) emit("changed" + changed);
-  // The event thread's lines stand behind those of the others: nothing else orders them.
-  const auto lines = log_capture::lines();
-  const auto middle =
-      log.insert(log.end(), lines.begin() + static_cast<std::ptrdiff_t>(log_seen), lines.end());
-  std::stable_partition(middle, log.end(), [this](const auto& line) { return line.thread != event_thread; });
-  log.erase(std::remove_if(log.begin(), log.end(), marks), log.end());
-  log_seen = lines.size();
-  if (!follow.empty()) show_log(follow);
+  // The event thread's lines come after those of the others: nothing else orders them.
+  const auto all = log_capture::lines();
+  std::vector<log_capture::Line> fresh(all.begin() + static_cast<std::ptrdiff_t>(log_seen), all.end());
+  std::stable_partition(fresh.begin(), fresh.end(),
+                        [this](const auto& line) { return line.thread != event_thread; });
+  log_seen = all.size();
+  log.insert(log.end(), fresh.begin(), fresh.end());
+  seen.lines.insert(seen.lines.end(), fresh.begin(), fresh.end());
+  if (follow.empty()) return;
+  const Lines followed = take_log(follow);
+  seen.log.insert(seen.log.end(), followed.begin(), followed.end());
 }
 
 void Session::forget() {
   observe();
-  output.clear();
+  seen = {};
   log.clear();
   sleeps_seen = test_clock::sleeps().size();
 }
@@ -203,11 +235,22 @@ void Session::command(const std::string& line) {
   arguments.finish();
 }
 
-Session::Lines Session::run(const std::string& line) {
-  output.clear();
+Seen Session::run(const std::string& line) {
+  seen = {};
   command(line);
   if (line.compare(0, 4, "raw ") != 0) observe();
-  return output;
+  return seen;
+}
+
+Seen::Lines Seen::text() const {
+  Lines all = output;
+  for (const auto& each : sent) all.push_back("sent " + each);
+  for (const auto& each : events) all.push_back("event " + each);
+  std::string names;
+  for (const auto& each : changed) names += " " + each;
+  if (!changed.empty()) all.push_back("changed" + names);
+  all.insert(all.end(), log.begin(), log.end());
+  return all;
 }
 
 }  // namespace lab

@@ -2,6 +2,7 @@
 #ifndef BRIOLAB_SESSION_H
 #define BRIOLAB_SESSION_H
 
+#include <functional>
 #include <future>
 #include <map>
 #include <memory>
@@ -9,8 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "kit/log.h"
 #include "lab/functions.h"
-#include "lab/log_capture.h"
 #include "modemsim/device_root.h"
 #include "modemsim/modem.h"
 
@@ -18,27 +19,42 @@ namespace lab {
 
 class Client;
 
-struct Session {
+// What a command showed, and what happened meanwhile.
+struct Seen {
   using Lines = std::vector<std::string>;
+  Lines output, sent, events;
+  Lines changed;                         // "name=value"; of a row only the elements that changed
+  Lines log;                             // those lines that `follow` asks for
+  std::vector<log_capture::Line> lines;  // all of them
+
+  Lines text() const;  // all as a person sees it
+};
+
+struct Session {
+  using Lines = Seen::Lines;
 
   Session();
-  Lines run(const std::string& line);  // one command; its output
-  std::string end();                   // closes everything; what is left behind, or "none"
+  Seen run(const std::string& line);  // one command
+  std::string end();                  // closes everything; what is left behind, or "none"
 
   void command(const std::string& line);
   void emit(const std::string& line);
-  void observe();                     // shows commands, events and changes since the last look
-  void forget();                      // looks and shows nothing, log and sleeps included
-  void settle();                      // waits until an open library has handled all reports
-  void show_log(const Lines& parts);  // and forgets it
+  void observe();  // shows commands, events and changes since the last look
+  void forget();   // looks and shows nothing, log and sleeps included
+  void settle();   // waits until an open library has handled all reports
+  // What the log holds since it was shown or forgotten last, with N for what differs from run to run; forgets
+  // it.
+  Lines take_log(const Lines& parts);
+  void show_log(const Lines& parts);  // and shows it
+  Lines readable(const std::vector<log_capture::Line>& lines, const Lines& parts) const;
   std::string leftover() const;
 
   modemsim::DeviceRoot root;
   modemsim::Modem modem;
   long descriptors = 0, threads = 0;  // at the start
-  Lines output;
-  Lines follow;          // log lines that every command shows
-  Lines shown_commands;  // of those that the modem received; none: all
+  Seen seen;                          // by the command under way
+  Lines follow;                       // log lines that every command shows
+  Lines shown_commands;               // of those that the modem received; none: all
   Fields shown;
   std::vector<log_capture::Line> log;  // not yet shown
   std::thread::id event_thread;
@@ -57,8 +73,10 @@ void hold_events(bool hold);
 bool wait_held();
 
 using Command = void (*)(Session&, Arguments&);
-const std::map<std::string, Command>& commands();
-void add_stand_ins(std::map<std::string, Command>& table);  // those of stand_ins.cpp
+std::map<std::string, Command>& commands();
+// What else may be left at a session's end: a text, or nothing.
+inline std::function<std::string()> also_left;
+const Call& function(const std::string& name);  // of the library; throws UsageError
 
 }  // namespace lab
 

@@ -40,8 +40,6 @@ class Arguments {
 
 long long to_number(const std::string& text);
 double to_real(const std::string& text);
-// A name of errno.h, short or end (lab/calls.h), or a number.
-int error_number(const std::string& text);
 std::string escaped(const std::string& bytes);
 std::string quoted(const std::string& bytes);
 // Whether the text holds one of the parts; without parts every text does.
@@ -65,8 +63,8 @@ struct Call {
   std::string words;  // what it takes: "TEXT NUMBER"
   std::string operator()(Arguments& arguments) const { return run(arguments); }
 };
-const std::map<std::string, Call>& calls();
-void add_parts(std::map<std::string, Call>& table);  // those of parts.cpp
+std::map<std::string, Call>& calls();
+void add_parts(std::map<std::string, Call>& table);  // those that only tests call (testkit/session/parts.cpp)
 
 }  // namespace lab
 

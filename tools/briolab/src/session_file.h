@@ -1,0 +1,21 @@
+// Sessions as text files: commands, and behind "=>" what is expected of them (docs/briolab.md).
+#ifndef BRIOLAB_SESSION_FILE_H
+#define BRIOLAB_SESSION_FILE_H
+
+#include <string>
+
+#include "session.h"
+
+namespace lab {
+
+// Plays a file and prints what differs, or with `update` writes into it what is shown. Whether it holds: what
+// is expected was shown, and nothing was left behind. Throws UsageError, also for a command that could not be
+// run.
+bool play_session(const std::string& path, bool update);
+
+// One line of such a file that expects all that was seen.
+std::string session_line(const std::string& command, const Seen& seen);
+
+}  // namespace lab
+
+#endif
