@@ -17,8 +17,8 @@
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
-#include "log_lines.h"
 #include "kit/process.h"
+#include "log_lines.h"
 #include "pty_port.h"
 
 namespace {

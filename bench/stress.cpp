@@ -19,8 +19,8 @@
 #include "brio/brio.h"
 #include "brio/prox.h"
 #include "brio/wabs.h"
-#include "log_lines.h"
 #include "kit/process.h"
+#include "log_lines.h"
 #include "stress_world.h"
 #include "trace_piece.h"
 

@@ -5,8 +5,8 @@
 // Input: flags, then operations of a letter (and a byte or a text that it names) and, for each request that
 // they send, the answer up to "|": lines with "\n" between them, "!" an error, "?" none in time, "^" a scan's
 // abort. Without a final line in it an answer ends with "OK".
-#include "kit/clock.h"
 #include "host.h"
+#include "kit/clock.h"
 #include "nipc/nipc_standin.h"
 #include "record.h"
 #include "root.h"

@@ -7,10 +7,10 @@
 // state.
 #include <thread>
 
-#include "kit/clock.h"
 #include "host.h"
-#include "modemsim/modem.h"
+#include "kit/clock.h"
 #include "kit/process.h"
+#include "modemsim/modem.h"
 #include "record.h"
 #include "root.h"
 

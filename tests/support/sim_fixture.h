@@ -9,9 +9,9 @@
 
 #include "kit/clock.h"
 #include "kit/log.h"
+#include "kit/process.h"
 #include "modemsim/device_root.h"
 #include "modemsim/modem.h"
-#include "kit/process.h"
 
 using modemsim::DeviceRoot;
 
