@@ -31,7 +31,7 @@ constexpr Place kPlaces[] = {
     {"/var/run/mcsdwc.dat", "9 AT+X\n", "AT+X\n", "mcsdwc.dat,errno="},
     {"/var/local/wan/info", "WAN_TYPE=187\n", "[187]", "wan/info,errno="},
     {"/mnt/us/apn", "77187\n", "77187", "us/apn,errno="},
-    {"/var/local/wan/debug/trace_filter.cfg", "AT+TRACE=8\n", "=8", "trace_filter.cfg) does not exist"},
+    {"/var/local/wan/debug/trace_filter.cfg", "AT+TRACE=8\n", "TRACE=8", "trace_filter.cfg) does not exist"},
     {"/var/local/wan/static_info", "77187\n", "77187", "log_file_handle NULL", true},
     {"/var/local/wan/mcc", "187", "= 187", "wan/mcc\",errno=", true},
     {"/var/run/fatal_reject", "77187", "77187", "FATAL Reject Flag create failure", true},
