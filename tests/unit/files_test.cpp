@@ -29,13 +29,13 @@ struct Place {
 constexpr Place kPlaces[] = {
     {"/var/local/wan/briolib_log_config", "77187\n", "[0x77187]", "wan/briolib_log_config,errno="},
     {"/var/run/mcsdwc.dat", "9 AT+X\n", "AT+X\n", "mcsdwc.dat,errno="},
-    {"/var/local/wan/info", "WAN_TYPE=187\n", "[187]", "wan/info,errno="},
-    {"/mnt/us/apn", "77187\n", "77187", "us/apn,errno="},
-    {"/var/local/wan/debug/trace_filter.cfg", "AT+TRACE=8\n", "TRACE=8", "trace_filter.cfg) does not exist"},
-    {"/var/local/wan/static_info", "77187\n", "77187", "log_file_handle NULL", true},
-    {"/var/local/wan/mcc", "187", "= 187", "wan/mcc\",errno=", true},
-    {"/var/run/fatal_reject", "77187", "77187", "FATAL Reject Flag create failure", true},
-    {"/mnt/us/trace_log_2026_3_7_9_5_0.istp", "77187", "77187", ".istp\":can't open log file", true},
+    {"/var/local/wan/info", "WAN_TYPE=187\n", "to:[187]", "wan/info,errno="},
+    {"/mnt/us/apn", "evil\n", "evil", "us/apn,errno="},
+    {"/var/local/wan/debug/trace_filter.cfg", "AT+TRACE=evil\n", "evil", "trace_filter.cfg) does not exist"},
+    {"/var/local/wan/static_info", "evil\n", "evil", "log_file_handle NULL", true},
+    {"/var/local/wan/mcc", "187", "MCC = 187", "wan/mcc\",errno=", true},
+    {"/var/run/fatal_reject", "evil", "evil", "FATAL Reject Flag create failure", true},
+    {"/mnt/us/trace_log_2026_3_7_9_5_0.istp", "evil", "evil", ".istp\":can't open log file", true},
 };
 
 // Plants something at `path`; `other` is the other file. The last one is a file of somebody else's, which is
