@@ -116,6 +116,7 @@ void fuzz_scan(Bytes bytes) {
   }
   for (const ScanEntry& entry : kept) require(late.add(entry));
   require(early.written() == late.written());
+  require(early.length <= text.length() + kScanEntryGrowth * kept.size());
   if (kept.empty()) return;
   // Marking the current network changes at most one character.
   mark_current_network(late.text, kept.back().mcc, kept.back().mnc, kept.back().access_technology);

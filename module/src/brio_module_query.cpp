@@ -30,6 +30,8 @@ constexpr uint32_t kHostServiceMode[] = {0, 3, 2, 1, 1, 4};
 // Host values, indexed by the library's roaming value; what lies beyond is neither (8).
 constexpr uint32_t kHostRoaming[] = {8, 0, 1};
 
+static_assert(WABS_SCAN_BUFFER_SIZE == BRIO_SCAN_BUFFER_SIZE, "two headers that stand alone");
+
 bool s_scan_runs = false;  // a thread is in wabs_do_manual_nw_scan; atomic
 
 template <size_t N>

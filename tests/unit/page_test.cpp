@@ -5,12 +5,15 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <limits>
 #include <map>
 #include <sstream>
 #include <string>
 
+#include "brio/wabs.h"
 #include "log_611_names.h"
 #include "log_611_sections.h"
+#include "static_info.h"
 
 using brio::page::View;
 using brio::page::Writer;
@@ -51,6 +54,17 @@ void visit_named(const char* names, Visit visit, T&... places) {
 }
 #define VISIT_NAMED(visit, ...) visit_named(#__VA_ARGS__, visit, __VA_ARGS__)
 
+// Every place but those of the reject causes.
+template <typename Visit>
+void visit_places(Page& p, Visit visit) {
+  VISIT_NAMED(visit, p.cs_reg_status, p.ps_reg_status, p.lac, p.cell_id, p.rat, p.rac, p.mcc, p.mnc,
+              p.plmn_text, p.band_text, p.arfcn, p.signal_a, p.signal_b, p.bars, p.pdp_state, p.mm_state,
+              p.mm_substate, p.gmm_state, p.gmm_substate, p.nmo, p.carrier_config, p.sim_status,
+              p.bas_value_a, p.bas_value_b, p.emm_state, p.emm_substate, p.tac, p.bas_query_flag, p.wan_type,
+              p.band, p.snapshot_mode, p.fw_ver, p.lib_ver, p.imei, p.address, p.destination, p.rx_bytes,
+              p.tx_bytes, p.rx_rate, p.tx_rate, p.iccid, p.sar_mode);
+}
+
 void set(Page& p, const std::string& assignment) {
   const size_t equals = assignment.find('=');
   const std::string name = assignment.substr(0, equals), value = assignment.substr(equals + 1);
@@ -65,12 +79,7 @@ void set(Page& p, const std::string& assignment) {
   const auto take = [&](const std::string& each, auto& place) {
     if (each == name) found = true, assign(place, value);
   };
-  VISIT_NAMED(take, p.cs_reg_status, p.ps_reg_status, p.lac, p.cell_id, p.rat, p.rac, p.mcc, p.mnc,
-              p.plmn_text, p.band_text, p.arfcn, p.signal_a, p.signal_b, p.bars, p.pdp_state, p.mm_state,
-              p.mm_substate, p.gmm_state, p.gmm_substate, p.nmo, p.carrier_config, p.sim_status,
-              p.bas_value_a, p.bas_value_b, p.emm_state, p.emm_substate, p.tac, p.bas_query_flag, p.wan_type,
-              p.band, p.snapshot_mode, p.fw_ver, p.lib_ver, p.imei, p.address, p.destination, p.rx_bytes,
-              p.tx_bytes, p.rx_rate, p.tx_rate, p.iccid, p.sar_mode);
+  visit_places(p, take);
   EXPECT_TRUE(found) << assignment;
 }
 
@@ -142,6 +151,42 @@ TEST(Page, NamesAreThoseOfTheStandards) {
               kEsmRejectCause, kMmRejectCause, kSmRejectCause);
   const std::string expected = file_text("names.txt");
   EXPECT_EQ(expected.substr(expected.find("SimStatus 0")), all.str());
+}
+
+// Every place at its longest, in each form of the page, and the longest file that the library writes.
+TEST(Page, FitsTheBufferThatTheHeaderNames) {
+  size_t longest = 0;
+  for (uint8_t rat : {0, 6, 7, 255}) {
+    for (int form = 0; form < 8; form++) {
+      const View view = (form & 1) != 0 ? View::kFull : View::kMasked;
+      Page page = {};
+      const auto stretch = [&](const std::string& name, auto& place) {
+        using T = std::remove_reference_t<decltype(place)>;
+        if (name == "rat" || name == "bas_query_flag" || name == "wan_type") return;
+        if constexpr (std::is_integral_v<T>) {
+          T best = place;
+          size_t most = text_of(page, view).size();
+          for (int value = -2; value < 256; value++) {
+            place = value == -2   ? std::numeric_limits<T>::min()
+                    : value == -1 ? std::numeric_limits<T>::max()
+                                  : static_cast<T>(value);
+            if (const size_t size = text_of(page, view).size(); size > most) most = size, best = place;
+          }
+          place = best;
+        } else {
+          memset(place, 'W', sizeof place - 1);
+        }
+      };
+      page.rat = rat;
+      page.bas_query_flag = (form & 2) != 0;
+      page.wan_type = (form & 4) != 0 ? 7 : 6;
+      visit_places(page, stretch);
+      for (uint8_t& cause : page.reject_bytes) stretch("cause", cause);
+      for (uint16_t& word : page.reject_words) stretch("word", word);
+      longest = std::max(longest, text_of(page, view).size());
+    }
+  }
+  EXPECT_LE(longest + brio::kStaticInfoSize, size_t{WABS_PAGE_BUFFER_SIZE});
 }
 
 // Line by line, whatever stands there; without room nothing is read.

@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "base/masked.h"
+#include "brio/brio.h"
+#include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "kit/exact_text.h"
 #include "parse/modem_config.h"
@@ -56,6 +58,27 @@ TEST(Scan, TornAnywhereKeepsWholeOperatorsOnly) {
   for (const char* nothing : {"", " \t ", ":", "  :::"}) EXPECT_EQ("error 3", scan(nothing));
   ScanList list;
   EXPECT_EQ(kScanNoLine, start_scan(nullptr, &list));
+}
+
+// Operators that grow the most, and one that fills the longest line.
+TEST(Scan, FitsTheBufferThatTheHeaderNames) {
+  std::string line = "+COPS:";
+  for (int i = 10; i < 40; i++) line += "(1,,,310" + std::to_string(i) + ",0)";
+  const std::string end = "\",,31040,0)";
+  line += "(1,\"";
+  line += std::string(BRIO_LINE_DATA_MAX - 1 - line.size() - end.size(), 'n') + end;
+  ScanList list;
+  ASSERT_EQ(kScanOk, start_scan(line.data(), &list));
+  char buffer[BRIO_SCAN_BUFFER_SIZE];
+  size_t used = 0;
+  ScanEntry entry;
+  ScanFault fault;
+  int count = 0;
+  for (; next_scan_entry(&list, &entry, &fault) == ScanStep::kEntry; count++) {
+    EXPECT_TRUE(append_scan_entry(entry, buffer, sizeof buffer, &used));
+  }
+  EXPECT_EQ(31, count);
+  EXPECT_EQ(BRIO_LINE_DATA_MAX - 1 - strlen("+COPS:") + 30 * kScanEntryGrowth + 5, used);
 }
 
 TEST(Times, AreCompleteOnlyWhole) {

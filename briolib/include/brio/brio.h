@@ -33,16 +33,17 @@ extern BRIO_API int32_t g_pre_sar_mode;
  * -------------------------------------------------------------------------------------------------------- */
 
 /*
- * Puts `dir` in front of every device path (ports, state files, sysfs, /proc/net/dev); null or "" is the
- * device itself. The text is copied. Only while the library is closed. Below it ports, sysfs and
- * /proc/net/dev may be links, state files may not.
+ * Prepends `dir` to every device path (ports, state files, sysfs, /proc/net/dev); null or "" is the device
+ * itself. The text is copied. Only while the library is closed. Below it ports, sysfs and /proc/net/dev may
+ * be links, state files may not.
  */
 BRIO_API void brio_set_root_dir(const char* dir);
 /*
  * Opens the modem on `query_port` ("/dev/ttyACM2"). 0; 2 while open or closing; 4 when the packet layer or
  * the ports cannot be opened; 5 when the modem does not accept "ATE0" or "AT+CFUN=1". Not gated. A failed
  * open leaves nothing behind and may be retried. Blocks for the whole command sequence. A port that is lost
- * after "AT+CFUN=1" does not fail the open: the status gate answers 3 behind it.
+ * after "AT+CFUN=1" does not fail the open: the status gate returns 3 afterwards, as whenever a port is lost,
+ * until brio_close and another brio_open.
  */
 BRIO_API uint32_t brio_open(const char* query_port);
 /*
@@ -56,7 +57,8 @@ BRIO_API uint32_t brio_log_startup_status(void);
 BRIO_API uint32_t brio_check_for_fatal_failure(void);
 /*
  * Registers the callback of one event (null clears it). 0, or 6 when `id` is above 9. No lock: register
- * before the library reports, and leave the table alone while it is open. Not gated.
+ * before the library reports, and leave the table alone while it is open. wabs_open registers for all events
+ * that there are (0 to 3, 5 to 7 and 9) and replaces what was there. Not gated.
  */
 BRIO_API uint32_t brio_set_callback_for_event_id(uint32_t id, brio_event_callback callback);
 
@@ -69,13 +71,23 @@ BRIO_API uint32_t brio_set_callback_for_event_id(uint32_t id, brio_event_callbac
  * are not, since they are used on the way down.
  */
 BRIO_API uint32_t brio_atcmd_enable_urc(uint32_t mode);
+
+/* Holds every list of brio_atcmd_scan_network: the longest line of the query port and what entries grow. */
+#define BRIO_SCAN_BUFFER_SIZE 3072
 /*
- * Scans for operators ("AT+COPS=?", up to 300 s) after de-registering. `buffer` receives a NUL-terminated
- * list of entries "stat,mcc,mnc,rat,\"\",long name,short name;" (stat 0 unknown, 1 available, 2 current), at
- * most `size` bytes with the NUL and at most 31 entries; it stays untouched when no entry fits and when the
- * status is not 0. Entries that do not fit are left out with a log line. 0; 6 for a null buffer; 4, also when
- * nothing valid was found; 5 after 300 s (80 s more when the de-registration is not answered); 8 when
- * aborted.
+ * Scans for operators ("AT+COPS=?", up to 300 s) after de-registering; the modem stays off the network
+ * afterwards, whatever the status, until brio_atcmd_set_auto_mode. `buffer` receives a NUL-terminated list of
+ * at most 31 entries, at most `size` bytes with the NUL:
+ *
+ *   stat,mcc,mnc,rat,"",long name,short name;
+ *
+ * stat is 0 unknown, 1 available, 2 current; rat 0..7 of 3GPP TS 27.007. The names stand as the modem sent
+ * them, with their quotes, within which "," and ";" may occur; the short name is "" unless the long one is.
+ * Forbidden operators are not listed.
+ *
+ * The buffer stays untouched when no entry fits and when the status is not 0. Entries that do not fit are
+ * left out with a log line. 0; 6 for a null buffer; 4, also when nothing valid was found; 5 after 300 s (80 s
+ * more when the de-registration is not answered); 8 when aborted.
  */
 BRIO_API uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size);
 /* Sends "^" to stop the modem's search, once no request is outstanding any more: release a waiting scan
@@ -92,7 +104,7 @@ BRIO_API uint32_t brio_atcmd_set_auto_mode(void);
 BRIO_API uint32_t brio_get_current_network(void);
 /*
  * Asks for the network's time zone ("AT+CCLK?"). Fills `record` with zeros and the zone (time_zone, quarter
- * hours). 0; 6 for null; 5 when the modem gave no zone.
+ * hours). 0; 6 for null; 5 for any failed request, or when the modem gave no zone.
  */
 BRIO_API uint32_t brio_get_network_time(network_time* record);
 /* 0 none or unknown, 1 GSM, 2 EDGE class, 3 UMTS family, 5 LTE. 0; 6 for null (before the gate). */
@@ -144,10 +156,11 @@ BRIO_API uint32_t brio_set_bars_update_period(uint32_t period);
  * ---------------------------------------------------------------------------------------------------------
  */
 
-/* Card and lock status from the modem, preset to 0 and 15. 0; 6 for null; request failures. */
+/* Card and lock status from the modem, preset to 0 and 15 whatever the status. 0; 6 for null (before the
+ * gate); request failures. */
 BRIO_API uint32_t brio_get_sim_status(sim_card_status* record);
-/* SIM status (enum brio_sim_status): SIM_STATUS_OK, SIM_NOT_READ, NO_SIM or INVALID_OTHER. 0; 6 for null; as
- * above. */
+/* SIM status (enum brio_sim_status): SIM_STATUS_OK, SIM_NOT_READ, NO_SIM or INVALID_OTHER; the other values
+ * cannot occur. SIM_STATUS_OK also when it could not be read: the status tells. 0; 6 for null; as above. */
 BRIO_API uint32_t brio_get_wn3_sim_status(uint32_t* out);
 /* IMSI and ICCID from the modem. 0; 6 for null; 4 when either cannot be read (`block` is then untouched). */
 BRIO_API uint32_t brio_get_sim_info(sim_identity* block);
@@ -189,6 +202,13 @@ BRIO_API uint32_t brio_carrier_selection(void);
  * ------------------------------------------------------------------------------------------------- */
 
 /*
+ * The filter file: lines of at most 509 characters. Blanks and tabs in front do not count; a line that is
+ * then empty or begins with "#" is skipped. Any other is a command, "AT+XSYSTRACE=" or "AT+TRACE=" in any
+ * case and what follows up to the first blank; the rest of the line is ignored:
+ *
+ *   # trace of the protocol stack
+ *   AT+XSYSTRACE=1,"oct"
+ *
  * Sends the commands of the filter file and starts the capture of the modem's trace port into the file
  * "<log_prefix>_Y_M_D_h_m_s.istp" (local time; of the prefix the first 50 bytes count; one that is there
  * already is continued). A capture that still runs ends first. With a null `log_prefix` the filter is sent

@@ -53,7 +53,18 @@ typedef uint32_t (*brio_event_callback)(uint32_t id, uint32_t data_size, const v
 /*
  * The shared modem-data record, guarded by the URC-data mutex (briolib_lock_urc_data_mutex). "Unknown" is the
  * value after a reset; a partial reset (registered neither for CS nor for PS) leaves the fields marked (kept)
- * alone.
+ * alone. Texts are NUL-terminated; one that a host stores need not be.
+ *
+ * signal_a and signal_b are steps of the modem, whose meaning depends on rat:
+ *
+ *   rat                 field     0          steps                        last step
+ *   0, 3 GSM            signal_a  < -110     1..62  signal_a - 111 dBm    63  >= -48   RSSI
+ *   2, 4, 5, 6 UMTS     signal_a  < -120     1..95  signal_a - 121 dBm    96  >= -25   RSCP
+ *   2, 4, 5, 6 UMTS     signal_b  < -24      1..48  (signal_b - 49)/2 dB  49  >= 0     Ec/Io
+ *   7 E-UTRAN           signal_a  < -140     1..96  signal_a - 141 dBm    97  >= -44   RSRP
+ *
+ * Above the last step there is no value; below 0 (two's complement) counts as 0. A poll stores the low 8 bits
+ * of what the modem says, a report all.
  */
 typedef struct brio_atcmd_data {
   uint8_t cs_reg_status;   /* +CREG: 0 not registered, 1 home, 2 roaming, 3 denied (kept) */
@@ -71,8 +82,8 @@ typedef struct brio_atcmd_data {
   uint16_t arfcn;          /* channel number of +GTSCINFO, unknown 0 (kept) */
   uint8_t reject_bytes[6]; /* causes: [1] CS, [2] PS, [3] SM, [4] EMM, [5] ESM; [0] is never written (kept) */
   uint16_t reject_words[10]; /* MCC and MNC of the rejecting network, in pairs CS, PS, SM, EMM, ESM (kept) */
-  uint32_t signal_a;         /* rssi as the modem reports it, two's complement, unknown 255 */
-  uint32_t signal_b;         /* Ec/No as the modem reports it, two's complement, unknown 255 */
+  uint32_t signal_a;         /* signal in the steps above, unknown 255 */
+  uint32_t signal_b;         /* Ec/Io in the steps above, unknown 255 */
   uint8_t bars;              /* signal bars, unknown 255 */
   uint8_t pdp_state;         /* 0 inactive, 1 active, unknown 0xFF */
   uint8_t mm_state;          /* (kept) */
@@ -222,8 +233,8 @@ typedef struct atcmd_snapshot {
   uint16_t arfcn;
   uint8_t reject_bytes[6];
   uint16_t reject_words[10];
-  int32_t signal_a; /* raw RSSI, RSCP or RSRP, by rat */
-  int32_t signal_b; /* raw Ec/Io, for WCDMA */
+  int32_t signal_a;
+  int32_t signal_b;
   uint8_t bars;
   uint8_t pdp_state;
   uint8_t mm_state;

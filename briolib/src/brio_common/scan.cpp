@@ -27,6 +27,10 @@ constexpr int32_t kEchoTimeoutSeconds = 1;
 constexpr uint8_t kRatUnknown = 255;
 constexpr char kUnknownRat[] = "F";
 
+// The whole list of the longest answer; the last of the entries is never listed.
+static_assert(BRIO_SCAN_BUFFER_SIZE >
+              BRIO_LINE_DATA_MAX + (kScanEntriesMax - 1) * brio::parse::kScanEntryGrowth);
+
 // The network in use, as a scan's entries name it.
 struct CurrentNetwork {
   char rat[2];

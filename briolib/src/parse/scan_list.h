@@ -66,6 +66,10 @@ ScanStep next_scan_entry(ScanList* list, ScanEntry* entry, ScanFault* fault);
 // The same MCC, MNC and access technology.
 bool same_network(const ScanEntry& a, const ScanEntry& b);
 
+// How much longer than in the answer an operator can stand in the list: "(1,,,31001,0)" has neither names nor
+// quotes.
+inline constexpr size_t kScanEntryGrowth = 7;
+
 // Appends "stat,mcc,mnc,access technology,\"\",long name,short name;" and a NUL at `*used`, which moves to
 // that NUL. False, and nothing is written, when that would pass `size`.
 bool append_scan_entry(const ScanEntry& entry, char* buffer, size_t size, size_t* used);

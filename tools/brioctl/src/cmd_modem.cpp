@@ -67,9 +67,8 @@ const char* trace_problem(uint32_t status) {
 }  // namespace
 
 std::string read_page(const Library& lib, bool full) {
-  constexpr int32_t kPageSize = 16384;  // large, since it holds the SIM's PLMN lists
-  std::vector<char> buffer(kPageSize);
-  lib.wabs_get_log_string(buffer.data(), kPageSize, full ? 1 : 0);
+  std::vector<char> buffer(WABS_PAGE_BUFFER_SIZE);
+  lib.wabs_get_log_string(buffer.data(), WABS_PAGE_BUFFER_SIZE, full ? 1 : 0);
   buffer.back() = '\0';
   return printable(buffer.data(), '\n');
 }

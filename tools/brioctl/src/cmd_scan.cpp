@@ -65,7 +65,7 @@ const char* rat_name(const std::string& rat) {
 bool scan_networks(Session& session) {
   const Library& lib = session.lib;
   lib.wabs_get_current_network();
-  std::vector<char> buffer(8192, '\0');
+  std::vector<char> buffer(WABS_SCAN_BUFFER_SIZE, '\0');
   std::atomic<uint32_t> status{0};
   std::atomic<bool> done{false};
   std::thread scan([&] {
