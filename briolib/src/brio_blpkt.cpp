@@ -9,6 +9,7 @@
 #include "base/guards.h"
 #include "base/log.h"
 #include "base/masked.h"
+#include "base/own_threads.h"
 #include "base/words.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
@@ -87,9 +88,9 @@ const blpkt_callback* s_log_callbacks;
 uint32_t s_log_callback_count;
 blpkt_callback s_default_log_callback;
 
-// False when this thread holds it already.
+// False when this thread holds it already, or must not wait for another one's request.
 bool prv_take_send_mutex() {
-  if (t_holds_send_mutex) return false;
+  if (t_holds_send_mutex || !brio::may_send()) return false;
   s_send_mutex.lock();
   t_holds_send_mutex = true;
   return true;
@@ -126,6 +127,7 @@ void prv_copy_event(void* destination, const void* source, uint32_t, uint32_t) {
 }
 
 void* prv_event_thread(void*) {
+  brio::this_thread_is(brio::Thread::kEvent);
   EventElement event = {};
   while (q_get_with_copy_callback(s_event_queue, &event, prv_copy_event, 0, -1) == Q_OK) {
     t_report_in_hand = ++s_reports_taken;
@@ -372,6 +374,7 @@ uint32_t blpkt_last_report() {
 }
 
 uint32_t blpkt_init(void) {
+  if (brio::refused_on_own_thread("blpkt_init")) return BLPKT_STATUS_ERROR;
   MutexGuard lifecycle(s_lifecycle_mutex);
   prv_tear_down();
   if (prv_start()) return BLPKT_STATUS_SUCCESS;
@@ -380,6 +383,7 @@ uint32_t blpkt_init(void) {
 }
 
 void blpkt_shutdown(void) {
+  if (brio::refused_on_own_thread("blpkt_shutdown")) return;
   MutexGuard lifecycle(s_lifecycle_mutex);
   prv_tear_down();
 }
@@ -405,7 +409,7 @@ uint32_t blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t
   const char* shown = command != nullptr ? command : "";
   SendGuard send_lock;
   if (!send_lock.has_taken()) {
-    BLIB_E("E blib:%s:%d:param:BLPKT_STATUS_BAD_REQUEST:AT cmd %s while this thread holds the send mutex\n",
+    BLIB_E("E blib:%s:%d:thread:BLPKT_STATUS_BAD_REQUEST:AT cmd %s would wait for its own thread\n",
            BLIB_HERE, shown);
     return BLPKT_STATUS_BAD_REQUEST;
   }
@@ -424,6 +428,7 @@ uint32_t blpkt_atcmd_request_with_callback(const char* command, uint32_t type, c
 }
 
 uint32_t blpkt_abort_manual_nw_scan(void) {
+  if (brio::refused_on_own_thread("blpkt_abort_manual_nw_scan")) return BLPKT_STATUS_ERROR;
   MutexGuard lock(s_response_mutex);
   return prv_queue_response_and_wake(BLPKT_STATUS_SCAN_ABORTED) ? BLPKT_STATUS_SCAN_ABORTED
                                                                 : BLPKT_STATUS_ERROR;

@@ -1,5 +1,6 @@
 // The table of library event callbacks.
 #include "base/log.h"
+#include "base/own_threads.h"
 #include "base/words.h"
 #include "brio/brio.h"
 #include "brio/briolib.h"
@@ -27,5 +28,7 @@ void briolib_exec_event_callback(uint32_t id, uint32_t data_size, const void* da
   }
   if (id >= BRIO_EVENT_COUNT) return;
   brio_event_callback callback = brio::relaxed_load(s_event_callbacks[id]);
-  if (callback != nullptr) callback(id, data_size, data);
+  if (callback == nullptr) return;
+  const brio::InEventCallback scope;
+  callback(id, data_size, data);
 }

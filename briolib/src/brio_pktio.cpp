@@ -14,6 +14,7 @@
 #include "base/control_sockets.h"
 #include "base/guards.h"
 #include "base/log.h"
+#include "base/own_threads.h"
 #include "brio/brio_at.h"
 #include "brio_pktio_ports.h"
 
@@ -310,6 +311,7 @@ bool prv_serve_ports(const Ports& ports, const fd_set& watched, int highest) {
 }
 
 void* prv_read_thread(void*) {
+  brio::this_thread_is(brio::Thread::kRead);
   Ports ports;
   {
     MutexGuard lock(s_ports_mutex);
@@ -415,6 +417,7 @@ void pktio_set_shutdown_callback(void (*callback)(void*), void* context) {
 }
 
 uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* context) {
+  if (brio::refused_on_own_thread("pktio_init")) return kFailed;
   MutexGuard lifecycle(s_lifecycle_mutex);
   prv_end_thread();
   Ports ports;
@@ -460,6 +463,7 @@ uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* respo
 }
 
 void pktio_shutdown(void) {
+  if (brio::refused_on_own_thread("pktio_shutdown")) return;
   MutexGuard lifecycle(s_lifecycle_mutex);
   prv_end_thread();
 }

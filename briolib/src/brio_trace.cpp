@@ -13,7 +13,9 @@
 #include "base/files.h"
 #include "base/guards.h"
 #include "base/log.h"
+#include "base/own_threads.h"
 #include "base/paths.h"
+#include "base/process_owner.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
@@ -44,6 +46,7 @@ Capture s_capture;
 // Host thread only. A copy thread that ended by itself leaves s_running set until it is joined.
 pthread_t s_thread;
 int32_t s_running;
+brio::ProcessOwner s_owner;  // claimed with each start
 
 // Copy thread only; set by the first write failure of the process.
 uint32_t s_disk_full_reported;
@@ -139,6 +142,7 @@ void prv_copy_until_stopped(int port, int stop, int log) {
 }
 
 void* prv_log_rw_thread(void*) {
+  brio::this_thread_is(brio::Thread::kTrace);
   pthread_mutex_lock(&s_capture_mutex);
   Capture own = s_capture;
   pthread_mutex_unlock(&s_capture_mutex);
@@ -218,6 +222,7 @@ uint32_t prv_read_log_from_tst(const char* log_path) {
     return BRIO_STATUS_FAILURE;
   }
   s_running = 1;
+  s_owner.claim();
   return BRIO_STATUS_OK;
 }
 
@@ -306,7 +311,7 @@ uint32_t brio_trace_tst_log(const char* filter_path, const char* log_prefix) {
 }
 
 void brio_trace_tst_stop() {
-  if (s_running <= 0) return;
+  if (brio::refused_on_own_thread("brio_trace_tst_stop") || s_running <= 0 || s_owner.is_elsewhere()) return;
   pthread_mutex_lock(&s_capture_mutex);
   int* stop = &s_capture.sockets[1];
   if (!brio::send_stop(*stop)) {

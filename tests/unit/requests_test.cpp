@@ -1,17 +1,26 @@
 // What a request leaves to its caller, where threads meet in the open library. All else: tests/sessions.
-#include <string>
+#include <errno.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <mutex>
+#include <vector>
+
+#include "base/words.h"
 #include "brio/brio.h"
+#include "brio/brio_at.h"
+#include "brio/brio_module.h"
+#include "brio/prox.h"
+#include "brio/wabs.h"
+#include "nipc/nipc_standin.h"
 #include "support/sim_fixture.h"
+
+using process::eventually;
 
 namespace {
 
 class Requests : public SimFixture {
  protected:
-  void SetUp() override {
-    SimFixture::SetUp();
-    ASSERT_EQ(brio_open("/dev/ttyACM2"), 0u);
-  }
   void close_library() override { brio_close(); }
   modemsim::State initial_state() override {
     modemsim::State state;
@@ -24,6 +33,7 @@ class Requests : public SimFixture {
 
 // The time-out strikes while the answer is being listed.
 TEST_F(Requests, ScanThatFailsLeavesTheBufferAlone) {
+  ASSERT_EQ(brio_open("/dev/ttyACM2"), 0u);
   log_capture::on_line("MS_INFO::1.", [] {
     test_clock::expire_wait();
     EXPECT_TRUE(log_capture::wait_for("AT cmd AT+COPS=? timed out"));
@@ -31,4 +41,107 @@ TEST_F(Requests, ScanThatFailsLeavesTheBufferAlone) {
   char buffer[30] = "untouched";
   EXPECT_EQ(brio_atcmd_scan_network(buffer, sizeof buffer), 5u);
   EXPECT_STREQ(buffer, "untouched");
+}
+
+namespace {
+
+// What a host may try in a callback on a thread of the library, and what each call returns.
+using Statuses = std::vector<uint32_t>;
+Statuses try_to_close() {
+  blpkt_shutdown();
+  pktio_shutdown();
+  prox_close();
+  brio_trace_tst_stop();
+  return {brio_close(),
+          brio_open("/dev/ttyACM2"),
+          wabs_close(),
+          wabs_open(),
+          prox_open(),
+          blpkt_init(),
+          pktio_init("/dev/ttyACM2", blpkt_handle_packet, nullptr)};
+}
+const Statuses kNoClose = {2, 2, 2, 2, 3, 2, 1};
+Statuses try_to_send() {
+  sim_card_status card;
+  return {brio_get_sim_status(&card),
+          blpkt_atcmd_request_with_callback("AT", NO_RESULT, nullptr, nullptr, nullptr, 0),
+          blpkt_abort_manual_nw_scan(), blpkt_acquire_send_mutex()};
+}
+const Statuses kNotOpen = {1, 3, 2, EDEADLK}, kNoRequest = {4, 3, 2, EDEADLK};
+
+std::mutex s_mutex;  // guards s_statuses
+std::vector<Statuses> s_statuses;
+uint32_t note_statuses(uint32_t, uint32_t, const void*) {
+  const Statuses close = try_to_close(), send = try_to_send();
+  std::lock_guard<std::mutex> lock(s_mutex);
+  s_statuses.push_back(close);
+  s_statuses.push_back(send);
+  return 0;
+}
+std::vector<Statuses> noted() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  return s_statuses;
+}
+
+}  // namespace
+
+// In callbacks on the read thread while the library opens and when it is open, on the event thread with the
+// record locked and without, and on the monitor's thread.
+TEST_F(Requests, LibrarysOwnThreadsAreRefused) {
+  for (const uint32_t event : {BRIO_EVENT_PDP_ACTIVATION_ALLOWED, BRIO_EVENT_TIME_INFO}) {
+    ASSERT_EQ(brio_set_callback_for_event_id(event, note_statuses), 0u);
+  }
+  ASSERT_EQ(brio_open("/dev/ttyACM2"), 0u);
+  modem().urc("+CGREG: 0");
+  modem().urc("+CTZV: -28,\"26/03/07,09:05:00\"");
+  ASSERT_TRUE(eventually([] { return noted().size() == 6; }));
+  EXPECT_EQ(noted(), (std::vector<Statuses>{kNoClose, kNotOpen, kNoClose, kNoRequest, kNoClose, kNoRequest}));
+
+  brio::relaxed_store(gBrioModuleLogMask, ~0u);
+  root().rest_sensor();
+  test_clock::manual_select(true);
+  Statuses statuses;
+  log_capture::on_line("Offset[", [&] { statuses = try_to_close(); });
+  ASSERT_EQ(prox_open(), 0u);
+  ASSERT_TRUE(test_clock::tick());
+  EXPECT_EQ(statuses, kNoClose);
+  prox_close();
+  sim_card_status card;
+  EXPECT_EQ(brio_get_sim_status(&card), 0u);
+}
+
+// A child that closes what its parent has open ends nothing there: channel, trace and monitor go on.
+TEST_F(Requests, ForkedChildLeavesTheParentsLibraryAlone) {
+  root().rest_sensor();
+  root().write("/var/local/wan/debug/trace_filter.cfg", "AT+TRACE=1\n");
+  modem().with_state([](modemsim::State& state) { state.carrier_id = 202, state.imsi = "234151234567890"; });
+  test_clock::manual_select(true);
+  ASSERT_EQ(wabs_open(), 0u);
+  ASSERT_TRUE(test_clock::tick());
+  const long threads = process::threads();
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(10);
+    prox_close();
+    brio_trace_tst_stop();
+    uint32_t bars = 0;
+    const Statuses statuses = {prox_open(),
+                               brio_open("/dev/ttyACM2"),
+                               brio_close(),
+                               wabs_open(),
+                               wabs_close(),
+                               brio_get_bars(&bars, 1),
+                               NipcStandinOpenHandles()};
+    _exit(statuses == Statuses{3, 2, 0, 4, 0, 1, 1} ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  uint32_t bars = 0;
+  EXPECT_EQ(wabs_get_bars(&bars), 0u);
+  EXPECT_TRUE(test_clock::tick());
+  EXPECT_EQ(process::threads(), threads);
+  EXPECT_EQ(root().read("/sys/devices/virtual/proximity/proximity0/prox_ctrl0"), "77");
+  EXPECT_EQ(wabs_close(), 0u);
+  EXPECT_TRUE(nothing_left_behind());
 }

@@ -4,8 +4,15 @@
  * Every operation first asks the status gate (briolib_check_library_status) and returns its non-zero value
  * unchanged, unless it says otherwise: BRIO_STATUS_NOT_OPEN (1) or BRIO_STATUS_FATAL (3). "Request failures"
  * are BRIO_STATUS_FAILURE (4, error answer or broken channel) and BRIO_STATUS_TIMEOUT (5). Operations that
- * send a command block until the answer or the time-out (20 s unless stated); they run on any thread but the
- * library's read thread, and only one command is outstanding at a time.
+ * send a command block until the answer or the time-out (20 s unless stated). Only one command is outstanding
+ * at a time; callers are served in the order in which they came.
+ *
+ * A response or event callback runs on a thread of the library. What would wait for that thread is refused
+ * there with an error line: brio_open and brio_close return BRIO_STATUS_BUSY (2), operations that send a
+ * command a request failure (4, or what they return for any failed request), brio_abort_manual_nw_scan 4.
+ *
+ * A child of fork() has no part in the library that its parent has open: there brio_open returns 2,
+ * brio_close and the other closes do nothing, and gated operations return 1.
  */
 #ifndef BRIO_BRIO_H
 #define BRIO_BRIO_H
@@ -39,16 +46,16 @@ extern BRIO_API int32_t g_pre_sar_mode;
  */
 BRIO_API void brio_set_root_dir(const char* dir);
 /*
- * Opens the modem on `query_port` ("/dev/ttyACM2"). 0; 2 while open or closing; 4 when the packet layer or
- * the ports cannot be opened; 5 when the modem does not accept "ATE0" or "AT+CFUN=1". Not gated. A failed
- * open leaves nothing behind and may be retried. Blocks for the whole command sequence. A port that is lost
- * after "AT+CFUN=1" does not fail the open: the status gate returns 3 afterwards, as whenever a port is lost,
- * until brio_close and another brio_open.
+ * Opens the modem on `query_port` ("/dev/ttyACM2"). 0; 2 while open or closing and where it is refused
+ * (above); 4 when the packet layer or the ports cannot be opened; 5 when the modem does not accept "ATE0" or
+ * "AT+CFUN=1". Not gated. A failed open leaves nothing behind and may be retried. Blocks for the whole
+ * command sequence. A port that is lost after "AT+CFUN=1" does not fail the open: the status gate returns 3
+ * afterwards, as whenever a port is lost, until brio_close and another brio_open.
  */
 BRIO_API uint32_t brio_open(const char* query_port);
 /*
- * Closes the library; always 0, harmless when it is not open. A close that meets another one returns at once.
- * Not gated; not on the library's own threads.
+ * Closes the library; 0, harmless when it is not open; 2 on a thread of the library, which stays open. A
+ * close that meets another one returns at once. Not gated.
  */
 BRIO_API uint32_t brio_close(void);
 /* The status gate's value, nothing else. */
@@ -95,7 +102,8 @@ BRIO_API uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size);
 BRIO_API uint32_t brio_atcmd_scan_abort(void);
 /*
  * Releases a scan that waits for its answer: 8 when released, and the scan returns 8, too; 4 when it could
- * not be, since its answer came first. Without a request that waits, the next one is released. Any thread.
+ * not be, since its answer came first. Without a request that waits, the next one is released. Any thread but
+ * the library's own.
  */
 BRIO_API uint32_t brio_abort_manual_nw_scan(void);
 /* Automatic network selection ("AT+COPS=0"). 0 or request failures. */

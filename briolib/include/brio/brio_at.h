@@ -105,8 +105,9 @@ BRIO_API uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, v
  */
 BRIO_API uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* response_prefix);
 
-/* Ends and joins the read thread; harmless when it does not run. A command that waits for room fails. Any
- * thread but the read thread. */
+/* Ends and joins the read thread; harmless when it does not run. A command that waits for room fails.
+ * Refused with an error line on the library's own threads, as pktio_init (1), blpkt_init (2) and
+ * blpkt_shutdown are. */
 BRIO_API void pktio_shutdown(void);
 
 /* ---- Tokenizer and string helpers
@@ -227,7 +228,7 @@ enum blpkt_status {
   BLPKT_STATUS_SUCCESS = 0,
   BLPKT_STATUS_TIMEOUT = 1,     /* no final line in time; a late answer is discarded */
   BLPKT_STATUS_ERROR = 2,       /* write failed, error final, or the response queue failed */
-  BLPKT_STATUS_BAD_REQUEST = 3, /* null command, or the thread holds the send mutex */
+  BLPKT_STATUS_BAD_REQUEST = 3, /* null command, or the thread would wait for itself */
   BLPKT_STATUS_SCAN_ABORTED = 8 /* blpkt_abort_manual_nw_scan */
 };
 
@@ -244,14 +245,15 @@ typedef uint32_t (*recv_func)(const ATResponse* response, void* user_data, uint1
 
 /* Pool, queues and event thread. 0, or 2 with everything torn down. Before pktio_init. */
 BRIO_API uint32_t blpkt_init(void);
-/* Ends the event thread and every waiting request. After pktio_shutdown; not on the event thread. */
+/* Ends the event thread and every waiting request. After pktio_shutdown. */
 BRIO_API void blpkt_shutdown(void);
 /* The packet callback that the read thread calls; `context` is ignored. */
 BRIO_API void blpkt_handle_packet(uint32_t kind, void* data, void* context);
 /*
  * Sends one command and waits for its answer; one request at a time, whole. `type` is an AtCommandType, the
  * prefix and the callback may be null. Time-out in seconds: 0 does not wait, negative waits without limit.
- * Any thread but the read thread. BLPKT_STATUS_* or the callback's status.
+ * BLPKT_STATUS_* or the callback's status. BLPKT_STATUS_BAD_REQUEST with an error line on the read thread, on
+ * the event thread inside a callback, and on a thread that holds the send mutex.
  */
 BRIO_API uint32_t blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t type,
                                                             const char* response_prefix, recv_func callback,
@@ -262,12 +264,12 @@ BRIO_API uint32_t blpkt_atcmd_request_with_callback(const char* command, uint32_
                                                     const char* response_prefix, recv_func callback,
                                                     void* user_data, uint16_t user_value);
 /* Queues the status 8 for the waiting request, or for the next one when none waits: 8, or 2 when there is a
- * status already, the answer's or an earlier abort's. Any thread. */
+ * status already, the answer's or an earlier abort's, and on the library's own threads. */
 BRIO_API uint32_t blpkt_abort_manual_nw_scan(void);
 /*
  * Lock and unlock the send mutex: while it is held no other thread's request begins. Requests and these calls
- * have their turns in the order in which they came. 0; EDEADLK when this thread holds it already, EPERM when
- * it does not.
+ * have their turns in the order in which they came. 0; EDEADLK when this thread holds it already or
+ * may not send, EPERM when it does not hold it.
  */
 BRIO_API uint32_t blpkt_acquire_send_mutex(void);
 BRIO_API uint32_t blpkt_release_send_mutex(void);

@@ -13,7 +13,7 @@
 enum brio_status {
   BRIO_STATUS_OK = 0,
   BRIO_STATUS_NOT_OPEN = 1,    /* the library is not open */
-  BRIO_STATUS_BUSY = 2,        /* brio_open while open, or while a close is in progress */
+  BRIO_STATUS_BUSY = 2,        /* brio_open while open or closing; open or close where they are refused */
   BRIO_STATUS_FATAL = 3,       /* open, but the modem channel is lost or a close is under way */
   BRIO_STATUS_FAILURE = 4,     /* error result of the modem, failed request, failed initialisation */
   BRIO_STATUS_TIMEOUT = 5,     /* no answer in time; also brio_open giving up on "ATE0" or "AT+CFUN=1" */
@@ -39,11 +39,10 @@ enum brio_event_id {
  * Callback of one library event.
  *
  * Runs on the thread that raises the event: the event thread for unsolicited results, the read thread when a
- * command's answer brings the change, or a caller's own thread. It must be short, must not send a request and
- * must not open or close the library. Nor may it call an operation that can answer BRIO_STATUS_NOT_OPEN, not
- * even a getter: that waits for the end of a whole brio_open, and the open may wait for the callback. The
- * shared-data mutex may be held by the raiser, so it must not lock that either. `data` is borrowed for the
- * call. The result is ignored.
+ * command's answer brings the change, or a caller's own thread. It must be short. On the library's threads
+ * requests, opening and closing are refused with an error line (see brio.h), and getters return
+ * BRIO_STATUS_NOT_OPEN while the library opens. The raiser may hold the shared-data mutex, so the callback
+ * must not lock that. `data` is borrowed for the call. The result is ignored.
  */
 typedef uint32_t (*brio_event_callback)(uint32_t id, uint32_t data_size, const void* data);
 

@@ -5,7 +5,9 @@
 #include "base/files.h"
 #include "base/guards.h"
 #include "base/log.h"
+#include "base/own_threads.h"
 #include "base/paths.h"
+#include "base/process_owner.h"
 #include "base/text.h"
 #include "base/words.h"
 #include "brio/brio_at.h"
@@ -27,17 +29,18 @@ constexpr size_t kLogConfigLine = 31;         // characters of a log configurati
 constexpr size_t kManualSelectionLine = 127;  // characters of the stored selection
 
 // Guards library_open and closing. Held across the whole of brio_open, so that a status check waits for its
-// end. The URC-data mutex may be taken under it. The read thread and the event thread never take it while a
-// port is opened or closed.
+// end. The URC-data mutex may be taken under it. The read thread and the event thread never take it.
 pthread_mutex_t s_state_mutex = PTHREAD_MUTEX_INITIALIZER;
 
+// Relaxed atomics: the read thread and the event thread use them without the mutex.
 struct LibraryState {
   uint32_t library_open;
-  uint32_t
-      modem_failed;  // the channel is lost; a word of its own, written on the read thread without the mutex
+  uint32_t modem_failed;  // the channel is lost; written on the read thread
   uint32_t closing;
 };
 LibraryState s_state;
+// Claimed while the library opens and is open.
+brio::ProcessOwner s_owner;
 
 // Read thread, whenever it ends. It must not wait for the state mutex: brio_open may hold that while it joins
 // this thread.
@@ -165,11 +168,35 @@ void prv_start_sar() {
   }
 }
 
+// Claims the library for this process, and gives it back when the open fails.
+class Claim {
+ public:
+  Claim() { s_owner.claim(); }
+  ~Claim() {
+    if (s_state.library_open == 0) s_owner.release();
+  }
+  Claim(const Claim&) = delete;
+  Claim& operator=(const Claim&) = delete;
+};
+
+uint32_t prv_library_status() {
+  if (brio::relaxed_load(s_state.library_open) == 0) return BRIO_STATUS_NOT_OPEN;
+  const uint32_t modem_failed = brio::relaxed_load(s_state.modem_failed);
+  const uint32_t closing = brio::relaxed_load(s_state.closing);
+  if (modem_failed == 0 && closing == 0) return BRIO_STATUS_OK;
+  BLIB_E("E blib:%s:%d:libstat_s:fatal lib status:modem indicated a failure[%d][%d]", BLIB_HERE,
+         static_cast<int>(modem_failed), static_cast<int>(closing));
+  return BRIO_STATUS_FATAL;
+}
+
 }  // namespace
 
 uint32_t brio_open(const char* query_port) {
+  // In a child of the process that has it open another thread may have held the mutex.
+  if (brio::refused_on_own_thread("brio_open") || s_owner.is_elsewhere()) return BRIO_STATUS_BUSY;
   brio::MutexGuard state_guard(s_state_mutex);
   if (s_state.library_open != 0 || s_state.closing != 0) return BRIO_STATUS_BUSY;
+  const Claim claim;
 
   prv_read_log_config();
   at_parse_init();
@@ -195,37 +222,38 @@ uint32_t brio_open(const char* query_port) {
 
   // modem_failed was cleared when the channel was started and is left alone here: a port that was lost since
   // then would otherwise be forgotten, and every request of a library that looks healthy would fail.
-  s_state.library_open = 1;
+  brio::relaxed_store(s_state.library_open, 1u);
   return BRIO_STATUS_OK;
 }
 
 uint32_t brio_close(void) {
+  if (brio::refused_on_own_thread("brio_close")) return BRIO_STATUS_BUSY;
+  if (s_owner.is_elsewhere()) return BRIO_STATUS_OK;
   bool was_open;
   {
     brio::MutexGuard state_guard(s_state_mutex);
     // A close that meets another one leaves the work to that one.
     if (s_state.closing != 0) return BRIO_STATUS_OK;
     was_open = s_state.library_open != 0;
-    s_state.closing = 1;
+    brio::relaxed_store(s_state.closing, 1u);
   }
   // Not under the mutex: the gate answers 3 meanwhile instead of waiting.
   if (was_open) prv_stop_channel();
 
   brio::MutexGuard state_guard(s_state_mutex);
-  s_state.library_open = 0;
-  s_state.closing = 0;
+  s_owner.release();
+  brio::relaxed_store(s_state.library_open, 0u);
+  brio::relaxed_store(s_state.closing, 0u);
   brio::relaxed_store(s_state.modem_failed, 0u);
   return BRIO_STATUS_OK;
 }
 
 uint32_t briolib_check_library_status(void) {
+  if (s_owner.is_elsewhere()) return BRIO_STATUS_NOT_OPEN;
+  // A callback that waited for an open would keep its answer from it. Until its end the library is not open.
+  if (brio::on_channel_thread()) return prv_library_status();
   brio::MutexGuard state_guard(s_state_mutex);
-  if (s_state.library_open == 0) return BRIO_STATUS_NOT_OPEN;
-  const uint32_t modem_failed = brio::relaxed_load(s_state.modem_failed);
-  if (modem_failed == 0 && s_state.closing == 0) return BRIO_STATUS_OK;
-  BLIB_E("E blib:%s:%d:libstat_s:fatal lib status:modem indicated a failure[%d][%d]", BLIB_HERE,
-         static_cast<int>(modem_failed), static_cast<int>(s_state.closing));
-  return BRIO_STATUS_FATAL;
+  return prv_library_status();
 }
 
 uint32_t brio_log_startup_status(void) {

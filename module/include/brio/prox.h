@@ -10,13 +10,14 @@ BRIO_EXTERN_C_BEGIN
 
 /*
  * Enables the sensor and starts the monitor thread; a monitor that still runs ends first. 0; 3 the sensor
- * cannot be enabled or there is no thread; 5 no socket pair. Host thread.
+ * cannot be enabled or there is no thread, and where starting is refused (a thread of the library, a child of
+ * the process whose monitor runs); 5 no socket pair. Host thread.
  */
 BRIO_API uint32_t prox_open(void);
 /*
  * Disables the sensor and ends the monitor thread. No SAR command runs once it has joined the thread. When
  * the sensor cannot be disabled it returns at once: the thread then ends by itself, at the latest after the
- * poll that it is in, and the next prox_open or prox_close joins it. Host thread.
+ * poll that it is in, and the next prox_open or prox_close joins it. Refused as prox_open is. Host thread.
  */
 BRIO_API void prox_close(void);
 
