@@ -114,7 +114,7 @@ storm = { urc = "+GTBARS: \u001b[2J", count = 20, every = 0.1 }
                           {"page", 0, {kEscaped, "\n2\\.2"}},
                           {"scan", 0, {"E-UTRAN +Caf\xc3\xa9 ", kEscaped}},
                           {"at AT+LIST", 0, {"^\\+LIST: \\\\x1b\\[2J\\\\x7f\\\\xc2\\\\x9b caf\xc3\xa9\nOK"}},
-                          {"-v at AT+EVIL", 1, {"\n\\+CME ERROR: \\\\x1b\\]0;\\\\x07\n"}},
+                          {"-v at AT+EVIL", 1, {"\n\\+CME ERROR: \\?\\]0;\\?\n"}},
                           {"watch --seconds 2", 0, {"report  \\+GTBARS: "}}});
 }
 
