@@ -39,7 +39,7 @@ uint32_t record_event(uint32_t id, uint32_t size, const void* data) {
     line += " " + describe(*static_cast<const network_time*>(data));
   } else {
     const auto* words = static_cast<const int32_t*>(data);
-    for (uint32_t i = 0; i < size / 4; i++) line += " " + std::to_string(words[i]);
+    for (uint32_t i = 0; words != nullptr && i < size / 4; i++) line += " " + std::to_string(words[i]);
   }
   std::unique_lock<std::mutex> guard(s_events_mutex);
   s_events.push_back(line);
@@ -62,12 +62,15 @@ void add_changes(Session::Lines& changes, const std::string& name, const std::st
   if (before == after) return;
   const bool record = after[0] == '{', row = after.find_first_not_of("-0123456789,") == std::string::npos;
   const auto old = split(before, record ? ' ' : ','), now = split(after, record ? ' ' : ',');
-  if ((!record && !row) || now.size() < 2 || old.size() != now.size())
-    return changes.push_back(name + "=" + after);
+  if ((!record && !row) || now.size() < 2 || old.size() != now.size()) {
+    changes.push_back(name + "=" + after);
+    return;
+  }
   for (size_t i = 0; i < now.size(); i++) {
     if (old[i] == now[i]) continue;
     const std::string part = now[i].substr(now[i][0] == '{' ? 1 : 0, now[i].find('}'));
-    changes.push_back(name + (record ? "." + part : "[" + std::to_string(i) + "]=" + part));
+    changes.push_back(name);
+    changes.back().append(record ? "." : "[" + std::to_string(i) + "]=").append(part);
   }
 }
 
@@ -140,7 +143,7 @@ std::string Session::end() {
 }
 
 std::string Session::leftover() const {
-  const std::string more = also_left ? also_left() : "";
+  std::string more = also_left ? also_left() : "";
   if (!more.empty()) return more;
   const auto none = [this] { return process::descriptors() == descriptors && process::threads() <= threads; };
   if (process::eventually(none)) return "none";
@@ -180,7 +183,7 @@ Session::Lines Session::readable(const std::vector<log_capture::Line>& lines, co
 }
 
 Session::Lines Session::take_log(const Lines& parts) {
-  const Lines all = readable(log, parts);
+  Lines all = readable(log, parts);
   log.clear();
   return all;
 }
@@ -203,8 +206,9 @@ void Session::observe() {
     s_events.clear();
   }
   const Fields fields = shared_fields();
-  for (size_t i = 0; i < fields.size(); i++)
+  for (size_t i = 0; i < fields.size(); i++) {
     add_changes(seen.changed, fields[i].first, shown[i].second, fields[i].second);
+  }
   shown = fields;
   // The event thread's lines come after those of the others: nothing else orders them.
   const auto all = log_capture::lines();

@@ -301,8 +301,9 @@ class Player {
                          [&](const Clause& each) { return each.kind == kind; });
     };
     const bool output_asked = asked("") || (has_arrow && update_);
-    if (output_asked && (!seen.output.empty() || asked("")))
+    if (output_asked && (!seen.output.empty() || asked(""))) {
       shown.push_back({"", joined(seen.output, " | ")});
+    }
     const auto add = [&](const char* kind, const Lines& lines, const char* between) {
       if (asked(kind) || (watches(kind) && !lines.empty())) {
         shown.push_back({kind, lines.empty() ? kNothing : joined(lines, between)});
@@ -325,8 +326,9 @@ class Player {
   // Whether the lines from one place on are those of the pattern, where kGap stands for any.
   static bool matches(const Lines& pattern, size_t p, const Lines& lines, size_t l) {
     if (p == pattern.size()) return l == lines.size();
-    if (pattern[p] != kGap)
+    if (pattern[p] != kGap) {
       return l < lines.size() && lines[l] == pattern[p] && matches(pattern, p + 1, lines, l + 1);
+    }
     return matches(pattern, p + 1, lines, l) || (l < lines.size() && matches(pattern, p, lines, l + 1));
   }
 
