@@ -6,7 +6,7 @@ set(triplet arm-linux-gnueabihf)
 set(CMAKE_C_COMPILER ${triplet}-gcc)
 set(CMAKE_CXX_COMPILER ${triplet}-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE ${triplet})
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/${triplet})
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/${triplet} -E LD_LIBRARY_PATH=${BRIO_ARM_ROOT}/usr/lib/${triplet})
 
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES BRIO_ARM_ROOT)
 foreach(language C CXX)
