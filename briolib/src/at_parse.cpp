@@ -14,7 +14,6 @@ static constexpr char kLogTag[] = "briolib/src/at_parse";
 namespace {
 
 using brio::LogText;
-using brio::UrcDataLock;
 
 using Parser = void (*)(char* rest, void* argument_a, void* argument_b);
 
@@ -31,17 +30,14 @@ int32_t prv_flag(const void* argument) {
 
 void prv_at_parse_creg(char* rest, void* /*argument_a*/, void* is_query) {
   BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_at_parse_creg %s\n", BLIB_HERE, rest);
-  UrcDataLock lock;
   briolib_parse_reg_status(rest, 1, prv_flag(is_query));
 }
 
 void prv_at_parse_cgreg(char* rest, void* /*argument_a*/, void* is_query) {
   BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_at_parse_cgreg %s\n", BLIB_HERE, rest);
-  UrcDataLock lock;
   briolib_parse_reg_status(rest, 0, prv_flag(is_query));
 }
 
-// No lock: a SIM refresh sends a command.
 void prv_at_parse_stkpci(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
   BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_at_parse_stkpci %s\n", BLIB_HERE, rest);
   briolib_parse_stkpci(rest);
@@ -49,19 +45,16 @@ void prv_at_parse_stkpci(char* rest, void* /*argument_a*/, void* /*argument_b*/)
 
 void prv_at_parse_gtbars(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
   BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_at_parse_gtbars %s\n", BLIB_HERE, rest);
-  UrcDataLock lock;
   briolib_parse_gtbars(rest);
 }
 
 void prv_at_parse_gtotareject(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
   BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_at_parse_gtotareject %s\n", BLIB_HERE, rest);
-  UrcDataLock lock;
   briolib_parse_gtotareject(rest);
 }
 
 void prv_at_parse_bas_status(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
   BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_at_parse_bas_status %s\n", BLIB_HERE, rest);
-  UrcDataLock lock;
   briolib_parse_bas_status(rest, nullptr);
 }
 

@@ -178,7 +178,6 @@ void briolib_invalid_cached_bars() {
 }
 
 void briolib_parse_gtbars(char* payload) {
-  uint8_t previous = g_brio_lib_atcmd_data.bars;
   if (payload == nullptr || strlen(payload) < kShortestLine) {
     BLIB_E("E blib:%s:%d:briolib_parse_gtbars:URC payload is invalid:\n", BLIB_HERE);
     return;
@@ -186,7 +185,9 @@ void briolib_parse_gtbars(char* payload) {
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:gtbars: %s\n", BLIB_HERE, payload);
   const brio::parse::BarsReport report = brio::parse::parse_bars(payload, false);
   if (report.rat) BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:gtbars urc rat[%d]\n", BLIB_HERE, *report.rat);
+  UrcDataLock lock;
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  const uint8_t previous = data.bars;
   if (report.bars) data.bars = static_cast<uint8_t>(*report.bars);
   if (report.rssi) data.signal_a = static_cast<uint32_t>(*report.rssi);
   if (report.ecno) data.signal_b = static_cast<uint32_t>(*report.ecno);

@@ -187,8 +187,8 @@ uint32_t briolib_update_wan_type(void) {
       status = BRIO_STATUS_UNAVAILABLE;
     }
   }
-  brio::UrcDataLock lock;
   BLIB_I("I blib:WAN_TYPE:updated to:[%d]\n", type);
+  brio::UrcDataLock lock;
   g_brio_lib_atcmd_data.wan_type = type;
   return status;
 }

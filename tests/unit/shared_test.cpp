@@ -149,3 +149,28 @@ TEST_F(Identity, IsWhatWasReadLast) {
     EXPECT_STREQ(mine.imsi, "440101234567890");
   });
 }
+
+// Readers of the record never wait for syslog.
+TEST_F(Identity, NoLineIsLoggedUnderTheRecordsLock) {
+  brio::relaxed_store(g_brio_lib_log_mask, BRIO_LOG_DEBUG | BRIO_LOG_REG);
+  const auto report = [](std::string line) { return at_parse(&line[0], nullptr, nullptr); };
+  const std::pair<const char*, std::function<uint32_t()>> places[] = {
+      {"WAN_TYPE:updated", [] { return brio_open("/dev/ttyACM2"); }},
+      {"emm_state[", briolib_update_lte_info},
+      {"GTSCINFO: RAT", briolib_get_gtscinfo},
+      {"GTSCSTAT: PDP", briolib_get_gtscstat},
+      {"PARSE_REG:RAT", briolib_atcmd_query_reg_status},
+      {"I blib:URC::+CREG", [&] { return report("+CREG: 1,\"1\",\"2\",7"); }},
+      {"gtbars: ", [&] { return report("+GTBARS: 7,2,3,4"); }},
+      {"Fatal Reject", [&] { return report("+GTOTAREJECT: 1,5,8,310,410"); }},
+  };
+  for (const auto& [part, action] : places) {
+    uint32_t status = 9;
+    log_capture::on_line(part, [&status] {
+      status = briolib_lock_urc_data_mutex();
+      if (status == 0) briolib_unlock_urc_data_mutex();
+    });
+    EXPECT_EQ(action(), 0u) << part;
+    EXPECT_EQ(status, 0u) << part;
+  }
+}

@@ -54,12 +54,12 @@ BRIO_API uint32_t at_parse(char* line, void* argument_a, void* argument_b);
 BRIO_API uint32_t briolib_atcmd_enable_urc(uint32_t mode);
 /* "AT+CREG?" and "AT+CGREG?"; the packet status of the second, 4 or 6 for an answer that cannot be used. */
 BRIO_API uint32_t briolib_atcmd_query_reg_status(void);
-/* Text behind "+CREG:" or "+CGREG:", cut up in place. The caller holds the URC-data mutex. */
+/* Text behind "+CREG:" or "+CGREG:", cut up in place. The caller may hold the URC-data mutex. */
 BRIO_API void briolib_parse_reg_status(char* payload, int32_t is_cs, int32_t is_query);
 /* Text behind "+STKPCI:". A USIM refresh re-reads the ICCID file, so no lock may be held. Not on the read
  * thread. */
 BRIO_API void briolib_parse_stkpci(char* payload);
-/* Text behind "+GTOTAREJECT:", cut up in place. The caller holds the URC-data mutex. */
+/* Text behind "+GTOTAREJECT:", cut up in place. The caller may hold the URC-data mutex. */
 BRIO_API void briolib_parse_gtotareject(char* payload);
 /* Does nothing: the causes are read through the snapshot. 0. */
 BRIO_API uint32_t briolib_get_rej_causes(void);
@@ -83,9 +83,9 @@ BRIO_API uint32_t briolib_mccmnc_to_plmn(const char* mcc, const char* mnc, uint8
 /* ---- Antennas and bars
  * ------------------------------------------------------------------------------------------- */
 
-/* Text behind "+BASURC:" (`record` null) or a "+BAS" answer line. The caller holds the URC-data mutex. */
+/* Text behind "+BASURC:" (`record` null) or a "+BAS" answer line. The caller may hold the URC-data mutex. */
 BRIO_API void briolib_parse_bas_status(char* payload, bas_status* record);
-/* Text behind "+GTBARS:", cut up in place. The caller holds the URC-data mutex. */
+/* Text behind "+GTBARS:", cut up in place. The caller may hold the URC-data mutex. */
 BRIO_API void briolib_parse_gtbars(char* payload);
 /* The next brio_get_bars polls. */
 BRIO_API void briolib_invalid_cached_bars(void);

@@ -35,7 +35,6 @@ uint32_t recv_func_prv_briolib_read_bas_status(const ATResponse* response, void*
   }
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:recv_func_prv_briolib_read_bas_status callback called resp [%s]",
          BLIB_HERE, line);
-  UrcDataLock lock;
   briolib_parse_bas_status(line, static_cast<bas_status*>(user_data));
   return BRIO_STATUS_OK;
 }
@@ -50,6 +49,7 @@ void briolib_parse_bas_status(char* payload, bas_status* record) {
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:bas_data_p: %s", BLIB_HERE, payload);
   bool is_answer = record != nullptr;
   const brio::parse::BasReport report = brio::parse::parse_bas(payload, is_answer);
+  UrcDataLock lock;
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   if (report.value_a) data.bas_value_a = *report.value_a;
   if (report.value_b) data.bas_value_b = *report.value_b;

@@ -83,39 +83,26 @@ uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_d
   return result;
 }
 
-// Serving-cell data is worthless once the modem is registered for neither domain.
-void prv_clear_serving_cell() {
-  BLIB_D(BRIO_LOG_DEREG, "D blib:%s:%d:CS PS de-reg, clearing cache", BLIB_HERE);
+// Serving-cell data is worthless once the modem is registered for neither domain: true when it was cleared.
+bool prv_clear_unless(uint8_t other_domain) {
+  if (other_domain != 0) return false;
   briolib_init_atcmd_data(1);
+  return true;
 }
 
-void prv_store_cs_stat(int32_t stat) {
+bool prv_store_cs_stat(int32_t stat) {
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  switch (stat) {
-    case 1:
-      BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:CS REGISTERED", BLIB_HERE);
-      data.cs_reg_status = 1;
-      break;
-    case 5:
-      data.cs_reg_status = 2;
-      break;
-    case 3:
-      data.cs_reg_status = 3;
-      break;
-    default:
-      data.cs_reg_status = 0;
-      if (data.ps_reg_status == 0) prv_clear_serving_cell();
-      break;
-  }
+  data.cs_reg_status = stat == 1 ? 1 : stat == 5 ? 2 : stat == 3 ? 3 : 0;
+  return data.cs_reg_status == 0 && prv_clear_unless(data.ps_reg_status);
 }
 
-void prv_store_ps_stat(int32_t stat) {
+bool prv_store_ps_stat(int32_t stat) {
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   uint32_t attached = 0;
+  bool cleared = false;
   switch (stat) {
     case 1:
     case 5:
-      BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:PS REGISTERED", BLIB_HERE);
       data.ps_reg_status = stat == 1 ? 1 : 2;
       attached = 1;
       break;
@@ -125,15 +112,17 @@ void prv_store_ps_stat(int32_t stat) {
       break;
     default:
       data.ps_reg_status = 0;
-      if (data.cs_reg_status == 0) prv_clear_serving_cell();
+      cleared = prv_clear_unless(data.cs_reg_status);
       break;
   }
   memcpy(s_prev_pdp_event, s_pdp_event, sizeof(s_pdp_event));
   s_pdp_event[0] = attached;
   s_pdp_event[1] = attached;
+  // With the lock held, so that two threads' events come in the order of their values.
   if (s_pdp_event[0] != s_prev_pdp_event[0]) {
     briolib_exec_event_callback(BRIO_EVENT_PDP_ACTIVATION_ALLOWED, sizeof(s_pdp_event), s_pdp_event);
   }
+  return cleared;
 }
 
 void prv_log_tokens(const char* payload, bool is_query, bool with_band) {
@@ -152,36 +141,39 @@ void prv_log_tokens(const char* payload, bool is_query, bool with_band) {
   }
 }
 
-void prv_store_registration(const brio::parse::Registration& line, bool is_cs) {
+// True when serving-cell data was cleared. Caller holds the URC-data mutex.
+bool prv_store_registration(const brio::parse::Registration& line, bool is_cs) {
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  bool cleared = false;
   // The registration state first: it may clear what the other fields then fill.
+  if (line.stat) cleared = is_cs ? prv_store_cs_stat(*line.stat) : prv_store_ps_stat(*line.stat);
+  if (line.lac) data.lac = *line.lac;
+  if (line.cell_id) data.cell_id = *line.cell_id;
+  if (line.rat) data.rat = *line.rat;
+  if (line.band) data.band = *line.band;
+  if (line.reject_cause) data.reject_bytes[is_cs ? kCsCause : kPsCause] = *line.reject_cause;
+  if (data.rat < 255) data.rat_valid = 1;
+  return cleared;
+}
+
+void prv_log_registration(const brio::parse::Registration& line, bool is_cs, bool cleared) {
+  const char* domain = is_cs ? "CS" : "PS";
   if (line.stat) {
     BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:reg_status[%d]", BLIB_HERE, *line.stat);
-    if (is_cs) {
-      prv_store_cs_stat(*line.stat);
-    } else {
-      prv_store_ps_stat(*line.stat);
+    if (*line.stat == 1 || (*line.stat == 5 && !is_cs)) {
+      BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:%s REGISTERED", BLIB_HERE, domain);
     }
   }
-  if (line.lac) {
-    data.lac = *line.lac;
-    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:LAC[%d]", BLIB_HERE, data.lac);
-  }
+  if (cleared) BLIB_D(BRIO_LOG_DEREG, "D blib:%s:%d:CS PS de-reg, clearing cache", BLIB_HERE);
+  if (line.lac) BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:LAC[%d]", BLIB_HERE, *line.lac);
   if (line.cell_id) {
-    data.cell_id = *line.cell_id;
-    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:CELL_ID[%d]", BLIB_HERE, static_cast<int>(data.cell_id));
+    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:CELL_ID[%d]", BLIB_HERE, static_cast<int>(*line.cell_id));
   }
-  if (line.rat) {
-    data.rat = *line.rat;
-    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:RAT[%d]", BLIB_HERE, data.rat);
-  }
-  if (line.band) data.band = *line.band;
-  const char* domain = is_cs ? "CS" : "PS";
+  if (line.rat) BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:RAT[%d]", BLIB_HERE, *line.rat);
   if (line.reject_type) {
     BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:%s_REJECT_TYPE[%d]", BLIB_HERE, domain, *line.reject_type);
   }
   if (line.reject_cause) {
-    data.reject_bytes[is_cs ? kCsCause : kPsCause] = *line.reject_cause;
     BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:%s_REJECT_CAUSE[%d]", BLIB_HERE, domain, *line.reject_cause);
   }
 }
@@ -234,14 +226,23 @@ void briolib_parse_reg_status(char* payload, int32_t is_cs, int32_t is_query) {
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   if (payload == nullptr) {
     BLIB_E("E blib:%s:%d:briolib_parse_reg_status:reg_payload is NULL:", BLIB_HERE);
+    brio::UrcDataLock lock;
     if (data.rat < 255) data.rat_valid = 1;
     return;
   }
-  const bool with_band = data.wan_type == BRIO_WAN_TYPE_OSPREY;
+  bool with_band = false;
+  {
+    brio::UrcDataLock lock;
+    with_band = data.wan_type == BRIO_WAN_TYPE_OSPREY;
+  }
   if (brio::log_on(BRIO_LOG_REG)) prv_log_tokens(payload, is_query != 0, with_band);
   const brio::parse::Registration line = brio::parse::parse_registration(payload, is_query != 0, with_band);
-  prv_store_registration(line, is_cs != 0);
-  if (data.rat < 255) data.rat_valid = 1;
+  bool cleared = false;
+  {
+    brio::UrcDataLock lock;
+    cleared = prv_store_registration(line, is_cs != 0);
+  }
+  prv_log_registration(line, is_cs != 0, cleared);
   if (is_query != 0) return;
   char summary[brio::parse::kRegistrationSummarySize];
   brio::parse::registration_summary(line, summary);

@@ -74,20 +74,19 @@ void briolib_parse_gtotareject(char* payload) {
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTOTAREJECT: PROCEDURE[%d]", BLIB_HERE, *report.procedure);
   const RejectPlace* place = prv_find_place(*report.procedure);
   if (place == nullptr) return;
-  brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  {
+    brio::UrcDataLock lock;
+    brio_atcmd_data& data = g_brio_lib_atcmd_data;
+    if (report.cause) data.reject_bytes[place->cause_byte] = *report.cause;
+    if (report.mcc) data.reject_words[place->mcc_word] = *report.mcc;
+    if (report.mnc) data.reject_words[place->mnc_word] = *report.mnc;
+  }
   if (report.cause) {
-    data.reject_bytes[place->cause_byte] = *report.cause;
     prv_log_value(place->cause_name, *report.cause);
     prv_briolib_check_fatal_reject(*report.procedure, *report.cause);
   }
-  if (report.mcc) {
-    data.reject_words[place->mcc_word] = *report.mcc;
-    prv_log_value(place->mcc_name, *report.mcc);
-  }
-  if (report.mnc) {
-    data.reject_words[place->mnc_word] = *report.mnc;
-    prv_log_value(place->mnc_name, *report.mnc);
-  }
+  if (report.mcc) prv_log_value(place->mcc_name, *report.mcc);
+  if (report.mnc) prv_log_value(place->mnc_name, *report.mnc);
 }
 
 uint32_t briolib_get_rej_causes(void) {

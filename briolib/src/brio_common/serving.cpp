@@ -82,6 +82,19 @@ uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*,
   return BRIO_STATUS_OK;
 }
 
+// What is stored now, for the log. The caller holds the URC-data mutex.
+const brio_atcmd_data& prv_store_lte_info(const brio::parse::LteInfo& info) {
+  brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  if (info.emm_state) data.emm_state = *info.emm_state;
+  if (info.emm_substate) data.emm_substate = *info.emm_substate;
+  if (info.rrc_state) data.rrc_state = *info.rrc_state;
+  if (info.mcc != nullptr) brio::copy_padded(data.mcc, sizeof(data.mcc), info.mcc);
+  if (info.mnc != nullptr) brio::copy_padded(data.mnc, sizeof(data.mnc), info.mnc);
+  if (info.tac) data.tac = *info.tac;
+  if (info.cell_id) data.cell_id = *info.cell_id;
+  return data;
+}
+
 // Response callback of "AT+GTLTEINFO?" (read thread).
 uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16_t) {
   char* line = brio::parse::answer_line(response);
@@ -96,15 +109,11 @@ uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16
   brio::parse::LteInfo info = {};
   if (at_tok_start(&line) == 0) info = brio::parse::parse_lte_info(line);
 
-  brio::UrcDataLock lock;
-  brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  if (info.emm_state) data.emm_state = *info.emm_state;
-  if (info.emm_substate) data.emm_substate = *info.emm_substate;
-  if (info.rrc_state) data.rrc_state = *info.rrc_state;
-  if (info.mcc != nullptr) brio::copy_padded(data.mcc, sizeof(data.mcc), info.mcc);
-  if (info.mnc != nullptr) brio::copy_padded(data.mnc, sizeof(data.mnc), info.mnc);
-  if (info.tac) data.tac = *info.tac;
-  if (info.cell_id) data.cell_id = *info.cell_id;
+  brio_atcmd_data data;
+  {
+    brio::UrcDataLock lock;
+    data = prv_store_lte_info(info);
+  }
   BLIB_D(BRIO_LOG_DEBUG,
          "D blib:%s:%d:emm_state[%d] emm_substate[%d] rrc_state[%d] mcc %.3s mnc %.3s tac 0x%x cell id 0x%x",
          BLIB_HERE, data.emm_state, data.emm_substate, data.rrc_state, data.mcc, data.mnc, data.tac,
@@ -112,37 +121,32 @@ uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16
   return BRIO_STATUS_OK;
 }
 
-void prv_store_serving_cell(const brio::parse::ServingCell& cell) {
+// What is stored now, for the log. The caller holds the URC-data mutex.
+const brio_atcmd_data& prv_store_serving_cell(const brio::parse::ServingCell& cell) {
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  if (cell.plmn_text != nullptr) brio::copy_padded(data.plmn_text, sizeof(data.plmn_text), cell.plmn_text);
+  if (cell.nmo) data.nmo = *cell.nmo;
+  if (cell.band_text != nullptr) brio::copy_padded(data.band_text, sizeof(data.band_text), cell.band_text);
+  if (cell.lac) data.lac = *cell.lac;
+  if (cell.tac) data.tac = *cell.tac;
+  if (cell.rac) data.rac = *cell.rac;
+  if (cell.arfcn) data.arfcn = *cell.arfcn;
+  return data;
+}
+
+void prv_log_serving_cell(const brio::parse::ServingCell& cell, const brio_atcmd_data& data) {
   if (cell.rat) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: RAT[%d]", BLIB_HERE, *cell.rat);
   if (cell.plmn_text != nullptr) {
-    brio::copy_padded(data.plmn_text, sizeof(data.plmn_text), cell.plmn_text);
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: PLMN %s", BLIB_HERE, data.plmn_text);
   }
-  if (cell.nmo) {
-    data.nmo = *cell.nmo;
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: NMO [%d]", BLIB_HERE, data.nmo);
-  }
+  if (cell.nmo) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: NMO [%d]", BLIB_HERE, data.nmo);
   if (cell.band_text != nullptr) {
-    brio::copy_padded(data.band_text, sizeof(data.band_text), cell.band_text);
     BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: BAND %s", BLIB_HERE, data.band_text);
   }
-  if (cell.lac) {
-    data.lac = *cell.lac;
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: LAC 0X%X", BLIB_HERE, data.lac);
-  }
-  if (cell.tac) {
-    data.tac = *cell.tac;
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: TAC 0X%X", BLIB_HERE, data.tac);
-  }
-  if (cell.rac) {
-    data.rac = *cell.rac;
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: RAC 0X%X", BLIB_HERE, data.rac);
-  }
-  if (cell.arfcn) {
-    data.arfcn = *cell.arfcn;
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: ARFCN 0X%X", BLIB_HERE, data.arfcn);
-  }
+  if (cell.lac) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: LAC 0X%X", BLIB_HERE, data.lac);
+  if (cell.tac) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: TAC 0X%X", BLIB_HERE, data.tac);
+  if (cell.rac) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: RAC 0X%X", BLIB_HERE, data.rac);
+  if (cell.arfcn) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: ARFCN 0X%X", BLIB_HERE, data.arfcn);
 }
 
 // Response callback of "AT+GTSCINFO?" (read thread).
@@ -159,15 +163,17 @@ uint32_t recv_func_at_req_get_gtscinfo(const ATResponse* response, void*, uint16
   BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:recv_func_at_req_get_gtscinfo callback %s", BLIB_HERE, line);
   if (at_tok_start(&line) != 0) return BRIO_STATUS_INVALID;
   const brio::parse::ServingCell cell = brio::parse::parse_serving_cell(line);
-  brio::UrcDataLock lock;
-  prv_store_serving_cell(cell);
+  brio_atcmd_data data;
+  {
+    brio::UrcDataLock lock;
+    data = prv_store_serving_cell(cell);
+  }
+  prv_log_serving_cell(cell, data);
   return BRIO_STATUS_OK;
 }
 
-void prv_store_state(const char* name, std::optional<uint8_t> state, uint8_t* stored) {
-  if (!state) return;
-  *stored = *state;
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCSTAT: %s[%d]", BLIB_HERE, name, *state);
+void prv_log_state(const char* name, std::optional<uint8_t> state) {
+  if (state) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCSTAT: %s[%d]", BLIB_HERE, name, *state);
 }
 
 // Response callback of "AT+GTSCSTAT?" (read thread).
@@ -185,14 +191,22 @@ uint32_t recv_func_at_req_get_gtscstat(const ATResponse* response, void*, uint16
   if (at_tok_start(&line) != 0) return BRIO_STATUS_INVALID;
   const brio::parse::ProtocolStates states = brio::parse::parse_protocol_states(line);
 
-  brio::UrcDataLock lock;
-  brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  prv_store_state("PDP_STATE", states.pdp, &data.pdp_state);
-  prv_store_state("MM_STATE", states.mm, &data.mm_state);
-  prv_store_state("MM_SUBSTATE", states.mm_sub, &data.mm_substate);
-  prv_store_state("GMM_STATE", states.gmm, &data.gmm_state);
-  prv_store_state("GMM_SUBSTATE", states.gmm_sub, &data.gmm_substate);
-  prv_store_state("RRC_STATE", states.rrc, &data.rrc_state);
+  {
+    brio::UrcDataLock lock;
+    brio_atcmd_data& data = g_brio_lib_atcmd_data;
+    if (states.pdp) data.pdp_state = *states.pdp;
+    if (states.mm) data.mm_state = *states.mm;
+    if (states.mm_sub) data.mm_substate = *states.mm_sub;
+    if (states.gmm) data.gmm_state = *states.gmm;
+    if (states.gmm_sub) data.gmm_substate = *states.gmm_sub;
+    if (states.rrc) data.rrc_state = *states.rrc;
+  }
+  prv_log_state("PDP_STATE", states.pdp);
+  prv_log_state("MM_STATE", states.mm);
+  prv_log_state("MM_SUBSTATE", states.mm_sub);
+  prv_log_state("GMM_STATE", states.gmm);
+  prv_log_state("GMM_SUBSTATE", states.gmm_sub);
+  prv_log_state("RRC_STATE", states.rrc);
   return BRIO_STATUS_OK;
 }
 
