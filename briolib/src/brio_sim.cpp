@@ -78,7 +78,7 @@ uint32_t recv_func_prv_briolib_get_iccid(const ATResponse* response, void* user_
 
 uint32_t recv_func_prv_briolib_get_imsi(const ATResponse* response, void* user_data, uint16_t) {
   char imsi[brio::parse::kImsiSize] = {};
-  if (!brio::parse::parse_imsi(brio::parse::answer_line(response), imsi) || imsi[0] == '\0') {
+  if (!brio::parse::parse_imsi(brio::parse::answer_line(response), imsi)) {
     BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_imsi::response is invalid\n", BLIB_HERE);
     return BRIO_STATUS_INVALID;
   }

@@ -18,7 +18,8 @@ bool parse_iccid(const char* line, char iccid[kIccidSize]);
 
 // +CIMI: 310410123456789
 //        1
-// A bare line of 15 digits counts as well. False (and `imsi` untouched) for any other without ":".
+// Field 1: a number of six digits or more, cut to 15. A bare line of 15 digits counts as well. False (and
+// `imsi` untouched) for anything else.
 bool parse_imsi(const char* line, char imsi[kImsiSize]);
 
 // The first six characters of an IMSI; fewer of a shorter one.
