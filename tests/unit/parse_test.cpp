@@ -143,12 +143,16 @@ TEST(LogText, MasksTheSubscriber) {
       {"+CRSM: 144,0,\"981014301211811570F2\"", "+CRSM: 144,0,\"******************F*\""},
       {"+CME ERROR: IMSI 310410123456789", "+CME ERROR: IMSI ***************"},
       {"ERROR: 13 310410123456789", "ERROR: 13 ***************"},
+      {"ERROR: imsi310-41", "ERROR: imsi***-**"},
+      {"ERROR-x-310-410-123456789-y 8901-4103-2111-1851-072F",
+       "ERROR-x-***-***-*********-y ****-****-****-****-***F"},
+      {"SM: 144,0,\"981014301211811570F2\"", "SM: 144,0,\"******************F*\""},
   };
   for (const auto& [line, shown] : masked) EXPECT_STREQ(brio::masked_line(line).c_str(), shown);
   for (const char* plain :
        {"+GTOTAREJECT: 310410123456789", "+STKPCI: 0,\"D009810301010082028182\"",
         "+CRSM: 144,0,\"13001400801300140080\"", "+CRSM: 144,0,\"98765432109876543210987654\"",
-        "+CME ERROR: 10", "3104101234567", "B98602B5191650123456"}) {
+        "+CME ERROR: 10", "3104101234567", "+CME ERROR: IMEI 356938035643809", "B98602B5191650123456"}) {
     EXPECT_STREQ(brio::masked_line(plain).c_str(), plain);
   }
   EXPECT_EQ(brio::masked_identity(std::string(3000, '4').c_str()).c_str(), std::string(2400, '*'));

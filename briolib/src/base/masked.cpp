@@ -15,31 +15,56 @@ constexpr char kWordCharacters[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefgh
 constexpr size_t kImsiLeastDigits = 14;
 constexpr size_t kIccidLeastDigits = 18;
 constexpr size_t kIccidFileDigits = 20;
+constexpr size_t kDashedMost = 2 * kIccidFileDigits;  // a dash after each digit
 // A status word is one byte, in decimal.
 constexpr size_t kStatusWordDigits = 3;
 
 // What stands in a result's name or beside a number in an error's text.
 constexpr const char* kIdentityNames[] = {"CCID", "CIMI", "IMSI"};
 
+bool prv_holds(const char* text, const char* end, const char* name) {
+  const char* found = strcasestr(text, name);
+  return found != nullptr && found < end;
+}
+
 bool prv_names_subscriber(const char* text, const char* end) {
   for (const char* name : kIdentityNames) {
-    const char* found = strstr(text, name);
-    if (found != nullptr && found < end) return true;
+    if (prv_holds(text, end, name)) return true;
   }
   return false;
 }
 
-// An IMSI, or an ICCID, which begins with 89 and may hold letters.
-bool prv_is_identity(const char* word, size_t length) {
-  if (length >= kImsiLeastDigits && strspn(word, kDigits) >= length) return true;
-  return length >= kIccidLeastDigits && strncmp(word, "89", 2) == 0 && strspn(word, kHexDigits) >= length;
+// Whether the word consists of these characters and dashes, and how many of them.
+bool prv_consists_of(const char* characters, const char* word, size_t length, size_t* count) {
+  *count = 0;
+  for (size_t i = 0; i < length; i++) {
+    if (word[i] == '-') continue;
+    if (strchr(characters, word[i]) == nullptr) return false;
+    ++*count;
+  }
+  return true;
 }
 
-// The contents of the ICCID's file, with its digits swapped in pairs or in order. No network's code begins
-// so, but a list of networks may well consist of decimal digits.
+// An ICCID begins with 89, with 98 where its digits are swapped in pairs, as in its file. No network's code
+// begins so, but a list of networks may well consist of decimal digits.
+bool prv_begins_iccid(const char* word) {
+  return strncmp(word, "98", 2) == 0 || strncmp(word, "89", 2) == 0;
+}
+
+bool prv_is_iccid(const char* word, size_t length) {
+  size_t count = 0;
+  return prv_begins_iccid(word) && prv_consists_of(kHexDigits, word, length, &count) &&
+         count >= kIccidLeastDigits;
+}
+
+bool prv_is_identity(const char* word, size_t length) {
+  size_t count = 0;
+  if (prv_consists_of(kDigits, word, length, &count) && count >= kImsiLeastDigits) return true;
+  return prv_is_iccid(word, length);
+}
+
 bool prv_is_iccid_file(const char* word, size_t length) {
-  return length == kIccidFileDigits && (strncmp(word, "98", 2) == 0 || strncmp(word, "89", 2) == 0) &&
-         strspn(word, kHexDigits) >= length;
+  return length == kIccidFileDigits && prv_is_iccid(word, length);
 }
 
 void prv_mask_digits(char* text, const char* end) {
@@ -48,12 +73,19 @@ void prv_mask_digits(char* text, const char* end) {
   }
 }
 
-// Masks the words before `end` that `is_secret` tells.
+// Masks the words before `end` that `is_secret` tells, also where dashes divide them.
 void prv_mask_words(char* text, const char* end, bool (*is_secret)(const char* word, size_t length)) {
   while (text < end) {
-    const size_t length = strspn(text, kWordCharacters);
-    if (is_secret(text, length)) prv_mask_digits(text, text + length);
-    text += length > 0 ? length : 1;
+    size_t length = strspn(text, kWordCharacters);
+    const size_t word = length > 0 ? length : 1;
+    size_t secret = 0;
+    for (;;) {
+      if (is_secret(text, length)) secret = length;
+      if (text[length] != '-' || length > kDashedMost) break;
+      length += 1 + strspn(text + length + 1, kWordCharacters);
+    }
+    prv_mask_digits(text, text + secret);
+    text += secret > 0 ? secret : word;
   }
 }
 
@@ -94,7 +126,8 @@ LogText masked_line(const char* line, bool iccid_file_read) {
   if (prv_names_subscriber(start, judged_end)) {
     prv_mask_digits(start, end);
   } else {
-    prv_mask_words(start, judged_end, prv_is_identity);
+    // Beside its name an IMEI is told from an IMSI.
+    prv_mask_words(start, judged_end, prv_holds(start, judged_end, "IMEI") ? prv_is_iccid : prv_is_identity);
   }
   return copy;
 }
