@@ -53,7 +53,7 @@ TEST_P(ProxModel, RandomPolls) {
   int average = 0, fast_polls = 0;
   bool examined = false;
   for (int poll = 0, period = 0, mode = 2; poll < 320; poll++) {
-    if (poll % 40 == 0) {  // another run; what it learned stays
+    if (poll % 16 == 0) {  // another run; what it learned stays
       prox_close();
       ASSERT_TRUE(poll == 0 || control() == "70");
       ASSERT_EQ(0u, prox_open());
@@ -64,7 +64,7 @@ TEST_P(ProxModel, RandomPolls) {
                                        : static_cast<int>(random.below(8192)) - 4096;
     const int drop = random.one_of({0, 1000, 1001, -1001, 40000});
     const int next = static_cast<int16_t>(random.chance(30) ? random.below(65536) : average - drop);
-    write("prox_diff", random.one_of({"%x", "%X\n", "0x%x\n", " %x q"}), diff & 0x1FFF);
+    write("prox_diff", random.one_of({"%x", "%X\n", "0x%x\n", " %x q", "%07xff"}), diff & 0x1FFF);
     write("prox_avg", "%x", next & 0xFFFF);
     write("prox_offset", "%x", offset);
     write("prox_use", "%x", useful);
