@@ -56,7 +56,8 @@ TEST(RegistrationModel, RandomReports) {
     const unsigned stat = random.below(8), lac = random.below(0x10000), cell = random.below(0xFFFFFFFF),
                    cause = random.below(256);
     const unsigned rat = random.one_of({0u, 2u, 7u, 254u}),
-                   band = random.chance(70) ? random.below(125) : random.one_of({850u, 900u, 1800u, 1900u}) + random.below(3) - 1;
+                   band = random.chance(70) ? random.below(125)
+                                            : random.one_of({850u, 900u, 1800u, 1900u}) + random.below(3) - 1;
     const unsigned fields = 1 + random.below(6);
     char text[128], *end = text + std::snprintf(text, sizeof text, "+%s:%s%u", circuit ? "CREG" : "CGREG",
                                                 query ? " 2," : "", stat);
