@@ -315,7 +315,7 @@ bool prv_start() {
     s_channel_lost = false;
   }
   s_reports_taken = brio::relaxed_load(s_reports_queued);
-  int err = pthread_create(&s_event_thread, nullptr, prv_event_thread, nullptr);
+  int err = brio::start_thread(&s_event_thread, prv_event_thread, nullptr);
   if (err != 0) {
     BLIB_E("E blib:%s:%d:createth:err=%d:cant create thread\n", BLIB_HERE, err);
     return false;
@@ -334,7 +334,7 @@ void prv_tear_down() {
   }
   if (s_event_thread_running) {
     q_cancel(s_event_queue);
-    pthread_join(s_event_thread, nullptr);
+    brio::join_thread(s_event_thread);
     s_event_thread_running = false;
   }
   {
@@ -374,7 +374,7 @@ uint32_t blpkt_last_report() {
 }
 
 uint32_t blpkt_init(void) {
-  if (brio::refused_on_own_thread("blpkt_init")) return BLPKT_STATUS_ERROR;
+  if (brio::refused_here("blpkt_init")) return BLPKT_STATUS_ERROR;
   MutexGuard lifecycle(s_lifecycle_mutex);
   prv_tear_down();
   if (prv_start()) return BLPKT_STATUS_SUCCESS;
@@ -383,7 +383,7 @@ uint32_t blpkt_init(void) {
 }
 
 void blpkt_shutdown(void) {
-  if (brio::refused_on_own_thread("blpkt_shutdown")) return;
+  if (brio::refused_here("blpkt_shutdown")) return;
   MutexGuard lifecycle(s_lifecycle_mutex);
   prv_tear_down();
 }
@@ -409,8 +409,8 @@ uint32_t blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t
   const char* shown = command != nullptr ? command : "";
   SendGuard send_lock;
   if (!send_lock.has_taken()) {
-    BLIB_E("E blib:%s:%d:thread:BLPKT_STATUS_BAD_REQUEST:AT cmd %s would wait for its own thread\n",
-           BLIB_HERE, shown);
+    BLIB_E("E blib:%s:%d:thread:BLPKT_STATUS_BAD_REQUEST:AT cmd %s cannot be sent from here\n", BLIB_HERE,
+           shown);
     return BLPKT_STATUS_BAD_REQUEST;
   }
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:>>>>>Start sending [%s]<<<<<\n", BLIB_HERE, shown);
@@ -428,7 +428,7 @@ uint32_t blpkt_atcmd_request_with_callback(const char* command, uint32_t type, c
 }
 
 uint32_t blpkt_abort_manual_nw_scan(void) {
-  if (brio::refused_on_own_thread("blpkt_abort_manual_nw_scan")) return BLPKT_STATUS_ERROR;
+  if (brio::refused_here("blpkt_abort_manual_nw_scan")) return BLPKT_STATUS_ERROR;
   MutexGuard lock(s_response_mutex);
   return prv_queue_response_and_wake(BLPKT_STATUS_SCAN_ABORTED) ? BLPKT_STATUS_SCAN_ABORTED
                                                                 : BLPKT_STATUS_ERROR;

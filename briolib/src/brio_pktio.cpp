@@ -349,7 +349,7 @@ void prv_request_stop() {
 void prv_end_thread() {
   if (!s_thread_running) return;
   prv_request_stop();
-  pthread_join(s_thread, nullptr);
+  brio::join_thread(s_thread);
   s_thread_running = false;
 }
 
@@ -417,7 +417,7 @@ void pktio_set_shutdown_callback(void (*callback)(void*), void* context) {
 }
 
 uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* context) {
-  if (brio::refused_on_own_thread("pktio_init")) return kFailed;
+  if (brio::refused_here("pktio_init")) return kFailed;
   MutexGuard lifecycle(s_lifecycle_mutex);
   prv_end_thread();
   Ports ports;
@@ -434,7 +434,7 @@ uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* cont
     MutexGuard lock(s_ports_mutex);
     s_ports = ports;
   }
-  int err = pthread_create(&s_thread, nullptr, prv_read_thread, nullptr);
+  int err = brio::start_thread(&s_thread, prv_read_thread, nullptr);
   if (err != 0) {
     BLIB_E("E blib:%s:%d:create_th:err=%d:cant create thread\n", BLIB_HERE, err);
     prv_retire_ports();
@@ -445,7 +445,7 @@ uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* cont
 }
 
 uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* response_prefix) {
-  if (command == nullptr) return kFailed;
+  if (command == nullptr || brio::refused_in_forked_child("pktio_at_send_cmd")) return kFailed;
   prv_set_command(type, response_prefix);
   memset(s_send_buffer, 0, sizeof(s_send_buffer));
   size_t length = strnlen(command, sizeof(s_send_buffer) - 1);
@@ -463,7 +463,7 @@ uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* respo
 }
 
 void pktio_shutdown(void) {
-  if (brio::refused_on_own_thread("pktio_shutdown")) return;
+  if (brio::refused_here("pktio_shutdown")) return;
   MutexGuard lifecycle(s_lifecycle_mutex);
   prv_end_thread();
 }

@@ -15,7 +15,6 @@
 #include "base/log.h"
 #include "base/own_threads.h"
 #include "base/paths.h"
-#include "base/process_owner.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
@@ -46,7 +45,6 @@ Capture s_capture;
 // Host thread only. A copy thread that ended by itself leaves s_running set until it is joined.
 pthread_t s_thread;
 int32_t s_running;
-brio::ProcessOwner s_owner;  // claimed with each start
 
 // Copy thread only; set by the first write failure of the process.
 uint32_t s_disk_full_reported;
@@ -215,14 +213,13 @@ uint32_t prv_read_log_from_tst(const char* log_path) {
   s_capture.sockets[1] = sockets[1];
   s_capture.log = log.release();
   pthread_mutex_unlock(&s_capture_mutex);
-  int error = pthread_create(&s_thread, nullptr, prv_log_rw_thread, nullptr);
+  int error = brio::start_thread(&s_thread, prv_log_rw_thread, nullptr);
   if (error != 0) {
     BLIB_E("E blib:%s:%d:brio_read_log_from_tst:err=%d:cant create thread\n", BLIB_HERE, error);
     prv_release();
     return BRIO_STATUS_FAILURE;
   }
   s_running = 1;
-  s_owner.claim();
   return BRIO_STATUS_OK;
 }
 
@@ -311,7 +308,7 @@ uint32_t brio_trace_tst_log(const char* filter_path, const char* log_prefix) {
 }
 
 void brio_trace_tst_stop() {
-  if (brio::refused_on_own_thread("brio_trace_tst_stop") || s_running <= 0 || s_owner.is_elsewhere()) return;
+  if (brio::refused_here("brio_trace_tst_stop") || s_running <= 0) return;
   pthread_mutex_lock(&s_capture_mutex);
   int* stop = &s_capture.sockets[1];
   if (!brio::send_stop(*stop)) {
@@ -324,6 +321,6 @@ void brio_trace_tst_stop() {
     }
   }
   pthread_mutex_unlock(&s_capture_mutex);
-  pthread_join(s_thread, nullptr);
+  brio::join_thread(s_thread);
   s_running = 0;
 }

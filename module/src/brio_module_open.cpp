@@ -139,11 +139,6 @@ void prv_open_ipc() {
   if (g_module.ipc == nullptr) log_get_error("Npic handle", 0);
 }
 
-// Whether this is a child of the process that has the module open.
-bool prv_belongs_to_parent() {
-  return module_is_open() && g_module.owner.is_elsewhere();
-}
-
 uint32_t prv_open() {
   // A second open tears the module down: hosts call open and close in pairs.
   if (module_is_open()) return WABS_STATUS_ALREADY_OPEN;
@@ -155,7 +150,6 @@ uint32_t prv_open() {
   }
   prv_start_trace();
   relaxed_store(g_module.mcc_mnc_refresh, 1u);
-  g_module.owner.claim();
   relaxed_store(g_module.library_open, uint8_t{1});
   relaxed_store(g_611_urc_on, 0u);
   prv_start_prox();
@@ -180,8 +174,7 @@ using brio::kSourceFile;
 
 uint32_t wabs_open(void) {
   MODULE_ENTER();
-  if (brio::refused_on_own_thread("wabs_open")) MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
-  if (brio::prv_belongs_to_parent()) MODULE_RETURN(WABS_STATUS_ALREADY_OPEN);
+  if (brio::refused_here("wabs_open")) MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   uint32_t status = brio::prv_open();
   if (status != WABS_STATUS_OK) {
     brio::prv_close_library();
@@ -193,8 +186,7 @@ uint32_t wabs_open(void) {
 
 uint32_t wabs_close(void) {
   MODULE_ENTER();
-  if (brio::refused_on_own_thread("wabs_close")) MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
-  if (brio::prv_belongs_to_parent()) MODULE_RETURN(WABS_STATUS_OK);
+  if (brio::refused_here("wabs_close")) MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   brio::prv_close_prox();
   brio::prv_close_library();
   MODULE_RETURN(brio::prv_close_ipc());

@@ -4,7 +4,6 @@
 
 #include <stdint.h>
 
-#include "base/process_owner.h"
 #include "base/words.h"
 #include "brio/brio.h"
 #include "brio/wabs.h"
@@ -18,7 +17,6 @@ inline constexpr char kSourceFile[] = "brio_module";
 // writer.
 struct ModuleState {
   uint8_t library_open;      // also read by the thread that aborts a scan: relaxed atomic
-  ProcessOwner owner;        // claimed when the library is open
   uint8_t prox_open;         // the proximity monitor runs
   void* ipc;                 // connection to the device's IPC service, null when it is not to be had
   int32_t cached_time_zone;  // quarter hours, -1 not known: written by the event thread, relaxed atomic

@@ -16,7 +16,6 @@
 #include "base/guards.h"
 #include "base/own_threads.h"
 #include "base/paths.h"
-#include "base/process_owner.h"
 #include "base/words.h"
 #include "brio/brio.h"
 #include "module_log.h"
@@ -60,7 +59,6 @@ int s_sockets[2] = {-1, -1};
 // Host thread only. A thread that prox_close could not join is joined by the next prox_open or prox_close.
 pthread_t s_thread;
 bool s_thread_started;
-brio::ProcessOwner s_owner;  // claimed with each start
 
 // Guards s_control, the value that the control register was last told, and with it the order of the writes.
 pthread_mutex_t s_control_mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -322,7 +320,7 @@ void prv_let_go_of_monitor() {
 // False when there was no thread to join.
 bool prv_join_monitor() {
   if (!s_thread_started) return false;
-  pthread_join(s_thread, nullptr);
+  brio::join_thread(s_thread);
   s_thread_started = false;
   return true;
 }
@@ -344,16 +342,10 @@ void prv_not_closed_properly() {
   MODULE_I("I proxlib:closing lib::proxlib was NOT closed properly");
 }
 
-// Whether this is no place to start or stop the monitor: a thread that it would wait for, or a child of the
-// process whose monitor runs.
-bool prv_is_refused(const char* function) {
-  return brio::refused_on_own_thread(function) || (s_thread_started && s_owner.is_elsewhere());
-}
-
 }  // namespace
 
 uint32_t prox_open() {
-  if (prv_is_refused("prox_open")) return 3;
+  if (brio::refused_here("prox_open")) return 3;
   // A monitor that was never closed, or not joined then, ends before the next one starts.
   prv_let_go_of_monitor();
   prv_join_monitor();
@@ -382,7 +374,7 @@ uint32_t prox_open() {
   MODULE_I("I proxlib:prox init::prox sensor init is done");
 
   void* own = reinterpret_cast<void*>(static_cast<intptr_t>(sockets[0]));
-  int error = pthread_create(&s_thread, nullptr, prv_update_prox_reading, own);
+  int error = brio::start_thread(&s_thread, prv_update_prox_reading, own);
   if (error != 0) {
     MODULE_E("E proxlib:pthread:status=%d:can't create thread", error);
     prv_close_sockets(sockets[0]);
@@ -390,13 +382,12 @@ uint32_t prox_open() {
     return 3;
   }
   s_thread_started = true;
-  s_owner.claim();
   MODULE_D(WABS_LOG_VALUE, "D proxlib:opened (%s:%s:%d)");
   return 0;
 }
 
 void prox_close() {
-  if (prv_is_refused("prox_close")) return;
+  if (brio::refused_here("prox_close")) return;
   if (!prv_switch_off()) {
     prv_not_closed_properly();
     return;

@@ -11,8 +11,8 @@
  * there with an error line: brio_open and brio_close return BRIO_STATUS_BUSY (2), operations that send a
  * command a request failure (4, or what they return for any failed request), brio_abort_manual_nw_scan 4.
  *
- * A child of fork() has no part in the library that its parent has open: there brio_open returns 2,
- * brio_close and the other closes do nothing, and gated operations return 1.
+ * The same is refused in a child of fork() whose parent has the library open, with gated operations
+ * returning 1: the child has no part in it.
  */
 #ifndef BRIO_BRIO_H
 #define BRIO_BRIO_H

@@ -106,8 +106,8 @@ BRIO_API uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, v
 BRIO_API uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* response_prefix);
 
 /* Ends and joins the read thread; harmless when it does not run. A command that waits for room fails.
- * Refused with an error line on the library's own threads, as pktio_init (1), blpkt_init (2) and
- * blpkt_shutdown are. */
+ * Refused with an error line on the library's own threads and in a forked child, as pktio_init (1),
+ * blpkt_init (2) and blpkt_shutdown are; in a forked child pktio_at_send_cmd (1) as well. */
 BRIO_API void pktio_shutdown(void);
 
 /* ---- Tokenizer and string helpers
@@ -228,7 +228,7 @@ enum blpkt_status {
   BLPKT_STATUS_SUCCESS = 0,
   BLPKT_STATUS_TIMEOUT = 1,     /* no final line in time; a late answer is discarded */
   BLPKT_STATUS_ERROR = 2,       /* write failed, error final, or the response queue failed */
-  BLPKT_STATUS_BAD_REQUEST = 3, /* null command, or the thread would wait for itself */
+  BLPKT_STATUS_BAD_REQUEST = 3, /* null command, its own thread or a forked child */
   BLPKT_STATUS_SCAN_ABORTED = 8 /* blpkt_abort_manual_nw_scan */
 };
 

@@ -7,7 +7,6 @@
 #include "base/log.h"
 #include "base/own_threads.h"
 #include "base/paths.h"
-#include "base/process_owner.h"
 #include "base/text.h"
 #include "base/words.h"
 #include "brio/brio_at.h"
@@ -39,8 +38,6 @@ struct LibraryState {
   uint32_t closing;
 };
 LibraryState s_state;
-// Claimed while the library opens and is open.
-brio::ProcessOwner s_owner;
 
 // Read thread, whenever it ends. It must not wait for the state mutex: brio_open may hold that while it joins
 // this thread.
@@ -168,17 +165,6 @@ void prv_start_sar() {
   }
 }
 
-// Claims the library for this process, and gives it back when the open fails.
-class Claim {
- public:
-  Claim() { s_owner.claim(); }
-  ~Claim() {
-    if (s_state.library_open == 0) s_owner.release();
-  }
-  Claim(const Claim&) = delete;
-  Claim& operator=(const Claim&) = delete;
-};
-
 uint32_t prv_library_status() {
   if (brio::relaxed_load(s_state.library_open) == 0) return BRIO_STATUS_NOT_OPEN;
   const uint32_t modem_failed = brio::relaxed_load(s_state.modem_failed);
@@ -192,11 +178,10 @@ uint32_t prv_library_status() {
 }  // namespace
 
 uint32_t brio_open(const char* query_port) {
-  // In a child of the process that has it open another thread may have held the mutex.
-  if (brio::refused_on_own_thread("brio_open") || s_owner.is_elsewhere()) return BRIO_STATUS_BUSY;
+  // Before the mutex: in a forked child another thread of the parent may hold it.
+  if (brio::refused_here("brio_open")) return BRIO_STATUS_BUSY;
   brio::MutexGuard state_guard(s_state_mutex);
   if (s_state.library_open != 0 || s_state.closing != 0) return BRIO_STATUS_BUSY;
-  const Claim claim;
 
   prv_read_log_config();
   at_parse_init();
@@ -227,8 +212,7 @@ uint32_t brio_open(const char* query_port) {
 }
 
 uint32_t brio_close(void) {
-  if (brio::refused_on_own_thread("brio_close")) return BRIO_STATUS_BUSY;
-  if (s_owner.is_elsewhere()) return BRIO_STATUS_OK;
+  if (brio::refused_here("brio_close")) return BRIO_STATUS_BUSY;
   bool was_open;
   {
     brio::MutexGuard state_guard(s_state_mutex);
@@ -241,7 +225,6 @@ uint32_t brio_close(void) {
   if (was_open) prv_stop_channel();
 
   brio::MutexGuard state_guard(s_state_mutex);
-  s_owner.release();
   brio::relaxed_store(s_state.library_open, 0u);
   brio::relaxed_store(s_state.closing, 0u);
   brio::relaxed_store(s_state.modem_failed, 0u);
@@ -249,7 +232,7 @@ uint32_t brio_close(void) {
 }
 
 uint32_t briolib_check_library_status(void) {
-  if (s_owner.is_elsewhere()) return BRIO_STATUS_NOT_OPEN;
+  if (brio::in_forked_child()) return BRIO_STATUS_NOT_OPEN;
   // A callback that waited for an open would keep its answer from it. Until its end the library is not open.
   if (brio::on_channel_thread()) return prv_library_status();
   brio::MutexGuard state_guard(s_state_mutex);

@@ -26,8 +26,7 @@
  * wabs_open until it returns 0.
  *
  * Callbacks that a host registers with brio.h instead get 2 from wabs_open, wabs_close and whatever sends a
- * command. A child of fork() leaves its parent's module alone: there wabs_open returns 4, and wabs_close 0
- * without closing anything.
+ * command, and so does a child of fork() whose parent has the module open: nothing happens to it there.
  *
  * Off the device, call brio_set_root_dir of brio.h before wabs_open: it prepends a directory to the path of
  * every port and file.
