@@ -11,6 +11,7 @@
 
 #include <syslog.h>
 
+#include "base/log.h"
 #include "base/words.h"
 #include "brio/wabs.h"
 
@@ -22,11 +23,11 @@ inline bool module_log_on(uint32_t bits) {
 
 }  // namespace brio
 
-#define MODULE_LINE(bits, priority, ...) \
-  do {                                   \
-    if (::brio::module_log_on(bits)) {   \
-      ::syslog(priority, __VA_ARGS__);   \
-    }                                    \
+#define MODULE_LINE(bits, priority, ...)       \
+  do {                                         \
+    if (::brio::module_log_on(bits)) {         \
+      ::brio::log_line(priority, __VA_ARGS__); \
+    }                                          \
   } while (0)
 
 #define MODULE_D(bits, ...) MODULE_D_OF(__func__, bits, __VA_ARGS__)

@@ -14,7 +14,6 @@ using Byte = unsigned char;
 
 // A line of the ports, a prefix and the words around them; a longer line is cut.
 constexpr size_t kLineSize = BRIO_LINE_DATA_MAX + 1024;
-constexpr char kReplacement = '?';
 
 // Well-formed UTF-8 (RFC 3629) by its first two bytes; any further one is 0x80 to 0xBF.
 struct Utf8Row {
@@ -45,27 +44,44 @@ bool prv_is_control(const Byte* text, size_t length) {
   return byte < 0x20 || (byte >= 0x7F && byte < 0xA0);
 }
 
-void prv_replace_controls(char* line) {
-  for (Byte* text = reinterpret_cast<Byte*>(line); *text != '\0';) {
-    const size_t length = prv_utf8_length(text);
-    if (prv_is_control(text, length)) memset(text, kReplacement, length);
-    text += length;
+// Copies as much as fits, control characters as "\x1b"; with `keeps_lines` a "\n" stays.
+void prv_escape_controls(const char* raw, bool keeps_lines, char (&line)[kLineSize]) {
+  constexpr char kHex[] = "0123456789abcdef";
+  constexpr size_t kEscape = 4;
+  size_t used = 0;
+  for (const Byte* text = reinterpret_cast<const Byte*>(raw); *text != '\0';) {
+    size_t length = prv_utf8_length(text);
+    const bool escaped = prv_is_control(text, length) && !(keeps_lines && *text == '\n');
+    for (; length > 0 && used + kEscape < kLineSize; length--, text++) {
+      if (escaped) {
+        line[used++] = '\\';
+        line[used++] = 'x';
+        line[used++] = kHex[*text >> 4];
+        line[used++] = kHex[*text & 15];
+      } else {
+        line[used++] = static_cast<char>(*text);
+      }
+    }
+    if (length > 0) break;
   }
+  line[used] = '\0';
 }
 
 }  // namespace
 
 void log_line(int priority, const char* format, ...) {
-  char line[kLineSize];
+  char raw[kLineSize];
   va_list arguments;
   va_start(arguments, format);
-  vsnprintf(line, sizeof(line), format, arguments);
+  vsnprintf(raw, sizeof(raw), format, arguments);
   va_end(arguments);
-  const size_t format_length = strlen(format);
-  const size_t length = strlen(line);
-  const bool ends_line = length > 0 && format_length > 0 && format[format_length - 1] == '\n';
-  if (ends_line) line[length - 1] = '\0';
-  prv_replace_controls(line);
+  // An end of line that stands in the format itself is meant.
+  const char* line_end = strchr(format, '\n');
+  const bool ends_line = line_end != nullptr && line_end[1] == '\0';
+  const size_t length = strlen(raw);
+  if (ends_line && length > 0) raw[length - 1] = '\0';
+  char line[kLineSize];
+  prv_escape_controls(raw, line_end != nullptr && !ends_line, line);
   ::syslog(priority, ends_line ? "%s\n" : "%s", line);
 }
 

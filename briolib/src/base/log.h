@@ -20,8 +20,8 @@ inline bool log_on(uint32_t bits) {
   return (relaxed_load(g_brio_lib_log_mask) & bits) != 0;
 }
 
-// A line that is always written: whatever a modem sent, each of its control characters is a "?". Only the
-// line end of the format stays.
+// A line without control characters, whatever a modem sent: each is an escape ("\x1b"). Only line ends of
+// the format stay; a format that holds one before its end keeps those of its arguments, too.
 void log_line(int priority, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 }  // namespace brio

@@ -102,7 +102,7 @@ std::string escaped(const std::string& bytes) {
     char code[8] = {c};
     const auto byte = static_cast<unsigned char>(c);
     if (byte < 0x20 || byte >= 0x7F) snprintf(code, sizeof code, "\\x%02x", byte);
-    text += c == '\n' ? "\\n" : c == '\r' ? "\\r" : c == '\t' ? "\\t" : code;
+    text += c == '\n' ? "\\n" : c == '\r' ? "\\r" : c == '\t' ? "\\t" : c == '\\' ? "\\\\" : code;
   }
   return text;
 }
