@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <regex>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "modemsim/device_root.h"
+#include "modemsim/modem.h"
 
 namespace {
 
@@ -111,11 +113,26 @@ storm = { urc = "+GTBARS: \u001b[2J", count = 600, every = 0.1 }
   const std::string program = BRIOCTL " --scenario " + root.path("/hostile.toml");
   constexpr char kEscaped[] = "\\\\x1b\\[2J\\\\xc2\\\\x9b";
   check(program.c_str(), {{"status", 0, {kEscaped, " caf\xc3\xa9"}},
+                          {"status --json", 0, {"\\\\u001b\\[2J\\\\u009b caf"}},
                           {"page", 0, {kEscaped, "\n2\\.2"}},
                           {"scan", 0, {"E-UTRAN +Caf\xc3\xa9 ", kEscaped}},
                           {"at AT+LIST", 0, {"^\\+LIST: \\\\x1b\\[2J\\\\x7f\\\\xc2\\\\x9b caf\xc3\xa9\nOK"}},
-                          {"-v at AT+EVIL", 1, {"\n\\+CME ERROR: \\?\\]0;\\?\n"}},
+                          {"-v at AT+EVIL", 1, {"\n\\+CME ERROR: \\\\x1b\\]0;\\\\x07\n"}},
                           {"watch --seconds 20 | grep -m 1 +GTBARS", 0, {"report  \\+GTBARS: "}}});
+}
+
+// Of all that stands beside it.
+TEST(Brioctl, ShowsTheTraceThatItMade) {
+  modemsim::DeviceRoot root;
+  modemsim::Modem modem;
+  ASSERT_TRUE(modem.start(root.dir()));
+  root.write("/var/local/wan/debug/trace_filter.cfg", "AT+TRACE=1\n");
+  const std::string planted = "/mnt/us/trace_log_9\x1b[2J";
+  root.write(planted, "planted");
+  std::filesystem::last_write_time(root.path(planted),
+                                   std::filesystem::file_time_type::clock::now() + std::chrono::hours(1));
+  const std::string program = BRIOCTL " --root " + root.dir();
+  check(program.c_str(), {{"trace --seconds 1", 0, {"/mnt/us/trace_log(_[0-9]+){6}\\.istp: [0-9]+ bytes"}}});
 }
 
 TEST(Modemsim, RunsAScenarioAndRefusesABadOne) {
@@ -148,9 +165,13 @@ TEST(Modemsim, WritesOnlyIntoItsOwnFolder) {
   ASSERT_EQ(geteuid() == 0, given);  // root alone can give things to others
   check(MODEMSIM, {{play(planted.dir()).c_str(), 0, {"query port"}},
                    {play(linked.dir()).c_str(), 1, {"/proc is in the way"}},
-                   {play(shared.dir()).c_str(), 1, {"everybody may write in "}},
+                   {play(shared.dir()).c_str(), 1, {"others may write in "}},
+                   {play(shared.dir() + "/new").c_str(), 1, {"others may write in "}},
                    {play(given ? theirs.dir() : "/").c_str(), 1, {"belongs to another user"}}});
-  if (given) check(MODEMSIM, {{play(link + "/new").c_str(), 1, {"is a link of another user"}}});
+  if (given) {
+    check(MODEMSIM, {{play(link + "/new").c_str(), 1, {"is a link of another user"}},
+                     {play(theirs.dir() + "/new").c_str(), 1, {"belongs to another user"}}});
+  }
   EXPECT_EQ("mine", victim.read("/mine"));
   EXPECT_FALSE(std::filesystem::exists(victim.path("/net")));
 }

@@ -1,9 +1,5 @@
 // brioctl at, page, trace and ant.
-#include <dirent.h>
-#include <sys/stat.h>
-
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <vector>
@@ -23,27 +19,6 @@ uint32_t recv_func_collect(const ATResponse* response, void* user_data, uint16_t
   }
   lines->push_back(response->final_response != nullptr ? response->final_response : "OK");
   return 0;
-}
-
-// The newest file that begins with `prefix`, and its size.
-bool newest_trace(const std::string& prefix, std::string& path, long long& size) {
-  size_t slash = prefix.rfind('/');
-  std::string directory = prefix.substr(0, slash), start = prefix.substr(slash + 1) + "_";
-  DIR* dir = opendir(directory.empty() ? "/" : directory.c_str());
-  if (dir == nullptr) return false;
-  time_t newest = -1;
-  while (dirent* entry = readdir(dir)) {
-    std::string candidate = directory + "/" + entry->d_name;
-    struct stat info;
-    if (strncmp(entry->d_name, start.c_str(), start.size()) == 0 && stat(candidate.c_str(), &info) == 0 &&
-        info.st_mtime >= newest) {
-      newest = info.st_mtime;
-      path = candidate;
-      size = info.st_size;
-    }
-  }
-  closedir(dir);
-  return newest >= 0;
 }
 
 const char* trace_problem(uint32_t status) {
@@ -126,20 +101,22 @@ int run_trace(const Options& options, const std::string& filter, const std::stri
   }
   printf("Trace running; Ctrl-C ends it.\n");
   double waited = 0;
-  std::string path;
-  long long size = 0;
+  const std::string path = session.host_path(log_sink::trace_name());
+  const auto size = [&path] {
+    std::error_code failed;
+    const auto bytes = std::filesystem::file_size(path, failed);
+    return failed ? -1 : static_cast<long long>(bytes);
+  };
   while (seconds < 0 || waited < seconds) {
     if (!pause_for(1)) break;
     waited += 1;
-    if (newest_trace(session.host_path(prefix), path, size)) printf("  %4.0f s  %lld bytes\n", waited, size);
+    printf("  %4.0f s  %lld bytes\n", waited, size());
     fflush(stdout);
   }
   session.lib.brio_trace_tst_stop();
   session.close();
-  if (!newest_trace(session.host_path(prefix), path, size)) {
-    throw Failure("No trace file is there; look at the log with -v.");
-  }
-  printf("%s: %lld bytes%s\n", path.c_str(), size,
+  if (size() < 0) throw Failure("No trace file is there; look at the log with -v.");
+  printf("%s: %lld bytes%s\n", printable(path).c_str(), size(),
          session.simulated() ? " (gone with the simulation; modemsim and --root keep them)" : "");
   return 0;
 }

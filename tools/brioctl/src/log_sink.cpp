@@ -18,6 +18,7 @@ std::mutex s_mutex;  // guards everything below
 bool s_echo = false;
 std::string s_first_error;
 std::string s_modem_error;
+std::string s_trace_name;
 std::vector<Request> s_requests;
 Clock::time_point s_request_start;
 std::vector<std::string> s_events;
@@ -84,6 +85,8 @@ void take(int priority, const char* format, va_list arguments) {
   if (LOG_PRI(priority) == LOG_ERR && s_first_error.empty()) s_first_error = line;
   std::string refused = between(line, "AT_err_string:", ":");
   if (!refused.empty()) s_modem_error = refused;
+  std::string trace = between(line, "brio_trace_tst_log:name=\"", "\":start to catch");
+  if (!trace.empty()) s_trace_name = trace;
   note_request(line);
   note_event(line);
 }
@@ -109,6 +112,11 @@ void clear_errors() {
   std::lock_guard<std::mutex> lock(s_mutex);
   s_first_error.clear();
   s_modem_error.clear();
+}
+
+std::string trace_name() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  return s_trace_name;
 }
 
 std::vector<Request> take_requests() {

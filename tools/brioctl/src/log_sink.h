@@ -24,6 +24,8 @@ std::string first_error();
 // The final line of the last command that the modem refused, "" when there was none.
 std::string modem_error();
 void clear_errors();
+// The device path of the trace file that the library named last.
+std::string trace_name();
 
 // Requests seen since the last call.
 std::vector<Request> take_requests();

@@ -93,7 +93,8 @@ std::string render_json(const std::vector<Row>& rows) {
     if (!row.unit.empty()) entry["unit"] = row.unit;
     values[row.operation] = entry;
   }
-  return values.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  // ASCII only: terminals take DEL and C1 for controls.
+  return values.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
 std::string masked(const std::string& digits, bool show) {

@@ -21,23 +21,41 @@ std::string hexadecimal(int value, unsigned mask) {
   return format("%x\n", static_cast<unsigned>(value) & mask);
 }
 
-}  // namespace
+// A group of one's own is trusted, as a umask of 002 means it.
+bool others_write(const struct stat& info) {
+  return (info.st_mode & S_IWOTH) != 0 || ((info.st_mode & S_IWGRP) != 0 && info.st_gid != getegid());
+}
 
-std::string foreign_root(const std::string& root) {
+// Why somebody else may put another folder in the place of `path`, as far as it exists, or "".
+std::string replaceable(const fs::path& path) {
   struct stat info {};
   // Root under any user name space: it may replace everything anyway.
   const uid_t administrator = stat("/", &info) == 0 ? info.st_uid : 0;
   fs::path place;
-  for (const fs::path& part : fs::absolute(root)) {
+  std::string problem;
+  for (const fs::path& part : path) {
     place /= part;
-    if (lstat(place.c_str(), &info) != 0) return "";
-    if (S_ISLNK(info.st_mode) && info.st_uid != geteuid() && info.st_uid != administrator) {
-      return place.string() + " is a link of another user";
+    if (!problem.empty() || stat(place.c_str(), &info) != 0 || lstat(place.c_str(), &info) != 0) break;
+    const bool link = S_ISLNK(info.st_mode);
+    if (info.st_uid != geteuid() && info.st_uid != administrator) {
+      problem = place.string() + (link ? " is a link of another user" : " belongs to another user");
+    } else if (link) {
+      problem = replaceable(place.parent_path() / fs::read_symlink(place));
+    } else if (others_write(info) && (info.st_mode & S_ISVTX) == 0) {
+      problem = "others may write in " + place.string();
     }
   }
-  if (stat(root.c_str(), &info) != 0) return "";
+  return problem;
+}
+
+}  // namespace
+
+std::string foreign_root(const std::string& root) {
+  std::string problem = replaceable(fs::absolute(root));
+  struct stat info {};
+  if (!problem.empty() || stat(root.c_str(), &info) != 0) return problem;
   if (info.st_uid != geteuid()) return root + " belongs to another user";
-  return (info.st_mode & S_IWOTH) != 0 ? "everybody may write in " + root : "";
+  return others_write(info) ? "others may write in " + root : "";
 }
 
 std::string make_device_folder(const std::string& root, const std::string& folder) {

@@ -12,8 +12,9 @@ namespace modemsim {
 // The proximity sensor's entries.
 constexpr char kProxFolder[] = "/sys/devices/virtual/proximity/proximity0/";
 
-// Why nothing should be written below `root`, or "": it is a folder of another user or open to everybody, or
-// another user's link leads there. A root that is still to be made is fine.
+// Why nothing should be written below `root`, or "": it is a folder of another user or others may write in
+// it, or on the way there a folder or link is another user's, or others may replace it (a folder in which
+// they may write, without the sticky bit). What is still to be made is fine.
 std::string foreign_root(const std::string& root);
 
 // Each returns "" or what went wrong. No link below the root is followed. Files are replaced whole: a reader
