@@ -61,12 +61,11 @@ uint32_t brio_get_sim_static_info(int32_t force) {
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:collecting static info of modem\n", BLIB_HERE);
   prv_read_file(brio::parse::kReadIccidCommand);
 
-  const brio::DevicePath path(brio::kStaticInfoFile);
-  const bool file_exists = brio::Descriptor(brio::open_input(path.c_str())).valid();
+  const bool file_exists = static_cast<bool>(brio::InputFile(brio::kStaticInfoFile));
   if (file_exists && force == 0) return BRIO_STATUS_OK;
   if (file_exists && briolib_get_sim_info_md5_status() == 0) {
     // A file that cannot be read through leaves the digest unknown: the dump writes the file anew.
-    briolib_get_file_md5_hash(path.c_str(), brio::g_sim_info_hash);
+    briolib_get_file_md5_hash(brio::DevicePath(brio::kStaticInfoFile).c_str(), brio::g_sim_info_hash);
     briolib_set_sim_info_md5_status(1);
   }
 
