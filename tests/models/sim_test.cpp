@@ -6,7 +6,6 @@
 
 #include "brio/brio_types.h"
 #include "brio/briolib.h"
-#include "parse/sim_identity.h"
 #include "support/random.h"
 
 namespace {
@@ -28,8 +27,9 @@ std::string network(Random& random, bool technologies, plmn_entry* entry) {
   const char* const hex = random.one_of({"0123456789ABCDEF", "0123456789abcdef"});
   text += {hex[random.below(4) + (bits & 4) + ((bits & 2) << 2)], hex[random.below(16)],
            hex[random.below(8) + ((bits & 1) << 3)], hex[random.below(16)]};
-  if (random.chance(5))
-    text[6] = random.one_of({'/', ':', '@', 'G', '`', 'g'}), bits |= 6;  // no digit: all of them
+  if (random.chance(5)) {  // no digit: all of them
+    text[6] = random.one_of({'/', ':', '@', 'G', '`', 'g'}), bits |= 6;
+  }
   if (technologies) entry->access_tech = static_cast<uint8_t>(bits != 0 ? bits : 255);
   return text;
 }
@@ -68,7 +68,7 @@ TEST(SimModel, RandomFiles) {
     const unsigned file =
         random.one_of({28512u, 28513u, 28514u, 28539u, 28633u, 28643u, 28531u, 28542u, 12258u, 28540u});
     kept_lists = lists, kept_info = info;
-    const std::string hex = random.digits(random.below(60));
+    std::string hex = random.digits(random.below(60));
     const auto text = [&](auto& field) {
       std::memset(field, 0, sizeof field);
       hex.copy(field, sizeof field - 1);
@@ -95,17 +95,20 @@ TEST(SimModel, RandomFiles) {
     const bool whole = !random.chance(5), good = sw1 == 144 || sw1 == 145 || (sw1 == 146 && sw2 == 64);
     if (good && whole && !data.empty()) lists = kept_lists, info = kept_info;
     const std::string blank = random.one_of({"", " "});
-    std::string command = "AT+CRSM=176," + blank + std::to_string(file) + ",0,0,0",
-                line = "+CRSM:" + blank + std::to_string(sw1) + "," + blank + std::to_string(sw2) + "," +
-                       blank + "\"" + data + (whole ? "\"" : "");
-    const std::string shown = command + " " + line;
+    std::string command = "AT+CRSM=176,", line;
+    for (const auto& part : {blank, std::to_string(file), std::string(",0,0,0")}) command += part;
+    for (const auto& part : {std::string("+CRSM:"), blank, std::to_string(sw1), "," + blank,
+                             std::to_string(sw2), "," + blank, '"' + data, std::string(whole ? "\"" : "")}) {
+      line += part;
+    }
+    const std::string shown = line;
     ASSERT_EQ(0u, at_parse(line.data(), command.data(), nullptr));
     static sim_plmn_data stored_lists;
     sim_info_data stored_info;
     briolib_get_sim_plmn_data(&stored_lists);
     briolib_get_sim_info_data(&stored_info);
-    ASSERT_EQ(0, std::memcmp(&lists, &stored_lists, sizeof lists)) << shown;
-    ASSERT_EQ(texts(info), texts(stored_info)) << shown;
+    ASSERT_EQ(0, std::memcmp(&lists, &stored_lists, sizeof lists)) << command << " " << shown;
+    ASSERT_EQ(texts(info), texts(stored_info)) << command << " " << shown;
   }
 }
 

@@ -53,12 +53,13 @@ TEST(TimeModel, RandomReports) {
       const bool has_dst = !random.chance(5);
       rest += "," + zone_text + (has_dst ? "," : "") + (has_dst && dst >= 0 ? std::to_string(dst) : "");
       whole = whole && kind >= 9 && has_dst && rest.size() >= 23 && rest.size() <= 25;
-      line = "+CIEV:" + blank + std::to_string(kind) + "," + rest;
+      line = "+CIEV:" + blank + std::to_string(kind);
     } else {
       rest += random.one_of({"", "", ",1"});
       whole = whole && rest.size() >= 19 && rest[0] == '"';
-      line = "+CTZV:" + blank + zone_text + "," + rest;
+      line = "+CTZV:" + blank + zone_text;
     }
+    line.append(",").append(rest);
     expected.insert(expected.end(), {255, zone, indicator ? dst : -1});
 
     network_time stored = {9, 9, 9, 9, 9, 9, 9, 9, 9};

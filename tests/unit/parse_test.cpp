@@ -12,7 +12,6 @@
 #include "kit/exact_text.h"
 #include "parse/modem_config.h"
 #include "parse/scan_list.h"
-#include "parse/time_report.h"
 #include "static_info.h"
 
 namespace {
@@ -79,19 +78,6 @@ TEST(Scan, FitsTheBufferThatTheHeaderNames) {
   }
   EXPECT_EQ(31, count);
   EXPECT_EQ(BRIO_LINE_DATA_MAX - 1 - strlen("+COPS:") + 30 * kScanEntryGrowth + 5, used);
-}
-
-TEST(Times, AreCompleteOnlyWhole) {
-  const struct {
-    TimeReport (*parse)(char* rest);
-    std::string line;
-  } cases[] = {{parse_ctzv, " -28,\"26/03/07,09:05:00\""}, {parse_ciev, " 9,\"26/03/07,09:05:00\",-28,0"}};
-  for (const auto& [parse, line] : cases) {
-    EXPECT_EQ(TimeOutcome::kComplete, parse(ExactText(line).get()).outcome) << line;
-    for (size_t length = 0; length + 1 < line.size(); length++) {
-      EXPECT_NE(TimeOutcome::kComplete, parse(ExactText(line.substr(0, length)).get()).outcome) << length;
-    }
-  }
 }
 
 TEST(RemovedFile, IsQuotedBelowARootDirectory) {
