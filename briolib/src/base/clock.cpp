@@ -1,9 +1,14 @@
 #include "base/clock.h"
 
 #include <errno.h>
-#include <unistd.h>
 
 namespace brio {
+
+// A signal does not shorten it.
+static void prv_sleep(timespec left) {
+  while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+  }
+}
 
 bool clock_monotonic(timespec* now) {
   return clock_gettime(CLOCK_MONOTONIC, now) == 0;
@@ -14,14 +19,11 @@ time_t clock_wall() {
 }
 
 void sleep_seconds(unsigned seconds) {
-  while (seconds > 0) seconds = sleep(seconds);
+  prv_sleep({static_cast<time_t>(seconds), 0});
 }
 
 void sleep_milliseconds(unsigned milliseconds) {
-  timespec left = {static_cast<time_t>(milliseconds / 1000),
-                   static_cast<long>(milliseconds % 1000) * 1000000L};
-  while (nanosleep(&left, &left) != 0 && errno == EINTR) {
-  }
+  prv_sleep({static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1000000L});
 }
 
 int clock_wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* deadline) {

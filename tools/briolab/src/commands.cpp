@@ -169,6 +169,10 @@ void join(Session& s, Arguments&) {
 }
 
 void line(Session& s, Arguments& a) {
+  static bool s_sorted = false;
+  // The library sorts its parsers when it is opened.
+  if (!s_sorted && briolib_check_library_status() == BRIO_STATUS_NOT_OPEN) at_parse_init();
+  s_sorted = true;
   std::string command, selector;
   const bool has_command = a.option("a", &command);
   a.option("b", &selector);

@@ -112,7 +112,6 @@ Session::Session() {
   test_clock::reset();
   NipcStandinReset();
   brio_set_root_dir(root.dir().c_str());
-  at_parse_init();
   for (uint32_t id = 0; id < BRIO_EVENT_COUNT; id++) brio_set_callback_for_event_id(id, record_event);
   // Nobody need wait for an answer that is withheld.
   modem.observe([](const modemsim::Traffic& traffic) {
