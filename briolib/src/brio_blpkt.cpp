@@ -46,7 +46,8 @@ struct CurrentRequest {
   recv_func callback;
   void* user_data;
   uint16_t user_value;
-  bool filled;  // the callback ran on this request's own answer and returned 0
+  bool filled;   // the callback ran on this request's own answer and returned 0
+  bool of_scan;  // sent between blpkt_begin_scan and blpkt_end_scan
 };
 
 // Serialises blpkt_init and blpkt_shutdown; guards s_event_thread and s_event_thread_running. Taken first.
@@ -69,6 +70,10 @@ bool s_slot_in_use;
 // The command whose request returned last without a status. Its late answer still brings one; that of any
 // other command that is over is dropped. Under the response mutex.
 uint32_t s_unanswered_command;
+// How many scans run, and whether one was aborted that has not ended yet. Under the response mutex.
+uint32_t s_scans;
+bool s_scan_aborted;
+__thread bool t_scans;
 // Written under the send and the response mutex, read under either.
 queue* s_response_queue;
 // Set before the event thread and the read thread start and cleared when both are gone.
@@ -217,18 +222,24 @@ void prv_queue_urc(const char* line) {
   BLIB_D(BRIO_LOG_EVENT, "D blib:%s:%d:Added to s_blpkt_log_event_queue\n", BLIB_HERE);
 }
 
-// False when no answer can come any more.
-bool prv_begin_request(const CurrentRequest& request) {
+// BLPKT_STATUS_ERROR when no answer can come any more. BLPKT_STATUS_SCAN_ABORTED, and nothing has begun, when
+// the request's scan is over.
+uint32_t prv_begin_request(const CurrentRequest& request) {
   MutexGuard lock(s_response_mutex);
+  if (request.of_scan && s_scan_aborted) return BLPKT_STATUS_SCAN_ABORTED;
   s_request = request;
   s_request_waits = true;
-  return !s_channel_lost;
+  return s_channel_lost ? BLPKT_STATUS_ERROR : BLPKT_STATUS_SUCCESS;
 }
 
 // From here on a late answer is discarded, and no callback runs for it.
 void prv_end_request(bool has_taken_status) {
   MutexGuard lock(s_response_mutex);
   const uint32_t command = pktio_reset_command();
+  int32_t left = 0;
+  if (!has_taken_status && s_request.of_scan && s_scan_aborted) {  // an abort that met the time-out
+    has_taken_status = q_get(s_response_queue, &left, sizeof(left), 0) == Q_OK;
+  }
   if (has_taken_status) {
     s_slot_in_use = false;
   } else {
@@ -260,9 +271,7 @@ uint32_t prv_await_response(const char* command, int32_t timeout_seconds, bool* 
   }
   uint32_t status = static_cast<uint32_t>(response);
   if (status == BLPKT_STATUS_SUCCESS && !prv_success_is_own()) status = BLPKT_STATUS_ERROR;
-  if (status == BLPKT_STATUS_SCAN_ABORTED) {
-    BLIB_I("I blib:%s:%d:blpkt_recv::Aborting the manual nw scan\n", BLIB_HERE);
-  } else if (status != BLPKT_STATUS_SUCCESS) {
+  if (status != BLPKT_STATUS_SUCCESS && status != BLPKT_STATUS_SCAN_ABORTED) {
     BLIB_E("E blib:%s:%d:blpkt_recv:status=%d:error in AT cmd %s resp\n", BLIB_HERE, static_cast<int>(status),
            command);
   }
@@ -276,14 +285,15 @@ uint32_t prv_send_and_await(const char* command, uint32_t type, const char* resp
     BLIB_E("E blib:%s:%d:param:BLPKT_STATUS_BAD_REQUEST:null AT param\n", BLIB_HERE);
     return BLPKT_STATUS_BAD_REQUEST;
   }
-  bool channel_lost = !prv_begin_request(request);
-  uint32_t status = BLPKT_STATUS_ERROR;
+  uint32_t status = prv_begin_request(request);
+  if (status == BLPKT_STATUS_SCAN_ABORTED) return status;
   bool has_taken_status = false;
-  if (pktio_at_send_cmd(command, type, response_prefix) != 0 || channel_lost) {
+  if (pktio_at_send_cmd(command, type, response_prefix) != 0 || status != BLPKT_STATUS_SUCCESS) {
     BLIB_E("E blib:%s:%d:blpkt_send::can't send req packet\n", BLIB_HERE);
+    status = BLPKT_STATUS_ERROR;
   } else {
     // The response queue is not flushed on purpose: a status that was queued while its own request already
-    // timed out, or an abort without a request, is what this request receives.
+    // timed out, or a blpkt_abort_manual_nw_scan without a request, is what this request receives.
     status = prv_await_response(command, timeout_seconds, &has_taken_status);
   }
   prv_end_request(has_taken_status);
@@ -365,6 +375,32 @@ void blpkt_channel_lost() {
   if (s_request_waits) prv_queue_response_and_wake(BLPKT_STATUS_ERROR);
 }
 
+void blpkt_begin_scan() {
+  t_scans = true;
+  MutexGuard lock(s_response_mutex);
+  s_scans++;
+}
+
+bool blpkt_end_scan() {
+  t_scans = false;
+  MutexGuard lock(s_response_mutex);
+  s_scans--;
+  const bool aborted = s_scan_aborted;
+  s_scan_aborted = false;
+  return aborted;
+}
+
+uint32_t blpkt_abort_scan() {
+  if (brio::refused_here("brio_abort_manual_nw_scan")) return BLPKT_STATUS_ERROR;
+  MutexGuard lock(s_response_mutex);
+  if (s_scans == 0) return BLPKT_STATUS_ERROR;
+  s_scan_aborted = true;
+  if (s_request_waits && s_request.of_scan && !s_slot_in_use) {
+    prv_queue_response_and_wake(BLPKT_STATUS_SCAN_ABORTED);
+  }
+  return BLPKT_STATUS_SCAN_ABORTED;
+}
+
 uint32_t blpkt_report_in_hand() {
   return t_report_in_hand;
 }
@@ -415,7 +451,10 @@ uint32_t blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t
   }
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:>>>>>Start sending [%s]<<<<<\n", BLIB_HERE, shown);
   uint32_t status = prv_send_and_await(command, type, response_prefix,
-                                       {callback, user_data, user_value, false}, timeout_seconds);
+                                       {callback, user_data, user_value, false, t_scans}, timeout_seconds);
+  if (status == BLPKT_STATUS_SCAN_ABORTED) {
+    BLIB_I("I blib:%s:%d:blpkt_recv::Aborting the manual nw scan\n", BLIB_HERE);
+  }
   BLIB_D(BRIO_LOG_REQUEST, "D blib:%s:%d:<<<<<Exit sending [%s] ret[%d]>>>>>\n", BLIB_HERE, shown,
          static_cast<int>(status));
   return status;

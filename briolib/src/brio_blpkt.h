@@ -13,4 +13,13 @@ uint32_t blpkt_last_report();
 // waiting for its time-out, and so does every later one until blpkt_init. Read thread.
 void blpkt_channel_lost();
 
+// What this thread sends between these two belongs to a scan. The end tells whether the scan was aborted; a
+// request of it that was not sent yet has then returned BLPKT_STATUS_SCAN_ABORTED at once.
+void blpkt_begin_scan();
+bool blpkt_end_scan();
+
+// Aborts the scan that runs, whatever it waits for: BLPKT_STATUS_SCAN_ABORTED, or BLPKT_STATUS_ERROR when
+// there is none. Not on the library's own threads.
+uint32_t blpkt_abort_scan();
+
 #endif

@@ -43,6 +43,20 @@ TEST_F(Requests, ScanThatFailsLeavesTheBufferAlone) {
   EXPECT_STREQ(buffer, "untouched");
 }
 
+// Between its requests, and after the last one.
+TEST_F(Requests, AbortEndsAScanThatDoesNotWait) {
+  ASSERT_EQ(brio_open("/dev/ttyACM2"), 0u);
+  brio::relaxed_store(g_brio_lib_log_mask, BRIO_LOG_DEBUG | BRIO_LOG_REQUEST);
+  for (const char* line :
+       {"Start sending [AT+COPS=2]", "Start sending [AT+COPS=?]", "Exit sending [AT+COPS=?]"}) {
+    log_capture::on_line(line, [] { EXPECT_EQ(brio_abort_manual_nw_scan(), 8u); });
+    char buffer[30] = "untouched";
+    EXPECT_EQ(brio_atcmd_scan_network(buffer, sizeof buffer), 8u) << line;
+    EXPECT_STREQ(buffer, "untouched");
+    EXPECT_EQ(brio_atcmd_set_auto_mode(), 0u) << line;
+  }
+}
+
 namespace {
 
 // What a host may try in a callback on a thread of the library, and what each call returns.

@@ -101,9 +101,8 @@ BRIO_API uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size);
  * first. 0 or request failures. */
 BRIO_API uint32_t brio_atcmd_scan_abort(void);
 /*
- * Releases a scan that waits for its answer: 8 when released, and the scan returns 8, too; 4 when it could
- * not be, since its answer came first. Without a request that waits, the next one is released. Any thread but
- * the library's own.
+ * Ends a running scan: 8, and the scan returns 8, too. 4, and nothing happens, when none runs, which is also
+ * once its answer or its 300 s have come. Any thread but the library's own (4).
  */
 BRIO_API uint32_t brio_abort_manual_nw_scan(void);
 /* Automatic network selection ("AT+COPS=0"). 0 or request failures. */

@@ -7,6 +7,7 @@
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
+#include "brio_blpkt.h"
 #include "brio_common/shared_data.h"
 #include "parse/answer.h"
 #include "parse/scan_list.h"
@@ -218,20 +219,24 @@ uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size) {
   if (buffer == nullptr) return BRIO_STATUS_INVALID;
   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:brio_atcmd_scan_network", BLIB_HERE);
 
-  status = prv_send("AT+COPS=2", NUMERIC, kDeregisterTimeoutSeconds);
-  if (status > BLPKT_STATUS_TIMEOUT) return briolib_translate_status(status, 0);
-  if (status == BLPKT_STATUS_TIMEOUT) {
-    // A modem that was cut off may echo again.
-    status = prv_send("ATE0", NUMERIC, kEchoTimeoutSeconds);
-    if (status == BLPKT_STATUS_SCAN_ABORTED) return briolib_translate_status(status, 0);
-    brio::sleep_seconds(1);
-  }
-
   ScanTarget target;
   target.used = 0;
-  status = blpkt_atcmd_request_with_callback_timeout("AT+COPS=?", SINGLELINE, "+COPS",
-                                                     recv_func_prv_briolib_parse_scan_results, &target, size,
-                                                     kScanTimeoutSeconds);
+  blpkt_begin_scan();
+  status = prv_send("AT+COPS=2", NUMERIC, kDeregisterTimeoutSeconds);
+  const bool goes_on = status <= BLPKT_STATUS_TIMEOUT;
+  // A modem that was cut off may echo again.
+  if (status == BLPKT_STATUS_TIMEOUT &&
+      prv_send("ATE0", NUMERIC, kEchoTimeoutSeconds) != BLPKT_STATUS_SCAN_ABORTED) {
+    brio::sleep_seconds(1);
+  }
+  if (goes_on) {
+    status = blpkt_atcmd_request_with_callback_timeout("AT+COPS=?", SINGLELINE, "+COPS",
+                                                       recv_func_prv_briolib_parse_scan_results, &target,
+                                                       size, kScanTimeoutSeconds);
+  }
+  if (blpkt_end_scan()) status = BLPKT_STATUS_SCAN_ABORTED;
+  if (!goes_on) return briolib_translate_status(status, 0);
+
   if (status == BLPKT_STATUS_TIMEOUT) prv_send("ATE0", NUMERIC, kEchoTimeoutSeconds);
   const bool filled = status == BLPKT_STATUS_SUCCESS && target.used > 0;
   if (filled) {
@@ -258,7 +263,7 @@ uint32_t brio_atcmd_scan_abort(void) {
 uint32_t brio_abort_manual_nw_scan(void) {
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
-  return briolib_translate_status(blpkt_abort_manual_nw_scan(), 0);
+  return briolib_translate_status(blpkt_abort_scan(), 0);
 }
 
 uint32_t brio_atcmd_set_auto_mode(void) {

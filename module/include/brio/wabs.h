@@ -173,10 +173,9 @@ BRIO_API uint32_t wabs_exit_611_logging(void);
  */
 BRIO_API uint32_t wabs_do_manual_nw_scan(char* buffer, uint32_t length);
 /*
- * Releases a scan that waits (from another thread): 15, and the scan returns 15, too. The modem goes on
- * searching until wabs_send_abort_cmd. 1 or 2; also 2 when the modem's answer came first: the scan then
- * returns what that says. Without a request that waits, the next one is released: only call it while a scan
- * runs.
+ * Ends a running scan, from another thread: 15, and the scan returns 15, too. The modem goes on searching
+ * until wabs_send_abort_cmd. 2, and nothing happens, when none runs, which is also once its answer or its
+ * 300 s have come: the scan then returns what that says, 14 for the time-out. 1 while closed.
  */
 BRIO_API uint32_t wabs_abort_manual_nw_scan(void);
 /* Automatic network selection; brings the modem back after a scan. 0, 1 or 2. */
