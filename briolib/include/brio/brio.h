@@ -5,7 +5,8 @@
  * unchanged, unless it says otherwise: BRIO_STATUS_NOT_OPEN (1) or BRIO_STATUS_FATAL (3). "Request failures"
  * are BRIO_STATUS_FAILURE (4, error answer or broken channel) and BRIO_STATUS_TIMEOUT (5). Operations that
  * send a command block until the answer or the time-out (20 s unless stated). Only one command is outstanding
- * at a time; callers are served in the order in which they came.
+ * at a time; callers are served in the order in which they came. With a status other than 0 an operation
+ * leaves its outputs as they were, unless it says otherwise.
  *
  * A response or event callback runs on a thread of the library. What would wait for that thread is refused
  * there with an error line: brio_open and brio_close return BRIO_STATUS_BUSY (2), operations that send a
@@ -97,8 +98,8 @@ BRIO_API uint32_t brio_atcmd_enable_urc(uint32_t mode);
  * more when the de-registration is not answered); 8 when aborted.
  */
 BRIO_API uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size);
-/* Sends "^" to stop the modem's search, once no request is outstanding any more: release a waiting scan
- * first. 0 or request failures. */
+/* Sends "^" to stop the modem's search, once no request is outstanding any more: abort a running scan first.
+ * 0 or request failures. Any thread. */
 BRIO_API uint32_t brio_atcmd_scan_abort(void);
 /*
  * Ends a running scan: 8, and the scan returns 8, too. 4, and nothing happens, when none runs, which is also
@@ -173,7 +174,7 @@ BRIO_API uint32_t brio_get_wn3_sim_status(uint32_t* out);
 BRIO_API uint32_t brio_get_sim_info(sim_identity* block);
 /*
  * Copies the SIM's PLMN lists and completes the home PLMN of the copy from the IMSI. `size` is a selector,
- * any non-zero value. 0; 6 for null or 0; 4 when the IMSI cannot be read.
+ * any non-zero value. 0; 6 for null or 0; 4 when the IMSI cannot be read (the lists are copied all the same).
  */
 BRIO_API uint32_t brio_get_sim_plmn_info(sim_plmn_data* record, uint32_t size);
 /*
@@ -191,8 +192,8 @@ BRIO_API uint32_t brio_get_modem_info(modem_info* record);
 /* The texts held in memory, or " " in each; never asks the modem. The fault count is not copied. 0; 6
  * for null. Not gated. */
 BRIO_API uint32_t brio_copy_modem_info(modem_info* record);
-/* Body-SAR back-off on (non-zero) or off. 0, the gate's status, or the request's packet status. Any thread.
- */
+/* Body-SAR back-off on (non-zero) or off. 0; the gate's status, or the request's packet status (brio_at.h: 1
+ * time-out, 2 error, 3 refused), which share their numbers: any but 0 is a failure. Any thread. */
 BRIO_API uint32_t brio_set_sar_pwr(uint32_t on);
 
 /* ---- Factory test: not gated. 0 or request failures.
@@ -222,7 +223,8 @@ BRIO_API uint32_t brio_carrier_selection(void);
  * and nothing is captured. 0 running, or tracing switched off for a null `filter_path`; 7 no filter file
  * (tracing switched off); 6 a line has an invalid format (switched off); 4 no command in the file, or no
  * socket pair or thread; 3 the port cannot be opened or another process holds it, or the trace file cannot be
- * created; a filter request's packet status (switched off). Host thread.
+ * created; 1 or 2, the packet status of a filter command (switched off). 1 and 3 are also the gate's. Host
+ * thread.
  */
 BRIO_API uint32_t brio_trace_tst_log(const char* filter_path, const char* log_prefix);
 /* Ends the capture and joins its thread; harmless when none runs. Sends nothing. Not gated. Host thread. */

@@ -1,11 +1,12 @@
 /*
  * The host module interface of libbrio_module.so.1.
  *
- * One host thread calls everything here; wabs_abort_manual_nw_scan alone is called from another one. The host
- * is never called back: it polls. wabs_open registers the module's own callbacks for every event that the
+ * One host thread calls everything here; wabs_abort_manual_nw_scan alone is called from another one, since
+ * whatever else sends a command waits for the one that is outstanding. The host is never called back: it
+ * polls. wabs_open registers the module's own callbacks for every event that the
  * modem library knows, so a host that uses wabs_* leaves brio_set_callback_for_event_id alone. Every
  * operation returns a WABS_STATUS_* code and answers WABS_STATUS_NOT_OPEN while the module is closed, unless
- * it says otherwise.
+ * it says otherwise. With a status other than 0 it leaves its outputs as they were, unless it says otherwise.
  *
  * The status of the modem library (brio.h) behind a status of this interface is in the log
  * (gBrioModuleLogMask, WABS_LOG_ERROR). It maps as follows:
@@ -13,8 +14,8 @@
  *   library                     host
  *   0 OK                        0
  *   5 TIMEOUT                   14 from wabs_do_manual_nw_scan, else 2
- *   7 UNAVAILABLE               13 from wabs_get_module_time, else 2
- *   8 SCAN_ABORTED              15 from wabs_do_manual_nw_scan and wabs_abort_manual_nw_scan, else 2
+ *   7 UNAVAILABLE               13 from wabs_get_module_time (cannot occur), else 2
+ *   8 SCAN_ABORTED              15 from wabs_do_manual_nw_scan and wabs_abort_manual_nw_scan
  *   1, 2, 3, 4, 6               2
  *
  * 1, 4, 7 and 11 are the module's own, and so is 14 for a second scan. 13 cannot occur today: a modem that
@@ -30,6 +31,29 @@
  *
  * Off the device, call brio_set_root_dir of brio.h before wabs_open: it prepends a directory to the path of
  * every port and file.
+ *
+ * Files, and what the host's user must be able to do with them ("create" is in their folder):
+ *
+ *   /dev/ttyACM1, 2, 3                                        read, write: trace, commands, reports
+ *   /sys/devices/virtual/proximity/proximity0/                read, write: the sensor
+ *   /proc/net/dev                                             read
+ *   /var/local/wan/briolib_log_config, /var/run/mcsdwc.dat,
+ *   /mnt/us/apn, /var/local/wan/debug/trace_filter.cfg        read, when there
+ *   /var/local/wan/info                                       read, when there, and remove
+ *   /var/local/wan/mcc (0600), static_info (0644)             read, write, create
+ *   /var/run/fatal_reject (0644), /mnt/us/trace_log_* (0444)  create
+ *
+ * /var/run/mcsdwc.dat holds a network selection that every open repeats after leaving the network: on its
+ * first line, of at most 127 characters, a time-out in seconds (negative: without limit), one blank and a
+ * command. "AT+COPS=0..." is not repeated:
+ *   300 AT+COPS=1,2,"310410",7
+ *
+ * /var/run/fatal_reject is created, empty, when the network rejects the subscriber for good (cause 2, 3, 6, 7
+ * or 8 of CS, PS or EMM). The library neither reads nor removes it.
+ *
+ * Log lines go to syslog(3); ident and options are the host's, there is no openlog. gBrioModuleLogMask gates
+ * the module's lines; the modem library's debug lines have a mask of their own, see
+ * briolib_log_set_log_mask and /var/local/wan/briolib_log_config (one hexadecimal number, read at open).
  */
 #ifndef BRIO_WABS_H
 #define BRIO_WABS_H
@@ -87,7 +111,11 @@ extern BRIO_API uint32_t g_611_urc_on;
  * and fails nothing.
  */
 BRIO_API uint32_t wabs_open(void);
-/* Closes the module; 0, or what NipcClose returned. Harmless while closed. */
+/*
+ * Closes the module; 0, or what NipcClose returned. Harmless while closed. Blocks until the monitor's poll is
+ * over: up to 20 s when the modem does not answer its SAR command, longer while another thread's command is
+ * outstanding (end a scan first). Requests of other threads then end at once, with 2.
+ */
 BRIO_API uint32_t wabs_close(void);
 /* 1 from wabs_open to wabs_close, also while the modem is lost, else 0. */
 BRIO_API uint32_t wabs_is_blib_open(void);
@@ -112,9 +140,11 @@ BRIO_API uint32_t wabs_update_prl(void);
 /*
  * Signal bars, 1 or more while attached, WABS_BARS_NOT_ATTACHED otherwise. 0, 1, 2 or 11.
  *
- * The value is at most 91 s old: within that time the modem is not asked again. Below two bars it reports
- * each change by itself and is not asked at all. While the IPC service names the reading application as the
- * active one, the modem is left alone: the value held is served however old it is, and may be 255, no value.
+ * The modem is asked at most once in 91 s. Below two bars it reports each change by itself and is not asked
+ * at all. When it answers that it has no value (255), that call gives 1, and the calls of the next 91 s what
+ * was held before; without such a value each call asks. While the IPC service names the reading application
+ * as the active one, the modem is left alone: the value held is served however old it is, and may be 255, no
+ * value.
  *
  * This is also the call that keeps the rest current. While attached to a network that is not known yet, it
  * asks for the operator, which wabs_get_mcc_mnc then serves, and drops the time zone of wabs_get_module_time.
@@ -130,9 +160,9 @@ BRIO_API uint32_t wabs_get_rssi(int32_t* rssi);
 /*
  * Offset of local time in seconds (quarter hours * 900; the zone last reported, 0 before the first report,
  * asked for only while none is known since the serving network changed) and UTC, by mktime of the network's
- * time. `*utc` is (time_t)-1, not known, where that time holds no date: so it is today, because the modem is
- * asked for its zone only. 0; 2; 11; 13 when the network gave no time. Does not check whether the module is
- * open.
+ * time, in the process's time zone. `*utc` is (time_t)-1, not known, where that time holds no date: so it is
+ * today, because the modem is asked for its zone only. 0; 2; 11; 13 cannot occur. Does not check whether the
+ * module is open.
  */
 BRIO_API uint32_t wabs_get_module_time(time_t* utc, int32_t* offset_seconds);
 /* Texts read at open, cut to the buffer, whose last byte becomes 0. 0, 1, 7 below the length named, 11. */
@@ -147,12 +177,14 @@ BRIO_API uint32_t wabs_get_firmware_version(char* buffer, uint32_t length);
 BRIO_API uint32_t wabs_get_radio_phone_number(char* buffer);
 /*
  * The diagnostic page: `buffer` of `size` bytes is zeroed and filled; mode 1 is the full view, any other the
- * masked one. WABS_PAGE_BUFFER_SIZE bytes hold any page, a smaller buffer its first characters. 0. Does not
- * check whether the module is open.
+ * masked one. WABS_PAGE_BUFFER_SIZE bytes hold any page, a smaller buffer its first characters. Null or a
+ * size below 1 writes nothing. "Unable to get snapshot. status=1" is the page of a closed module. Sends
+ * commands: up to 13 for the first page of a visit, later up to 5, each up to 20 s on a silent modem. Always
+ * 0. Does not check whether the module is open.
  */
 BRIO_API uint32_t wabs_get_log_string(char* buffer, int32_t size, uint32_t mode);
 /* Ends a visit of the diagnostic page: the next wabs_get_log_string leaves an empty text, the one after it
- * begins a new visit. 0. Does not check whether the module is open. */
+ * begins a new visit. Sends up to 5 commands. Always 0. Does not check whether the module is open. */
 BRIO_API uint32_t wabs_exit_611_logging(void);
 
 /* ---- Networks
@@ -180,7 +212,7 @@ BRIO_API uint32_t wabs_do_manual_nw_scan(char* buffer, uint32_t length);
 BRIO_API uint32_t wabs_abort_manual_nw_scan(void);
 /* Automatic network selection; brings the modem back after a scan. 0, 1 or 2. */
 BRIO_API uint32_t wabs_set_auto_mode(void);
-/* Stops the modem's search, once the scan has returned. 0, 1 or 2. */
+/* Stops the modem's search, once the scan has returned; before that it waits for the scan. 0, 1 or 2. */
 BRIO_API uint32_t wabs_send_abort_cmd(void);
 /* Notes the network in use, for the next scan to mark. Asks the modem nothing. 0, 1 or 2. */
 BRIO_API uint32_t wabs_get_current_network(void);
