@@ -344,6 +344,7 @@ void prv_tear_down() {
   }
   if (s_event_thread_running) {
     q_cancel(s_event_queue);
+    prv_give_send_mutex();  // the host may have forgotten it; the event thread may wait for it
     brio::join_thread(s_event_thread);
     s_event_thread_running = false;
   }

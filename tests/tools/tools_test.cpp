@@ -138,14 +138,15 @@ TEST(Brioctl, ShowsTheTraceThatItMade) {
 TEST(Modemsim, RunsAScenarioAndRefusesABadOne) {
   modemsim::DeviceRoot root;
   root.write("/dev/ttyACM2", "in the way");
-  root.write("/bad.toml", "[state]\nbers = 3\n");
+  root.write("/bad.toml", "[state]\n\"bers\\u0007\" = 3\n");
   const std::string occupied = "--root " + root.dir(), bad = "--scenario " + root.path("/bad.toml");
   check(MODEMSIM,
         {{"--scenario demo --seconds 0.2", 0, {"query port /.*/dev/ttyACM2\nURC port   /.*/dev/ttyACM3\n"}},
          {"--scenario home-lte --speed 60 --seconds 20 -v | sed '/ 34.000 s: /q'", 0, {"34\\.000 s: .*prox"}},
          {"--list-commands", 0, {"AT\\+CFUN=0\\|1 +radio off, on\n"}},
          {occupied.c_str(), 1, {"ttyACM2 is in the way: it is not a link"}},
-         {bad.c_str(), 1, {"bad\\.toml:2: .*bers.*bars"}}});
+         {bad.c_str(), 1, {"bad\\.toml:2: .*bers\\\\x07.*bars"}}});
+  check(BRIOCTL, {{(bad + " status").c_str(), 1, {"bers\\\\x07"}}});
 }
 
 // Folders and links that somebody else has planted, in the name of the root and below it.

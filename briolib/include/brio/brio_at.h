@@ -269,7 +269,7 @@ BRIO_API uint32_t blpkt_abort_manual_nw_scan(void);
 /*
  * Lock and unlock the send mutex: while it is held no other thread's request begins. Requests and these calls
  * have their turns in the order in which they came. 0; EDEADLK when this thread holds it already or
- * may not send, EPERM when it does not hold it.
+ * may not send, EPERM when it does not hold it. A thread that closes the library with it gives it up.
  */
 BRIO_API uint32_t blpkt_acquire_send_mutex(void);
 BRIO_API uint32_t blpkt_release_send_mutex(void);

@@ -12,9 +12,18 @@ constexpr char kLogTag[] = "briolib/src/base";
 __thread brio::Thread t_thread;
 __thread uint32_t t_callbacks;
 
-// Relaxed atomics: how many threads there are to be joined, and the process that started the latest.
-uint32_t s_threads;
+// Relaxed atomics: how many threads to be joined and other claims there are, and the process of the latest.
+uint32_t s_claims;
 pid_t s_process;
+
+void prv_claim() {
+  brio::relaxed_store(s_process, getpid());
+  __atomic_fetch_add(&s_claims, 1u, __ATOMIC_RELAXED);
+}
+
+void prv_give_up() {
+  __atomic_fetch_sub(&s_claims, 1u, __ATOMIC_RELAXED);
+}
 
 bool prv_refuse(bool refused, const char* function) {
   if (refused) {
@@ -34,20 +43,27 @@ bool brio::on_channel_thread() {
 }
 
 int brio::start_thread(pthread_t* thread, void* (*function)(void*), void* argument) {
-  relaxed_store(s_process, getpid());
-  __atomic_fetch_add(&s_threads, 1u, __ATOMIC_RELAXED);
+  prv_claim();
   const int error = pthread_create(thread, nullptr, function, argument);
-  if (error != 0) __atomic_fetch_sub(&s_threads, 1u, __ATOMIC_RELAXED);
+  if (error != 0) prv_give_up();
   return error;
 }
 
 void brio::join_thread(pthread_t thread) {
   pthread_join(thread, nullptr);
-  __atomic_fetch_sub(&s_threads, 1u, __ATOMIC_RELAXED);
+  prv_give_up();
+}
+
+brio::ProcessClaim::ProcessClaim() {
+  prv_claim();
+}
+
+brio::ProcessClaim::~ProcessClaim() {
+  prv_give_up();
 }
 
 bool brio::in_forked_child() {
-  return relaxed_load(s_threads) != 0 && relaxed_load(s_process) != getpid();
+  return relaxed_load(s_claims) != 0 && relaxed_load(s_process) != getpid();
 }
 
 bool brio::refused_in_forked_child(const char* function) {

@@ -21,6 +21,15 @@ bool on_channel_thread();
 int start_thread(pthread_t* thread, void* (*function)(void*), void* argument);
 void join_thread(pthread_t thread);
 
+// The library belongs to this process while it lives, too.
+class ProcessClaim {
+ public:
+  ProcessClaim();
+  ~ProcessClaim();
+  ProcessClaim(const ProcessClaim&) = delete;
+  ProcessClaim& operator=(const ProcessClaim&) = delete;
+};
+
 // Whether this is a child of the process that the library belongs to.
 bool in_forked_child();
 

@@ -180,6 +180,7 @@ uint32_t prv_library_status() {
 uint32_t brio_open(const char* query_port) {
   // Before the mutex: in a forked child another thread of the parent may hold it.
   if (brio::refused_here("brio_open")) return BRIO_STATUS_BUSY;
+  const brio::ProcessClaim claim;
   brio::MutexGuard state_guard(s_state_mutex);
   if (s_state.library_open != 0 || s_state.closing != 0) return BRIO_STATUS_BUSY;
 
@@ -213,6 +214,7 @@ uint32_t brio_open(const char* query_port) {
 
 uint32_t brio_close(void) {
   if (brio::refused_here("brio_close")) return BRIO_STATUS_BUSY;
+  const brio::ProcessClaim claim;
   bool was_open;
   {
     brio::MutexGuard state_guard(s_state_mutex);

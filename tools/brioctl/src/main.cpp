@@ -5,6 +5,7 @@
 #include "command_line.h"
 #include "commands.h"
 #include "log_sink.h"
+#include "printable.h"
 
 using namespace brioctl;
 
@@ -113,7 +114,7 @@ int main(int argc, char** argv) {
     return run_scan(options);
   } catch (const Failure& failure) {
     fflush(stdout);
-    fprintf(stderr, "brioctl: %s\n", failure.what());
+    fprintf(stderr, "brioctl: %s\n", printable(failure.what(), '\n').c_str());
     return 1;
   }
 }

@@ -107,7 +107,7 @@ void wait_for_the_end(const sigset_t& signals, double seconds) {
 }
 
 int complain(const std::string& what) {
-  std::fprintf(stderr, "modemsim: %s\n", what.c_str());
+  std::fprintf(stderr, "modemsim: %s\n", printable(what, '\n').c_str());
   return 1;
 }
 
