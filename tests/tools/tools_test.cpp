@@ -139,6 +139,8 @@ TEST(Modemsim, RunsAScenarioAndRefusesABadOne) {
   modemsim::DeviceRoot root;
   root.write("/dev/ttyACM2", "in the way");
   root.write("/bad.toml", "[state]\n\"bers\\u0007\" = 3\n");
+  root.write("/demo", "no scenario");
+  std::filesystem::current_path(root.dir());
   const std::string occupied = "--root " + root.dir(), bad = "--scenario " + root.path("/bad.toml");
   check(MODEMSIM,
         {{"--scenario demo --seconds 0.2", 0, {"query port /.*/dev/ttyACM2\nURC port   /.*/dev/ttyACM3\n"}},

@@ -476,10 +476,11 @@ Scenario load_scenario(const std::string& path) {
 std::string find_scenario(const std::string& name) {
   namespace fs = std::filesystem;
   std::error_code failed;
-  if (fs::is_regular_file(name, failed)) return name;
   const fs::path program = fs::read_symlink("/proc/self/exe", failed);
   const fs::path folder = program.parent_path().parent_path() / MODEMSIM_SCENARIOS;
-  for (const fs::path& path : {folder / name, folder / (name + ".toml")}) {
+  if (name.find('/') != std::string::npos) return fs::is_regular_file(name, failed) ? name : "";
+  // An installed scenario comes before a file of its name that somebody has put into the current folder.
+  for (const fs::path& path : {folder / (name + ".toml"), fs::path(name), folder / name}) {
     if (fs::is_regular_file(path, failed)) return path.string();
   }
   return "";

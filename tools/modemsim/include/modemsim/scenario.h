@@ -115,8 +115,8 @@ Scenario load_scenario(const std::string& path);
 // The same from a text; `name` stands for the file in messages.
 Scenario parse_scenario(const std::string& text, const std::string& name);
 
-// A file of that name as it stands, else NAME or NAME.toml among the scenarios that are installed with the
-// running program. "" when there is none.
+// NAME.toml among the scenarios that are installed with the running program, else a file of that name as it
+// stands, else an installed NAME. A name with a "/" is a file's. "" when there is none.
 std::string find_scenario(const std::string& name);
 
 }  // namespace modemsim
