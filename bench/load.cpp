@@ -17,8 +17,8 @@
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
+#include "kit/log.h"
 #include "kit/process.h"
-#include "log_lines.h"
 #include "pty_port.h"
 
 namespace {
@@ -26,9 +26,7 @@ namespace {
 std::atomic<long> s_reports_handled{0};
 std::atomic<long> s_lines_dropped{0};
 
-}  // namespace
-
-void bench::log_line(const char* line) {
+void count_line(const char* line) {
   // One of these is the last line of each report's way, whatever it holds.
   for (const char* mark : {"I blib:URC::", "No URC Callback func avail", "doesn't start with + skip parse"}) {
     if (strstr(line, mark) != nullptr) s_reports_handled++;
@@ -38,8 +36,6 @@ void bench::log_line(const char* line) {
     if (strstr(line, mark) != nullptr) s_lines_dropped++;
   }
 }
-
-namespace {
 
 // The modem's side: answers "AT+X=<number>" with that number, in pieces of random size.
 void answer(bench::PtyPort& port, std::atomic<bool>& stop, unsigned seed) {
@@ -135,6 +131,7 @@ int main(int argc, char** argv) {
   long more_reports = argc > 3 ? atol(argv[3]) : 100000;
   unsigned seed = argc > 4 ? static_cast<unsigned>(atoi(argv[4])) : 1;
 
+  log_capture::hand_to(count_line);
   bench::PortRoot root;
   bench::PtyPort query(root, "ttyACM2"), urc(root, "ttyACM3");
   brio_set_root_dir(root.path().c_str());

@@ -18,13 +18,16 @@
 
 namespace {
 
+// The time is read without a lock, which would put the threads that read it into an order that they do not
+// have.
+std::atomic<int64_t> s_offset_ns{0};
+std::atomic<int64_t> s_stopped_at{0};  // 0: the clock runs
+std::atomic<bool> s_expiring{false};
+
 std::mutex s_mutex;  // guards everything below but the atomics
 std::condition_variable s_entered_changed;
 std::vector<unsigned> s_sleeps;
-int64_t s_offset_ns = 0;
-int64_t s_stopped_at = 0;  // 0: the clock runs
 unsigned s_ticks_pending = 0;
-bool s_expiring = false;
 uint64_t s_selects_entered = 0;
 unsigned s_selects_waiting = 0;
 bool s_select_exception = false;
@@ -38,6 +41,7 @@ std::atomic<bool> s_manual_select{false};
 std::atomic<time_t> s_wall{0};  // 0: the real one
 
 constexpr int64_t kSecond = 1000000000;
+constexpr auto kRelaxed = std::memory_order_relaxed;
 
 int64_t real_now() {
   timespec now;
@@ -45,28 +49,23 @@ int64_t real_now() {
   return now.tv_sec * kSecond + now.tv_nsec;
 }
 
-int64_t now_locked() {
-  return (s_stopped_at != 0 ? s_stopped_at : real_now()) + s_offset_ns;
+int64_t virtual_now() {
+  const int64_t stopped = s_stopped_at.load(kRelaxed);
+  return (stopped != 0 ? stopped : real_now()) + s_offset_ns.load(kRelaxed);
 }
 
-int64_t virtual_now() {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  return now_locked();
+void move(int64_t ns) {
+  s_offset_ns.fetch_add(ns, kRelaxed);
 }
 
 timespec to_timespec(int64_t ns) {
   return {static_cast<time_t>(ns / kSecond), static_cast<long>(ns % kSecond)};
 }
 
-bool take_expiring() {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  return std::exchange(s_expiring, false);
-}
-
 void record_sleep(unsigned milliseconds) {
   std::lock_guard<std::mutex> lock(s_mutex);
   s_sleeps.push_back(milliseconds);
-  s_offset_ns += static_cast<int64_t>(milliseconds) * 1000000;
+  move(static_cast<int64_t>(milliseconds) * 1000000);
 }
 
 }  // namespace
@@ -91,12 +90,10 @@ void reset() {
 }
 
 void advance(double seconds) {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  s_offset_ns += static_cast<int64_t>(seconds * 1e9);
+  move(static_cast<int64_t>(seconds * 1e9));
 }
 
 void stop() {
-  std::lock_guard<std::mutex> lock(s_mutex);
   s_stopped_at = real_now();
 }
 
@@ -114,13 +111,11 @@ void cap_waits(double seconds) {
 }
 
 void expire_wait() {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  s_expiring = true;
+  s_expiring.store(true, kRelaxed);
 }
 
 void keep_wait() {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  s_expiring = false;
+  s_expiring.store(false, kRelaxed);
 }
 
 void fail_monotonic(bool fail) {
@@ -205,11 +200,10 @@ int clock_wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, const ti
   }
   // The end of a slice is a wake-up without a cause: the caller looks at what it waits for, which may have
   // come at this very moment.
-  if (real_now() < end && !take_expiring()) return 0;
+  if (real_now() < end && !s_expiring.exchange(false, kRelaxed)) return 0;
   t_wait = {};
-  std::lock_guard<std::mutex> lock(s_mutex);
-  int64_t missing = deadline->tv_sec * kSecond + deadline->tv_nsec - now_locked();
-  if (missing > 0) s_offset_ns += missing;
+  const int64_t missing = deadline->tv_sec * kSecond + deadline->tv_nsec - virtual_now();
+  if (missing > 0) move(missing);
   return ETIMEDOUT;
 }
 
@@ -241,7 +235,7 @@ int wait_manually(int nfds, fd_set* read_set, fd_set* except_set, int timeout_se
     }
     if (s_ticks_pending > 0) {
       s_ticks_pending--;
-      s_offset_ns += timeout_seconds * kSecond;
+      move(timeout_seconds * kSecond);
       FD_ZERO(read_set);
       FD_ZERO(except_set);
       return 0;

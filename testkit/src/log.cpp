@@ -3,6 +3,7 @@
 #include <stdarg.h>
 #include <stdio.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -16,6 +17,8 @@ std::vector<log_capture::Line> s_lines;
 std::string s_hooked;  // what the line holds on which s_hook runs
 std::function<void()> s_hook;
 
+std::atomic<void (*)(const char*)> s_taker{nullptr};
+
 size_t count_locked(const std::string& part) {
   size_t found = 0;
   for (const auto& line : s_lines) found += line.text.find(part) != std::string::npos;
@@ -23,6 +26,11 @@ size_t count_locked(const std::string& part) {
 }
 
 void capture(int priority, const char* format, va_list arguments) {
+  if (const auto taker = s_taker.load(std::memory_order_relaxed)) {
+    char line[2048];
+    vsnprintf(line, sizeof line, format, arguments);
+    return taker(line);
+  }
   va_list copy;
   va_copy(copy, arguments);
   int length = vsnprintf(nullptr, 0, format, copy);
@@ -69,6 +77,10 @@ void __vsyslog_chk(int priority, int, const char* format, va_list arguments) {
 }  // extern "C"
 
 namespace log_capture {
+
+void hand_to(void (*taker)(const char*)) {
+  s_taker.store(taker, std::memory_order_relaxed);
+}
 
 void clear() {
   std::lock_guard<std::mutex> lock(s_mutex);

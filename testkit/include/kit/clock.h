@@ -1,5 +1,5 @@
-// Stand-in for briolib/src/base/clock.cpp: a clock that tests, fuzz targets and the soak drive. Sleeps take
-// no time: they move the clock and are written down. Waits with a deadline run in real time.
+// Stand-in for briolib/src/base/clock.cpp: a clock that tests, fuzz targets and endurance runs drive. Sleeps
+// take no time: they move the clock and are written down. Waits with a deadline run in real time.
 #ifndef PLATFORM_CLOCK_TEST_CLOCK_H
 #define PLATFORM_CLOCK_TEST_CLOCK_H
 
