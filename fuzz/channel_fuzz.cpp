@@ -1,18 +1,18 @@
-// The line reader, the line processor and the tokenizer from any bytes.
-//
-// Input: what is fuzzed (1 byte), then for lines (even): command type, response prefix, number of piece
-// sizes, the sizes, and what a port gives, in which 0x1F and a byte n repeat the character before it 16 * n
-// times; for the tokenizer (odd): number of steps, the steps, and the text behind a result name.
+// Lines from a port in pieces of any sizes. Input: "TYPE PREFIX SIZE...", of the command and the pieces, and
+// behind the first line what the port gives, in which 0x1F and a byte n repeat the character before 16 * n
+// times. PREFIX "-" is none.
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <memory>
+#include <sstream>
 #include <vector>
 
+#include "brio/brio_at.h"
 #include "fuzz.h"
 
 namespace fuzz {
 
-constexpr const char* kPrefixes[] = {nullptr, "", "+X", "+", "+BAS", "+COPS", "OK", " "};
 constexpr size_t kStreamMax = 8192;  // the pipe takes that at once
 constexpr size_t kPiecesMax = 48;    // what is left then comes in one piece
 
@@ -70,16 +70,18 @@ void check_answer(const ATResponse& answer, uint32_t type, const std::vector<Byt
   require(held == taken);
 }
 
-void fuzz_lines(Input in) {
-  const uint32_t type = in.byte() % 7;
-  const char* const prefix = kPrefixes[in.byte() % std::size(kPrefixes)];
-  std::vector<size_t> sizes(1 + in.byte() % 8);
-  for (size_t& size : sizes) {
-    const size_t byte = in.byte();
-    size = byte < 200 ? byte + 1 : (byte - 199) * 48;
-  }
+void run(Bytes input) {
+  std::istringstream head{std::string(take(input, '\n'))};
+  uint32_t type = 0;
+  std::string its_prefix;
+  head >> type >> its_prefix;
+  type %= 7;
+  const char* const prefix = its_prefix == "-" ? nullptr : its_prefix.c_str();
+  std::vector<size_t> sizes;
+  for (size_t size; head >> size && sizes.size() < 8;) sizes.push_back(1 + size % kStreamMax);
+  if (sizes.empty()) sizes = {1};
   // Whatever came before, the answer behind it is a line of its own.
-  std::string stream = expand(in.rest()) + "\r\nOK\r\n";
+  std::string stream = expand(input) + "\r\nOK\r\n";
   const std::string lines = read_in_pieces(stream, sizes);
   require(("\n" + lines).rfind("\nOK\n") == lines.size() - 3);
   // The same lines at any piece size, but for lines too long and for prompts, which end where a piece ends.
@@ -87,11 +89,10 @@ void fuzz_lines(Input in) {
   stream.erase(std::remove(stream.begin(), stream.end(), '\0'), stream.end());
   if (fits && stream.find("> ") == std::string::npos) require(read_in_pieces(stream, {kStreamMax}) == lines);
 
-  Answer answer(at_response_new(), at_response_free);
+  std::unique_ptr<ATResponse, void (*)(ATResponse*)> answer(at_response_new(), at_response_free);
   std::vector<Bytes> taken;
-  Input left(lines);
-  while (!left.empty()) {
-    const Bytes line = left.field('\n');
+  for (Bytes left = lines; !left.empty();) {
+    const Bytes line = take(left, '\n');
     const int32_t result = process_line(Text(line).get(), answer.get(), type, prefix);
     require(result >= 0 && result <= 3);
     if (result == 1 && type >= NUMERIC && type <= MULTILINE_NO_PREFIX) {
@@ -106,49 +107,6 @@ void fuzz_lines(Input in) {
     answer.reset(at_response_new());
   }
   require(answer->final_response == nullptr);
-}
-
-int32_t s_number;
-uint8_t s_flag;
-char s_empty[1];
-char* s_field;
-constexpr void (*kSteps[])(char** cursor) = {
-    [](char** cursor) { at_tok_start(cursor); },
-    [](char** cursor) { at_tok_nextint(cursor, &s_number); },
-    [](char** cursor) { at_tok_nexthexint(cursor, &s_number); },
-    [](char** cursor) { require(at_tok_nextbool(cursor, &s_flag) != 0 || s_flag <= 1); },
-    [](char** cursor) { require(at_tok_nextstr(cursor, &(s_field = s_empty)) != 0 || s_field != nullptr); },
-    at_tok_remove_quot,
-    skip_white_space,
-    skip_white_space_quotes,
-};
-
-void fuzz_tokenizer(Input in) {
-  std::vector<uint8_t> steps(in.byte() % 32);
-  for (uint8_t& step : steps) step = in.byte();
-  const std::string text(in.rest());
-  Text line(text);
-  char* cursor = line.get();
-  for (uint8_t step : steps) {
-    kSteps[step % std::size(kSteps)](&cursor);
-    require(line.holds(cursor));
-    require(at_tok_hasmore(&cursor) == (cursor != nullptr && *cursor != '\0'));
-  }
-  for (auto clean : {skip_trailing_white_space, remove_blank_space, remove_double_quotes}) {
-    Text copy(text);
-    clean(copy.get());
-    require(strlen(copy.get()) <= copy.length());
-  }
-  Text whole(text);
-  is_string_digit(whole.get());
-  is_hex_string_valid(whole.get());
-  uint8_t* decoded = hex_string_to_bytes(whole.get());
-  require(decoded != nullptr && decoded[whole.length() / 2] == 0);
-  free(decoded);
-}
-
-void run(Input in) {
-  in.byte() % 2 == 0 ? fuzz_lines(in) : fuzz_tokenizer(in);
 }
 
 }  // namespace fuzz

@@ -1,185 +1,372 @@
-// The whole library with its threads on the simulated modem: answers, reports, silence, junk and unplugging
-// from the input against calls of the host interface. Behind each input the library is closed without a trace
-// and opens on a healthy modem.
-//
-// Input: steps of a letter and what its row of kSteps or call_host takes for it. The steps "k" to "s" and "u"
-// say how the next commands are answered, one each in their order; without one the modem answers from its
-// state.
-#include <thread>
+// The whole library on the simulated modem: an input is a session, one command a line, in the notation of
+// docs/briolab.md. What cannot be run is left out. An input that begins with "# threads" has the library's
+// threads and the modem's ports; below any other one the packet layer is replaced: a request is answered at
+// once and on the caller's thread.
+#include <regex.h>
 
-#include "host.h"
+#include <climits>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <random>
+
+#include "brio/brio.h"
+#include "brio/brio_at.h"
+#include "brio/briolib.h"
+#include "brio/wabs.h"
+#include "fuzz.h"
+#include "kit/calls.h"
 #include "kit/clock.h"
 #include "kit/process.h"
-#include "modemsim/modem.h"
+#include "kit_commands.h"
 #include "record.h"
-#include "root.h"
+#include "session.h"
 
 namespace fuzz {
 
-using modemsim::Fault;
-using modemsim::Port;
+using lab::Arguments;
+using lab::Session;
 
-constexpr int kStepsMax = 48;
+constexpr size_t kCommandsMax = 64;
 
-// Descriptors and threads of the process. A thread that was joined leaves /proc a little later.
-using Held = std::pair<long, long>;
-Held count_held() {
-  return {process::descriptors(), process::threads()};
-}
+// ---- What the functions may answer
 
-struct World {
-  Root root;
-  modemsim::Modem modem;
-  bool plugged = true;
+// When a function answers without doing anything: never; 11 exactly for a null pointer; 1 exactly while the
+// module is closed; both of them; the status gate's value while it is not 0.
+enum Kind { kPlain, kNull, kHost, kHostNull, kGated };
 
-  World() {
-    require(modem.start(root.dir()));
-    root.write("/mnt/us/apn", "broadband\n");  // the library keeps the last override file open
-    open_healthy();
-    root.remove("/mnt/us/apn");
-  }
-
-  // Requests after whatever was before. A modem that has booted answers nothing late.
-  void open_healthy() {
-    test_clock::reset();
-    modem.clear_faults();
-    modem.chunk(0);
-    modem.unplug();
-    plugged = modem.plug();
-    modem.with_state([](modemsim::State& state) { state = modemsim::State(); });
-    uint32_t bars = 0;
-    require(wabs_open() == 0 && wabs_get_bars(&bars) == 0 && bars == 4);
-    require(wabs_close() == 0);
-  }
-
-  // Without the descriptor that the simulator opens for a moment when a port was closed.
-  Held held() {
-    Held before;
-    do before = count_held(), modem.with_state([](modemsim::State&) {});
-    while (count_held() != before);
-    return before;
-  }
-
-  void check_held(const Held& wanted) {
-    Held now;
-    if (process::eventually([&] { return (now = held()) == wanted; })) return;
-    fprintf(stderr, "held: descriptors %ld, not %ld; threads %ld, not %ld\n", now.first, wanted.first,
-            now.second, wanted.second);
-    abort();
-  }
+struct Function {
+  const char* names;
+  Kind kind;
+  const char* answer;   // the line that briolab shows, else; 6 answers a null pointer of the library
+  long long least = 0;  // size of a buffer that is filled
 };
 
-std::string with_line_ends(Bytes text) {
-  std::string framed;
-  for (char c : text) framed += c == '\n' ? std::string("\r\n") : std::string(1, c);
-  return framed;
-}
-
-// How one command is answered; the first, as the state says.
-constexpr void (*kAnswers[])(Fault&, Input&) = {
-    [](Fault&, Input&) {},
-    [](Fault& fault, Input& in) { fault.replace = true, fault.reply = with_line_ends(in.field('|')); },
-    [](Fault& fault, Input&) { fault.silent = true; },
-    [](Fault& fault, Input& in) { fault.delay = modemsim::Milliseconds(in.byte() % 32); },
-    [](Fault& fault, Input& in) { fault.before = with_line_ends(in.field('|')); },
-    [](Fault& fault, Input& in) { fault.after = with_line_ends(in.field('|')); },
-    [](Fault& fault, Input&) { fault.joined = true; },
-    [](Fault& fault, Input& in) { fault.before = std::string(in.byte() * size_t{16}, 'x'); },
-    [](Fault& fault, Input&) { fault.unplug = true; },
+#define ANY "( untouched| \".*\")"
+constexpr Function kFunctions[] = {
+    {"wabs_close briolib_get_sim_info_md5_status briolib_get_snapshot_mode", kPlain,
+     "[0-9]+"},  // what NipcClose gave, what was set
+    {"wabs_exit_611_logging wabs_enable_logging wabs_log_message wabs_try_to_use_home_network brio_close"
+     " wabs_originate_call_test wabs_stop_call_test brio_check_for_fatal_failure brio_set_bars_table"
+     " brio_module_exit_logging",
+     kPlain, "0"},
+    {"wabs_set_log_mask briolib_log_set_log_mask briolib_reset_modem_info brio_trace_tst_stop"
+     " briolib_invalid_cached_bars briolib_set_sim_info_md5_status",
+     kPlain, ""},
+    {"wabs_open", kPlain, "[024]"},
+    {"wabs_is_blib_open", kPlain, "[01]"},
+    {"wabs_update_prl", kHost, "0"},
+    {"wabs_abort_manual_nw_scan", kHost, "2|15"},
+    {"wabs_set_auto_mode wabs_send_abort_cmd wabs_get_current_network", kHost, "[02]"},
+    {"wabs_do_manual_nw_scan", kHost, "0" ANY "|(2|14|15) untouched|2"},
+    {"wabs_get_bars", kHostNull, "0 [1-9][0-9]*|2 untouched"},
+    {"wabs_get_data_service_mode", kHostNull, "0 [0-4]|2 untouched"},
+    {"wabs_get_roaming_status", kHostNull, "0 [018]|2 untouched"},
+    {"wabs_get_module_flags", kNull, "0 1"},
+    {"wabs_get_imsi wabs_get_radio_serial_number wabs_get_radio_cert_param2 wabs_get_realm", kHostNull,
+     "0 \".*\"|7 untouched", 16},
+    {"wabs_get_radio_cert_param1", kHostNull, "0 \".*\"|7 untouched", 24},
+    {"wabs_get_firmware_version wabs_get_radio_phone_number", kHostNull, "0" ANY "?"},
+    {"wabs_get_rssi", kHostNull, "0 0"},
+    {"wabs_get_module_time", kNull, "0 -1 -?([048]|[0-9]*([02468][048]|[13579][26]))|2 untouched untouched"},
+    {"wabs_get_mcc_mnc wabs_get_hplmn_mcc_mnc", kNull, "0( [0-9]{1,3}| untouched){2}|2 untouched untouched"},
+    {"wabs_get_log_string", kPlain, "0" ANY "?"},
+    {"brio_open", kPlain, "[0245]"},
+    {"brio_log_startup_status briolib_check_library_status", kPlain, "[013]"},
+    {"brio_atcmd_enable_urc briolib_atcmd_enable_urc", kPlain, "[01345]"},
+    {"brio_atcmd_scan_network", kGated, "0" ANY "|[458] untouched|6"},
+    {"brio_atcmd_scan_abort brio_atcmd_set_auto_mode", kGated, "[045]"},
+    {"brio_abort_manual_nw_scan", kGated, "[48]"},
+    {"brio_get_current_network brio_get_sim_static_info", kGated, "0"},
+    {"brio_get_network_time brio_get_bas_status", kGated, "0 [a-z].*|5.*|6"},
+    {"brio_get_data_service_mode", kGated, "0 [01235]|6"},
+    {"brio_get_roaming_status", kGated, "0 [012]|6"},
+    {"brio_get_wan_type", kGated, "0 [067]|6"},
+    {"brio_get_band_info brio_get_carrier_id", kGated, "0 [0-9]{1,5}|6"},
+    {"brio_get_mcc_mnc", kGated, "0 \".*\"|6"},
+    {"brio_get_pdp_context_activation_allowed", kGated, "0 (0 0|1 1)|6.*"},
+    {"brio_clear_sms briolib_update_mcc_mnc", kGated, "[05]"},
+    {"brio_get_curr_lte_ant brio_get_bars", kGated, "0 [0-9]+|7 untouched|6"},
+    {"brio_set_lte_ant", kGated, "[0456]"},
+    {"brio_set_callback_for_event_id", kPlain, "[06]"},
+    {"brio_set_bars_update_period", kGated, "[06]"},
+    {"brio_get_sim_status brio_get_wn3_sim_status", kGated, "[045] [a-z0-9].*|6"},
+    {"brio_get_sim_info", kGated, "0 [a-z].*|4 untouched|6"},
+    {"brio_get_sim_plmn_info", kGated, "0 [a-z].*|[46].*"},
+    {"brio_get_modem_info brio_copy_modem_info", kPlain, "0 [a-z].*|[134] untouched|6"},
+    {"brio_set_sar_pwr", kGated, "[0-2]"},
+    {"brio_set_fake_security_mode brio_clear_mru brio_turn_off_rf briolib_update_lte_info "
+     "briolib_get_gtscinfo"
+     " briolib_get_gtscstat",
+     kPlain, "[045]"},
+    {"brio_carrier_selection briolib_check_carrier_confg briolib_check_apn_setting", kPlain, "[0456]"},
+    {"brio_trace_tst_log", kGated, "[0-467]"},
+    {"briolib_update_wan_type", kPlain, "[07]"},
+    {"briolib_atcmd_query_reg_status", kPlain, "[01246]"},
+    {"briolib_get_atcmd_snapshot", kGated, "0 [a-z].*|6"},
 };
 
-void script_answer(World& w, size_t choice, Input& in) {
-  Fault fault;
-  fault.times = 1;
-  kAnswers[choice](fault, in);
-  if (fault.unplug) w.plugged = false;
-  w.modem.fault(fault);
+bool matches(const char* pattern, const std::string& line) {
+  static auto& s_compiled = *new std::map<const char*, regex_t>;
+  auto [found, fresh] = s_compiled.try_emplace(pattern);
+  const std::string whole = std::string("^(") + pattern + ")$";
+  require(!fresh || regcomp(&found->second, whole.c_str(), REG_EXTENDED | REG_NOSUB) == 0, pattern);
+  return regexec(&found->second, line.c_str(), 0, nullptr, 0) == 0;
 }
 
-void change_state(World& w, Input& in) {
-  const uint8_t what = in.byte();
-  const uint8_t value = in.byte();
-  w.modem.update([what, value](modemsim::State& s) {
-    int* const numbers[] = {&s.bars, &s.cs_stat,    &s.ps_stat, &s.card_status,
-                            &s.rat,  &s.carrier_id, &s.antenna};
-    std::string* const texts[] = {&s.imsi, &s.iccid, &s.model, &s.operator_numeric, &s.clock, &s.firmware};
-    if (what % 2 == 0) *numbers[what / 2 % std::size(numbers)] = value;
-    if (what % 2 != 0) texts[what / 2 % std::size(texts)]->resize(value, '7');
-  });
-}
-
-void write_raw(World& w, Input& in) {
-  const Port port = in.byte() % 2 != 0 ? Port::kQuery : Port::kUrc;
-  w.modem.raw(port, with_line_ends(in.field('|')));
-}
-
-// A scan that another thread of the host releases.
-void scan_and_abort(World& w, Input&) {
-  w.modem.clear_commands();
-  std::thread aborter([&w] {
-    w.modem.wait_command("AT+COPS=?", 1, modemsim::Milliseconds(20));
-    kAbortScan();
-  });
-  kScan.run(32, false);
-  aborter.join();
-}
-
-constexpr std::pair<char, void (*)(World&, Input&)> kSteps[] = {
-    {'#', [](World& w, Input& in) { w.root.take_file(in); }},
-    {'+', [](World& w, Input& in) { w.modem.urc("+" + std::string(in.field('|'))); }},
-    {'>', write_raw},
-    {'~', [](World& w, Input& in) { w.modem.stream_trace(in.byte() * 64); }},
-    {'%', [](World& w, Input& in) { w.modem.chunk(in.byte()); }},
-    {'=', change_state},
-    {'-', [](World& w, Input&) { w.modem.unplug(), w.plugged = false; }},
-    {'*', [](World& w, Input&) { require(std::exchange(w.plugged, true) || w.modem.plug()); }},
-    // The proximity monitor polls meanwhile.
-    {'@', [](World&, Input& in) { test_clock::advance(in.byte() * 4.0), usleep(4000); }},
-    {'^', scan_and_abort},
-};
-
-void step(World& w, Input& in) {
-  const char letter = static_cast<char>(in.byte());
-  const size_t answer = letter == 'u' ? std::size(kAnswers) - 1 : static_cast<uint8_t>(letter - 'k');
-  if (answer < std::size(kAnswers)) return script_answer(w, answer, in);
-  for (const auto& [name, run] : kSteps)
-    if (name == letter) return run(w, in);
-  call_host(in);
-}
-
-void run(Input in) {
-  static World world;
-  const Held held = world.held();
-  const uint8_t flags = in.byte();
-  format_log_lines((flags & 2) != 0);
-  test_clock::reset();
-  Root::stop_wall_clock();
-  test_clock::scale_waits(0.0005);
-  test_clock::cap_waits(0.008);
-  if ((flags & 1) != 0) {  // the proximity monitor runs
-    world.modem.with_state(
-        [](modemsim::State& state) { state.carrier_id = 202, state.imsi = "234151234567890"; });
+// A function that is called with these words and whose answer must be one that it may give.
+std::string checked(const Function& function, const lab::Call& call, Arguments& words) {
+  const auto all = Arguments(words).words();
+  for (const auto& word : all)
+    if (word.find("..") != std::string::npos) throw lab::UsageError("a path that leaves the root");
+  const bool null = std::count(all.begin(), all.end(), "null") != 0;
+  const bool closed = wabs_is_blib_open() == 0;
+  const std::string gate = std::to_string(briolib_check_library_status());
+  const std::string line = call(words), status = line.substr(0, line.find(' '));
+  const std::string told = std::string(function.names) + ": " + line;
+  const Kind kind = function.kind;
+  if (closed && (kind == kHost || kind == kHostNull)) {
+    require(matches("1( untouched)*|1 \"[norvik]*\"", line), told.c_str());
+  } else if (null && (kind == kNull || kind == kHostNull)) {
+    require(matches("11( untouched)*", line), told.c_str());
+  } else if (kind == kGated && gate != "0") {
+    require(status == gate || (status == "6" && matches(function.answer, line)), told.c_str());
+  } else if (kind != kGated || status != std::to_string(briolib_check_library_status())) {
+    require(matches(function.answer, line), told.c_str());
   }
-  if ((flags & 4) != 0) wabs_open();
-  for (int i = 0; i < kStepsMax && !in.empty(); i++) step(world, in);
+  if (function.least != 0 && status == "0") require(lab::to_number(all[0]) >= function.least, told.c_str());
+  return line;
+}
+
+// Leaves those functions that are checked. All that hosts call must be.
+void check_functions() {
+  std::map<std::string, lab::Call> table;
+  for (const auto& function : kFunctions) {
+    for (Arguments names(function.names); names.more();) {
+      const std::string name = names.text();
+      const auto found = lab::calls().find(name);
+      require(found != lab::calls().end(), name.c_str());
+      const auto run = [&function, call = found->second](Arguments& words) {
+        return checked(function, call, words);
+      };
+      table[name] = {run, found->second.words};
+    }
+  }
+  for (const auto& [name, call] : lab::calls()) {
+    const bool host = name.rfind("wabs_", 0) == 0 || name.rfind("brio_", 0) == 0;
+    require(!host || table.count(name) != 0, name.c_str());
+  }
+  lab::calls() = table;
+}
+
+// ---- The packet layer, replaced
+
+modemsim::Modem* s_modem;  // null: the real one works
+std::mutex s_request;      // the sensor's monitor sends as well
+std::string s_answer;
+std::vector<std::string> s_reports;
+void (*s_lost)(void*);
+
+void observe(const modemsim::Traffic& traffic) {
+  if (traffic.to_modem) return;
+  if (traffic.port == modemsim::Port::kQuery) s_answer += traffic.bytes;
+  if (traffic.port == modemsim::Port::kUrc) s_reports.push_back(traffic.bytes);
+}
+
+// The lines of a piece, until `handle` says that it was the last.
+template <typename F>
+bool lines_of(Bytes bytes, F handle) {
+  while (!bytes.empty()) {
+    const Bytes line = bytes.substr(0, bytes.find_first_of("\r\n"));
+    bytes.remove_prefix(std::min(line.size() + 1, bytes.size()));
+    if (!line.empty() && handle(line.substr(0, BRIO_LINE_DATA_MAX))) return true;
+  }
+  return false;
+}
+
+void handle_reports() {
+  std::vector<std::string> reports;
+  s_modem->with_state([&](modemsim::State&) { reports.swap(s_reports); });
+  for (const auto& report : reports)
+    lines_of(report, [](Bytes line) { return at_parse(Text(line).get(), nullptr, nullptr), false; });
+}
+
+extern "C" {
+
+uint32_t __wrap_blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t type,
+                                                          const char* prefix, recv_func callback, void* data,
+                                                          uint16_t value, int32_t seconds) {
+  require(command != nullptr && strlen(command) < 512 && !strchr(command, '\n') && type <= NO_COMMAND);
+  // A stored selection that waits without limit would never end its input.
+  if (s_modem == nullptr) {
+    return blpkt_atcmd_request_with_callback_timeout(command, type, prefix, callback, data, value,
+                                                     seconds < 0 ? 1 : seconds);
+  }
+  const std::lock_guard<std::mutex> guard(s_request);
+  s_answer.clear();
+  s_modem->tell(command);
+  const std::unique_ptr<ATResponse, void (*)(ATResponse*)> answer(at_response_new(), at_response_free);
+  const bool ended = lines_of(
+      s_answer, [&](Bytes line) { return process_line(Text(line).get(), answer.get(), type, prefix) == 0; });
+  if (!ended) return BLPKT_STATUS_TIMEOUT;
+  if (answer->status != 0) return BLPKT_STATUS_ERROR;
+  return callback != nullptr ? callback(answer.get(), data, value) : uint32_t{BLPKT_STATUS_SUCCESS};
+}
+uint32_t __wrap_blpkt_atcmd_request_with_callback(const char* command, uint32_t type, const char* prefix,
+                                                  recv_func callback, void* data, uint16_t value) {
+  return __wrap_blpkt_atcmd_request_with_callback_timeout(command, type, prefix, callback, data, value, 20);
+}
+uint32_t __wrap_blpkt_init() {
+  return s_modem != nullptr ? 0 : blpkt_init();
+}
+uint32_t __wrap_pktio_init(const char* port, pktio_packet_cb callback, void* data) {
+  return s_modem != nullptr ? 0 : pktio_init(port, callback, data);
+}
+void __wrap_pktio_set_shutdown_callback(void (*callback)(void*), void* data) {
+  s_lost = callback;
+  pktio_set_shutdown_callback(callback, data);
+}
+}
+
+// ---- An input
+
+// Commands that can be repeated at will: nothing waits for long, and nothing leaves the root.
+constexpr char kCommands[] =
+    "(report|sim|sim_file|operators|answer|silent|fault|no_faults|urc|raw|unplug|plug|open|join|line|page|"
+    "nipc"
+    "|chunk|wait_command|rm|file|call)( .*)?|clock (advance|stopped|wall|broken)=[0-9]{1,9}"
+    "|set( fresh| (lib_mask|module_mask)=[0-9A-Fa-fx]{1,10}| (mcc|mnc)=[0-9]{1,3}| bas_query_flag=[01])+"
+    "|async (wabs_do_manual_nw_scan|brio_atcmd_scan_network) .*|(dir|link|fifo) /(var|mnt)/.*";
+
+// Files that the session wrote, with what they hold.
+using Files = std::map<std::filesystem::path, std::string>;
+
+void run_command(Session& session, std::string line, Files& files) {
+  std::string name = line.substr(0, line.find(' '));
+  if (lab::calls().count(name) != 0) line = "call " + line;
+  if (!matches(kCommands, line)) return;
+  if (s_modem != nullptr) {
+    if (name == "unplug" && s_lost != nullptr) s_lost(nullptr);
+    if (name == "plug" || name == "unplug") return;
+    if (name == "urc") line.replace(0, 3, "line");
+    if (name == "async") line.replace(0, 5, "call");
+  }
+  // One thread calls the library; another one may only abort its scan.
+  const bool aborts = line.find("abort") != std::string::npos;
+  if (line.rfind("call ", 0) == 0 && !aborts && !session.running.empty()) session.command("join");
+  std::filesystem::path file;
+  if (name == "file") {
+    file = session.root.path(Arguments(line.substr(4)).text());
+    if (exists(file) && !is_regular_file(file)) return;
+  }
+  session.command(line);
+  if (!file.empty())
+    files[canonical(file)] = *session.root.read(file.string().substr(session.root.dir().size()));
+  if (s_modem != nullptr) handle_reports();
+}
+
+// Nothing differs from what the session wrote but what the library writes.
+void check_files(const Session& session, const Files& files) {
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(session.root.dir())) {
+    if (!entry.is_regular_file() || entry.is_symlink()) continue;
+    const std::string path = entry.path().string().substr(session.root.dir().size());
+    if (matches("/var/local/wan/(mcc|static_info)|/var/run/fatal_reject|.*[.]istp|/sys/.*", path)) continue;
+    const auto written = files.find(canonical(entry.path()));
+    require(written != files.end() && session.root.read(path) == written->second, path.c_str());
+  }
+}
+
+// Whatever the input before left behind, the module opens on a healthy modem and answers.
+void open_healthy() {
+  uint32_t bars = 0;
+  require(wabs_open() == 0 && wabs_get_bars(&bars) == 0 && bars == 4 && wabs_close() == 0);
+}
+
+void play(Session& session, Bytes input) {
+  // Keeps those commands that could be run: a session that a person can play.
+  static FILE* const s_kept =
+      getenv("FUZZ_SESSION") != nullptr ? fopen(getenv("FUZZ_SESSION"), "we") : nullptr;
+  Files files;
+  for (size_t count = 0; count < kCommandsMax && !input.empty(); count++) {
+    const std::string line(take(input, '\n'));
+    const long place = s_kept != nullptr ? ftell(s_kept) : 0;
+    if (s_kept != nullptr) fprintf(s_kept, "%s\n", line.c_str()), fflush(s_kept);
+    try {
+      run_command(session, line, files);
+    } catch (const std::exception&) {
+      if (s_kept != nullptr) fseek(s_kept, place, SEEK_SET), ftruncate(fileno(s_kept), place);
+    }
+  }
   check_record();
   check_sim_blocks();
-  wabs_close();
-  world.root.check_files();
-  world.root.remove_files();
-  world.open_healthy();
-  world.check_held(held);
+  process::g_patience = std::chrono::seconds(10);
+  const std::string left = session.end();
+  require(left == "none", left.c_str());
+  check_files(session, files);
 }
 
-// A stored selection that waits without limit would never end its input.
-extern "C" uint32_t __real_blpkt_atcmd_request_with_callback_timeout(const char*, uint32_t, const char*,
-                                                                     recv_func, void*, uint16_t, int32_t);
-extern "C" uint32_t __wrap_blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t type,
-                                                                     const char* prefix, recv_func callback,
-                                                                     void* data, uint16_t value,
-                                                                     int32_t seconds) {
-  return __real_blpkt_atcmd_request_with_callback_timeout(command, type, prefix, callback, data, value,
-                                                          seconds < 0 ? 1 : seconds);
+void run(Bytes input) {
+  static bool s_prepared = false;
+  const bool first = !std::exchange(s_prepared, true);
+  if (first) lab::add_kit_commands();
+  if (first) check_functions();
+  wabs_set_log_mask(0);
+  briolib_log_set_log_mask(0);
+  briolib_set_sim_info_md5_status(1);
+  const bool threads = input.rfind("# threads", 0) == 0;
+  Session session(threads);
+  s_modem = threads ? nullptr : &session.modem;
+  if (!threads) session.modem.observe(observe);
+  if (first) session.root.write("/mnt/us/apn", "broadband\n");  // the library keeps the last one open
+  session.root.rest_sensor();
+  open_healthy();
+  if (first) session.root.remove("/mnt/us/apn"), session.descriptors = process::descriptors();
+  watch_events();
+  faults::fail("system", faults::kEnd, 0, LONG_MAX);  // no process for each input that removes a file
+  const std::string held = faults::held();
+  test_clock::set_wall(1772874300);
+  test_clock::scale_waits(0.0005);
+  test_clock::cap_waits(0.008);
+  process::g_patience = std::chrono::milliseconds(100);
+  play(session, input);
+  require(faults::held() == held && faults::stray_closes() == 0, (faults::held() + " for " + held).c_str());
 }
 
 }  // namespace fuzz
+
+// ---- Lines of an input changed as lines
+
+extern "C" __attribute__((weak)) size_t LLVMFuzzerMutate(uint8_t*, size_t size, size_t) {
+  return size;
+}
+
+extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t most, unsigned seed) {
+  std::mt19937 random(seed);
+  std::vector<std::string> lines;
+  fuzz::Bytes left(reinterpret_cast<const char*>(data), size);
+  do lines.emplace_back(fuzz::take(left, '\n'));
+  while (!left.empty());
+  const auto place = lines.begin() + random() % lines.size(), other = lines.begin() + random() % lines.size();
+  const unsigned how = random() % 8;
+  if (how == 0) {
+    auto function = lab::calls().begin();
+    std::advance(function, random() % lab::calls().size());
+    lines.insert(place, function->first + place->substr(std::min(place->find(' '), place->size())));
+  } else if (how == 1) {
+    lines.erase(place);
+  } else if (how == 2) {
+    lines.insert(place, std::string(*other));
+  } else if (how == 3) {
+    std::swap(*place, *other);
+  } else {
+    place->resize(place->size() + 64);
+    place->resize(
+        LLVMFuzzerMutate(reinterpret_cast<uint8_t*>(&(*place)[0]), place->size() - 64, place->size()));
+  }
+  std::string text;
+  for (const auto& line : lines) text += line + '\n';
+  text.resize(std::min(text.size(), most));
+  return static_cast<size_t>(std::copy(text.begin(), text.end(), data) - data);
+}

@@ -3,6 +3,7 @@
 #define FUZZ_RECORD_H
 
 #include "brio/brio.h"
+#include "brio/briolib.h"
 #include "fuzz.h"
 
 namespace fuzz {

@@ -134,7 +134,7 @@ void wait_command(Session& s, Arguments& a) {
   const auto before =
       std::count(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(s.commands_seen), command);
   const size_t times = a.more() ? static_cast<size_t>(a.number()) : 1;
-  const bool came = s.modem.wait_command(command, static_cast<size_t>(before) + times);
+  const bool came = s.modem.wait_command(command, static_cast<size_t>(before) + times, process::g_patience);
   if (!came) throw UsageError("it did not come");
 }
 

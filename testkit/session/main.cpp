@@ -1,8 +1,8 @@
 // session FILE: plays a session with the commands of briolab and of tests. --update writes what is shown into
-// it.
-#include <cstring>
+// it, --list prints its commands.
 #include <exception>
 #include <iostream>
+#include <string>
 
 #include "kit/calls.h"
 #include "kit_commands.h"
@@ -11,9 +11,9 @@
 #include "session_file.h"
 
 int main(int argc, char** argv) {
-  const bool update = argc > 1 && std::strcmp(argv[1], "--update") == 0;
-  if (argc != (update ? 3 : 2)) {
-    std::cerr << "usage: session [--update] FILE\n";
+  const std::string option = argc == 3 ? argv[1] : "";
+  if (argc != 2 && option != "--update" && option != "--list") {
+    std::cerr << "usage: session [--update|--list] FILE\n";
     return 2;
   }
   lab::add_parts(lab::calls());
@@ -24,7 +24,8 @@ int main(int argc, char** argv) {
   };
   const char* path = argv[argc - 1];
   try {
-    return lab::play_session(path, update) ? 0 : 1;
+    if (option == "--list") return lab::list_session(path), 0;
+    return lab::play_session(path, option == "--update") ? 0 : 1;
   } catch (const std::exception& error) {
     std::cerr << path << ": " << error.what() << "\n";
     return 2;

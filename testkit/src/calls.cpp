@@ -197,7 +197,7 @@ CALL(void*, NipcOpen, (const char* service), (service), nullptr, s_connection +=
 CALL(uint32_t, NipcClose, (void* handle), (handle),
      static_cast<uint32_t>(fail_behind([=] { ::NipcClose(handle); }, errno)), s_connection--)
 CALL(uint32_t, NipcGetStringProperty, (void* handle, const char* service, const char* property, char** value),
-     (handle, service, property, value), static_cast<uint32_t>(errno), s_text += result == 0)
+     (handle, service, property, value), static_cast<uint32_t>(errno), s_text += *value != nullptr)
 UNDO(NipcFreeString, (char* value), (value), s_text -= value != nullptr)
 CALL(const char*, NipcGetEventName, (const void* event), (event), nullptr, )
 CALL(const char*, NipcGetEventSource, (const void* event), (event), nullptr, )

@@ -9,6 +9,8 @@
 #include <mutex>
 #include <utility>
 
+#include "kit/process.h"
+
 namespace {
 
 std::mutex s_mutex;  // guards all of these
@@ -110,7 +112,7 @@ void on_line(const std::string& part, std::function<void()> hook) {
 
 bool wait_for(const std::string& part, size_t times) {
   std::unique_lock<std::mutex> lock(s_mutex);
-  return s_changed.wait_for(lock, std::chrono::seconds(10), [&] { return count_locked(part) >= times; });
+  return s_changed.wait_for(lock, process::g_patience, [&] { return count_locked(part) >= times; });
 }
 
 }  // namespace log_capture

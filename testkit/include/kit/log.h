@@ -24,7 +24,7 @@ std::vector<Line> lines();
 std::vector<Line> take();  // and clears
 // Whether a line holds `part`.
 bool has(const std::string& part);
-// Waits up to ten seconds until `part` was logged at least `times` times.
+// Waits, with process::g_patience, until `part` was logged at least `times` times.
 bool wait_for(const std::string& part, size_t times = 1);
 // Runs `hook` on the thread that logs the next line that holds `part`, once, before it goes on.
 void on_line(const std::string& part, std::function<void()> hook);

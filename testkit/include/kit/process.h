@@ -44,10 +44,13 @@ inline bool waits(pid_t thread) {
   return state == 'S';
 }
 
-// Looks every millisecond whether `condition` holds; false after ten seconds.
+// How long whoever waits for something does so.
+inline std::chrono::milliseconds g_patience{10000};
+
+// Looks every millisecond whether `condition` holds; false when it takes longer than patience.
 template <typename Condition>
 bool eventually(Condition condition) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  const auto end = std::chrono::steady_clock::now() + g_patience;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));

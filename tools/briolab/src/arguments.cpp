@@ -1,4 +1,5 @@
 // Words, numbers and escapes of a session's commands.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -8,6 +9,8 @@
 namespace lab {
 
 namespace {
+
+constexpr size_t kTextMost = 1 << 24;
 
 // The character of an escape; `at` stands behind its backslash.
 char unescape(const std::string& line, size_t& at) {
@@ -42,6 +45,9 @@ std::string Arguments::text() {
     size_t digits = 0;
     const bool repeated = at_ < line_.size() && line_[at_] == '*';
     const int times = repeated ? std::stoi(line_.substr(at_ + 1), &digits) : 1;
+    if (part.size() * static_cast<size_t>(std::max(times, 0)) > kTextMost) {
+      throw UsageError("a text has at most 16 MiB");
+    }
     for (int i = 0; i < times; i++) word += part;
     at_ += repeated ? digits + 1 : 0;
   }

@@ -107,7 +107,7 @@ bool wait_held() {
   return s_events_changed.wait_for(guard, std::chrono::seconds(10), [] { return s_held; });
 }
 
-Session::Session() {
+Session::Session(bool start) {
   setenv("TZ", "UTC0", 1);
   test_clock::reset();
   NipcStandinReset();
@@ -119,7 +119,7 @@ Session::Session() {
     if (traffic.to_modem) test_clock::keep_wait();  // the wait before is over
   });
   modem.observe_events([this](const std::string& event) { played.push_back(event); });
-  if (!modem.start(root.dir())) throw UsageError(modem.error());
+  if (start && !modem.start(root.dir())) throw UsageError(modem.error());
   {
     brio::UrcDataLock lock;
     briolib_init_atcmd_data(0);

@@ -33,9 +33,9 @@ struct Seen {
 struct Session {
   using Lines = Seen::Lines;
 
-  Session();
-  Seen run(const std::string& line);  // one command
-  std::string end();                  // closes everything; what is left behind, or "none"
+  explicit Session(bool start = true);  // the modem, too
+  Seen run(const std::string& line);    // one command
+  std::string end();                    // closes everything; what is left behind, or "none"
 
   void command(const std::string& line);
   void emit(const std::string& line);

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <optional>
 
 namespace lab {
 
@@ -103,17 +104,26 @@ std::string text_of(const Clauses& clauses) {
   return joined(parts, kNext);
 }
 
-// Plays one file.
+// Plays one file, or prints its commands.
 class Player {
  public:
-  Player(const std::string& path, bool update) : path_(path), update_(update) {}
+  Player(const std::string& path, bool update, bool plays = true) : path_(path), update_(update) {
+    if (plays) session_.emplace();
+  }
+
+  void list() {
+    for (std::string line : read()) {
+      if (trimmed(line).empty()) std::cout << "\n";
+      play_line(line);
+    }
+  }
 
   bool play() {
     Lines lines = read();
     size_t commands = 0;
     for (number_ = 1; number_ <= lines.size(); number_++) commands += play_line(lines[number_ - 1]) ? 1 : 0;
     if (commands == 0) throw UsageError("holds no command");
-    const std::string left = session_.end();
+    const std::string left = session_->end();
     if (left != "none") {
       std::cout << path_ << ": left behind: " << left << "\n";
       holds_ = false;
@@ -158,7 +168,7 @@ class Player {
         play(&line, arrow, left, has_arrow, right);
       }
     } catch (const std::exception& error) {
-      session_.end();
+      if (session_) session_->end();
       throw UsageError("line " + std::to_string(number_) + ": " + whole + ": " + error.what());
     }
     return true;
@@ -249,7 +259,12 @@ class Player {
         continue;
       }
       const bool is_command = lab::commands().count(name) != 0;
-      Seen seen = session_.run(is_command || calls().count(name) == 0 ? command : "call " + command);
+      if (!is_command && calls().count(name) != 0) command.insert(0, "call ");
+      if (!session_) {
+        std::cout << command << "\n";
+        continue;
+      }
+      Seen seen = session_->run(command);
       if (quiet) continue;
       const auto add = [](auto& to, const auto& from) { to.insert(to.end(), from.begin(), from.end()); };
       add(all->output, seen.output);
@@ -265,6 +280,7 @@ class Player {
             const std::string& right) {
     Seen seen;
     run(commands, &seen);
+    if (!session_) return;
     const Clauses expected = has_arrow ? parse_expected(right) : Clauses();
     const Clauses shown = what_was_shown(seen, expected, has_arrow);
     const std::string is = text_of(shown), was = text_of(expected);
@@ -336,8 +352,8 @@ class Player {
   void add_log(const Seen& seen, const Clauses& expected, Clauses* shown) const {
     const auto mentions = [](const Clause& each) { return each.kind == "log" || each.kind == "nolog"; };
     if (!watches("log") && std::none_of(expected.begin(), expected.end(), mentions)) return;
-    const Lines lines = session_.readable(seen.lines, {});
-    const Lines followed = watches("log") ? session_.readable(seen.lines, parts_) : Lines();
+    const Lines lines = session_->readable(seen.lines, {});
+    const Lines followed = watches("log") ? session_->readable(seen.lines, parts_) : Lines();
     size_t at = 0, found = 0;
     for (const auto& clause : expected) {
       if (clause.kind == "nolog") {
@@ -383,7 +399,7 @@ class Player {
 
   const std::string path_;
   const bool update_;
-  Session session_;
+  std::optional<Session> session_;
   bool holds_ = true;
   size_t number_ = 0;                         // of the line under way
   std::string template_, template_expected_;  // of `for`
@@ -396,6 +412,10 @@ class Player {
 
 bool play_session(const std::string& path, bool update) {
   return Player(path, update).play();
+}
+
+void list_session(const std::string& path) {
+  Player(path, false, false).list();
 }
 
 std::string session_line(const std::string& command, const Seen& seen) {

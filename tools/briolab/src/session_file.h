@@ -13,6 +13,10 @@ namespace lab {
 // run.
 bool play_session(const std::string& path, bool update);
 
+// Prints a file's commands, one a line, with its cases and names filled in; a blank line where the file has
+// one.
+void list_session(const std::string& path);
+
 // One line of such a file that expects all that was seen.
 std::string session_line(const std::string& command, const Seen& seen);
 

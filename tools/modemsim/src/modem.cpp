@@ -376,6 +376,10 @@ void Modem::raw(Port port, const std::string& bytes) {
   impl_->post([this, port, bytes] { impl_->write(port, bytes); });
 }
 
+void Modem::tell(const std::string& command) {
+  impl_->call([&] { impl_->take_line(command); });
+}
+
 void Modem::fault(const Fault& fault) {
   impl_->call([&] { impl_->faults_.push_back(fault); });
 }

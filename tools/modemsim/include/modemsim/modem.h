@@ -166,6 +166,8 @@ class Modem {
   void urc(const std::string& line);
   // Raw bytes on a port.
   void raw(Port port, const std::string& bytes);
+  // A command as if the query port had brought it. Before start() it is answered at once, to the observer.
+  void tell(const std::string& command);
 
   void fault(const Fault& fault);
   void clear_faults();
