@@ -155,7 +155,7 @@ int run_watch(const Options& options, double every, double seconds) {
       for (const std::string& event : seen) printf("  %s\n", event.c_str());
       seen.clear();
     }
-    fflush(stdout);
+    if (fflush(stdout) != 0) throw Failure("The output cannot be written.");
     if (!pause_for(every)) break;
     waited += every;
   }

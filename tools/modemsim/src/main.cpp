@@ -82,7 +82,7 @@ class Printer {
   void line(const std::string& text) {
     const std::chrono::duration<double> now = std::chrono::steady_clock::now() - start_;
     std::printf("%9.3f %s\n", now.count(), text.c_str());
-    std::fflush(stdout);
+    if (std::fflush(stdout) != 0) kill(getpid(), SIGTERM);  // nobody reads any more: the end
   }
 
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
@@ -157,7 +157,7 @@ int play(std::string root, const std::string& scenario_name, bool verbose, doubl
   std::printf("End with Ctrl-C.\n");
   std::fflush(stdout);
   wait_for_the_end(signals, seconds);
-  return 0;
+  return std::ferror(stdout) == 0 ? 0 : complain("the output cannot be written");
 }
 
 int run(int argc, char** argv) {
