@@ -258,7 +258,10 @@ void run_command(Session& session, std::string line, Files& files) {
   if (line.rfind("call ", 0) == 0 && !aborts && !session.running.empty()) session.command("join");
   std::filesystem::path file;
   if (name == "file") {
-    file = session.root.path(Arguments(line.substr(4)).text());
+    Arguments words(line.substr(4));
+    file = session.root.path(words.text());
+    if (words.more()) words.text();
+    words.finish();  // else the file would be written and the command refused
     if (exists(file) && !is_regular_file(file)) return;
   }
   session.command(line);
