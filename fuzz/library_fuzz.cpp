@@ -10,6 +10,7 @@
 #include <fstream>
 #include <map>
 #include <mutex>
+#include <mutex>
 #include <random>
 
 #include "brio/brio.h"
@@ -109,6 +110,8 @@ constexpr Function kFunctions[] = {
 };
 
 bool matches(const char* pattern, const std::string& line) {
+  static std::mutex s_mutex;  // asynchronous calls end on their own threads
+  const std::lock_guard<std::mutex> guard(s_mutex);
   static auto& s_compiled = *new std::map<const char*, regex_t>;
   auto [found, fresh] = s_compiled.try_emplace(pattern);
   const std::string whole = std::string("^(") + pattern + ")$";
