@@ -10,7 +10,6 @@
 #include <fstream>
 #include <map>
 #include <mutex>
-#include <mutex>
 #include <random>
 
 #include "brio/brio.h"
