@@ -1,7 +1,5 @@
 #include "base/own_threads.h"
 
-#include <unistd.h>
-
 #include "base/log.h"
 #include "base/words.h"
 
@@ -12,12 +10,21 @@ constexpr char kLogTag[] = "briolib/src/base";
 __thread brio::Thread t_thread;
 __thread uint32_t t_callbacks;
 
-// Relaxed atomics: how many threads to be joined and other claims there are, and the process of the latest.
+// Relaxed atomics: how many threads to be joined and other claims there are; whether forks are watched; in a
+// child, whether its parent had claims.
 uint32_t s_claims;
-pid_t s_process;
+uint32_t s_watches;
+uint32_t s_forked;
 
+void prv_in_child() {
+  if (brio::relaxed_load(s_claims) != 0) brio::relaxed_store(s_forked, 1u);
+}
+
+// The handler stays: the library is never unloaded. Where memory is short the next claim tries again.
 void prv_claim() {
-  brio::relaxed_store(s_process, getpid());
+  if (brio::relaxed_load(s_watches) == 0 && pthread_atfork(nullptr, nullptr, prv_in_child) == 0) {
+    brio::relaxed_store(s_watches, 1u);
+  }
   __atomic_fetch_add(&s_claims, 1u, __ATOMIC_RELAXED);
 }
 
@@ -63,7 +70,7 @@ brio::ProcessClaim::~ProcessClaim() {
 }
 
 bool brio::in_forked_child() {
-  return relaxed_load(s_claims) != 0 && relaxed_load(s_process) != getpid();
+  return relaxed_load(s_forked) != 0;
 }
 
 bool brio::refused_in_forked_child(const char* function) {
