@@ -128,6 +128,10 @@ TEST_F(Identity, IsWhatWasReadLast) {
   modem().fault(no_sim);
   ASSERT_EQ(brio_open("/dev/ttyACM2"), 0u);
   modem().clear_faults();
+  no_sim.replace = false;
+  no_sim.silent = true;
+  no_sim.times = 1;
+  modem().fault(no_sim);
   ATResponse late = {};
   blpkt_handle_packet(0, &late, nullptr);
   sim_plmn_data plmn;
