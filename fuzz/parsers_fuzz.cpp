@@ -10,7 +10,7 @@
 
 #include "brio/brio_module.h"
 #include "lab/functions.h"
-#include "log_611_sections.h"
+#include "page/log_611_sections.h"
 #include "parse/manual_selection.h"
 #include "parse/modem_config.h"
 #include "parse/modem_info.h"
@@ -19,7 +19,7 @@
 #include "parse/sim_identity.h"
 #include "parse/trace_filter.h"
 #include "record.h"
-#include "static_info.h"
+#include "services/static_info.h"
 
 namespace fuzz {
 

@@ -11,7 +11,7 @@
 #include "base/paths.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
-#include "brio_queue.h"
+#include "channel/brio_queue.h"
 #include "kit/clock.h"
 #include "kit/exact_text.h"
 #include "lab/functions.h"

@@ -10,9 +10,9 @@
 #include <sstream>
 
 #include "brio/wabs.h"
-#include "log_611_names.h"
-#include "log_611_sections.h"
-#include "static_info.h"
+#include "page/log_611_names.h"
+#include "page/log_611_sections.h"
+#include "services/static_info.h"
 #include "support/random.h"
 
 namespace {

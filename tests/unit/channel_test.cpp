@@ -15,7 +15,7 @@
 
 #include "base/log.h"
 #include "brio/brio_at.h"
-#include "brio_blpkt.h"
+#include "channel/brio_blpkt.h"
 #include "kit/calls.h"
 #include "support/sim_fixture.h"
 

@@ -13,7 +13,7 @@
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "brio/wabs.h"
-#include "static_info.h"
+#include "services/static_info.h"
 #include "support/sim_fixture.h"
 
 namespace {

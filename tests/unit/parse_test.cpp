@@ -12,7 +12,7 @@
 #include "kit/exact_text.h"
 #include "parse/modem_config.h"
 #include "parse/scan_list.h"
-#include "static_info.h"
+#include "services/static_info.h"
 
 namespace {
 

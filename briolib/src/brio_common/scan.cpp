@@ -7,8 +7,8 @@
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
-#include "brio_blpkt.h"
 #include "brio_common/shared_data.h"
+#include "channel/brio_blpkt.h"
 #include "parse/answer.h"
 #include "parse/scan_list.h"
 

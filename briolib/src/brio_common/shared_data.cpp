@@ -7,6 +7,7 @@
 
 #include "base/log.h"
 #include "base/text.h"
+#include "base/words.h"
 #include "brio/brio_at.h"
 
 namespace {
@@ -42,6 +43,7 @@ void prv_set_text(char (&field)[N], const char* text) {
 brio_atcmd_data g_brio_lib_atcmd_data;
 
 uint16_t brio::g_sim_status = SIM_NOT_READ;
+uint8_t brio::g_cached_bars_valid;
 
 uint32_t briolib_lock_urc_data_mutex(void) {
   return prv_mutex_status(pthread_mutex_lock(&s_urc_data_mutex));
@@ -87,6 +89,10 @@ void briolib_init_atcmd_data(int32_t keep) {
   data.bas_value_b = 0xFFFF;
   data.curr_lte_ant = 0xFF;
   data.band = 0;
+}
+
+void briolib_invalid_cached_bars() {
+  brio::relaxed_store<uint8_t>(brio::g_cached_bars_valid, 0);
 }
 
 uint32_t briolib_get_sim_plmn_data(sim_plmn_data* record) {

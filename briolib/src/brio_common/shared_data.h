@@ -1,4 +1,4 @@
-// The locks of the shared data, and the SIM status that is kept beside the shared modem-data record.
+// The locks of the shared data, and what is kept beside the shared modem-data record.
 #ifndef BRIOLIB_BRIO_COMMON_SHARED_DATA_H
 #define BRIOLIB_BRIO_COMMON_SHARED_DATA_H
 
@@ -40,6 +40,10 @@ class StaticDataLock {
 
 // SIM status (enum brio_sim_status) of the last brio_get_wn3_sim_status, guarded by the URC-data mutex.
 extern uint16_t g_sim_status;
+
+// Whether the record's bars are a poll's. Set with the URC-data mutex held, cleared by any thread, so that a
+// reset of the record is not lost.
+extern uint8_t g_cached_bars_valid;
 
 }  // namespace brio
 

@@ -16,10 +16,10 @@
 #include "brio/briolib.h"
 #include "brio/prox.h"
 #include "brio/wabs.h"
-#include "brio_bars.h"
 #include "brio_common/shared_data.h"
 #include "kit/exact_text.h"
 #include "lab/functions.h"
+#include "services/brio_bars.h"
 
 namespace lab {
 

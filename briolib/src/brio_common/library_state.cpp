@@ -1,0 +1,43 @@
+// The status gate.
+#include "brio_common/library_state.h"
+
+#include "base/guards.h"
+#include "base/log.h"
+#include "base/own_threads.h"
+#include "base/words.h"
+#include "brio/briolib.h"
+
+namespace {
+
+constexpr char kLogTag[] = "briolib/src/brio_common";
+
+uint32_t prv_library_status() {
+  if (brio::relaxed_load(brio::g_state.library_open) == 0) return BRIO_STATUS_NOT_OPEN;
+  const uint32_t modem_failed = brio::relaxed_load(brio::g_state.modem_failed);
+  const uint32_t closing = brio::relaxed_load(brio::g_state.closing);
+  if (modem_failed == 0 && closing == 0) return BRIO_STATUS_OK;
+  BLIB_E("E blib:%s:%d:libstat_s:fatal lib status:modem indicated a failure[%d][%d]", BLIB_HERE,
+         static_cast<int>(modem_failed), static_cast<int>(closing));
+  return BRIO_STATUS_FATAL;
+}
+
+}  // namespace
+
+pthread_mutex_t brio::g_state_mutex = PTHREAD_MUTEX_INITIALIZER;
+brio::LibraryState brio::g_state;
+
+uint32_t briolib_check_library_status(void) {
+  if (brio::in_forked_child()) return BRIO_STATUS_NOT_OPEN;
+  // A callback that waited for an open would keep its answer from it. Until its end the library is not open.
+  if (brio::on_channel_thread()) return prv_library_status();
+  brio::MutexGuard state_guard(brio::g_state_mutex);
+  return prv_library_status();
+}
+
+uint32_t brio_log_startup_status(void) {
+  return briolib_check_library_status();
+}
+
+uint32_t brio_check_for_fatal_failure(void) {
+  return BRIO_STATUS_OK;
+}

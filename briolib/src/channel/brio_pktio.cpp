@@ -1,0 +1,469 @@
+// Serial ports: the read thread, which cuts both ports' bytes into answers and unsolicited lines, and the
+// sending of commands.
+#include "channel/brio_pktio.h"
+
+#include <errno.h>
+#include <pthread.h>
+#include <string.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "base/clock.h"
+#include "base/control_sockets.h"
+#include "base/guards.h"
+#include "base/log.h"
+#include "base/own_threads.h"
+#include "brio/brio_at.h"
+#include "channel/at_helper.h"
+#include "channel/brio_pktio_ports.h"
+
+namespace {
+
+using brio::MutexGuard;
+using brio::Ports;
+using brio::skip_line_ends;
+
+constexpr char kLogTag[] = "briolib/src/brio_pktio";
+
+constexpr uint32_t kOk = 0;
+constexpr uint32_t kFailed = 1;
+
+constexpr uint32_t kKindResponse = 0;
+constexpr uint32_t kKindUrc = 1;
+
+constexpr size_t kSendBufferSize = 512;
+constexpr size_t kPrefixSize = 512;
+// How long a command waits for a modem that has stopped taking bytes.
+constexpr int kWriteWaitSeconds = 20;
+// How often a port may refuse a command that it has just reported room for.
+constexpr int kWriteRefusals = 16;
+
+// The answer to this command carries lines that must not be judged by its prefix.
+constexpr char kBasPrefix[] = "+BAS";
+
+// One port's bytes. Read thread only, while it runs.
+struct LineBuffer {
+  char data[BRIO_LINE_DATA_MAX + 1];
+  char* leftover;  // incomplete line that the next read continues, or null; a place in `data`
+};
+
+// The command that is outstanding.
+struct Command {
+  uint32_t serial;  // grows with every change
+  uint32_t type;
+  bool has_prefix;
+  char prefix[kPrefixSize];
+};
+
+// Serialises pktio_init and pktio_shutdown; guards s_thread and s_thread_running. Taken before the others.
+pthread_mutex_t s_lifecycle_mutex = PTHREAD_MUTEX_INITIALIZER;
+// Guards s_ports and s_port_users. Held for a moment only, never while reading or writing a port.
+pthread_mutex_t s_ports_mutex = PTHREAD_MUTEX_INITIALIZER;
+pthread_cond_t s_ports_unused = PTHREAD_COND_INITIALIZER;  // s_port_users fell to 0
+// Guards s_command. The read thread holds it while it classifies one line.
+pthread_mutex_t s_command_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+Ports s_ports;
+unsigned s_port_users;  // writers; the ports stay open until they are gone
+Command s_command = {0, NO_COMMAND, false, {}};
+pthread_t s_thread;
+bool s_thread_running;  // created and not yet joined
+
+// Set before the read thread starts.
+pktio_packet_cb s_packet_cb;
+void* s_packet_context;
+void (*s_shutdown_cb)(void*);
+void* s_shutdown_context;
+
+LineBuffer s_query_lines;
+LineBuffer s_urc_lines;
+ATResponse* s_response;               // the answer so far, or null; read thread only
+size_t s_response_bytes;              // what its lines take; read thread only
+uint32_t s_response_serial;           // the command that it answers; read thread only
+__thread bool t_delivers_answer;      // this is the read thread, inside the packet callback with an answer
+char s_send_buffer[kSendBufferSize];  // under the packet layer's send mutex
+
+// Keeps the ports open while a command is written.
+class PortUse {
+ public:
+  PortUse() {
+    MutexGuard lock(s_ports_mutex);
+    ports_ = s_ports;
+    if (ports_.query >= 0) s_port_users++;
+  }
+  ~PortUse() {
+    if (ports_.query < 0) return;
+    MutexGuard lock(s_ports_mutex);
+    if (--s_port_users == 0) pthread_cond_signal(&s_ports_unused);
+  }
+  PortUse(const PortUse&) = delete;
+  PortUse& operator=(const PortUse&) = delete;
+
+  const Ports& ports() const { return ports_; }
+
+ private:
+  Ports ports_;
+};
+
+// Takes the ports out of use and closes them. Only the read thread does this, or whoever failed to start it.
+void prv_retire_ports() {
+  Ports ports;
+  {
+    MutexGuard lock(s_ports_mutex);
+    ports = s_ports;
+    s_ports = Ports();
+    // A writer that waits for room sees this and leaves.
+    if (ports.stop_read >= 0) shutdown(ports.stop_read, SHUT_RDWR);
+    while (s_port_users > 0) pthread_cond_wait(&s_ports_unused, &s_ports_mutex);
+  }
+  brio::close_ports(ports);
+}
+
+void prv_drop_response() {
+  at_response_free(s_response);
+  s_response = nullptr;
+}
+
+void prv_forget_lines(LineBuffer* lines) {
+  memset(lines->data, 0, sizeof(lines->data));
+  lines->leftover = nullptr;
+}
+
+void prv_keep(LineBuffer* lines, char* partial) {
+  lines->leftover = *partial != '\0' ? partial : nullptr;
+}
+
+// One line of text and the place behind it, which is the end of the text when a prompt stood there.
+struct Cut {
+  char* line;
+  char* rest;
+};
+
+// Ends the first line of `text`, which ends at `end`. False when `text` holds no complete line.
+bool prv_cut_line(char* text, char* end, Cut* cut) {
+  char* line_end = find_next_EOL(text);
+  if (line_end == nullptr) return false;
+  *line_end = '\0';
+  *cut = {text, line_end < end ? line_end + 1 : end};
+  return true;
+}
+
+enum class Verdict { kComplete, kGoOn, kGoOnBas, kNoCommand, kViolation };
+
+// Judges one line by the outstanding command.
+Verdict prv_classify(const char* line) {
+  MutexGuard lock(s_command_mutex);
+  if (s_command.type == NO_COMMAND) return Verdict::kNoCommand;
+  if (s_response == nullptr || s_response_serial != s_command.serial) {
+    // Lines of a command that has timed out since are no part of this answer.
+    prv_drop_response();
+    s_response = at_response_new();
+    s_response_bytes = 0;
+    s_response_serial = s_command.serial;
+  }
+  const char* prefix = s_command.has_prefix ? s_command.prefix : nullptr;
+  int32_t result = brio::process_answer_line(line, s_response, s_command.type, prefix, &s_response_bytes);
+  if (result == 0) return Verdict::kComplete;
+  if (result != 1) return Verdict::kViolation;
+  return prefix != nullptr && strcmp(prefix, kBasPrefix) == 0 ? Verdict::kGoOnBas : Verdict::kGoOn;
+}
+
+char* prv_skip_to_final(char* text) {
+  char* final_line = strstr(text, "OK");
+  if (final_line == nullptr) final_line = strstr(text, "ERROR");
+  return final_line != nullptr ? final_line : text;
+}
+
+// Takes the lines of one read of the query port apart. `text` holds at least one complete line.
+void prv_take_answer_lines(Cut cut, char* end) {
+  for (;;) {
+    Verdict verdict = prv_classify(cut.line);
+    switch (verdict) {
+      case Verdict::kComplete:
+        // What the same read holds behind the final line is dropped.
+        t_delivers_answer = true;
+        if (s_packet_cb != nullptr) s_packet_cb(kKindResponse, s_response, s_packet_context);
+        t_delivers_answer = false;
+        prv_drop_response();
+        return;
+      case Verdict::kNoCommand:
+        // An answer whose request has timed out, or noise.
+        prv_forget_lines(&s_query_lines);
+        prv_drop_response();
+        BLIB_E("E blib:%s:%d:prv_read_thread:NO_COMMAND:cleaning up!\n", BLIB_HERE);
+        return;
+      case Verdict::kViolation:
+        prv_forget_lines(&s_query_lines);
+        prv_drop_response();
+        BLIB_E("E blib:%s:%d:process_line:ERROR:cleaning up!\n", BLIB_HERE);
+        return;
+      case Verdict::kGoOnBas:
+        cut.rest = prv_skip_to_final(cut.rest);
+        break;
+      case Verdict::kGoOn:
+        break;
+    }
+    char* text = skip_line_ends(cut.rest);
+    BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:line[%s][%p] \n", BLIB_HERE, text, static_cast<void*>(text));
+    if (!prv_cut_line(text, end, &cut)) {
+      if (*text == '\0') return;
+      BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:leftover buf str[%s]\n", BLIB_HERE, text);
+      prv_keep(&s_query_lines, text);
+      return;
+    }
+  }
+}
+
+enum class ReadResult { kData, kNothing, kEnd };
+
+// Reads one port; kEnd ends the thread.
+ReadResult prv_read_port(int fd, LineBuffer* lines, char** text) {
+  int32_t count = 0;
+  *text = read_line(fd, lines->data, &lines->leftover, &count);
+  if (count < 0) {
+    if (errno == EINTR) return ReadResult::kNothing;
+    BLIB_E("E blib:%s:%d:read:errno=%d:error on read--pausing read thread\n", BLIB_HERE, errno);
+    return ReadResult::kEnd;
+  }
+  if (count == 0 || *text == nullptr) {
+    BLIB_E("E blib:%s:%d:eof::EOF received--pausing read thread\n", BLIB_HERE);
+    return ReadResult::kEnd;
+  }
+  return ReadResult::kData;
+}
+
+// False when the thread is to end.
+bool prv_serve_query_port(int fd) {
+  char* text = nullptr;
+  ReadResult result = prv_read_port(fd, &s_query_lines, &text);
+  if (result != ReadResult::kData) return result != ReadResult::kEnd;
+  BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:AT resp[%s]\n", BLIB_HERE, text);
+  text = skip_line_ends(text);
+  char* end = text + strlen(text);
+  Cut cut;
+  if (prv_cut_line(text, end, &cut)) {
+    prv_take_answer_lines(cut, end);
+  } else {
+    BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:saving incomplete URC len[%d] Str[%s]\n", BLIB_HERE,
+           static_cast<int>(end - text), text);
+    prv_keep(&s_query_lines, text);
+  }
+  return true;
+}
+
+// False when the thread is to end.
+bool prv_serve_urc_port(int fd) {
+  BLIB_D(BRIO_LOG_URC, "D blib:%s:%d:s_pktio_urc_p[%p]\n", BLIB_HERE, static_cast<void*>(s_urc_lines.data));
+  char* text = nullptr;
+  ReadResult result = prv_read_port(fd, &s_urc_lines, &text);
+  if (result != ReadResult::kData) return result != ReadResult::kEnd;
+  text = skip_line_ends(text);
+  if (find_next_EOL(text) == nullptr) {
+    BLIB_D(BRIO_LOG_URC, "D blib:%s:%d:saving incomplete URC[%s]\n", BLIB_HERE, text);
+    prv_keep(&s_urc_lines, text);
+    return true;
+  }
+  BLIB_D(BRIO_LOG_URC, "D blib:%s:%d:URC: %s\n", BLIB_HERE, text);
+  char* end = text + strlen(text);
+  Cut cut;
+  while (prv_cut_line(text, end, &cut)) {
+    if (s_packet_cb != nullptr) s_packet_cb(kKindUrc, cut.line, s_packet_context);
+    text = skip_line_ends(cut.rest);
+  }
+  if (*text != '\0') {
+    BLIB_D(BRIO_LOG_URC, "D blib:%s:%d:leftover string[%s]\n", BLIB_HERE, text);
+    prv_keep(&s_urc_lines, text);
+  }
+  // The leftover stands behind at least one line, so it keeps its text.
+  s_urc_lines.data[0] = '\0';
+  return true;
+}
+
+// One wait for the ports and what came of it. False when the thread is to end.
+bool prv_serve_ports(const Ports& ports, const fd_set& watched, int highest) {
+  fd_set readable = watched;
+  fd_set exceptional = watched;
+  BLIB_D(BRIO_LOG_SELECT, "D blib:%s:%d:entered select\n", BLIB_HERE);
+  int ready = select(highest + 1, &readable, nullptr, &exceptional, nullptr);
+  int err = errno;
+  BLIB_D(BRIO_LOG_SELECT, "D blib:%s:%d:exited select num_fds[%d]\n", BLIB_HERE, ready);
+  if (ready < 0) {
+    if (err == EINTR) return true;
+    BLIB_E("E blib:%s:%d:select:errno=%d:select failed--pausing read thread\n", BLIB_HERE, err);
+    return false;
+  }
+  if (FD_ISSET(ports.query, &exceptional) || FD_ISSET(ports.urc, &exceptional)) {
+    BLIB_E("E blib:%s:%d:selerr:errno=%d:select err on read fd--exiting\n", BLIB_HERE, err);
+    return false;
+  }
+  if (FD_ISSET(ports.stop_read, &exceptional)) {
+    BLIB_E("E blib:%s:%d:selerr:errno=%d:select err on socket pair--exiting\n", BLIB_HERE, err);
+    return false;
+  }
+  if (FD_ISSET(ports.stop_read, &readable)) {
+    BLIB_D(BRIO_LOG_PORT, "D blib:%s:%d:exiting read thread\n", BLIB_HERE);
+    return false;
+  }
+  if (FD_ISSET(ports.query, &readable) && !prv_serve_query_port(ports.query)) return false;
+  if (FD_ISSET(ports.urc, &readable) && !prv_serve_urc_port(ports.urc)) return false;
+  return true;
+}
+
+void* prv_read_thread(void*) {
+  brio::this_thread_is(brio::Thread::kRead);
+  Ports ports;
+  {
+    MutexGuard lock(s_ports_mutex);
+    ports = s_ports;
+  }
+  fd_set watched;
+  FD_ZERO(&watched);
+  int highest = -1;
+  const int descriptors[] = {ports.query, ports.urc, ports.stop_read};
+  for (int fd : descriptors) {
+    FD_SET(fd, &watched);
+    if (fd > highest) highest = fd;
+  }
+  BLIB_D(BRIO_LOG_PORT, "D blib:%s:%d:prv_read_thread(),nfds:%d\n", BLIB_HERE, highest);
+  while (prv_serve_ports(ports, watched, highest)) {
+  }
+  prv_drop_response();
+  if (s_shutdown_cb != nullptr) s_shutdown_cb(s_shutdown_context);
+  prv_retire_ports();
+  return nullptr;
+}
+
+// Makes the read thread leave its select; it closes the ports itself.
+void prv_request_stop() {
+  MutexGuard lock(s_ports_mutex);
+  if (brio::send_stop(s_ports.stop_write)) return;
+  BLIB_W("W blib:%s:%d:socketpair:errno=%d:unable to write to socket pair\n", BLIB_HERE, errno);
+  if (s_ports.stop_write < 0) return;  // the thread has ended by itself
+  BLIB_E("E blib:%s:%d:socketpair:write:error on socket pair\n", BLIB_HERE);
+  // The end of the stream stops the thread as well.
+  brio::hang_up(&s_ports.stop_write);
+}
+
+// Caller holds the lifecycle mutex.
+void prv_end_thread() {
+  if (!s_thread_running) return;
+  prv_request_stop();
+  brio::join_thread(s_thread);
+  s_thread_running = false;
+}
+
+// Waits until the query port takes bytes again. False with errno when it does not within kWriteWaitSeconds
+// since `start`, or the ports are closing.
+bool prv_wait_writable(const Ports& ports, const timespec& start) {
+  pollfd watched[] = {{ports.query, POLLOUT, 0}, {ports.stop_read, POLLIN, 0}};
+  int ready;
+  do {
+    timespec now = start;
+    brio::clock_monotonic(&now);
+    auto waited = now.tv_sec - start.tv_sec;
+    ready = waited < kWriteWaitSeconds
+                ? brio::clock_poll(watched, 2, kWriteWaitSeconds - static_cast<int>(waited))
+                : 0;
+  } while (ready < 0 && errno == EINTR);
+  if (ready < 0) return false;
+  if (ready > 0 && watched[1].revents == 0) return true;
+  errno = ready == 0 ? ETIMEDOUT : ECANCELED;
+  return false;
+}
+
+// Everything in one write. A port that has room for a part only fails like any short write.
+bool prv_write_whole(const Ports& ports, const char* bytes, size_t length) {
+  timespec start = {};
+  brio::clock_monotonic(&start);
+  ssize_t written;
+  int refusals = 0;
+  do {
+    written = write(ports.query, bytes, length);
+  } while (written < 0 && (errno == EINTR || (errno == EAGAIN && refusals++ < kWriteRefusals &&
+                                              prv_wait_writable(ports, start))));
+  if (written >= 0) errno = EIO;
+  return written == static_cast<ssize_t>(length);
+}
+
+// The number of the command before.
+uint32_t prv_set_command(uint32_t type, const char* prefix) {
+  MutexGuard lock(s_command_mutex);
+  const uint32_t before = s_command.serial++;
+  s_command.type = type;
+  s_command.has_prefix = prefix != nullptr;
+  size_t length = prefix != nullptr ? strnlen(prefix, sizeof(s_command.prefix) - 1) : 0;
+  memcpy(s_command.prefix, prefix != nullptr ? prefix : "", length);
+  s_command.prefix[length] = '\0';
+  return before;
+}
+
+}  // namespace
+
+uint32_t pktio_reset_command() {
+  return prv_set_command(NO_COMMAND, nullptr);
+}
+
+bool pktio_answer_is_late(uint32_t* command) {
+  if (!t_delivers_answer) return false;
+  *command = s_response_serial;
+  MutexGuard lock(s_command_mutex);
+  return s_response_serial != s_command.serial;
+}
+
+void pktio_set_shutdown_callback(void (*callback)(void*), void* context) {
+  s_shutdown_cb = callback;
+  s_shutdown_context = context;
+}
+
+uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* context) {
+  if (brio::refused_here("pktio_init")) return kFailed;
+  MutexGuard lifecycle(s_lifecycle_mutex);
+  prv_end_thread();
+  Ports ports;
+  if (!brio::open_ports(query_port, &ports)) {
+    brio::close_ports(ports);
+    return kFailed;
+  }
+  s_packet_cb = callback;
+  s_packet_context = context;
+  prv_forget_lines(&s_query_lines);
+  prv_forget_lines(&s_urc_lines);
+  pktio_reset_command();
+  {
+    MutexGuard lock(s_ports_mutex);
+    s_ports = ports;
+  }
+  int err = brio::start_thread(&s_thread, prv_read_thread, nullptr);
+  if (err != 0) {
+    BLIB_E("E blib:%s:%d:create_th:err=%d:cant create thread\n", BLIB_HERE, err);
+    prv_retire_ports();
+    return kFailed;
+  }
+  s_thread_running = true;
+  return kOk;
+}
+
+uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* response_prefix) {
+  if (command == nullptr || brio::refused_in_forked_child("pktio_at_send_cmd")) return kFailed;
+  prv_set_command(type, response_prefix);
+  memset(s_send_buffer, 0, sizeof(s_send_buffer));
+  size_t length = strnlen(command, sizeof(s_send_buffer) - 1);
+  memcpy(s_send_buffer, command, length);
+  s_send_buffer[length] = '\r';
+  BLIB_D(BRIO_LOG_PORT, "D blib:%s:%d:atcmd request:%s\n", BLIB_HERE, command);
+
+  PortUse use;
+  errno = EBADF;
+  if (use.ports().query >= 0 && prv_write_whole(use.ports(), s_send_buffer, length + 1)) return kOk;
+  char text[128];
+  BLIB_E("E blib:%s:%d:AT:Unable to send command %s err %s:\n", BLIB_HERE, command,
+         strerror_r(errno, text, sizeof(text)));
+  return kFailed;
+}
+
+void pktio_shutdown(void) {
+  if (brio::refused_here("pktio_shutdown")) return;
+  MutexGuard lifecycle(s_lifecycle_mutex);
+  prv_end_thread();
+}

@@ -1,0 +1,98 @@
+#include "channel/brio_pktio_ports.h"
+
+#include <errno.h>
+#include <sys/ioctl.h>
+#include <sys/select.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include "base/control_sockets.h"
+#include "base/log.h"
+#include "base/paths.h"
+
+namespace brio {
+namespace {
+
+constexpr char kLogTag[] = "briolib/src/brio_pktio";
+
+constexpr speed_t kBaudRate = B921600;
+
+// Raw bytes; a read takes what is there and never waits.
+void prv_set_raw(int fd) {
+  termios attributes;
+  if (tcgetattr(fd, &attributes) != 0) return;
+  cfmakeraw(&attributes);
+  attributes.c_cflag |= CLOCAL | CREAD;
+  attributes.c_cc[VMIN] = 0;
+  attributes.c_cc[VTIME] = 0;
+  cfsetispeed(&attributes, kBaudRate);
+  cfsetospeed(&attributes, kBaudRate);
+  tcsetattr(fd, TCSANOW, &attributes);
+}
+
+// A serial port, ready for use, or -1 with errno. Non-blocking, because an open must not wait for a carrier.
+int prv_open_serial(const char* path) {
+  int fd = open_device(path, O_RDWR | O_NOCTTY | O_NONBLOCK);
+  if (fd >= 0) prv_set_raw(fd);
+  return fd;
+}
+
+bool prv_fits_select(int fd) {
+  if (fd < FD_SETSIZE) return true;
+  BLIB_E("E blib:%s:%d:open:fd=%d,limit=%d:descriptor too large for select\n", BLIB_HERE, fd, FD_SETSIZE);
+  return false;
+}
+
+}  // namespace
+
+bool open_ports(const char* query_port, Ports* ports) {
+  if (query_port == nullptr) query_port = "";
+  ports->query = prv_open_serial(query_port);
+  if (ports->query < 0) {
+    BLIB_E("E blib:%s:%d:open:device: %s, errno: %d:can't open device\n", BLIB_HERE, query_port, errno);
+    return false;
+  }
+  // It stays non-blocking: a modem that has stopped reading must not keep the ports from being closed. A read
+  // of a raw port waits in neither mode.
+  if (!prv_fits_select(ports->query)) return false;
+  BLIB_D(BRIO_LOG_PORT, "D blib:%s:%d:pktio_init QRY fd:%d port:%s\n", BLIB_HERE, ports->query, query_port);
+
+  ports->urc = prv_open_serial(kUrcPort);
+  if (ports->urc < 0) {
+    // The line names the query port, as it always did.
+    BLIB_E("E blib:%s:%d:open:device=%s,errno=%d:cant open device\n", BLIB_HERE, query_port, errno);
+    return false;
+  }
+  fcntl(ports->urc, F_SETFL, 0);
+  if (!prv_fits_select(ports->urc)) return false;
+  BLIB_D(BRIO_LOG_PORT, "D blib:%s:%d:pktio_init URC fd:%d port:%s\n", BLIB_HERE, ports->urc, kUrcPort);
+
+  int pair[2];
+  if (!open_control_sockets(pair)) {
+    BLIB_E("E blib:%s:%d:socketpair:errno=%d:can't create socket pair\n", BLIB_HERE, errno);
+    return false;
+  }
+  ports->stop_read = pair[0];
+  ports->stop_write = pair[1];
+  return true;
+}
+
+void close_ports(const Ports& ports) {
+  if (ports.query >= 0) {
+    // What a modem that has stopped reading did not take would hold the close.
+    int unsent = 0;
+    if (ioctl(ports.query, TIOCOUTQ, &unsent) == 0 && unsent > 0) tcflush(ports.query, TCOFLUSH);
+    close(ports.query);
+  } else {
+    BLIB_E("E blib:%s:%d:cleanup:fd val=%d:pktIO fd has garbage value\n", BLIB_HERE, ports.query);
+  }
+  if (ports.urc >= 0) {
+    close(ports.urc);
+  } else {
+    BLIB_E("E blib:%s:%d:cleanup:fd val=%d:urcpktIO fd has garbage value\n", BLIB_HERE, ports.urc);
+  }
+  if (ports.stop_read > 0) close(ports.stop_read);
+  if (ports.stop_write > 0) close(ports.stop_write);
+}
+
+}  // namespace brio

@@ -1,0 +1,211 @@
+// Life of the modem library: open and close.
+#include "base/clock.h"
+#include "base/files.h"
+#include "base/guards.h"
+#include "base/log.h"
+#include "base/own_threads.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "base/words.h"
+#include "brio/brio_at.h"
+#include "brio_common/library_state.h"
+#include "brio_common/shared_data.h"
+#include "channel/brio_blpkt.h"
+#include "parse/manual_selection.h"
+
+namespace {
+
+constexpr char kLogTag[] = "briolib/src/brio_common";
+
+constexpr int32_t kEchoTimeoutSeconds = 1;
+constexpr int kEchoAttempts = 3;
+constexpr int kRadioAttempts = 2;
+constexpr int32_t kDeregisterTimeoutSeconds = 80;
+constexpr unsigned kRetryPauseSeconds = 1;
+
+constexpr size_t kLogConfigLine = 31;         // characters of a log configuration's line that count
+constexpr size_t kManualSelectionLine = 127;  // characters of the stored selection
+
+// Read thread, whenever it ends. It must not wait for the state mutex: brio_open may hold that while it joins
+// this thread.
+void prv_channel_lost(void*) {
+  brio::relaxed_store(brio::g_state.modem_failed, 1u);
+  blpkt_channel_lost();
+}
+
+uint32_t prv_send(const char* command, int32_t timeout_seconds) {
+  return blpkt_atcmd_request_with_callback_timeout(command, NUMERIC, nullptr, nullptr, nullptr, 0,
+                                                   timeout_seconds);
+}
+
+// The next line, "\n" included, of a longer one its first characters; false at the end of the file.
+bool prv_next_config_line(brio::InputFile* file, char (&line)[kLogConfigLine + 1]) {
+  size_t length = 0;
+  int c = 0;
+  while (c != '\n' && (c = file->next()) >= 0) {
+    if (length < kLogConfigLine) line[length++] = static_cast<char>(c);
+  }
+  line[length] = '\0';
+  return length > 0;
+}
+
+void prv_read_log_config() {
+  brio::InputFile file(brio::kLogConfigFile);
+  if (!file) {
+    BLIB_D(BRIO_LOG_CONFIG, "D blib:%s:%d:No log config file detected", BLIB_HERE);
+    return;
+  }
+  char buffer[kLogConfigLine + 1];
+  while (prv_next_config_line(&file, buffer)) {
+    BLIB_D(BRIO_LOG_CONFIG, "D blib:%s:%d:log config file: %s", BLIB_HERE, buffer);
+    const char* line = brio::trim(buffer);
+    if (*line == '\0' || *line == '#') continue;
+    // Text that is no number counts as what the conversion gives, 0: every debug line off.
+    briolib_log_set_log_mask(brio::hexadecimal(line));
+    return;
+  }
+}
+
+bool prv_start_channel(const char* query_port) {
+  pktio_set_shutdown_callback(prv_channel_lost, nullptr);
+  uint32_t status = blpkt_init();
+  if (status != 0) {
+    BLIB_E("E blib:%s:%d:blpktinit:status=%d:blpkt failed to initialize", BLIB_HERE,
+           static_cast<int>(status));
+    pktio_shutdown();
+    return false;
+  }
+  // From here on a lost channel counts, also one that is lost while the library opens.
+  brio::relaxed_store(brio::g_state.modem_failed, 0u);
+  if (pktio_init(query_port, blpkt_handle_packet, nullptr) != 0) {
+    BLIB_E("E blib:%s:%d:pktioinit::pktio failed to initialize", BLIB_HERE);
+    pktio_shutdown();
+    blpkt_shutdown();
+    return false;
+  }
+  return true;
+}
+
+void prv_stop_channel() {
+  pktio_shutdown();
+  blpkt_shutdown();
+}
+
+bool prv_switch_echo_off() {
+  for (int left = kEchoAttempts - 1; left >= 0; left--) {
+    if (prv_send("ATE0", kEchoTimeoutSeconds) == BLPKT_STATUS_SUCCESS) return true;
+    BLIB_E("E blib:%s:%d:AT::failed to set echo, retry left[%d]", BLIB_HERE, left);
+    brio::sleep_seconds(kRetryPauseSeconds);
+  }
+  return false;
+}
+
+bool prv_switch_radio_on() {
+  for (int left = kRadioAttempts - 1; left >= 0; left--) {
+    if (prv_send("AT+CFUN=1", BLPKT_DEFAULT_TIMEOUT_SECONDS) == BLPKT_STATUS_SUCCESS) return true;
+    BLIB_E("E blib:%s:%d:AT::failed to set cfun1, retry left[%d]", BLIB_HERE, left);
+    brio::sleep_seconds(kRetryPauseSeconds);
+  }
+  return false;
+}
+
+void prv_brio_atcmd_mcs(const brio::parse::ManualSelection& selection) {
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:de-registration from the network", BLIB_HERE);
+  uint32_t status = prv_send("AT+COPS=2", kDeregisterTimeoutSeconds);
+  if (status != BLPKT_STATUS_SUCCESS) {
+    BLIB_E("E blib:%s:%d:prv_brio_atcmd_mcs::de-registration from the network failed!", BLIB_HERE);
+    if (status == BLPKT_STATUS_TIMEOUT) {
+      prv_send("ATE0", kEchoTimeoutSeconds);
+      brio::sleep_seconds(kRetryPauseSeconds);
+    }
+  }
+  BLIB_I("I blib:prv_brio_atcmd_mcs::%s", "set manual network select as mcs");
+  status = prv_send(selection.command, selection.timeout_seconds);
+  if (status == BLPKT_STATUS_TIMEOUT) {
+    BLIB_E("E blib:%s:%d:prv_brio_atcmd_mcs::set manual network select as mcs timed out!", BLIB_HERE);
+    // The modem may have been left echoing.
+    prv_send("ATE0", kEchoTimeoutSeconds);
+  }
+  if (status != BLPKT_STATUS_SUCCESS) {
+    BLIB_E("E blib:%s:%d:AT::failed to set manual network select", BLIB_HERE);
+  }
+}
+
+// A manual selection that another program stored is carried over a restart.
+void prv_replay_manual_selection() {
+  char line[kManualSelectionLine + 1];
+  brio::InputFile(brio::kManualSelectionFile).line(line, sizeof(line));
+  const std::optional<brio::parse::ManualSelection> selection = brio::parse::parse_manual_selection(line);
+  if (selection) prv_brio_atcmd_mcs(*selection);
+}
+
+// These carrier configurations start with the SAR back-off engaged.
+void prv_start_sar() {
+  constexpr int16_t kSarCarriers[] = {202, 216};
+  int16_t carrier;
+  {
+    brio::UrcDataLock lock;
+    carrier = g_brio_lib_atcmd_data.carrier_config;
+  }
+  for (int16_t sar_carrier : kSarCarriers) {
+    if (carrier == sar_carrier) briolib_set_sar_pwr(1);
+  }
+}
+
+}  // namespace
+
+uint32_t brio_open(const char* query_port) {
+  // Before the mutex: in a forked child another thread of the parent may hold it.
+  if (brio::refused_here("brio_open")) return BRIO_STATUS_BUSY;
+  const brio::ProcessClaim claim;
+  brio::MutexGuard state_guard(brio::g_state_mutex);
+  if (brio::g_state.library_open != 0 || brio::g_state.closing != 0) return BRIO_STATUS_BUSY;
+
+  prv_read_log_config();
+  at_parse_init();
+  {
+    brio::UrcDataLock lock;
+    briolib_init_atcmd_data(0);
+  }
+  if (!prv_start_channel(query_port)) return BRIO_STATUS_FAILURE;
+  briolib_reset_modem_info();
+  if (!prv_switch_echo_off() || !prv_switch_radio_on()) {
+    prv_stop_channel();
+    return BRIO_STATUS_TIMEOUT;
+  }
+
+  // What fails from here on is logged where it fails and does not keep the library from opening.
+  prv_replay_manual_selection();
+  briolib_update_wan_type();
+  briolib_atcmd_enable_urc(0);
+  briolib_check_carrier_confg();
+  briolib_check_apn_setting();
+  briolib_atcmd_query_reg_status();
+  prv_start_sar();
+
+  // modem_failed was cleared when the channel was started and is left alone here: a port that was lost since
+  // then would otherwise be forgotten, and every request of a library that looks healthy would fail.
+  brio::relaxed_store(brio::g_state.library_open, 1u);
+  return BRIO_STATUS_OK;
+}
+
+uint32_t brio_close(void) {
+  if (brio::refused_here("brio_close")) return BRIO_STATUS_BUSY;
+  const brio::ProcessClaim claim;
+  bool was_open;
+  {
+    brio::MutexGuard state_guard(brio::g_state_mutex);
+    // A close that meets another one leaves the work to that one.
+    if (brio::g_state.closing != 0) return BRIO_STATUS_OK;
+    was_open = brio::g_state.library_open != 0;
+    brio::relaxed_store(brio::g_state.closing, 1u);
+  }
+  // Not under the mutex: the gate answers 3 meanwhile instead of waiting.
+  if (was_open) prv_stop_channel();
+
+  brio::MutexGuard state_guard(brio::g_state_mutex);
+  brio::relaxed_store(brio::g_state.library_open, 0u);
+  brio::relaxed_store(brio::g_state.closing, 0u);
+  brio::relaxed_store(brio::g_state.modem_failed, 0u);
+  return BRIO_STATUS_OK;
+}

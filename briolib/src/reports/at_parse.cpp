@@ -1,0 +1,83 @@
+// Finds the parser of a result line.
+#include <string.h>
+
+#include "base/log.h"
+#include "base/masked.h"
+#include "brio/briolib.h"
+#include "parse/sim_file.h"
+#include "reports/report_table.h"
+
+static constexpr char kLogTag[] = "briolib/src/at_parse";
+
+namespace {
+
+using brio::kReports;
+using brio::LogText;
+using brio::ReportRow;
+
+const ReportRow* prv_find(const char* name) {
+  size_t low = 0;
+  size_t high = brio::kReportCount;
+  while (low < high) {
+    size_t middle = (low + high) / 2;
+    int order = strcmp(name, kReports[middle].name);
+    if (order == 0) return &kReports[middle];
+    if (order < 0) {
+      high = middle;
+    } else {
+      low = middle + 1;
+    }
+  }
+  return nullptr;
+}
+
+// The command is the argument of "+CRSM" lines only.
+bool prv_iccid_file_read(const char* name, const void* argument_a) {
+  return str_starts_with(name, "CRSM") != 0 &&
+         brio::parse::crsm_file(static_cast<const char*>(argument_a)) == brio::parse::SimFile::kIccid;
+}
+
+// What its parser left of the text after the name, for the log.
+LogText prv_log_rest(const char* name, const char* rest, const void* argument_a) {
+  if (strcmp(name, "CCID") == 0) return brio::masked_identity(rest);
+  if (strcmp(name, "CRSM") == 0) {
+    return brio::masked_sim_file(rest, prv_iccid_file_read(name, argument_a));
+  }
+  return LogText(rest);
+}
+
+}  // namespace
+
+void at_parse_init() {
+  for (size_t i = 0; i < brio::kReportCount; i++) {
+    BLIB_D(BRIO_LOG_DISPATCH, "D blib:%s:%d:prefix_to_parser map[%d]: %s\n", BLIB_HERE, static_cast<int>(i),
+           kReports[i].name);
+  }
+}
+
+uint32_t at_parse(char* line, void* argument_a, void* argument_b) {
+  if (line == nullptr) return BRIO_STATUS_FAILURE;
+  char* name = line + strspn(line, "+:");
+  BLIB_D(BRIO_LOG_DISPATCH, "D blib:%s:%d:at_parse input:%s\n", BLIB_HERE,
+         brio::masked_line(line, prv_iccid_file_read(name, argument_a)).c_str());
+  if (*line != '+') {
+    BLIB_W("W blib:%s:%d::line doesn't start with + skip parse%s:\n", BLIB_HERE,
+           brio::masked_line(line).c_str());
+    return BRIO_STATUS_FAILURE;
+  }
+  name = line + 1 + strspn(line + 1, ":");
+  if (*name == '\0') return BRIO_STATUS_OK;
+  char* rest = name + strcspn(name, ":");
+  if (*rest == ':') *rest++ = '\0';
+
+  const ReportRow* row = prv_find(name);
+  if (row == nullptr) {
+    BLIB_W("W blib:%s:%d::No URC Callback func avail %s:\n", BLIB_HERE, brio::masked_line(name).c_str());
+    return BRIO_STATUS_FAILURE;
+  }
+  row->parse(rest, argument_a, argument_b);
+  if (!row->silent) {
+    BLIB_I("I blib:URC::+%s: %s\n", name, prv_log_rest(name, rest, argument_a).c_str());
+  }
+  return BRIO_STATUS_OK;
+}

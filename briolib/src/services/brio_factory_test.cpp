@@ -1,0 +1,84 @@
+// One-shot commands of the production line, and the carrier selection that the check at open uses too. None
+// of them asks the status gate.
+#include <limits.h>
+#include <stdlib.h>
+
+#include "base/log.h"
+#include "base/paths.h"
+#include "brio/brio.h"
+#include "brio/brio_at.h"
+#include "brio/briolib.h"
+#include "parse/modem_config.h"
+#include "services/brio_sim.h"
+#include "services/carriers.h"
+
+namespace {
+
+constexpr char kLogTag[] = "briolib/src/brio_factory_test";
+
+uint32_t prv_send(const char* command) {
+  return blpkt_atcmd_request_with_callback(command, NUMERIC, nullptr, nullptr, nullptr, 0);
+}
+
+// The WAN type is then decided afresh. The child inherits no descriptor: all of ours are close-on-exec.
+void prv_remove_wan_info() {
+  brio::DevicePath path(brio::kWanInfoFile);
+  char command[PATH_MAX * 2];
+  if (!brio::parse::build_remove_command(path.c_str(), brio::kWanInfoFile, command, sizeof(command)) ||
+      system(command) != 0) {
+    BLIB_E("E blib:%s:%d:factory_test::Failed to remove waninfo file\n", BLIB_HERE);
+  }
+}
+
+}  // namespace
+
+uint32_t brio_set_fake_security_mode(uint32_t on) {
+  uint32_t result = prv_send(on != 0 ? "AT*FAKECFG=1" : "AT*FAKECFG=0");
+  if (result != BLPKT_STATUS_SUCCESS) {
+    // The same text for both directions.
+    BLIB_E("E blib:%s:%d:factory_test:err_no=%d:can't turn off fake security\n", BLIB_HERE,
+           static_cast<int>(result));
+  }
+  return briolib_translate_status(result, 0);
+}
+
+uint32_t brio_clear_mru(void) {
+  uint32_t result = prv_send("AT*MRUCLEAR");
+  if (result != BLPKT_STATUS_SUCCESS) {
+    BLIB_E("E blib:%s:%d:factory_test:err_no=%d:can't clear MRU\n", BLIB_HERE, static_cast<int>(result));
+  }
+  return briolib_translate_status(result, 0);
+}
+
+uint32_t brio_turn_off_rf(void) {
+  uint32_t result = prv_send("AT+CFUN=0");
+  if (result != BLPKT_STATUS_SUCCESS) {
+    BLIB_E("E blib:%s:%d:factory_test:err_no=%d:can't turn off RF mode\n", BLIB_HERE,
+           static_cast<int>(result));
+  }
+  return briolib_translate_status(result, 0);
+}
+
+uint32_t brio_carrier_selection(void) {
+  char imsi[brio::parse::kImsiSize];
+  if (!brio::read_sim_imsi(imsi)) {
+    BLIB_E("E blib:%s:%d:factory_test:invalid IMSI:can't read SIM\n", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  char prefix[brio::parse::kImsiPrefixSize];
+  brio::parse::imsi_prefix(imsi, prefix);
+  const brio::Carrier* carrier = brio::carrier_of_sim(prefix);
+  if (carrier == nullptr) {
+    BLIB_E("E blib:%s:%d:factory_test:carrier selection:mccmnc not supported: %s\n", BLIB_HERE, prefix);
+    return BRIO_STATUS_INVALID;
+  }
+  BLIB_I(carrier->log_text, BLIB_HERE);
+  BLIB_I("I blib:%s:%d:factory_test:carrier selection cmd %s:\n", BLIB_HERE, carrier->command);
+  uint32_t result = prv_send(carrier->command);
+  if (result != BLPKT_STATUS_SUCCESS) {
+    BLIB_E("E blib:%s:%d:factory_test:err_no=%d:can't set SBP carrier mode\n", BLIB_HERE,
+           static_cast<int>(result));
+  }
+  prv_remove_wan_info();
+  return briolib_translate_status(result, 0);
+}

@@ -1,0 +1,201 @@
+// What the modem must be set to before it is used: carrier configuration, APN and WAN type.
+#include <string.h>
+#include <unistd.h>
+
+#include "base/files.h"
+#include "base/log.h"
+#include "base/masked.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "brio/brio.h"
+#include "brio/brio_at.h"
+#include "brio/briolib.h"
+#include "brio_common/shared_data.h"
+#include "parse/answer.h"
+#include "parse/modem_config.h"
+#include "services/apn.h"
+#include "services/brio_sim.h"
+#include "services/carriers.h"
+
+namespace {
+
+constexpr char kLogTag[] = "briolib/src/brio_misc";
+
+constexpr uint16_t kCarrierUnknown = 0xFFFF;
+constexpr uint32_t kModeStoredByHost = 255;
+constexpr size_t kFileLineSize = 256;
+constexpr size_t kSelectionLineSize = 128;
+constexpr size_t kApnAnswerSize = 128;
+
+// The APN override file stays open on purpose once it was read: one handle, that of the last check. Written
+// by the opening thread under the library-state mutex.
+int s_apn_override_file = -1;
+
+// The response callbacks below run on the read thread.
+
+uint32_t recv_func_prv_briolib_carrier_confg(const ATResponse* response, void* user_data, uint16_t) {
+  const std::optional<uint16_t> carrier_id =
+      brio::parse::parse_carrier_id(brio::parse::answer_line(response));
+  if (!carrier_id) {
+    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_carrier_confg::response is invalid\n", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  *static_cast<uint16_t*>(user_data) = *carrier_id;
+  BLIB_I("I blib:carrier config:current confg:[%d]\n", *carrier_id);
+  return 0;
+}
+
+uint32_t recv_func_prv_briolib_check_apn_setting(const ATResponse* response, void* user_data, uint16_t size) {
+  const char* line = brio::parse::answer_line(response);
+  const char* payload = brio::parse::answer_payload(line);
+  if (payload == nullptr) {
+    BLIB_E("E blib:%s:%d:prv_briolib_check_apn_setting::response is invalid\n", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  char* answer = static_cast<char*>(user_data);
+  brio::copy_text(answer, size, payload);
+  char shown[kApnAnswerSize];
+  brio::copy_text(shown, sizeof(shown), brio::parse::answer_payload(brio::masked_line(line).c_str()));
+  BLIB_I("I blib:APN::[%s]\n", shown);
+  return 0;
+}
+
+uint32_t recv_func_prv_briolib_get_model(const ATResponse* response, void* user_data, uint16_t) {
+  if (!brio::parse::parse_model(brio::parse::answer_line(response), static_cast<char*>(user_data))) {
+    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_model::response is invalid\n", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  return 0;
+}
+
+// True when the override file decides: with a first line `command` is built, else it stays empty.
+bool prv_apn_override(char* command) {
+  brio::InputFile file(brio::kApnOverrideFile);
+  if (!file) return false;
+  char line[kFileLineSize];
+  const size_t length = file.line(line, sizeof(line));
+  if (s_apn_override_file >= 0) close(s_apn_override_file);
+  s_apn_override_file = file.release();
+  if (length == 0) return true;
+  const char* apn = brio::parse::override_apn(line, length);
+  if (apn == nullptr) {
+    BLIB_E("E blib:%s:%d:checkAPN:name=%s:APN refused, no override\n", BLIB_HERE, brio::kApnOverrideFile);
+    return false;
+  }
+  BLIB_I("I blib:%s:%d:APN:updated to:[%s]\n", BLIB_HERE, apn);
+  brio::parse::build_apn_command(apn, command);
+  return true;
+}
+
+// Leaves `command` empty when the modem holds the APN of the SIM's carrier group.
+uint32_t prv_apn_of_sim(char* command) {
+  char answer[kApnAnswerSize] = {};
+  uint32_t result = blpkt_atcmd_request_with_callback(
+      "AT+CGDCONT?", NUMERIC, "+CGDCONT", recv_func_prv_briolib_check_apn_setting, answer, sizeof(answer));
+  if (result != BLPKT_STATUS_SUCCESS) {
+    BLIB_E("E blib:%s:%d:checkAPN::failed to get APN value\n", BLIB_HERE);
+    return BRIO_STATUS_TIMEOUT;
+  }
+  char imsi[brio::parse::kImsiSize];
+  if (!brio::read_sim_imsi(imsi)) {
+    BLIB_E("E blib:%s:%d:checkAPN:invalid IMSI:can't read SIM\n", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  char prefix[brio::parse::kImsiPrefixSize];
+  brio::parse::imsi_prefix(imsi, prefix);
+  const char* apn;
+  if (strstr(prefix, brio::kApnGroupANetwork) != nullptr) {
+    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:carrier is ATT\n", BLIB_HERE);
+    apn = brio::kApnGroupA;
+  } else {
+    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:apn check carrier is VOD/DOCO/etc\n", BLIB_HERE);
+    apn = brio::kApnGroupB;
+  }
+  // Anywhere in the answer, not only in its APN field.
+  if (strstr(answer, apn) == nullptr) brio::parse::build_apn_command(apn, command);
+  return BRIO_STATUS_OK;
+}
+
+// The first line of the WAN information file that holds the key decides; 0 without one.
+uint8_t prv_wan_type_of_file(brio::InputFile* file) {
+  char line[kFileLineSize];
+  while (file->line(line, sizeof(line)) > 0) {
+    const std::optional<uint8_t> type = brio::parse::parse_wan_type_line(line);
+    if (type) return *type;
+  }
+  return BRIO_WAN_TYPE_UNKNOWN;
+}
+
+}  // namespace
+
+uint32_t briolib_check_carrier_confg(void) {
+  uint16_t carrier_id = kCarrierUnknown;
+  uint32_t result = blpkt_atcmd_request_with_callback("AT+GTFDCAR?", NUMERIC, "+GTFDCAR",
+                                                      recv_func_prv_briolib_carrier_confg, &carrier_id, 1);
+  if (result != BLPKT_STATUS_SUCCESS) {
+    BLIB_E("E blib:%s:%d:checkFDCAR::failed to get carrier_id value[%d]\n", BLIB_HERE, carrier_id);
+    return BRIO_STATUS_TIMEOUT;
+  }
+  {
+    // One word, but whoever copies the record under the mutex reads it whole.
+    brio::UrcDataLock lock;
+    g_brio_lib_atcmd_data.carrier_config = static_cast<int16_t>(carrier_id);
+  }
+  char imsi[brio::parse::kImsiSize];
+  if (!brio::read_sim_imsi(imsi)) {
+    BLIB_E("E blib:%s:%d:checkFDCAR:invalid IMSI:can't read SIM\n", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  char prefix[brio::parse::kImsiPrefixSize];
+  brio::parse::imsi_prefix(imsi, prefix);
+  if (brio::carrier_accepts_sim(carrier_id, prefix)) return BRIO_STATUS_OK;
+  BLIB_I("I blib:Need udpate carrier ID, currentID[%d],mccmnc[%s]::\n", carrier_id, prefix);
+  uint32_t status = brio_carrier_selection();
+  if (status != BRIO_STATUS_OK) {
+    BLIB_E("E blib:%s:%d:checkFDCAR::failed to apply new carrier_id, current[%d]\n", BLIB_HERE, carrier_id);
+  }
+  return status;
+}
+
+uint32_t briolib_check_apn_setting(void) {
+  char command[brio::parse::kApnCommandSize] = {};
+  if (!prv_apn_override(command)) {
+    uint32_t status = prv_apn_of_sim(command);
+    if (status != BRIO_STATUS_OK) return status;
+  }
+  if (command[0] == '\0') return BRIO_STATUS_OK;
+  uint32_t result = blpkt_atcmd_request_with_callback(command, NUMERIC, nullptr, nullptr, nullptr, 0);
+  if (result != BLPKT_STATUS_SUCCESS) {
+    BLIB_E("E blib:%s:%d:checkAPN:err_no=%d:can't set APN\n", BLIB_HERE, static_cast<int>(result));
+  }
+  return briolib_translate_status(result, 0);
+}
+
+uint32_t briolib_update_wan_type(void) {
+  uint32_t status = BRIO_STATUS_OK;
+  uint8_t type = BRIO_WAN_TYPE_UNKNOWN;
+  brio::InputFile file(brio::kWanInfoFile);
+  if (file) {
+    type = prv_wan_type_of_file(&file);
+  } else {
+    char model[brio::parse::kModelSize] = {};
+    uint32_t result = blpkt_atcmd_request_with_callback(
+        "AT+CGMM", NUMERIC, "+CGMM", recv_func_prv_briolib_get_model, model, sizeof(model) - 1);
+    if (result == BLPKT_STATUS_SUCCESS) {
+      type = brio::parse::wan_type_of_model(model);
+    } else {
+      status = BRIO_STATUS_UNAVAILABLE;
+    }
+  }
+  BLIB_I("I blib:WAN_TYPE:updated to:[%d]\n", type);
+  brio::UrcDataLock lock;
+  g_brio_lib_atcmd_data.wan_type = type;
+  return status;
+}
+
+uint32_t briolib_get_snapshot_mode(uint32_t mode) {
+  if (mode != kModeStoredByHost) return mode;
+  char line[kSelectionLineSize];
+  brio::InputFile(brio::kManualSelectionFile).line(line, sizeof(line));
+  return brio::parse::snapshot_mode_of_line(line);
+}

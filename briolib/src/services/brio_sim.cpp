@@ -1,0 +1,181 @@
+// The SIM's readiness, its identities and its home PLMN.
+#include "services/brio_sim.h"
+
+#include <pthread.h>
+#include <string.h>
+
+#include "base/guards.h"
+#include "base/log.h"
+#include "base/masked.h"
+#include "brio/brio.h"
+#include "brio/brio_at.h"
+#include "brio/briolib.h"
+#include "brio_common/shared_data.h"
+#include "parse/answer.h"
+
+namespace {
+
+constexpr char kLogTag[] = "briolib/src/brio_sim";
+
+constexpr uint32_t kLockStatusUnknown = 15;
+
+// What briolib_get_sim_iccid and briolib_get_sim_imsi hand out by pointer; every read overwrites its half.
+struct CachedIdentities {
+  char iccid[brio::parse::kIccidSize];
+  char imsi[brio::parse::kImsiSize];
+  char spare;
+};
+CachedIdentities s_cached_sim_iccid_imsi;
+static_assert(sizeof(s_cached_sim_iccid_imsi) == 38, "ICCID, IMSI and one byte");
+// Guards the cache: the read thread writes it, the library itself reads it by copies. No other lock is taken
+// under it.
+pthread_mutex_t s_identity_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+struct CardStatusRow {
+  uint32_t card_status;
+  brio_sim_status sim_status;
+};
+
+// The modem's card status; any other value is INVALID_OTHER. The lock status plays no part.
+constexpr CardStatusRow kCardStatuses[] = {
+    {0, SIM_NOT_READ}, {1, SIM_NOT_READ}, {2, NO_SIM}, {3, SIM_STATUS_OK}, {4, SIM_NOT_READ}, {5, NO_SIM},
+};
+
+brio_sim_status prv_sim_status(uint32_t card_status) {
+  for (const CardStatusRow& row : kCardStatuses) {
+    if (row.card_status == card_status) return row.sim_status;
+  }
+  return INVALID_OTHER;
+}
+
+template <size_t N>
+void prv_store(const char (&text)[N], char* half) {
+  brio::MutexGuard lock(s_identity_mutex);
+  memcpy(half, text, N);
+}
+
+// The response callbacks below run on the read thread.
+
+uint32_t prv_briolib_get_value(const ATResponse* response, void* user_data, uint16_t) {
+  char* input_line = brio::parse::answer_line(response);
+  if (input_line == nullptr) {
+    BLIB_E("E blib:%s:%d:prv_briolib_get_value:input_line passed is NULL:\n", BLIB_HERE);
+    return 2;
+  }
+  return at_parse(brio::skip_spaces(input_line), nullptr, user_data);
+}
+
+uint32_t recv_func_prv_briolib_get_iccid(const ATResponse* response, void* user_data, uint16_t) {
+  char iccid[brio::parse::kIccidSize] = {};
+  if (!brio::parse::parse_iccid(brio::parse::answer_line(response), iccid)) {
+    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_iccid::response is invalid\n", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  prv_store(iccid, static_cast<char*>(user_data));
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:ICCID %s\n", BLIB_HERE, brio::masked_identity(iccid).c_str());
+  return 0;
+}
+
+uint32_t recv_func_prv_briolib_get_imsi(const ATResponse* response, void* user_data, uint16_t) {
+  char imsi[brio::parse::kImsiSize] = {};
+  if (!brio::parse::parse_imsi(brio::parse::answer_line(response), imsi)) {
+    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_imsi::response is invalid\n", BLIB_HERE);
+    return BRIO_STATUS_INVALID;
+  }
+  prv_store(imsi, static_cast<char*>(user_data));
+  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:IMSI updated\n", BLIB_HERE);
+  return 0;
+}
+
+// Reads a text into its half of the cache and copies it from there.
+template <size_t N>
+bool prv_read(const char* command, const char* prefix, recv_func callback, char (&half)[N], char (&text)[N]) {
+  if (blpkt_atcmd_request_with_callback(command, NUMERIC, prefix, callback, half, N) !=
+      BLPKT_STATUS_SUCCESS) {
+    return false;
+  }
+  brio::MutexGuard lock(s_identity_mutex);
+  memcpy(text, half, N);
+  return true;
+}
+
+bool prv_read_iccid(char (&iccid)[brio::parse::kIccidSize]) {
+  return prv_read("AT+CCID", "+CCID", recv_func_prv_briolib_get_iccid, s_cached_sim_iccid_imsi.iccid, iccid);
+}
+
+}  // namespace
+
+bool brio::read_sim_imsi(char (&imsi)[parse::kImsiSize]) {
+  return prv_read("AT+CIMI", "+CIMI", recv_func_prv_briolib_get_imsi, s_cached_sim_iccid_imsi.imsi, imsi);
+}
+
+uint32_t brio_get_sim_status(sim_card_status* record) {
+  if (record == nullptr) return BRIO_STATUS_INVALID;
+  record->card_status = 0;
+  record->lock_status = kLockStatusUnknown;
+  uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) return status;
+  uint32_t result = blpkt_atcmd_request_with_callback("AT+GTSIMSTATUS?", SINGLELINE, "+GTSIMSTATUS",
+                                                      prv_briolib_get_value, record, sizeof(*record));
+  BLIB_I("I blib:%s:%d:get_sim_info:card_status[%d], Lock_status[%d]:\n", BLIB_HERE,
+         static_cast<int>(record->card_status), static_cast<int>(record->lock_status));
+  if (result != BLPKT_STATUS_SUCCESS) return briolib_translate_status(result, 0);
+  return BRIO_STATUS_OK;
+}
+
+uint32_t brio_get_wn3_sim_status(uint32_t* out) {
+  if (out == nullptr) return BRIO_STATUS_INVALID;
+  *out = SIM_STATUS_OK;
+  sim_card_status card;
+  uint32_t status = brio_get_sim_status(&card);
+  if (status != BRIO_STATUS_OK) return status;
+  *out = prv_sim_status(card.card_status);
+  brio::UrcDataLock lock;
+  brio::g_sim_status = static_cast<uint16_t>(*out);
+  return BRIO_STATUS_OK;
+}
+
+char* briolib_get_sim_iccid(void) {
+  char iccid[brio::parse::kIccidSize];
+  return prv_read_iccid(iccid) ? s_cached_sim_iccid_imsi.iccid : nullptr;
+}
+
+char* briolib_get_sim_imsi(void) {
+  char imsi[brio::parse::kImsiSize];
+  return brio::read_sim_imsi(imsi) ? s_cached_sim_iccid_imsi.imsi : nullptr;
+}
+
+uint32_t brio_get_sim_info(sim_identity* block) {
+  if (block == nullptr) return BRIO_STATUS_INVALID;
+  uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) return status;
+  char imsi[brio::parse::kImsiSize];
+  char iccid[brio::parse::kIccidSize];
+  const bool have_imsi = brio::read_sim_imsi(imsi);
+  const bool have_iccid = prv_read_iccid(iccid);
+  if (!have_imsi || !have_iccid) {
+    BLIB_E("E blib:%s:%d:SIM info:failed to get iccid/imsi:\n", BLIB_HERE);
+    return BRIO_STATUS_FAILURE;
+  }
+  memset(block, 0, sizeof(*block));
+  brio::copy_text(block->iccid, sizeof(block->iccid), iccid);
+  brio::copy_text(block->imsi, sizeof(block->imsi), imsi);
+  return BRIO_STATUS_OK;
+}
+
+uint32_t brio_get_sim_plmn_info(sim_plmn_data* record, uint32_t size) {
+  if (size == 0 || record == nullptr) return BRIO_STATUS_INVALID;
+  uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) return status;
+  {
+    brio::StaticDataLock lock;
+    status = briolib_get_sim_plmn_data(record);
+  }
+  if (status != BRIO_STATUS_OK || record->home_mcc[0] != '\0') return status;
+  char imsi[brio::parse::kImsiSize];
+  if (!brio::read_sim_imsi(imsi)) return BRIO_STATUS_FAILURE;
+  // Into the caller's copy only: the stored record keeps an empty home PLMN, so that a changed SIM is seen.
+  brio::parse::home_plmn(imsi, record->home_mcc, record->home_mnc);
+  BLIB_I("I blib:HPLMN:%s-%s:\n", record->home_mcc, record->home_mnc);
+  return BRIO_STATUS_OK;
+}

@@ -1,0 +1,212 @@
+// Serving and home network, and the file in which a change of country is noticed across restarts.
+#include <errno.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/files.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "host/module_state.h"
+
+using brio::g_module;
+using brio::kMccFile;
+using brio::kSourceFile;
+using brio::log_get_error;
+
+namespace {
+
+constexpr char kGetMccMnc[] = "wabs_get_mcc_mnc";
+constexpr size_t kMccDigits = 3;
+constexpr mode_t kMccFileMode = 0600;
+// Selects the home PLMN among what brio_get_sim_plmn_info serves.
+constexpr uint32_t kHomePlmnSelector = 3;
+
+// brio_get_mcc_mnc fills both texts in one go.
+struct PlmnTexts {
+  char mcc[4];
+  char mnc[4];
+};
+static_assert(sizeof(PlmnTexts) == 8, "layout of brio_get_mcc_mnc");
+
+// Last valid serving network, empty at load; lives as long as the process. Host thread.
+PlmnTexts s_cached;
+
+// Home network, read once per process: also a changed SIM keeps it. Host thread.
+uint32_t s_home_cached;
+uint32_t s_home_mcc;
+uint32_t s_home_mnc;
+
+// 0 for a text that is no number, also with a sign in front: the modem may send any three characters, and a
+// host may have filled the whole field.
+uint32_t prv_number(const char (&field)[4]) {
+  char digits[sizeof(field)];
+  brio::copy_text(digits, sizeof(digits), field);
+  const int32_t number = brio::decimal(digits);
+  return number > 0 ? static_cast<uint32_t>(number) : 0;
+}
+
+bool prv_known(const char* text) {
+  return strcmp(text, BRIO_PLMN_UNKNOWN) != 0;
+}
+
+bool prv_three_digits(const char* mcc) {
+  return strlen(mcc) == kMccDigits && strspn(mcc, "0123456789") == kMccDigits;
+}
+
+// Reads until `size` bytes are there; false on an error or a file that ends before (errno is 0 then).
+bool prv_read_whole(int fd, char* data, size_t size) {
+  size_t done = 0;
+  while (done < size) {
+    errno = 0;
+    ssize_t count = read(fd, data + done, size - done);
+    if (count > 0) {
+      done += static_cast<size_t>(count);
+    } else if (count == 0 || errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool prv_write_whole(int fd, const char* data, size_t size) {
+  size_t done = 0;
+  while (done < size) {
+    errno = 0;
+    ssize_t count = write(fd, data + done, size - done);
+    if (count > 0) {
+      done += static_cast<size_t>(count);
+    } else if (count == 0 || errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+void prv_cannot_open() {
+  MODULE_E("E brio:openfile:name=\"%s\",errno=%d:can't open file", kMccFile, errno);
+}
+
+// True when the file does not hold `mcc`; a file that cannot be read counts as unchanged, so that it is left
+// alone.
+bool prv_differs_from_file(const char* mcc) {
+  brio::Descriptor file(brio::open_input(brio::DevicePath(kMccFile).c_str()));
+  if (!file.valid() && errno == ENOENT) {
+    MODULE_D_OF("prv_report_mcc_change", WABS_LOG_FLOW, "D def:current MCC = %s no previous MCC (%s:%s:%d)",
+                mcc);
+    return true;
+  }
+  if (!file.valid()) {
+    prv_cannot_open();
+    return false;
+  }
+  char previous[kMccDigits + 1] = {};
+  if (!prv_read_whole(file.get(), previous, kMccDigits)) {
+    MODULE_E("E brio:readfile:name=\"%s\",errno=%d:can't read file", kMccFile, errno);
+    return false;
+  }
+  MODULE_D_OF("prv_report_mcc_change", WABS_LOG_FLOW, "D def:current MCC = %s previous MCC = %s (%s:%s:%d)",
+              mcc, previous);
+  return memcmp(mcc, previous, kMccDigits) != 0;
+}
+
+void prv_report_mcc_change(const char* mcc) {
+  // The file holds three digits and is rewritten in place: a shorter text would leave a digit of the old one.
+  if (!prv_three_digits(mcc) || !prv_differs_from_file(mcc)) return;
+  MODULE_I("I brio:mccchanged:mcc=%s:mcc has changed", mcc);
+  brio::Descriptor file(brio::open_output(kMccFile, O_WRONLY, kMccFileMode));
+  if (!file.valid()) {
+    prv_cannot_open();
+  } else if (!prv_write_whole(file.get(), mcc, kMccDigits)) {
+    MODULE_E("E brio:writefile:name=\"%s\",errno=%d:can't write file", kMccFile, errno);
+    // A file that is too short cannot be read, so it would never be written again.
+    if (lseek(file.get(), 0, SEEK_END) < static_cast<off_t>(kMccDigits)) {
+      unlink(brio::DevicePath(kMccFile).c_str());
+    }
+  }
+}
+
+void prv_update_mcc(const char (&updated)[4], uint32_t* mcc) {
+  if (!prv_known(updated)) {
+    MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "D brio:UPDATED MCC is Invalid (%s:%s:%d)");
+    return;
+  }
+  if (strcmp(updated, s_cached.mcc) != 0) {
+    MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "D brio:UPDATED MCC %s CACHED MCC %sDIFFER (%s:%s:%d)", updated,
+                s_cached.mcc);
+    prv_report_mcc_change(updated);
+    brio::copy_text(s_cached.mcc, sizeof(s_cached.mcc), updated);
+  }
+  *mcc = prv_number(updated);
+  MODULE_D_OF(kGetMccMnc, WABS_LOG_VALUE, "D brio:UPDATED MCC=%d (%s:%s:%d)", *mcc);
+}
+
+void prv_update_mnc(const char (&updated)[4], uint32_t* mnc) {
+  if (!prv_known(updated)) {
+    MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "D brio:UPDATED MNC is Invalid (%s:%s:%d)");
+    return;
+  }
+  if (strcmp(updated, s_cached.mnc) != 0) {
+    MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "D brio:UPDATED MNC %s and CACHED MNC %sDIFFER (%s:%s:%d)",
+                updated, s_cached.mnc);
+    brio::copy_text(s_cached.mnc, sizeof(s_cached.mnc), updated);
+  }
+  *mnc = prv_number(updated);
+  MODULE_D_OF(kGetMccMnc, WABS_LOG_VALUE, "D brio:UPDATED MNC=%d (%s:%s:%d)", *mnc);
+}
+
+}  // namespace
+
+uint32_t wabs_get_mcc_mnc(uint32_t* mcc, uint32_t* mnc) {
+  MODULE_ENTER();
+  if (mcc == nullptr || mnc == nullptr) MODULE_RETURN(WABS_STATUS_NULL_POINTER);
+  MODULE_D(WABS_LOG_FLOW, "D brio:getting mcc and mnc to see if it has changed (%s:%s:%d)");
+
+  if (brio::relaxed_load(g_module.mcc_mnc_refresh) == 0) {
+    *mcc = prv_number(s_cached.mcc);
+    *mnc = prv_number(s_cached.mnc);
+    MODULE_D(WABS_LOG_VALUE, "D brio:CACHED MCC/MNC=%d-%d (%s:%s:%d)", *mcc, *mnc);
+    MODULE_RETURN(WABS_STATUS_OK);
+  }
+
+  // Cleared before the library is asked: a change that comes in between asks again.
+  brio::relaxed_store(g_module.mcc_mnc_refresh, 0u);
+  char texts[sizeof(PlmnTexts)] = {};
+  uint32_t status = brio_get_mcc_mnc(texts);
+  if (status != BRIO_STATUS_OK) {
+    brio::relaxed_store(g_module.mcc_mnc_refresh, 1u);
+    log_get_error("mcc_mnc", status);
+    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
+  }
+  PlmnTexts updated;
+  memcpy(&updated, texts, sizeof(updated));
+  prv_update_mcc(updated.mcc, mcc);
+  prv_update_mnc(updated.mnc, mnc);
+  MODULE_RETURN(WABS_STATUS_OK);
+}
+
+uint32_t wabs_get_hplmn_mcc_mnc(uint32_t* mcc, uint32_t* mnc) {
+  MODULE_ENTER();
+  if (mcc == nullptr || mnc == nullptr) MODULE_RETURN(WABS_STATUS_NULL_POINTER);
+  MODULE_D(WABS_LOG_FLOW, "D brio:getting HPLMN mcc and mnc (%s:%s:%d)");
+
+  uint32_t result = WABS_STATUS_OK;
+  if (s_home_cached == 0) {
+    sim_plmn_data record = {};
+    uint32_t status = brio_get_sim_plmn_info(&record, kHomePlmnSelector);
+    if (status != BRIO_STATUS_OK) {
+      log_get_error("plmn_info", status);
+      result = WABS_STATUS_LIBRARY_FAILURE;
+    } else {
+      s_home_mcc = prv_number(record.home_mcc);
+      s_home_mnc = prv_number(record.home_mnc);
+      s_home_cached = 1;
+    }
+  }
+  if (result == WABS_STATUS_OK) {
+    *mcc = s_home_mcc;
+    *mnc = s_home_mnc;
+  }
+  MODULE_D(WABS_LOG_FLOW, "D brio:HPLMN mcc[%d] mnc[%d] (%s:%s:%d)", s_home_mcc, s_home_mnc);
+  MODULE_RETURN(result);
+}

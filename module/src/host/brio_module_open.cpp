@@ -1,0 +1,227 @@
+// Opening and closing the module.
+#include <string.h>
+
+#include "base/clock.h"
+#include "base/own_threads.h"
+#include "base/paths.h"
+#include "brio/prox.h"
+#include "host/module_state.h"
+#include "nipc/nipc.h"
+
+uint32_t gBrioModuleLogMask;
+
+namespace brio {
+
+ModuleState g_module;
+
+void log_get_error(const char* parameter, uint32_t status) {
+  MODULE_E("E brio:get:param=%s,error=%d:can't get parameter", parameter, status);
+}
+
+uint32_t log_return(const char* function, int line, uint32_t result) {
+  MODULE_LINE(WABS_LOG_FLOW, LOG_DEBUG, "D def:Return (%s:%s:%d)", function, kSourceFile, line);
+  return result;
+}
+
+namespace {
+
+constexpr char kIpcService[] = "com.quarto.brio_module";
+
+constexpr uint16_t kCarrierUnknown = 0xFFFF;
+// Carriers on which the body-SAR back-off follows the proximity sensor; an unknown one counts as such.
+constexpr uint16_t kSarCarriers[] = {kCarrierUnknown, 202, 216};
+
+// Rounds that the wait for the SIM's status and the wait for its identity have together.
+constexpr uint32_t kSimRounds = 4;
+constexpr unsigned kSimStatusPauseSeconds = 5;
+constexpr unsigned kSimInfoPauseSeconds = 1;
+
+void prv_close_library() {
+  if (!module_is_open()) return;
+  brio_close();
+  brio_trace_tst_stop();
+  relaxed_store(g_module.library_open, uint8_t{0});
+}
+
+void prv_close_prox() {
+  if (g_module.prox_open == 0) return;
+  prox_close();
+  g_module.prox_open = 0;
+}
+
+uint32_t prv_close_ipc() {
+  if (g_module.ipc == nullptr) return WABS_STATUS_OK;
+  uint32_t status = NipcClose(g_module.ipc);
+  g_module.ipc = nullptr;
+  return status;
+}
+
+void prv_start_trace() {
+  uint32_t status = brio_trace_tst_log(kTraceFilterFile, kTraceLogPrefix);
+  if (status == BRIO_STATUS_UNAVAILABLE) {
+    MODULE_D_OF("wabs_open", WABS_LOG_VALUE, "D brio:trace logging disabled (%s:%s:%d)");
+  } else if (status != BRIO_STATUS_OK) {
+    MODULE_W("W brio:get:param=%s,warning=%d:can't get parameter", "debug_config_file", status);
+  }
+}
+
+void prv_start_prox() {
+  uint16_t carrier = kCarrierUnknown;
+  brio_get_carrier_id(&carrier);
+  bool follows_sensor = false;
+  for (uint16_t sar_carrier : kSarCarriers) follows_sensor = follows_sensor || carrier == sar_carrier;
+  if (!follows_sensor) return;
+  if (prox_open() == 0) {
+    g_module.prox_open = 1;
+  } else {
+    // Prints 1 whatever the status was: readers of the log know this line so.
+    MODULE_E("E brio:openlib:status=%d:can't open prox library", 1);
+  }
+}
+
+// Waits for a SIM that can be used. `*rounds` counts the rounds of both waits.
+bool prv_wait_sim_status(uint32_t* rounds) {
+  uint32_t sim_status = SIM_NOT_READ;
+  do {
+    MODULE_D_OF("wabs_open", WABS_LOG_VALUE, "D brio:getting SIM status, retry = %d (%s:%s:%d)", *rounds);
+    uint32_t status = brio_get_wn3_sim_status(&sim_status);
+    MODULE_D_OF("wabs_open", WABS_LOG_VALUE, "D brio:SIM status=%d (%s:%s:%d)", sim_status);
+    if (status != BRIO_STATUS_OK) {
+      log_get_error("sim_status", status);
+      return false;
+    }
+    if (sim_status != SIM_NOT_READ && sim_status != NO_SIM && sim_status != INVALID_OTHER) break;
+    ++*rounds;
+    sleep_seconds(kSimStatusPauseSeconds);
+  } while (*rounds < kSimRounds);
+  if (sim_status < WAITING_TO_ATTACH) {
+    MODULE_E("E brio:simstat:status=%d:bad sim status", sim_status);
+    return false;
+  }
+  return true;
+}
+
+// Goes on with the rounds that the wait for the SIM's status has left; without one left nothing is read.
+bool prv_wait_sim_info(uint32_t* rounds) {
+  uint32_t status = BRIO_STATUS_OK;
+  while (*rounds != kSimRounds) {
+    status = brio_get_sim_info(&g_module.sim);
+    if (status != BRIO_STATUS_UNAVAILABLE) break;
+    sleep_seconds(kSimInfoPauseSeconds);
+    ++*rounds;
+  }
+  if (status != BRIO_STATUS_OK) {
+    log_get_error("sim_plmn_info", status);
+    return false;
+  }
+  return true;
+}
+
+bool prv_register_callbacks() {
+  for (const EventCallback& event : kEventCallbacks) {
+    uint32_t status = brio_set_callback_for_event_id(event.id, event.callback);
+    if (status != BRIO_STATUS_OK) {
+      MODULE_E("E brio:cback:name=%s status=%d:can't set SDK callback", event.name, status);
+      return false;
+    }
+  }
+  return true;
+}
+
+bool prv_read_modem_info() {
+  uint32_t status = brio_get_modem_info(&g_module.modem);
+  if (status != BRIO_STATUS_OK) log_get_error("modeminfo", status);
+  return status == BRIO_STATUS_OK;
+}
+
+void prv_open_ipc() {
+  g_module.ipc = NipcOpen(kIpcService);
+  if (g_module.ipc == nullptr) log_get_error("Npic handle", 0);
+}
+
+uint32_t prv_open() {
+  // A second open tears the module down: hosts call open and close in pairs.
+  if (module_is_open()) return WABS_STATUS_ALREADY_OPEN;
+
+  uint32_t status = brio_open(kQueryPort);
+  if (status != BRIO_STATUS_OK) {
+    MODULE_E("E brio:openlib:status=%d:can't open brio library", status);
+    return WABS_STATUS_LIBRARY_FAILURE;
+  }
+  prv_start_trace();
+  relaxed_store(g_module.mcc_mnc_refresh, 1u);
+  relaxed_store(g_module.library_open, uint8_t{1});
+  relaxed_store(g_611_urc_on, 0u);
+  prv_start_prox();
+
+  uint32_t rounds = 0;
+  if (!prv_wait_sim_status(&rounds) || !prv_read_modem_info() || !prv_register_callbacks() ||
+      !prv_wait_sim_info(&rounds)) {
+    return WABS_STATUS_LIBRARY_FAILURE;
+  }
+  status = brio_get_sim_static_info(0);
+  if (status != BRIO_STATUS_OK) {
+    MODULE_E("E brio:set:param=%s,status=%d:can't set", "SIM static info", status);
+  }
+  prv_open_ipc();
+  return WABS_STATUS_OK;
+}
+
+}  // namespace
+}  // namespace brio
+
+using brio::kSourceFile;
+
+uint32_t wabs_open(void) {
+  MODULE_ENTER();
+  if (brio::refused_here("wabs_open")) MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
+  uint32_t status = brio::prv_open();
+  if (status != WABS_STATUS_OK) {
+    brio::prv_close_library();
+    brio::prv_close_prox();
+    brio::prv_close_ipc();
+  }
+  MODULE_RETURN(status);
+}
+
+uint32_t wabs_close(void) {
+  MODULE_ENTER();
+  if (brio::refused_here("wabs_close")) MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
+  brio::prv_close_prox();
+  brio::prv_close_library();
+  MODULE_RETURN(brio::prv_close_ipc());
+}
+
+uint32_t wabs_is_blib_open(void) {
+  return brio::module_is_open() ? 1 : 0;
+}
+
+uint32_t wabs_get_module_flags(uint32_t* flags) {
+  if (flags == nullptr) return WABS_STATUS_NULL_POINTER;
+  *flags = 1;
+  return WABS_STATUS_OK;
+}
+
+void wabs_set_log_mask(uint32_t mask) {
+  brio::relaxed_store(gBrioModuleLogMask, mask);
+}
+
+uint32_t wabs_enable_logging(void) {
+  return WABS_STATUS_OK;
+}
+
+uint32_t wabs_log_message(void) {
+  return WABS_STATUS_OK;
+}
+
+uint32_t wabs_try_to_use_home_network(void) {
+  return WABS_STATUS_OK;
+}
+
+uint32_t wabs_originate_call_test(void) {
+  return WABS_STATUS_OK;
+}
+
+uint32_t wabs_stop_call_test(void) {
+  return WABS_STATUS_OK;
+}

@@ -1,0 +1,320 @@
+// What the host polls, apart from the serving and home network (brio_module_mcc.cpp).
+#include <string.h>
+
+#include "brio/brio_module.h"
+#include "brio/briolib.h"
+#include "host/module_state.h"
+#include "nipc/nipc.h"
+
+using brio::g_module;
+using brio::kSourceFile;
+using brio::log_get_error;
+using brio::module_is_open;
+
+namespace {
+
+constexpr char kAppManager[] = "com.quarto.appmgrd";
+constexpr char kActiveAppProperty[] = "activeApp";
+constexpr char kReaderApp[] = "com.quarto.shelf.viewer";
+
+constexpr int32_t kZoneUnknown = -1;
+constexpr uint32_t kSecondsPerZoneUnit = 900;
+constexpr time_t kTimeUnknown = static_cast<time_t>(-1);
+
+constexpr uint32_t kImsiSpace = sizeof(sim_identity::imsi);
+constexpr uint32_t kIccidSpace = sizeof(sim_identity::iccid);
+constexpr uint32_t kImeiSpace = sizeof(modem_info::imei);
+
+// Host values, indexed by the library's data service mode; what lies beyond is none (0).
+constexpr uint32_t kHostServiceMode[] = {0, 3, 2, 1, 1, 4};
+// Host values, indexed by the library's roaming value; what lies beyond is neither (8).
+constexpr uint32_t kHostRoaming[] = {8, 0, 1};
+
+static_assert(WABS_SCAN_BUFFER_SIZE == BRIO_SCAN_BUFFER_SIZE, "two headers that stand alone");
+
+bool s_scan_runs = false;  // a thread is in wabs_do_manual_nw_scan; atomic
+
+template <size_t N>
+uint32_t prv_map(const uint32_t (&table)[N], uint32_t value, uint32_t otherwise) {
+  return value < N ? table[value] : otherwise;
+}
+
+// Fills the whole buffer: the text, cut where needed, then zeros, the last byte always zero.
+template <size_t N>
+void prv_copy_out(char* buffer, uint32_t length, const char (&text)[N]) {
+  if (length == 0) return;
+  size_t count = strnlen(text, N);
+  if (count > length - 1) count = length - 1;
+  memcpy(buffer, text, count);
+  memset(buffer + count, 0, length - count);
+}
+
+// What every text query checks before it copies.
+uint32_t prv_check_text(const char* buffer, uint32_t length, uint32_t least) {
+  if (!module_is_open()) return WABS_STATUS_NOT_OPEN;
+  if (buffer == nullptr) return WABS_STATUS_NULL_POINTER;
+  return length < least ? WABS_STATUS_BUFFER_TOO_SMALL : WABS_STATUS_OK;
+}
+
+// What every query of one value checks first.
+uint32_t prv_check_value(const void* out) {
+  if (!module_is_open()) return WABS_STATUS_NOT_OPEN;
+  return out == nullptr ? WABS_STATUS_NULL_POINTER : WABS_STATUS_OK;
+}
+
+// True while the foreground application is the one that shows pages to a reader.
+bool prv_reader_active() {
+  char* active = nullptr;
+  uint32_t status = NipcGetStringProperty(g_module.ipc, kAppManager, kActiveAppProperty, &active);
+  if (status != 0) log_get_error(kAppManager, status);
+  bool reader = status == 0 && active != nullptr && strcmp(active, kReaderApp) == 0;
+  NipcFreeString(active);
+  return reader;
+}
+
+bool prv_holds_date(const network_time& record) {
+  return record.month >= 1 && record.month <= 12 && record.day >= 1 && record.day <= 31 &&
+         record.hour <= 23 && record.minute <= 59 && record.second <= 60;
+}
+
+// mktime of the record, whose year may be sent with two digits.
+time_t prv_utc(const network_time& record) {
+  if (!prv_holds_date(record)) return kTimeUnknown;
+  tm broken_down = {};
+  broken_down.tm_year = record.year < 100 ? record.year + 100 : record.year - 1900;
+  broken_down.tm_mon = record.month - 1;
+  broken_down.tm_mday = record.day;
+  broken_down.tm_hour = record.hour;
+  broken_down.tm_min = record.minute;
+  broken_down.tm_sec = record.second;
+  broken_down.tm_isdst = -1;
+  return mktime(&broken_down);
+}
+
+uint32_t prv_scan_result(uint32_t status) {
+  switch (status) {
+    case BRIO_STATUS_OK:
+      return WABS_STATUS_OK;
+    case BRIO_STATUS_SCAN_ABORTED:
+      return WABS_STATUS_SCAN_ABORTED;
+    default:
+      return WABS_STATUS_LIBRARY_FAILURE;
+  }
+}
+
+uint32_t prv_plain_result(uint32_t status) {
+  return status == BRIO_STATUS_OK ? WABS_STATUS_OK : WABS_STATUS_LIBRARY_FAILURE;
+}
+
+}  // namespace
+
+uint32_t wabs_get_bars(uint32_t* bars) {
+  MODULE_ENTER();
+  uint32_t check = prv_check_value(bars);
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
+
+  uint32_t attached = 0;
+  uint32_t allowed = 0;
+  uint32_t status = brio_get_pdp_context_activation_allowed(&attached, &allowed);
+  if (status != BRIO_STATUS_OK) {
+    log_get_error("pdpa", status);
+    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
+  }
+  MODULE_D(WABS_LOG_FLOW, "D brio:pdp activation state attached: %d,allowed: %d (%s:%s:%d)", attached,
+           allowed);
+  if (attached == 0) {
+    *bars = WABS_BARS_NOT_ATTACHED;
+    MODULE_RETURN(WABS_STATUS_OK);
+  }
+
+  status = brio_check_for_fatal_failure();
+  if (status == BRIO_STATUS_FATAL) {
+    MODULE_E("E brio:fatalfailure::modem must be reset because fatal failure has occurred");
+    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
+  }
+  if (status != BRIO_STATUS_OK) {
+    log_get_error("fatalstatus", status);
+    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
+  }
+
+  MODULE_D(WABS_LOG_FLOW, "D brio:getting bars (%s:%s:%d)");
+  status = brio_get_bars(bars, prv_reader_active() ? 1 : 0);
+  if (status != BRIO_STATUS_OK) {
+    log_get_error("bars", status);
+    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
+  }
+  if (*bars == 0) *bars = 1;  // an attached modem never shows none
+  MODULE_D(WABS_LOG_VALUE, "D brio:bars:%d (%s:%s:%d)", *bars);
+  MODULE_RETURN(WABS_STATUS_OK);
+}
+
+uint32_t wabs_get_module_time(time_t* utc, int32_t* offset_seconds) {
+  MODULE_ENTER();
+  if (utc == nullptr || offset_seconds == nullptr) MODULE_RETURN(WABS_STATUS_NULL_POINTER);
+
+  int32_t zone = brio::relaxed_load(g_module.cached_time_zone);
+  network_time record = {};
+  if (zone == kZoneUnknown) {
+    uint32_t status = brio_get_network_time(&record);
+    if (status == BRIO_STATUS_UNAVAILABLE) {
+      MODULE_D(WABS_LOG_FLOW, "D brio:Network time not provided (%s:%s:%d)");
+      MODULE_RETURN(WABS_STATUS_NO_NETWORK_TIME);
+    }
+    if (status != BRIO_STATUS_OK) {
+      log_get_error("local_time", status);
+      MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
+    }
+    zone = record.time_zone;
+  }
+  *utc = prv_utc(record);
+  // Unsigned, so that a zone beyond reason wraps.
+  *offset_seconds = static_cast<int32_t>(static_cast<uint32_t>(zone) * kSecondsPerZoneUnit);
+  MODULE_D(WABS_LOG_EVENT, "D brio:localTimeOffset=%d (%s:%s:%d)", *offset_seconds);
+  MODULE_RETURN(WABS_STATUS_OK);
+}
+
+uint32_t wabs_get_data_service_mode(uint32_t* mode) {
+  MODULE_ENTER();
+  uint32_t check = prv_check_value(mode);
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
+  MODULE_D(WABS_LOG_FLOW, "D brio:getting data service mode (%s:%s:%d)");
+  uint32_t value = 0;
+  uint32_t status = brio_get_data_service_mode(&value);
+  if (status != BRIO_STATUS_OK) {
+    log_get_error("dsm", status);
+    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
+  }
+  MODULE_D(WABS_LOG_FLOW, "D brio:data service mode = %d (%s:%s:%d)", value);
+  *mode = prv_map(kHostServiceMode, value, 0);
+  MODULE_RETURN(WABS_STATUS_OK);
+}
+
+uint32_t wabs_get_roaming_status(uint32_t* status) {
+  MODULE_ENTER();
+  uint32_t check = prv_check_value(status);
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
+  uint32_t value = 0;
+  uint32_t library_status = brio_get_roaming_status(&value);
+  if (library_status != BRIO_STATUS_OK) {
+    log_get_error("roaming_status", library_status);
+    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
+  }
+  *status = prv_map(kHostRoaming, value, 8);
+  MODULE_RETURN(WABS_STATUS_OK);
+}
+
+uint32_t wabs_get_rssi(int32_t* rssi) {
+  MODULE_ENTER();
+  uint32_t check = prv_check_value(rssi);
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
+  *rssi = 0;  // the host reads bars; the signal itself is on the diagnostic page
+  MODULE_D(WABS_LOG_VALUE, "D brio:rssi=%d (%s:%s:%d)", *rssi);
+  MODULE_RETURN(WABS_STATUS_OK);
+}
+
+uint32_t wabs_get_imsi(char* buffer, uint32_t length) {
+  MODULE_ENTER();
+  uint32_t check = prv_check_text(buffer, length, kImsiSpace);
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
+  prv_copy_out(buffer, length, g_module.sim.imsi);
+  MODULE_D(WABS_LOG_VALUE, "D brio:IMSI updated (%s:%s:%d)");
+  MODULE_RETURN(WABS_STATUS_OK);
+}
+
+uint32_t wabs_get_radio_serial_number(char* buffer, uint32_t length) {
+  MODULE_ENTER();
+  uint32_t check = prv_check_text(buffer, length, kImeiSpace);
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
+  prv_copy_out(buffer, length, g_module.modem.imei);
+  MODULE_D(WABS_LOG_VALUE, "D brio:imei=%s (%s:%s:%d)", buffer);
+  MODULE_RETURN(WABS_STATUS_OK);
+}
+
+uint32_t wabs_get_radio_cert_param1(char* buffer, uint32_t length) {
+  MODULE_ENTER();
+  uint32_t check = prv_check_text(buffer, length, kIccidSpace);
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
+  prv_copy_out(buffer, length, g_module.sim.iccid);
+  char masked[kIccidSpace];
+  prv_copy_out(masked, sizeof(masked), g_module.sim.iccid);
+  MODULE_D(WABS_LOG_VALUE, "D brio:iccid=%s (%s:%s:%d)", briolib_obfuscate_numeral(masked, '*'));
+  MODULE_RETURN(WABS_STATUS_OK);
+}
+
+uint32_t wabs_get_radio_cert_param2(char* buffer, uint32_t length) {
+  MODULE_ENTER();
+  MODULE_RETURN(wabs_get_imsi(buffer, length));
+}
+
+uint32_t wabs_get_realm(char* buffer, uint32_t length) {
+  MODULE_ENTER();
+  MODULE_RETURN(wabs_get_radio_serial_number(buffer, length));
+}
+
+uint32_t wabs_get_radio_phone_number(char* buffer) {
+  MODULE_ENTER();
+  uint32_t check = prv_check_value(buffer);
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
+  buffer[0] = '\0';
+  MODULE_RETURN(WABS_STATUS_OK);
+}
+
+uint32_t wabs_get_firmware_version(char* buffer, uint32_t length) {
+  MODULE_ENTER();
+  if (buffer != nullptr) prv_copy_out(buffer, length, "norvik");
+  uint32_t check = prv_check_value(buffer);
+  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
+  prv_copy_out(buffer, length, g_module.modem.fw_ver);
+  MODULE_RETURN(WABS_STATUS_OK);
+}
+
+uint32_t wabs_update_prl(void) {
+  return module_is_open() ? WABS_STATUS_OK : WABS_STATUS_NOT_OPEN;
+}
+
+uint32_t wabs_get_log_string(char* buffer, int32_t size, uint32_t mode) {
+  MODULE_ENTER();
+  uint32_t capacity = buffer != nullptr && size > 0 ? static_cast<uint32_t>(size) : 0;
+  if (capacity > 0) memset(buffer, 0, capacity);
+  MODULE_RETURN(brio_module_get_log_string(buffer, &capacity, mode));
+}
+
+uint32_t wabs_exit_611_logging(void) {
+  MODULE_ENTER();
+  MODULE_RETURN(brio_module_exit_logging());
+}
+
+uint32_t wabs_do_manual_nw_scan(char* buffer, uint32_t length) {
+  MODULE_ENTER();
+  if (!module_is_open()) MODULE_RETURN(WABS_STATUS_NOT_OPEN);
+  // A second scan would hold its caller for the rest of the first one and its own.
+  if (__atomic_exchange_n(&s_scan_runs, true, __ATOMIC_ACQUIRE)) MODULE_RETURN(WABS_STATUS_SCAN_RUNNING);
+  uint16_t size = length > UINT16_MAX ? UINT16_MAX : static_cast<uint16_t>(length);
+  uint32_t status = brio_atcmd_scan_network(buffer, size);
+  __atomic_store_n(&s_scan_runs, false, __ATOMIC_RELEASE);
+  MODULE_RETURN(status == BRIO_STATUS_TIMEOUT ? uint32_t{WABS_STATUS_SCAN_RUNNING} : prv_scan_result(status));
+}
+
+uint32_t wabs_abort_manual_nw_scan(void) {
+  MODULE_ENTER();
+  if (!module_is_open()) MODULE_RETURN(WABS_STATUS_NOT_OPEN);
+  MODULE_RETURN(prv_scan_result(brio_abort_manual_nw_scan()));
+}
+
+uint32_t wabs_set_auto_mode(void) {
+  MODULE_ENTER();
+  if (!module_is_open()) MODULE_RETURN(WABS_STATUS_NOT_OPEN);
+  MODULE_RETURN(prv_plain_result(brio_atcmd_set_auto_mode()));
+}
+
+uint32_t wabs_send_abort_cmd(void) {
+  MODULE_ENTER();
+  if (!module_is_open()) MODULE_RETURN(WABS_STATUS_NOT_OPEN);
+  MODULE_RETURN(prv_plain_result(brio_atcmd_scan_abort()));
+}
+
+uint32_t wabs_get_current_network(void) {
+  MODULE_ENTER();
+  if (!module_is_open()) MODULE_RETURN(WABS_STATUS_NOT_OPEN);
+  MODULE_RETURN(prv_plain_result(brio_get_current_network()));
+}

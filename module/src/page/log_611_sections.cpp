@@ -1,0 +1,366 @@
+#include "page/log_611_sections.h"
+
+#include <limits.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "base/guards.h"
+#include "base/text.h"
+#include "brio/brio_module.h"
+#include "page/log_611_names.h"
+
+// Item numbers repeat and blanks stand before line ends: both belong to the page, which other programs read.
+
+namespace brio::page {
+namespace {
+
+using names::name_of;
+
+constexpr uint8_t kRatGsm = 0;
+constexpr uint8_t kRatEdge = 3;
+constexpr uint8_t kRatLte = 7;
+constexpr uint8_t kNmoUnknown = 255;
+constexpr size_t kStaticInfoLine = 149;  // one line of the static information file and its NUL
+
+// A reject cause of the snapshot and where the rejecting network's MCC and MNC stand.
+struct Reject {
+  uint8_t cause;
+  uint16_t mcc;
+  uint16_t mnc;
+};
+
+enum RejectIndex : size_t { kCs, kPs, kSm, kEmm, kEsm };
+
+Reject prv_reject(const atcmd_snapshot& snapshot, RejectIndex index) {
+  return {snapshot.reject_bytes[index + 1], snapshot.reject_words[2 * index],
+          snapshot.reject_words[2 * index + 1]};
+}
+
+void prv_modem(Writer& page, const PageInput& input) {
+  const atcmd_snapshot& s = *input.snapshot;
+  const char* sim_status = name_of(names::kSimStatus, s.sim_status);
+  const char* wan_type = name_of(names::kWanType, s.wan_type);
+  if (input.view == View::kFull) {
+    page.add(
+        "2  ******** MODEM ********\n"
+        "2.1  Firmware Version:  %s \n"
+        "2.2  Library Version:   %s \n"
+        "2.3  SIM ICCID:  %s \n"
+        "2.4  Carrier ID:  %d \n"
+        "2.5  SIM status:  %s (%d) \n"
+        "2.6  WAN type:  %s (%d) \n"
+        "2.7  IMEI:  %s \n",
+        s.fw_ver, s.lib_ver, input.iccid, s.carrier_config, sim_status, s.sim_status, wan_type, s.wan_type,
+        s.imei);
+  } else {
+    page.add(
+        "2  ******** MODEM ********\n"
+        "2.1  Firmware Version:  %s \n"
+        "2.2  Library Version:   %s \n"
+        "2.3  Carrier ID:  %d \n"
+        "2.4  SIM status:  %s (%d) \n"
+        "2.5  WAN type:  %s (%d) \n",
+        s.fw_ver, s.lib_ver, s.carrier_config, sim_status, s.sim_status, wan_type, s.wan_type);
+  }
+}
+
+void prv_registration(Writer& page, const PageInput& input) {
+  const atcmd_snapshot& s = *input.snapshot;
+  page.add(
+      "3  ******** STATUS ******** \n"
+      "3.1 CS Reg Status: %s (%d) \n"
+      "3.2 PS Reg Status: %s (%d) \n",
+      name_of(names::kRegistrationStatus, s.cs_reg_status), s.cs_reg_status,
+      name_of(names::kRegistrationStatus, s.ps_reg_status), s.ps_reg_status);
+}
+
+void prv_network_full(Writer& page, const atcmd_snapshot& s, int nmo) {
+  const char* mode = name_of(names::kSelectionMode, s.snapshot_mode);
+  const char* rat = name_of(names::kRat, s.rat);
+  // The band number comes with the registration reports of this hardware only.
+  if (s.wan_type == BRIO_WAN_TYPE_OSPREY) {
+    page.add(
+        "4  ******** NETWORK ******** \n"
+        "4.1 Mode: %s \n"
+        "4.2 MCC-MNC: %s-%s \n"
+        "4.3 RAT: %s (%d) \n"
+        "4.4 Band: %s (%d) \n"
+        "4.5 Cell ID: 0x%X \n",
+        mode, s.mcc, s.mnc, rat, s.rat, s.band_text, static_cast<int>(s.band), s.cell_id);
+  } else {
+    page.add(
+        "4  ******** NETWORK ******** \n"
+        "4.1 Mode: %s \n"
+        "4.2 MCC-MNC: %s-%s \n"
+        "4.3 RAT: %s (%d) \n"
+        "4.4 Band: %s \n"
+        "4.5 Cell ID: 0x%X \n",
+        mode, s.mcc, s.mnc, rat, s.rat, s.band_text, s.cell_id);
+  }
+  if (s.rat == kRatLte) {
+    page.add("4.5 TAC: %d \n", s.tac);
+  } else {
+    page.add("4.5 LAC: %d \n4.6 RAC: %d \n4.7 Network Op Mode: %d \n", s.lac, s.rac, nmo);
+  }
+}
+
+void prv_network_masked(Writer& page, const atcmd_snapshot& s, int nmo) {
+  char band[sizeof(s.band_text)];
+  copy_text(band, sizeof(band), s.band_text);
+  mask_band(band);
+  page.add(
+      "4  ******** NETWORK ******** \n"
+      "4.1 Mode: %s\n"
+      "4.2 %s%s\n"
+      "4.3 %d \n"
+      "4.4 %s \n",
+      name_of(names::kSelectionMode, s.snapshot_mode), s.mcc, s.mnc, s.rat, band);
+  if (s.rat != kRatLte) page.add("4.4 Network Op Mode: %d \n", nmo);
+}
+
+void prv_network(Writer& page, const PageInput& input) {
+  const atcmd_snapshot& s = *input.snapshot;
+  const int nmo = s.nmo == kNmoUnknown ? kNmoUnknown : s.nmo + 1;
+  if (input.view == View::kFull) {
+    prv_network_full(page, s, nmo);
+  } else {
+    prv_network_masked(page, s, nmo);
+  }
+}
+
+// How a raw signal value prints: below 1 the first text, up to `top` exclusive raw - `offset`, at `top` the
+// third text, above it the last one.
+struct SignalScale {
+  int32_t top;
+  int32_t offset;
+  const char* below;
+  const char* value_format;  // one %d
+  const char* at_top;
+  const char* not_available;
+};
+
+constexpr SignalScale kRssi = {
+    63, 111, "5.3 RSSI: < -110 \n", "5.3 RSSI: %d \n", "5.3 RSSI: >= -48 \n", "5.3 RSSI: N/A \n"};
+constexpr SignalScale kRsrp = {
+    97, 141, "5.3 RSRP: < -140 \n", "5.3 RSRP: %d \n", "5.3 RSRP: >= -44 \n", "5.3 RSRP: N/A \n"};
+constexpr SignalScale kRscp = {
+    96, 121, "5.3 RSCP: < -120 ", "5.3 RSCP: %d ", "5.3 RSCP: >= -25 ", "5.3 RSCP: N/A "};
+
+void prv_signal(Writer& page, const SignalScale& scale, int32_t raw) {
+  if (raw < 1) {
+    page.add("%s", scale.below);
+  } else if (raw < scale.top) {
+    page.add(scale.value_format, raw - scale.offset);
+  } else {
+    page.add("%s", raw == scale.top ? scale.at_top : scale.not_available);
+  }
+}
+
+// Half decibels above -24. The integer part loses its sign between -1 and 0, and 48 prints as 0.5: both are
+// kept.
+void prv_ecio(Writer& page, int32_t raw) {
+  if (raw < 1) {
+    page.add("ECIO: < -24 \n");
+  } else if (raw <= 48) {
+    page.add("ECIO: %d.%d \n", raw / 2 - 24, raw % 2 != 0 ? 0 : 5);
+  } else if (raw == 49) {
+    page.add("ECIO: >= 0.0 \n");
+  } else {
+    page.add("ECIO: N/A \n");
+  }
+}
+
+void prv_rf_status(Writer& page, const PageInput& input) {
+  const atcmd_snapshot& s = *input.snapshot;
+  if (input.view == View::kFull) {
+    page.add("5  ******** RF STATUS ********\n5.1 RAT: %s (%d) \n", name_of(names::kRat, s.rat), s.rat);
+  } else {
+    page.add("5  ******** RF STATUS ********\n5.1 %d \n", s.rat);
+  }
+  switch (s.rat) {
+    case kRatGsm:
+    case kRatEdge:
+      prv_signal(page, kRssi, s.signal_a);
+      break;
+    case kRatLte:
+      if (s.bas_query_flag == 1) {
+        page.add("5.3 RSRP main: %d RSRP div: %d \n", s.bas_value_a, s.bas_value_b);
+      } else {
+        prv_signal(page, kRsrp, s.signal_a);
+      }
+      break;
+    case 2:
+    case 4:
+    case 5:
+    case 6:  // WCDMA and its HSPA forms
+      prv_signal(page, kRscp, s.signal_a);
+      prv_ecio(page, s.signal_b);
+      break;
+    default:
+      page.add("5.3 RSSI: N/A \n");
+      break;
+  }
+  page.add("5.4 SAR Pwr backoff: %s\n", name_of(names::kSarMode, static_cast<uint32_t>(input.sar_mode)));
+}
+
+void prv_status_lte(Writer& page, const PageInput& input) {
+  const atcmd_snapshot& s = *input.snapshot;
+  const Reject emm = prv_reject(s, kEmm);
+  const Reject esm = prv_reject(s, kEsm);
+  const char* format = input.view == View::kFull ? "6  ******** CS/PS Status ********\n"
+                                                   "6.1 EMM State: %s (%d) \n"
+                                                   "6.2 EMM Substate: %s (%d)\n"
+                                                   "6.3 EMM Rej Cause: %s (%d) \n"
+                                                   "6.4 EMM Rej PLMN: %d-%d \n"
+                                                   "6.5 ESM Rej Cause: %s (%d) \n"
+                                                   "6.6 ESM Rej PLMN: %d-%d \n"
+                                                 : "6  ******** CS/PS Status ********\n"
+                                                   "6.1 EMM State: %s (%d) \n"
+                                                   "6.2 EMM Substate: %s (%d)\n"
+                                                   "6.3 EMM Rej Cause: %s (%d) \n"
+                                                   "6.4 %d%d \n"
+                                                   "6.5 ESM Rej Cause: %s (%d) \n"
+                                                   "6.6 %d%d \n";
+  page.add(format, name_of(names::kEmmState, s.emm_state), s.emm_state,
+           name_of(names::kEmmSubstate, s.emm_substate), s.emm_substate,
+           name_of(names::kEmmRejectCause, emm.cause), emm.cause, emm.mcc, emm.mnc,
+           name_of(names::kEsmRejectCause, esm.cause), esm.cause, esm.mcc, esm.mnc);
+}
+
+void prv_status_gsm_wcdma(Writer& page, const PageInput& input) {
+  const atcmd_snapshot& s = *input.snapshot;
+  const Reject cs = prv_reject(s, kCs);
+  const Reject ps = prv_reject(s, kPs);
+  const Reject sm = prv_reject(s, kSm);
+  const char* format = input.view == View::kFull ? "6  ******** CS/PS Status ********\n"
+                                                   "6.1 MM State: %s (%d) \n"
+                                                   "6.2 MM Substate: %s (%d) \n"
+                                                   "6.3 GMM State: %s (%d) \n"
+                                                   "6.4 GMM Substate: %s (%d) \n"
+                                                   "6.5 CS Rej Cause: %s (%d) \n"
+                                                   "6.6 CS Rej PLMN: %d-%d \n"
+                                                   "6.7 PS Rej Cause: %s (%d) \n"
+                                                   "6.8 PS Rej PLMN: %d-%d \n"
+                                                   "6.9 SM Rej Cause: %s (%d) \n"
+                                                   "6.8 SM Rej PLMN: %d-%d \n"
+                                                   "6.10 PDP State: %s (%d) \n"
+                                                 : "6  ******** CS/PS Status ********\n"
+                                                   "6.1 MM State: %s (%d) \n"
+                                                   "6.2 MM Substate: %s (%d) \n"
+                                                   "6.3 GMM State: %s (%d) \n"
+                                                   "6.4 GMM Substate: %s (%d) \n"
+                                                   "6.5 CS Rej Cause: %s (%d) \n"
+                                                   "6.6 %d%d \n"
+                                                   "6.7 PS Rej Cause: %s (%d) \n"
+                                                   "6.8 %d%d \n"
+                                                   "6.9 SM Rej Cause: %s (%d) \n"
+                                                   "6.8 %d%d \n"
+                                                   "6.10 PDP State: %s (%d) \n";
+  page.add(format, name_of(names::kMmState, s.mm_state), s.mm_state,
+           name_of(names::kMmSubstate, s.mm_substate), s.mm_substate, name_of(names::kGmmState, s.gmm_state),
+           s.gmm_state, name_of(names::kGmmSubstate, s.gmm_substate), s.gmm_substate,
+           name_of(names::kMmRejectCause, cs.cause), cs.cause, cs.mcc, cs.mnc,
+           name_of(names::kMmRejectCause, ps.cause), ps.cause, ps.mcc, ps.mnc,
+           name_of(names::kSmRejectCause, sm.cause), sm.cause, sm.mcc, sm.mnc,
+           name_of(names::kPdpState, s.pdp_state), s.pdp_state);
+}
+
+// %d prints 32 bits: a rate beyond them shows the largest one.
+int prv_clamp(int64_t rate) {
+  if (rate > INT_MAX) return INT_MAX;
+  if (rate < INT_MIN) return INT_MIN;
+  return static_cast<int>(rate);
+}
+
+void prv_mask_unless_status(char* address) {
+  if (strcmp(address, kConnecting) == 0 || strcmp(address, kNotConnected) == 0) return;
+  mask_ip_address(address);
+}
+
+void prv_addresses(Writer& page, const NetInfo& net, const char* address, const char* destination) {
+  page.add(
+      "IP address: %s\n"
+      "Dest ip address: %s\n"
+      "RX Bytes: %-9d      TX Bytes: %-9d\n"
+      "RX Rate(B/s): %-8d    TX Rate(B/s): %-8d\n",
+      address, destination, net.rx_bytes, net.tx_bytes, prv_clamp(net.rx_rate), prv_clamp(net.tx_rate));
+}
+
+bool prv_wwan(Writer& page, const PageInput& input) {
+  const NetInfo& net = *input.net;
+  page.add("******** WWAN Info ********\n");
+  if (input.view == View::kFull) {
+    prv_addresses(page, net, net.address, net.destination);
+    return true;
+  }
+  if (page.room() == 0) return true;
+  HeapText address(strdup(net.address));
+  HeapText destination(strdup(net.destination));
+  if (!address || !destination) return false;
+  prv_mask_unless_status(address.get());
+  prv_mask_unless_status(destination.get());
+  prv_addresses(page, net, address.get(), destination.get());
+  return true;
+}
+
+}  // namespace
+
+void Writer::add(const char* format, ...) {
+  if (buffer_ == nullptr || room_ == 0) return;
+  // A longer write than INT_MAX cannot be made, so no larger limit is needed.
+  const size_t limit = room_ < INT_MAX ? room_ : INT_MAX;
+  va_list arguments;
+  va_start(arguments, format);
+  int length = vsnprintf(buffer_ + (capacity_ - room_), limit, format, arguments);
+  va_end(arguments);
+  if (length < 0 || static_cast<size_t>(length) >= limit) {
+    room_ = 0;
+  } else {
+    room_ -= static_cast<uint32_t>(length);
+  }
+}
+
+bool write_sections(Writer& page, const PageInput& input) {
+  prv_modem(page, input);
+  prv_registration(page, input);
+  prv_network(page, input);
+  prv_rf_status(page, input);
+  if (input.snapshot->rat == kRatLte) {
+    prv_status_lte(page, input);
+  } else {
+    prv_status_gsm_wcdma(page, input);
+  }
+  if (!prv_wwan(page, input)) return false;
+  page.add("******** PLMN ********\n");
+  return true;
+}
+
+void write_static_info(Writer& page, InputFile* file) {
+  char line[kStaticInfoLine];
+  while (page.room() > 0 && file->line(line, sizeof(line)) > 0) page.add("%s", line);
+}
+
+}  // namespace brio::page
+
+void mask_band(char* text) {
+  char* last = text != nullptr ? strrchr(text, '_') : nullptr;
+  if (last == nullptr) return;
+  for (char* c = text; c < last; c++) {
+    if (*c != '_') *c = 'X';
+  }
+}
+
+void mask_ip_address(char* text) {
+  if (text == nullptr) return;
+  int dots = 0;
+  // The first character is never changed.
+  for (size_t i = strlen(text); i > 1 && dots < 2; i--) {
+    char& c = text[i - 1];
+    if (c == '.') {
+      dots++;
+    } else {
+      c = 'X';
+    }
+  }
+}

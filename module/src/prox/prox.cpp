@@ -1,0 +1,412 @@
+// The proximity monitor: reads the sensor on a thread of its own and switches the modem's SAR back-off.
+#include "brio/prox.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <pthread.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include "base/clock.h"
+#include "base/control_sockets.h"
+#include "base/guards.h"
+#include "base/own_threads.h"
+#include "base/paths.h"
+#include "base/words.h"
+#include "brio/brio.h"
+#include "module_log.h"
+#include "prox/prox_state.h"
+#include "sar_names.h"
+
+namespace {
+
+constexpr char kSourceFile[] = "prox";
+
+constexpr char kControl[] = "prox_ctrl0";
+constexpr char kSensorSelect[] = "sensor_sel";
+constexpr char kDiff[] = "prox_diff";
+constexpr char kAverage[] = "prox_avg";
+constexpr char kOffset[] = "prox_offset";
+constexpr char kUseful[] = "prox_use";
+
+// Values of the control register.
+constexpr uint32_t kEnableFast = 0x77;
+constexpr uint32_t kScanSlow = 0xC7;
+constexpr uint32_t kDisable = 0x70;
+
+constexpr int kAttempts = 4;
+constexpr unsigned kAttemptPauseMs = 300;
+constexpr size_t kValueMax = 7;  // bytes of a sysfs value that are read
+
+// Results of the operations below.
+constexpr uint32_t kOk = 0;
+constexpr uint32_t kOpenFailed = 3;
+constexpr uint32_t kAccessFailed = 4;
+constexpr uint32_t kCommandFailed = 5;
+
+constexpr uint16_t kCarrierUnknown = 0xFFFF;
+constexpr uint16_t kSarCarriers[] = {202, 216};
+
+// Guards s_sockets, the pair of the running monitor or -1. The first socket belongs to the monitor thread: it
+// alone closes it, so its select and read need no lock. The second is closed by whoever takes it out here.
+pthread_mutex_t s_sockets_mutex = PTHREAD_MUTEX_INITIALIZER;
+int s_sockets[2] = {-1, -1};
+
+// Host thread only. A thread that prox_close could not join is joined by the next prox_open or prox_close.
+pthread_t s_thread;
+bool s_thread_started;
+
+// Guards s_control, the value that the control register was last told, and with it the order of the writes.
+pthread_mutex_t s_control_mutex = PTHREAD_MUTEX_INITIALIZER;
+uint32_t s_control;
+
+// Monitor thread only, and prox_open while there is none.
+brio::prox::State s_state;
+uint16_t s_carrier_id = kCarrierUnknown;
+
+// ---- Sensor entries
+
+// Opens "directory/entry"; the directory ends in a slash of its own, the doubled one is meant.
+int prv_open_entry(const char* name, int flags) {
+  char path[PATH_MAX];
+  snprintf(path, sizeof(path), "%s/%s", brio::kProxDirectory, name);
+  int fd = brio::open_device(path, flags);
+  if (fd < 0) MODULE_E("E proxlib:sys entry:name=%s, errno=%d:can't open", name, errno);
+  return fd;
+}
+
+// One attempt each; false with errno set.
+bool prv_write_text(int fd, const char* text, size_t length) {
+  ssize_t written = write(fd, text, length);
+  if (written < 0) return false;
+  if (static_cast<size_t>(written) == length) return true;
+  lseek(fd, 0, SEEK_SET);  // the next attempt writes the value from its beginning
+  errno = EIO;
+  return false;
+}
+
+bool prv_read_text(int fd, char (&text)[kValueMax + 1]) {
+  ssize_t count = read(fd, text, kValueMax);
+  if (count == 0) errno = ENODATA;
+  text[count > 0 ? count : 0] = '\0';
+  return count > 0;
+}
+
+// Runs `attempt` until it succeeds, kAttempts times at most. Keeps the errno of the last failure.
+template <typename Attempt>
+bool prv_attempt(Attempt attempt) {
+  for (int i = 1; !attempt(); i++) {
+    if (i == kAttempts) return false;
+    brio::sleep_milliseconds(kAttemptPauseMs);
+  }
+  return true;
+}
+
+uint32_t prv_prox_reg_write(const char* name, uint32_t value) {
+  char text[7];
+  snprintf(text, sizeof(text), "%x", value);
+  brio::Descriptor entry(prv_open_entry(name, O_RDWR));
+  if (!entry.valid()) return kOpenFailed;
+  if (prv_attempt([&] { return prv_write_text(entry.get(), text, strlen(text)); })) return kOk;
+  MODULE_E("E proxlib:sys entry:name=%s,errno=%d:can't write the sys entry", name, errno);
+  return kAccessFailed;
+}
+
+uint32_t prv_prox_reg_read(const char* name, uint32_t* value) {
+  brio::Descriptor entry(prv_open_entry(name, O_RDONLY));
+  if (!entry.valid()) return kOpenFailed;
+  char text[kValueMax + 1];
+  bool have = prv_attempt([&] { return prv_read_text(entry.get(), text); });
+  if (have) {
+    // As "%x" reads it: white space around the digits and a "0x" are allowed, anything behind is ignored.
+    char* end = text;
+    unsigned long number = strtoul(text, &end, 16);
+    if (end != text) {
+      *value = static_cast<uint32_t>(number);
+      return kOk;
+    }
+    errno = EINVAL;  // no number: as good as not read, and no reason to try again
+  }
+  MODULE_E("E proxlib:sys entry:name=%s, errno=%d:can't read", name, errno);
+  return kAccessFailed;
+}
+
+uint32_t prv_write_control(uint32_t value) {
+  brio::MutexGuard guard(s_control_mutex);
+  s_control = value;
+  return prv_prox_reg_write(kControl, value);
+}
+
+// ---- Monitor thread
+
+uint32_t prv_prox_set_sar(uint32_t mode) {
+  if (s_carrier_id == kCarrierUnknown) brio_get_carrier_id(&s_carrier_id);
+  bool wanted = false;
+  for (uint16_t carrier : kSarCarriers) wanted = wanted || carrier == s_carrier_id;
+  // Elsewhere the mode is followed without telling the modem.
+  if (!wanted) return kOk;
+  uint32_t status = brio_set_sar_pwr(mode);
+  if (status != BRIO_STATUS_OK) {
+    MODULE_I("I proxlib:::brio_rc [%d]", static_cast<int>(status));
+    return kCommandFailed;
+  }
+  MODULE_I("I proxlib:SAR set to [%d]::", static_cast<int>(mode));
+  return kOk;
+}
+
+uint32_t prv_to_slow_scan() {
+  s_state.period_seconds = brio::prox::kSlowPeriodSeconds;
+  return prv_write_control(kScanSlow);
+}
+
+bool prv_read_sensor() {
+  uint32_t diff = 0;
+  uint32_t average = 0;
+  if (prv_prox_reg_write(kSensorSelect, 1) != kOk) return false;
+  if (prv_prox_reg_read(kDiff, &diff) != kOk) return false;
+  if (prv_prox_reg_read(kAverage, &average) != kOk) return false;
+  brio::prox::store_readings(&s_state, diff, average);
+  if (s_state.calibration != brio::prox::Calibration::kUnexamined) return true;
+  uint32_t offset = 0;
+  uint32_t useful = 0;
+  if (prv_prox_reg_read(kOffset, &offset) != kOk) return false;
+  s_state.offset = static_cast<uint16_t>(offset);
+  if (prv_prox_reg_read(kUseful, &useful) != kOk) return false;
+  s_state.useful = static_cast<uint16_t>(useful);
+  return true;
+}
+
+void prv_log_readings(const char* mode_name) {
+  using brio::prox::Calibration;
+  if (s_state.calibration == Calibration::kUnexamined) {
+    MODULE_D_OF("prv_update_prox_reading", WABS_LOG_VALUE, "D proxlib:Offset[%d]Useful[%d]SAR[%s] (%s:%s:%d)",
+                static_cast<int16_t>(s_state.offset), static_cast<int16_t>(s_state.useful), mode_name);
+  }
+  if (s_state.calibration != Calibration::kBad) {
+    MODULE_D_OF("prv_update_prox_reading", WABS_LOG_VALUE,
+                "D proxlib:Diff[%d]Cur_avg[%d]Pre_avg[%d]SAR[%s] (%s:%s:%d)", s_state.diff,
+                s_state.current_average, s_state.previous_average, mode_name);
+  }
+}
+
+// False while SAR control is disabled.
+bool prv_check_calibration(const char* mode_name) {
+  using brio::prox::Calibration;
+  if (s_state.calibration == Calibration::kUnexamined) {
+    brio::prox::examine_calibration(&s_state);
+    if (s_state.calibration == Calibration::kBad) {
+      MODULE_I("I proxlib:Offset[%d]Useful[%d]OffsetTh[%d]UsefulTh[%d]SAR[%s]::Disabling SAR",
+               static_cast<int16_t>(s_state.offset), static_cast<int16_t>(s_state.useful),
+               brio::prox::kOffsetThreshold, brio::prox::kUsefulThreshold, mode_name);
+    }
+  }
+  return s_state.calibration == Calibration::kGood;
+}
+
+void prv_log_transition(const brio::prox::Action& action) {
+  using brio::prox::Transition;
+  const char* name = brio::sar_name(action.mode);
+  switch (action.transition) {
+    case Transition::kNone:
+      break;
+    case Transition::kOffToOn:
+      MODULE_I("I proxlib:Diff[%d]Th[%d]SAR[%s]SAR detected::", s_state.diff, brio::prox::kDiffThreshold,
+               name);
+      break;
+    case Transition::kOnToOff:
+      MODULE_I("I proxlib:Diff[%d]Th[%d]SAR[%s]SAR released::", s_state.diff, brio::prox::kDiffThreshold,
+               name);
+      break;
+    case Transition::kInitToOn:
+      MODULE_I("I proxlib:Diff[%d]curAvg[%d]prevAvg[%d]AvgTx[%d]SAR[%s]INIT->ON::", s_state.diff,
+               s_state.current_average, s_state.previous_average, brio::prox::kAverageDropThreshold, name);
+      break;
+    case Transition::kInitToOff:
+      MODULE_I("I proxlib:Diff[%d]curAvg[%d]prevAvg[%d]SAR[%s]INIT->OFF::", s_state.diff,
+               s_state.current_average, s_state.previous_average, name);
+      break;
+  }
+}
+
+void prv_poll() {
+  if (brio::prox::count_poll(&s_state)) {
+    MODULE_I("I proxlib:::2min timer expired, now using slower scan rate");
+    uint32_t status = prv_to_slow_scan();
+    if (status != kOk) {
+      MODULE_E("E proxlib:reg_write:status=%d:failed to enable prox", static_cast<int>(status));
+    }
+  }
+  if (!prv_read_sensor()) return;
+  int32_t mode = brio::relaxed_load(g_pre_sar_mode);
+  const char* mode_name = brio::sar_name(mode);
+  prv_log_readings(mode_name);
+  if (!prv_check_calibration(mode_name)) return;
+
+  brio::prox::Action action = brio::prox::decide(s_state, mode);
+  if (action.transition == brio::prox::Transition::kNone) return;
+  // A command that failed leaves the mode, so that the next poll tries again.
+  if (action.command && prv_prox_set_sar(static_cast<uint32_t>(action.mode)) != kOk) return;
+  brio::relaxed_store(g_pre_sar_mode, action.mode);
+  prv_log_transition(action);
+  if (action.to_slow_period) {
+    uint32_t status = prv_to_slow_scan();
+    if (status != kOk) {
+      MODULE_E("E proxlib:reg_write:status=%d:failed to change scan period", static_cast<int>(status));
+    }
+  }
+}
+
+// Polls until the socket says stop; false when it ended on an error.
+bool prv_monitor(int socket) {
+  for (;;) {
+    fd_set read_set;
+    FD_ZERO(&read_set);
+    FD_SET(socket, &read_set);
+    fd_set except_set = read_set;
+    if (brio::clock_select(socket + 1, &read_set, &except_set, s_state.period_seconds) < 0) {
+      if (errno == EINTR) continue;
+      MODULE_E("E proxlib:select:errno=%d:failed--pausing read thread", errno);
+      return false;
+    }
+    if (FD_ISSET(socket, &except_set)) {
+      MODULE_E("E proxlib:selerr::err on read s_sockets[0]--pausing read thread");
+      return false;
+    }
+    if (!FD_ISSET(socket, &read_set)) {
+      prv_poll();
+      continue;
+    }
+    char request[1024];
+    if (read(socket, request, sizeof(request)) < 0) {
+      MODULE_E("E proxlib:socketpair:errno=%d:can't access s_sockets[0]", errno);
+      return false;
+    }
+    MODULE_I("I proxlib:Monitor thread::Graceful thread exit");
+    return true;
+  }
+}
+
+// The thread's own end, and the other one if prox_close has not taken it out. No later run's sockets can be
+// there yet: prox_open joins this thread first.
+void prv_close_sockets(int own) {
+  brio::MutexGuard guard(s_sockets_mutex);
+  close(own);
+  s_sockets[0] = -1;
+  if (s_sockets[1] >= 1) close(s_sockets[1]);
+  s_sockets[1] = -1;
+}
+
+void* prv_update_prox_reading(void* argument) {
+  brio::this_thread_is(brio::Thread::kMonitor);
+  int own = static_cast<int>(reinterpret_cast<intptr_t>(argument));
+  if (!prv_monitor(own)) MODULE_E("E proxlib:Monitor thread::Error thread exit");
+  prv_close_sockets(own);
+  return nullptr;
+}
+
+// ---- Host thread
+
+// Ends the conversation with the monitor thread: it sees the end of stream and closes its own socket.
+void prv_let_go_of_monitor() {
+  brio::MutexGuard guard(s_sockets_mutex);
+  brio::hang_up(&s_sockets[1]);
+  s_sockets[0] = -1;
+}
+
+// False when there was no thread to join.
+bool prv_join_monitor() {
+  if (!s_thread_started) return false;
+  brio::join_thread(s_thread);
+  s_thread_started = false;
+  return true;
+}
+
+void prv_disable_sensor() {
+  prv_write_control(kDisable);
+}
+
+// The same, and a line when it fails.
+bool prv_switch_off() {
+  uint32_t status = prv_write_control(kDisable);
+  if (status == kOk) return true;
+  MODULE_E("E proxlib:reg_write:status=%d:failed to disable prox", static_cast<int>(status));
+  return false;
+}
+
+void prv_not_closed_properly() {
+  prv_let_go_of_monitor();
+  MODULE_I("I proxlib:closing lib::proxlib was NOT closed properly");
+}
+
+}  // namespace
+
+uint32_t prox_open() {
+  if (brio::refused_here("prox_open")) return 3;
+  // A monitor that was never closed, or not joined then, ends before the next one starts.
+  prv_let_go_of_monitor();
+  prv_join_monitor();
+
+  uint32_t status = prv_write_control(kEnableFast);
+  if (status != kOk) {
+    MODULE_E("E proxlib:reg_write:status=%d:failed to enable prox", static_cast<int>(status));
+    prv_disable_sensor();
+    return 3;
+  }
+  MODULE_I("I proxlib:prox init::prox sensor is enabled with scan cycle 0x%x", kEnableFast);
+
+  int sockets[2];
+  if (!brio::open_control_sockets(sockets)) {
+    MODULE_E("E proxlib:socketpair:errno=%d:can't create socket pair", errno);
+    prv_disable_sensor();
+    return 5;
+  }
+  pthread_mutex_lock(&s_sockets_mutex);
+  s_sockets[0] = sockets[0];
+  s_sockets[1] = sockets[1];
+  pthread_mutex_unlock(&s_sockets_mutex);
+
+  brio::prox::start_run(&s_state);
+  brio::relaxed_store(g_pre_sar_mode, static_cast<int32_t>(BRIO_SAR_INIT));
+  MODULE_I("I proxlib:prox init::prox sensor init is done");
+
+  void* own = reinterpret_cast<void*>(static_cast<intptr_t>(sockets[0]));
+  int error = brio::start_thread(&s_thread, prv_update_prox_reading, own);
+  if (error != 0) {
+    MODULE_E("E proxlib:pthread:status=%d:can't create thread", error);
+    prv_close_sockets(sockets[0]);
+    prv_disable_sensor();
+    return 3;
+  }
+  s_thread_started = true;
+  MODULE_D(WABS_LOG_VALUE, "D proxlib:opened (%s:%s:%d)");
+  return 0;
+}
+
+void prox_close() {
+  if (brio::refused_here("prox_close")) return;
+  if (!prv_switch_off()) {
+    prv_not_closed_properly();
+    return;
+  }
+  pthread_mutex_lock(&s_sockets_mutex);
+  bool sent = brio::send_stop(s_sockets[1]);
+  int error = errno;
+  pthread_mutex_unlock(&s_sockets_mutex);
+  if (!sent) {
+    MODULE_E("E proxlib:sockpair:errno=%d:can't access s_sockets[1]", error);
+    if (error != EBADF) {
+      prv_not_closed_properly();
+      return;
+    }
+    MODULE_E("E proxlib:prox_close:socket FD closed already:calling thread join");
+  }
+  if (!prv_join_monitor()) return;
+  MODULE_I("I proxlib:prox_close::Thread join completed successfully");
+  // A poll that was under way has set its scan rate: the sensor would go on scanning with nobody to read it.
+  if (s_control != kDisable && !prv_switch_off()) return;
+  MODULE_D(WABS_LOG_VALUE, "D proxlib:closed successfully (%s:%s:%d)");
+}
