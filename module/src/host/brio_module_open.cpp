@@ -8,8 +8,6 @@
 #include "host/module_state.h"
 #include "nipc/nipc.h"
 
-uint32_t gBrioModuleLogMask;
-
 namespace brio {
 
 ModuleState g_module;
@@ -200,10 +198,6 @@ uint32_t wabs_get_module_flags(uint32_t* flags) {
   if (flags == nullptr) return WABS_STATUS_NULL_POINTER;
   *flags = 1;
   return WABS_STATUS_OK;
-}
-
-void wabs_set_log_mask(uint32_t mask) {
-  brio::relaxed_store(gBrioModuleLogMask, mask);
 }
 
 uint32_t wabs_enable_logging(void) {
