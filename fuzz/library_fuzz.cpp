@@ -31,81 +31,21 @@ using lab::Session;
 
 constexpr size_t kCommandsMax = 64;
 
-// ---- What the functions may answer
+// ---- What the functions may answer (abi/operations.def)
 
-// When a function answers without doing anything: never; 11 exactly for a null pointer; 1 exactly while the
-// module is closed; both of them; the status gate's value while it is not 0.
-enum Kind { kPlain, kNull, kHost, kHostNull, kGated };
+enum Check { kNone, kPlain, kNull, kHost, kHostNull, kGated };
 
 struct Function {
-  const char* names;
-  Kind kind;
-  const char* answer;   // the line that briolab shows, else; 6 answers a null pointer of the library
-  long long least = 0;  // size of a buffer that is filled
+  const char* name;
+  Check check;
+  const char* answer = "";
+  long long least = 0;
 };
 
 #define ANY "( untouched| \".*\")"
 constexpr Function kFunctions[] = {
-    {"wabs_close briolib_get_sim_info_md5_status briolib_get_snapshot_mode", kPlain,
-     "[0-9]+"},  // what NipcClose gave, what was set
-    {"wabs_exit_611_logging wabs_enable_logging wabs_log_message wabs_try_to_use_home_network brio_close"
-     " wabs_originate_call_test wabs_stop_call_test brio_check_for_fatal_failure brio_set_bars_table"
-     " brio_module_exit_logging",
-     kPlain, "0"},
-    {"wabs_set_log_mask briolib_log_set_log_mask briolib_reset_modem_info brio_trace_tst_stop"
-     " briolib_invalid_cached_bars briolib_set_sim_info_md5_status",
-     kPlain, ""},
-    {"wabs_open", kPlain, "[024]"},
-    {"wabs_is_blib_open", kPlain, "[01]"},
-    {"wabs_update_prl", kHost, "0"},
-    {"wabs_abort_manual_nw_scan", kHost, "2|15"},
-    {"wabs_set_auto_mode wabs_send_abort_cmd wabs_get_current_network", kHost, "[02]"},
-    {"wabs_do_manual_nw_scan", kHost, "0" ANY "|(2|14|15) untouched|2"},
-    {"wabs_get_bars", kHostNull, "0 [1-9][0-9]*|2 untouched"},
-    {"wabs_get_data_service_mode", kHostNull, "0 [0-4]|2 untouched"},
-    {"wabs_get_roaming_status", kHostNull, "0 [018]|2 untouched"},
-    {"wabs_get_module_flags", kNull, "0 1"},
-    {"wabs_get_imsi wabs_get_radio_serial_number wabs_get_radio_cert_param2 wabs_get_realm", kHostNull,
-     "0 \".*\"|7 untouched", 16},
-    {"wabs_get_radio_cert_param1", kHostNull, "0 \".*\"|7 untouched", 24},
-    {"wabs_get_firmware_version wabs_get_radio_phone_number", kHostNull, "0" ANY "?"},
-    {"wabs_get_rssi", kHostNull, "0 0"},
-    {"wabs_get_module_time", kNull, "0 -1 -?([048]|[0-9]*([02468][048]|[13579][26]))|2 untouched untouched"},
-    {"wabs_get_mcc_mnc wabs_get_hplmn_mcc_mnc", kNull, "0( [0-9]{1,3}| untouched){2}|2 untouched untouched"},
-    {"wabs_get_log_string", kPlain, "0" ANY "?"},
-    {"brio_open", kPlain, "[0245]"},
-    {"brio_log_startup_status briolib_check_library_status", kPlain, "[013]"},
-    {"brio_atcmd_enable_urc briolib_atcmd_enable_urc", kPlain, "[01345]"},
-    {"brio_atcmd_scan_network", kGated, "0" ANY "|[458] untouched|6"},
-    {"brio_atcmd_scan_abort brio_atcmd_set_auto_mode", kGated, "[045]"},
-    {"brio_abort_manual_nw_scan", kGated, "[48]"},
-    {"brio_get_current_network brio_get_sim_static_info", kGated, "0"},
-    {"brio_get_network_time brio_get_bas_status", kGated, "0 [a-z].*|5.*|6"},
-    {"brio_get_data_service_mode", kGated, "0 [01235]|6"},
-    {"brio_get_roaming_status", kGated, "0 [012]|6"},
-    {"brio_get_wan_type", kGated, "0 [067]|6"},
-    {"brio_get_band_info brio_get_carrier_id", kGated, "0 [0-9]{1,5}|6"},
-    {"brio_get_mcc_mnc", kGated, "0 \".*\"|6"},
-    {"brio_get_pdp_context_activation_allowed", kGated, "0 (0 0|1 1)|6.*"},
-    {"brio_clear_sms briolib_update_mcc_mnc", kGated, "[05]"},
-    {"brio_get_curr_lte_ant brio_get_bars", kGated, "0 [0-9]+|7 untouched|6"},
-    {"brio_set_lte_ant", kGated, "[0456]"},
-    {"brio_set_callback_for_event_id", kPlain, "[06]"},
-    {"brio_set_bars_update_period", kGated, "[06]"},
-    {"brio_get_sim_status brio_get_wn3_sim_status", kGated, "[045] [a-z0-9].*|6"},
-    {"brio_get_sim_info", kGated, "0 [a-z].*|4 untouched|6"},
-    {"brio_get_sim_plmn_info", kGated, "0 [a-z].*|[46].*"},
-    {"brio_get_modem_info brio_copy_modem_info", kPlain, "0 [a-z].*|[134] untouched|6"},
-    {"brio_set_sar_pwr", kGated, "[0-2]"},
-    {"brio_set_fake_security_mode brio_clear_mru brio_turn_off_rf briolib_update_lte_info "
-     "briolib_get_gtscinfo"
-     " briolib_get_gtscstat",
-     kPlain, "[045]"},
-    {"brio_carrier_selection briolib_check_carrier_confg briolib_check_apn_setting", kPlain, "[0456]"},
-    {"brio_trace_tst_log", kGated, "[0-467]"},
-    {"briolib_update_wan_type", kPlain, "[07]"},
-    {"briolib_atcmd_query_reg_status", kPlain, "[01246]"},
-    {"briolib_get_atcmd_snapshot", kGated, "0 [a-z].*|6"},
+#define OPERATION(result, name, arguments, session, ...) {#name, __VA_ARGS__},
+#include "operations.def"
 };
 
 bool matches(const char* pattern, const std::string& line) {
@@ -127,38 +67,35 @@ std::string checked(const Function& function, const lab::Call& call, Arguments& 
   const bool closed = wabs_is_blib_open() == 0;
   const std::string gate = std::to_string(briolib_check_library_status());
   const std::string line = call(words), status = line.substr(0, line.find(' '));
-  const std::string told = std::string(function.names) + ": " + line;
-  const Kind kind = function.kind;
-  if (closed && (kind == kHost || kind == kHostNull)) {
+  const std::string told = std::string(function.name) + ": " + line;
+  const Check check = function.check;
+  if (closed && (check == kHost || check == kHostNull)) {
     require(matches("1( untouched)*|1 \"[norvik]*\"", line), told.c_str());
-  } else if (null && (kind == kNull || kind == kHostNull)) {
+  } else if (null && (check == kNull || check == kHostNull)) {
     require(matches("11( untouched)*", line), told.c_str());
-  } else if (kind == kGated && gate != "0") {
+  } else if (check == kGated && gate != "0") {
     require(status == gate || (status == "6" && matches(function.answer, line)), told.c_str());
-  } else if (kind != kGated || status != std::to_string(briolib_check_library_status())) {
+  } else if (check != kGated || status != std::to_string(briolib_check_library_status())) {
     require(matches(function.answer, line), told.c_str());
   }
   if (function.least != 0 && status == "0") require(lab::to_number(all[0]) >= function.least, told.c_str());
   return line;
 }
 
-// Leaves those functions that are checked. All that hosts call must be.
+// Leaves those functions that are checked.
 void check_functions() {
   std::map<std::string, lab::Call> table;
   for (const auto& function : kFunctions) {
-    for (Arguments names(function.names); names.more();) {
-      const std::string name = names.text();
-      const auto found = lab::calls().find(name);
-      require(found != lab::calls().end(), name.c_str());
-      const auto run = [&function, call = found->second](Arguments& words) {
-        return checked(function, call, words);
-      };
-      table[name] = {run, found->second.words};
-    }
-  }
-  for (const auto& [name, call] : lab::calls()) {
+    const std::string name = function.name;
+    const auto found = lab::calls().find(name);
+    if (found == lab::calls().end()) continue;
     const bool host = name.rfind("wabs_", 0) == 0 || name.rfind("brio_", 0) == 0;
-    require(!host || table.count(name) != 0, name.c_str());
+    require(!host || function.check != kNone, function.name);
+    if (function.check == kNone) continue;
+    const auto run = [&function, call = found->second](Arguments& words) {
+      return checked(function, call, words);
+    };
+    table[name] = {run, found->second.words};
   }
   lab::calls() = table;
 }

@@ -1,5 +1,5 @@
 /*
- * A C99 host: has the interface declared once more as hosts were built with it (abi/prototypes.txt) and the
+ * A C99 host: has the interface declared once more as hosts were built with it (abi/operations.def) and the
  * records measured, so that a header that departs from either does not compile, and loads the library given
  * as argument with every name bound at once, as the WAN manager does. It has functions of its own whose names
  * the library exports, too, and which the library must not call in the place of its own.
@@ -20,7 +20,10 @@
 #include "brio/briolib.h"
 #include "brio/prox.h"
 #include "brio/wabs.h"
-#include "prototypes.txt"
+
+#define OPERATION(result, name, arguments, ...) result name arguments;
+#define DATA(type, name) extern type name;
+#include "operations.def"
 
 /* The numbers are the interface's, counted by hand: they hold on 32-bit and 64-bit ARM and x86. */
 #define SIZE(type, expected) extern char type##_size[sizeof(type) == (expected) ? 1 : -1]

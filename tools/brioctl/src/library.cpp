@@ -56,14 +56,13 @@ void Library::load(const std::string& wanted) {
     throw Failure("The module library cannot be loaded: " + reason +
                   ".\nName it with --library, or install it where the loader looks (ldconfig -p).");
   }
-#define BRIOCTL_RESOLVE(name)                                                               \
+#define OPERATION(result, name, ...)                                                        \
   name = reinterpret_cast<decltype(name)>(dlsym(handle, #name));                            \
   if (name == nullptr) {                                                                    \
     throw Failure(path + " does not export " #name                                          \
                          ": it is another version; rebuild it or name it with --library."); \
   }
-  BRIOCTL_FUNCTIONS(BRIOCTL_RESOLVE)
-#undef BRIOCTL_RESOLVE
+#include "operations.def"
 }
 
 }  // namespace brioctl

@@ -387,46 +387,10 @@ std::string request(Arguments& words) {
 std::map<std::string, Call>& calls() {
   static std::map<std::string, Call> table;
   if (!table.empty()) return table;
-  // Registers functions under their own names, each behind what `make` makes of it.
-  const auto add = [](auto make, const char* names, auto... functions) {
-    const auto all = split_names(names);
-    auto name = all.begin();
-    ((table[*name++] = make(functions)), ...);
-  };
-#define ADD(make, ...) add([](auto function) { return make(function); }, #__VA_ARGS__, __VA_ARGS__)
-  ADD(wrap, brio_open, brio_close, brio_log_startup_status, brio_check_for_fatal_failure,
-      brio_atcmd_enable_urc, brio_atcmd_scan_abort, brio_abort_manual_nw_scan, brio_atcmd_set_auto_mode,
-      brio_get_current_network, brio_get_network_time, brio_get_data_service_mode, brio_get_roaming_status,
-      brio_get_band_info, brio_get_wan_type, brio_get_carrier_id, brio_get_mcc_mnc,
-      brio_get_pdp_context_activation_allowed, brio_clear_sms, brio_get_bas_status, brio_get_curr_lte_ant,
-      brio_set_lte_ant, brio_get_bars, brio_set_bars_table, brio_set_bars_update_period, brio_get_sim_status,
-      brio_get_wn3_sim_status, brio_get_sim_info, brio_get_sim_plmn_info, brio_get_sim_static_info,
-      brio_get_modem_info, brio_copy_modem_info, brio_set_sar_pwr, brio_set_fake_security_mode,
-      brio_clear_mru, brio_turn_off_rf, brio_carrier_selection, brio_trace_tst_log, brio_trace_tst_stop,
-      brio_module_exit_logging);
-  ADD(wrap, briolib_check_library_status, briolib_translate_status, briolib_exec_event_callback,
-      brio_set_callback_for_event_id, briolib_plmn_get_mcc_mnc, briolib_mccmnc_to_plmn,
-      briolib_atcmd_enable_urc, briolib_atcmd_query_reg_status, briolib_parse_stkpci, briolib_get_rej_causes,
-      briolib_update_mcc_mnc, briolib_update_lte_info, briolib_get_gtscinfo, briolib_get_gtscstat,
-      briolib_invalid_cached_bars, briolib_get_sim_iccid, briolib_get_sim_imsi,
-      briolib_get_sim_info_md5_status, briolib_set_sim_info_md5_status, briolib_check_carrier_confg,
-      briolib_check_apn_setting, briolib_update_wan_type, briolib_get_snapshot_mode, briolib_reset_modem_info,
-      briolib_set_sar_pwr, briolib_log_dump_static_info, briolib_log_set_log_mask,
-      briolib_log_debug_print_packet, briolib_get_atcmd_snapshot);
-  ADD(wrap, at_parse_init, blpkt_init, blpkt_shutdown, blpkt_abort_manual_nw_scan, is_string_digit,
-      is_hex_string_valid, str_starts_with, find_next_EOL, mask_band, mask_ip_address,
-      briolib_obfuscate_alphabet, briolib_obfuscate_numeral, prox_open, prox_close);
-  ADD(wrap, wabs_open, wabs_close, wabs_is_blib_open, wabs_get_module_flags, wabs_set_log_mask,
-      wabs_enable_logging, wabs_log_message, wabs_try_to_use_home_network, wabs_originate_call_test,
-      wabs_stop_call_test, wabs_update_prl, wabs_get_bars, wabs_get_data_service_mode,
-      wabs_get_roaming_status, wabs_get_rssi, wabs_get_radio_phone_number, wabs_get_module_time,
-      wabs_exit_611_logging, wabs_abort_manual_nw_scan, wabs_set_auto_mode, wabs_send_abort_cmd,
-      wabs_get_current_network, wabs_get_mcc_mnc, wabs_get_hplmn_mcc_mnc);
-  ADD(locked, briolib_init_atcmd_data, briolib_parse_reg_status, briolib_parse_gtotareject,
-      briolib_parse_bas_status, briolib_parse_gtbars);
-  ADD(fill, brio_atcmd_scan_network, wabs_get_imsi, wabs_get_radio_serial_number, wabs_get_radio_cert_param1,
-      wabs_get_radio_cert_param2, wabs_get_realm, wabs_do_manual_nw_scan);
-  ADD(fill_and_clear, wabs_get_firmware_version, wabs_get_log_string);
+  const auto none = [](auto&&) { return Call(); };
+#define OPERATION(result, name, arguments, session, ...) \
+  if (Call call = session(name); call.run) table[#name] = call;
+#include "operations.def"
   table["request"] = {request, "COMMAND [type=0] [prefix=TEXT] [timeout=20] [status=0]"};
   return table;
 }
