@@ -37,6 +37,14 @@ std::string ok(Session&, const Arguments&) {
   return kOk;
 }
 
+template <bool State::*flag>
+std::string set_flag(Session& s, const Arguments& arguments) {
+  int value = 0;
+  if (!take(arguments, {0, 1}, value)) return kError;
+  s.state.*flag = value == 1;
+  return kOk;
+}
+
 std::string echo_off(Session& s, const Arguments&) {
   s.state.echo = false;
   return kOk;
@@ -51,10 +59,6 @@ std::string echo_on(Session& s, const Arguments&) {
 
 std::string bars_query(Session& s, const Arguments&) {
   return answer(format("+GTBARS: %d,", s.state.bars_reports ? 1 : 0) + bars_fields(s.state));
-}
-
-std::string bars_reports(Session& s, const Arguments& arguments) {
-  return take_flag(arguments, s.state.bars_reports) ? kOk : kError;
 }
 
 // 0 and 1 switch the reports, 2 only asks; each tells the present values and, on a line of its own, details
@@ -76,10 +80,6 @@ std::string bas_set(Session& s, const Arguments& arguments) {
 
 std::string one_argument(Session&, const Arguments& arguments) {
   return arguments.size() == 1 ? kOk : kError;
-}
-
-std::string body_sar(Session& s, const Arguments& arguments) {
-  return take_flag(arguments, s.state.body_sar) ? kOk : kError;
 }
 
 // -- SIM
@@ -160,10 +160,6 @@ std::string messages_delete(Session&, const Arguments& arguments) {
   return arguments.empty() || arguments.size() > 2 ? kError : kOk;
 }
 
-std::string fake_security(Session& s, const Arguments& arguments) {
-  return take_flag(arguments, s.state.fake_security) ? kOk : kError;
-}
-
 std::string trace_set(Session& s, const Arguments& arguments) {
   if (arguments.empty() || arguments[0].empty()) return kError;
   s.state.trace_on = arguments[0] != "0";
@@ -181,22 +177,18 @@ const std::vector<Command> kCommands = {
     {"AT+COPS", Form::kSet, operator_select, "0 | 1,2,\"PLMN\"[,rat] | 2 | 3,format | 4,...",
      "automatic, manual, leave the network, name format"},
     {"^", Form::kPlain, ok, "", "aborts a scan that is running"},
-    {"AT+CREG", Form::kRead, creg_query, "", "circuit-switched registration"},
-    {"AT+CREG", Form::kSet, creg_set, "0|1|2|99", "reports of it"},
-    {"AT+CGREG", Form::kRead, cgreg_query, "", "packet-switched registration"},
-    {"AT+CGREG", Form::kSet, cgreg_set, "0|1|2|99", "reports of it"},
-    {"AT+CTZR", Form::kSet, time_reports, "0|1", "time zone reports"},
-    {"AT+GTOTAREJECT", Form::kSet, reject_reports, "0|1", "reject reports"},
+    {"AT+CTZR", Form::kSet, set_flag<&State::time_reports>, "0|1", "time zone reports"},
+    {"AT+GTOTAREJECT", Form::kSet, set_flag<&State::reject_reports>, "0|1", "reject reports"},
     {"AT+CCLK", Form::kRead, clock_query, "", "network time"},
     {"AT+GTSCINFO", Form::kRead, cell_query, "", "serving cell"},
     {"AT+GTLTEINFO", Form::kRead, lte_query, "", "LTE states"},
     {"AT+GTSCSTAT", Form::kRead, states_query, "", "GSM and WCDMA states"},
     {"AT+GTBARS", Form::kRead, bars_query, "", "signal"},
-    {"AT+GTBARS", Form::kSet, bars_reports, "0|1", "signal reports"},
+    {"AT+GTBARS", Form::kSet, set_flag<&State::bars_reports>, "0|1", "signal reports"},
     {"AT@EPHY:EPHY_BAS_STATUS", Form::kCall, bas_status, "0|1|2", "antennas: reports off, on, ask"},
     {"AT@EPHY:EPHY_BAS_SET", Form::kCall, bas_set, "0|1|2", "antenna 0, 1, automatic"},
     {"AT@GTICOM:SIO_PSVCTRL", Form::kCall, one_argument, "0", "power saving of the port"},
-    {"AT+BODYSARON", Form::kSet, body_sar, "0|1", "body SAR back-off"},
+    {"AT+BODYSARON", Form::kSet, set_flag<&State::body_sar>, "0|1", "body SAR back-off"},
     {"AT+GTSIMSTATUS", Form::kRead, sim_status, "", "card and lock status"},
     {"AT+CCID", Form::kPlain, iccid_query, "", "ICCID"},
     {"AT+CCID", Form::kRead, iccid_query, "", "ICCID"},
@@ -210,7 +202,7 @@ const std::vector<Command> kCommands = {
     {"AT+GTMODINFO", Form::kPlain, modem_query, "", "firmware, IMEI, serial, hardware, fault count"},
     {"AT+GTMODINFO", Form::kRead, modem_query, "", "the same"},
     {"AT+CMGD", Form::kSet, messages_delete, "1,4", "deletes short messages"},
-    {"AT*FAKECFG", Form::kSet, fake_security, "0|1", "fake security configuration"},
+    {"AT*FAKECFG", Form::kSet, set_flag<&State::fake_security>, "0|1", "fake security configuration"},
     {"AT*MRUCLEAR", Form::kPlain, ok, "", "forgets the last networks"},
     {"AT+XSYSTRACE", Form::kSet, trace_set, "0|...", "trace off, on"},
     {"AT+TRACE", Form::kSet, trace_set, "0|...", "trace off, on"},
@@ -237,7 +229,22 @@ bool split_arguments(const std::string& text, Arguments& arguments) {
 }  // namespace
 
 const std::vector<Command>& command_table() {
-  return kCommands;
+  static const std::vector<Command> s_table = [] {
+    std::vector<Command> table = kCommands;
+    for (const Domain& domain : kDomains) {
+      const auto query = [&domain](Session& s, const Arguments&) {
+        return answer(format("+%s: %d,", domain.name, s.state.*domain.mode.member) +
+                      registration_fields(s.state, domain));
+      };
+      const auto set = [&domain](Session& s, const Arguments& arguments) {
+        return take(arguments, {0, 1, 2, 99}, s.state.*domain.mode.member) ? kOk : kError;
+      };
+      table.push_back({std::string("AT+") + domain.name, Form::kRead, query, "", domain.what});
+      table.push_back({std::string("AT+") + domain.name, Form::kSet, set, "0|1|2|99", "reports of it"});
+    }
+    return table;
+  }();
+  return s_table;
 }
 
 bool parse_command(const std::string& text, Parsed& parsed) {
@@ -276,7 +283,7 @@ Milliseconds command_time(const Parsed& command, const State& state) {
 std::string answer_command(const std::string& text, Session& session) {
   Parsed parsed;
   if (!parse_command(text, parsed)) return kError;
-  for (const Command& command : kCommands) {
+  for (const Command& command : command_table()) {
     if (command.form == parsed.form && parsed.name == command.name) {
       return command.run(session, parsed.arguments);
     }

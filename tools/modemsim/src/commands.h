@@ -2,6 +2,7 @@
 #ifndef MODEMSIM_COMMANDS_H
 #define MODEMSIM_COMMANDS_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,10 +22,10 @@ struct Session {
 enum class Form { kPlain, kRead, kTest, kSet, kCall };
 
 using Arguments = std::vector<std::string>;
-using Handler = std::string (*)(Session&, const Arguments&);
+using Handler = std::function<std::string(Session&, const Arguments&)>;
 
 struct Command {
-  const char* name;  // upper case
+  std::string name;  // upper case
   Form form;
   Handler run;
   const char* arguments;  // for the list of commands

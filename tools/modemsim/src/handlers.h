@@ -49,25 +49,12 @@ inline bool take(const Arguments& arguments, std::initializer_list<int> allowed,
   return true;
 }
 
-inline bool take_flag(const Arguments& arguments, bool& flag) {
-  int value = 0;
-  if (!take(arguments, {0, 1}, value)) return false;
-  flag = value == 1;
-  return true;
-}
-
 // network.cpp
 std::string radio_query(Session& s, const Arguments& arguments);
 std::string radio_set(Session& s, const Arguments& arguments);
 std::string operator_query(Session& s, const Arguments& arguments);
 std::string operator_scan(Session& s, const Arguments& arguments);
 std::string operator_select(Session& s, const Arguments& arguments);
-std::string creg_query(Session& s, const Arguments& arguments);
-std::string creg_set(Session& s, const Arguments& arguments);
-std::string cgreg_query(Session& s, const Arguments& arguments);
-std::string cgreg_set(Session& s, const Arguments& arguments);
-std::string time_reports(Session& s, const Arguments& arguments);
-std::string reject_reports(Session& s, const Arguments& arguments);
 std::string clock_query(Session& s, const Arguments& arguments);
 std::string cell_query(Session& s, const Arguments& arguments);
 std::string lte_query(Session& s, const Arguments& arguments);

@@ -9,9 +9,6 @@ namespace {
 bool in_service(const State& state) {
   return state.radio != 0 && state.cops_mode != 2;
 }
-bool is_registered(int stat) {
-  return stat == 1 || stat == 5;
-}
 
 bool is_home(const State& state, const std::string& numeric) {
   return !numeric.empty() && state.imsi.compare(0, numeric.size(), numeric) == 0;
@@ -19,9 +16,8 @@ bool is_home(const State& state, const std::string& numeric) {
 
 void leave_network(Session& s) {
   State& state = s.state;
-  const bool is_somewhere = state.cs_stat != 0 || state.ps_stat != 0;
-  if (state.cops_mode == 0 && is_somewhere) s.last = current_network(state);
-  state.cs_stat = state.ps_stat = 0;
+  if (state.cops_mode == 0 && is_known(state)) s.last = current_network(state);
+  set_stat(state, 0);
 }
 
 // `entry` may be null: the network is not in the list of operators.
@@ -31,7 +27,7 @@ void join_network(Session& s, const std::string& numeric, const Operator* entry)
     enter_network(state, s.last);
     return;
   }
-  state.cs_stat = state.ps_stat = is_home(state, numeric) ? 1 : 5;
+  set_stat(state, is_home(state, numeric) ? 1 : 5);
   if (state.operator_numeric != numeric) state.plmn_text = numeric;
   state.operator_numeric = numeric;
   if (entry == nullptr) return;
@@ -110,7 +106,7 @@ std::string radio_set(Session& s, const Arguments& arguments) {
 
 std::string operator_query(Session& s, const Arguments&) {
   const State& state = s.state;
-  if (!in_service(state) || !(is_registered(state.cs_stat) || is_registered(state.ps_stat))) {
+  if (!in_service(state) || !is_registered(state)) {
     return answer(format("+COPS: %d", state.cops_mode));
   }
   std::string name = state.operator_numeric;
@@ -185,32 +181,6 @@ std::string operator_select(Session& s, const Arguments& arguments) {
     if (rat >= 0) state.rat = rat;
   }
   return kOk;
-}
-
-std::string creg_query(Session& s, const Arguments&) {
-  return answer(format("+CREG: %d,", s.state.creg_mode) +
-                registration_fields(s.state, true, s.state.creg_mode));
-}
-
-std::string creg_set(Session& s, const Arguments& arguments) {
-  return take(arguments, {0, 1, 2, 99}, s.state.creg_mode) ? kOk : kError;
-}
-
-std::string cgreg_query(Session& s, const Arguments&) {
-  return answer(format("+CGREG: %d,", s.state.cgreg_mode) +
-                registration_fields(s.state, false, s.state.cgreg_mode));
-}
-
-std::string cgreg_set(Session& s, const Arguments& arguments) {
-  return take(arguments, {0, 1, 2, 99}, s.state.cgreg_mode) ? kOk : kError;
-}
-
-std::string time_reports(Session& s, const Arguments& arguments) {
-  return take_flag(arguments, s.state.time_reports) ? kOk : kError;
-}
-
-std::string reject_reports(Session& s, const Arguments& arguments) {
-  return take_flag(arguments, s.state.reject_reports) ? kOk : kError;
 }
 
 std::string clock_query(Session& s, const Arguments&) {

@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "scenario_fields.h"
+#include "state.h"
 
 namespace modemsim {
 namespace {
@@ -171,19 +172,25 @@ using Setters = std::vector<std::function<void(State&)>>;
 // Every member of State that the table names.
 Setters read_state(Reader& reader) {
   Setters setters;
-  for (const NumberField& field : kNumberFields) {
+  const auto number = [&](const NumberField& field) {
     long long value = 0;
-    if (!reader.number(field.name, field.low, field.high, value)) continue;
+    if (!reader.number(field.name, field.low, field.high, value)) return;
     setters.push_back([&field, value](State& state) { state.*field.member = static_cast<int>(value); });
+  };
+  const auto flag = [&](const FlagField& field) {
+    bool value = false;
+    if (!reader.flag(field.name, value)) return;
+    setters.push_back([&field, value](State& state) { state.*field.member = value; });
+  };
+  for (const NumberField& field : kNumberFields) number(field);
+  for (const FlagField& field : kFlagFields) flag(field);
+  for (const Domain& domain : kDomains) {
+    for (const NumberField* field : {&domain.stat, &domain.reject_cause, &domain.mode}) number(*field);
   }
+  for (const Report& report : kReports) flag(report.on);
   for (const TextField& field : kTextFields) {
     std::string value;
     if (!reader.text(field.name, value)) continue;
-    setters.push_back([&field, value](State& state) { state.*field.member = value; });
-  }
-  for (const FlagField& field : kFlagFields) {
-    bool value = false;
-    if (!reader.flag(field.name, value)) continue;
     setters.push_back([&field, value](State& state) { state.*field.member = value; });
   }
   for (const TimeField& field : kTimeFields) {

@@ -1,4 +1,5 @@
 // The members of State as a scenario file names them. One table per type; each row is the member's own name.
+// Those of registration and reports are in their rows (state.cpp).
 #ifndef MODEMSIM_SCENARIO_FIELDS_H
 #define MODEMSIM_SCENARIO_FIELDS_H
 
@@ -33,10 +34,6 @@ inline constexpr NumberField kNumberFields[] = {
     {"fault_count", &State::fault_count, 0, 65535},
     {"card_status", &State::card_status, 0, 255},
     {"lock_status", &State::lock_status, 0, 255},
-    {"cs_stat", &State::cs_stat, 0, 10},
-    {"ps_stat", &State::ps_stat, 0, 10},
-    {"cs_reject_cause", &State::cs_reject_cause, 0, 255},
-    {"ps_reject_cause", &State::ps_reject_cause, 0, 255},
     {"lac", &State::lac, 0, 0xFFFF},
     {"cell_id", &State::cell_id, 0, 0x7FFFFFFF},
     {"rat", &State::rat, 0, 255},
@@ -64,8 +61,6 @@ inline constexpr NumberField kNumberFields[] = {
     {"antenna_lock", &State::antenna_lock, 0, 2},
     {"carrier_id", &State::carrier_id, 0, 65535},
     {"radio", &State::radio, 0, 1},
-    {"creg_mode", &State::creg_mode, 0, 99},
-    {"cgreg_mode", &State::cgreg_mode, 0, 99},
 };
 
 inline constexpr TextField kTextFields[] = {
@@ -86,10 +81,6 @@ inline constexpr TextField kTextFields[] = {
 };
 
 inline constexpr FlagField kFlagFields[] = {
-    {"bars_reports", &State::bars_reports},
-    {"bas_reports", &State::bas_reports},
-    {"time_reports", &State::time_reports},
-    {"reject_reports", &State::reject_reports},
     {"echo", &State::echo},
     {"body_sar", &State::body_sar},
     {"fake_security", &State::fake_security},

@@ -10,9 +10,8 @@ namespace {
 
 constexpr int kIccidFile = 12258;
 
-bool has_cell(int stat) {
-  return stat == 1 || stat == 5;
-}
+// What the registration reports say of the cell.
+constexpr int State::*kCell[] = {&State::lac, &State::cell_id, &State::rat, &State::band};
 
 }  // namespace
 
@@ -69,17 +68,53 @@ std::map<int, std::string> default_sim_files() {
   };
 }
 
+const std::vector<Report> kReports = {
+    {"+GTBARS",
+     {"bars_reports", &State::bars_reports},
+     bars_fields,
+     {&State::bars, &State::rssi, &State::ecno}},
+    {"+BASURC",
+     {"bas_reports", &State::bas_reports},
+     bas_fields,
+     {&State::bas_a, &State::bas_b, &State::antenna}},
+    {"+CTZV", {"time_reports", &State::time_reports}, nullptr, {}},
+    {"+GTOTAREJECT", {"reject_reports", &State::reject_reports}, nullptr, {}},
+};
+
 Reported reported(const State& state) {
-  return {state.cs_stat, state.ps_stat, state.lac,  state.cell_id, state.rat,   state.band,
-          state.bars,    state.rssi,    state.ecno, state.bas_a,   state.bas_b, state.antenna};
+  Reported values;
+  const auto add = [&](int State::*member) { values.emplace_back(member, state.*member); };
+  for (int State::*member : kCell) add(member);
+  for (const Domain& domain : kDomains) add(domain.stat.member);
+  for (const Report& report : kReports) std::for_each(report.watched.begin(), report.watched.end(), add);
+  return values;
 }
 
-std::string registration_fields(const State& state, bool circuit_switched, int mode) {
-  const int stat = circuit_switched ? state.cs_stat : state.ps_stat;
-  const int cause = circuit_switched ? state.cs_reject_cause : state.ps_reject_cause;
+bool is_registered(int stat) {
+  return stat == 1 || stat == 5;
+}
+
+bool is_registered(const State& state) {
+  return std::any_of(std::begin(kDomains), std::end(kDomains),
+                     [&](const Domain& domain) { return is_registered(state.*domain.stat.member); });
+}
+
+bool is_known(const State& state) {
+  return std::any_of(std::begin(kDomains), std::end(kDomains),
+                     [&](const Domain& domain) { return state.*domain.stat.member != 0; });
+}
+
+void set_stat(State& state, int stat) {
+  for (const Domain& domain : kDomains) state.*domain.stat.member = stat;
+}
+
+std::string registration_fields(const State& state, const Domain& domain) {
+  const int stat = state.*domain.stat.member;
+  const int cause = state.*domain.reject_cause.member;
+  const int mode = state.*domain.mode.member;
   const bool rejected = stat == 3 && cause != 0;
   std::string text = std::to_string(stat);
-  if (mode < 2 || !(has_cell(stat) || rejected)) return text;
+  if (mode < 2 || !(is_registered(stat) || rejected)) return text;
   text += format(",\"%04X\",\"%08X\",%d", static_cast<unsigned>(state.lac) & 0xFFFFU,
                  static_cast<unsigned>(state.cell_id), state.rat);
   if (mode == 99) text += "," + std::to_string(state.band);
@@ -89,36 +124,38 @@ std::string registration_fields(const State& state, bool circuit_switched, int m
 
 std::vector<std::string> reports_of_change(const Reported& before, const State& now) {
   std::vector<std::string> lines;
-  const Reported after = reported(now);
-  const bool cell = before.lac != after.lac || before.cell_id != after.cell_id || before.rat != after.rat ||
-                    before.band != after.band;
-  const auto registration = [&](int mode, int was, int is, bool circuit_switched, const char* name) {
-    if (mode == 0 || (was == is && !(mode >= 2 && cell && has_cell(is)))) return;
-    lines.push_back(std::string(name) + registration_fields(now, circuit_switched, mode));
+  const auto changed = [&](int State::*member) {
+    const auto was =
+        std::find_if(before.begin(), before.end(), [&](const auto& value) { return value.first == member; });
+    return was->second != now.*member;
   };
-  registration(now.creg_mode, before.cs_stat, after.cs_stat, true, "+CREG: ");
-  registration(now.cgreg_mode, before.ps_stat, after.ps_stat, false, "+CGREG: ");
-  if (now.bars_reports &&
-      (before.bars != after.bars || before.rssi != after.rssi || before.ecno != after.ecno)) {
-    lines.push_back("+GTBARS: " + bars_fields(now));
+  const bool cell = std::any_of(std::begin(kCell), std::end(kCell), changed);
+  for (const Domain& domain : kDomains) {
+    const int mode = now.*domain.mode.member;
+    const bool moved = mode >= 2 && cell && is_registered(now.*domain.stat.member);
+    if (mode == 0 || !(changed(domain.stat.member) || moved)) continue;
+    lines.push_back("+" + std::string(domain.name) + ": " + registration_fields(now, domain));
   }
-  if (now.bas_reports &&
-      (before.bas_a != after.bas_a || before.bas_b != after.bas_b || before.antenna != after.antenna)) {
-    lines.push_back("+BASURC: " + bas_fields(now));
+  for (const Report& report : kReports) {
+    if (!(now.*report.on.member) || std::none_of(report.watched.begin(), report.watched.end(), changed))
+      continue;
+    lines.push_back(std::string(report.name) + ": " + report.fields(now));
   }
   return lines;
 }
 
 Network current_network(const State& state) {
-  return {state.operator_numeric, state.plmn_text, state.cs_stat, state.ps_stat, state.rat,  state.lac,
-          state.cell_id,          state.tac,       state.rac,     state.arfcn,   state.band, state.band_text};
+  Network network = {state.operator_numeric, state.plmn_text, {},        state.rat,   state.lac,
+                     state.cell_id,          state.tac,       state.rac, state.arfcn, state.band,
+                     state.band_text};
+  for (std::size_t i = 0; i < std::size(kDomains); i++) network.stat[i] = state.*kDomains[i].stat.member;
+  return network;
 }
 
 void enter_network(State& state, const Network& network) {
+  for (std::size_t i = 0; i < std::size(kDomains); i++) state.*kDomains[i].stat.member = network.stat[i];
   state.operator_numeric = network.numeric;
   state.plmn_text = network.plmn_text;
-  state.cs_stat = network.cs_stat;
-  state.ps_stat = network.ps_stat;
   state.rat = network.rat;
   state.lac = network.lac;
   state.cell_id = network.cell_id;
@@ -179,8 +216,9 @@ std::string sim_file(const State& state, int id) {
 void reset_session(State& state) {
   state.echo = true;
   state.cops_format = 0;
-  state.creg_mode = state.cgreg_mode = 0;
-  state.time_reports = state.reject_reports = state.bars_reports = state.bas_reports = state.trace_on = false;
+  state.trace_on = false;
+  for (const Domain& domain : kDomains) state.*domain.mode.member = 0;
+  for (const Report& report : kReports) state.*report.on.member = false;
   state.radio = 1;
 }
 

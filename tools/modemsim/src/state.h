@@ -2,32 +2,66 @@
 #ifndef MODEMSIM_STATE_H
 #define MODEMSIM_STATE_H
 
+#include <array>
+#include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "modemsim/modem.h"
+#include "scenario_fields.h"
 
 namespace modemsim {
 
-// The values whose change is reported.
-struct Reported {
-  int cs_stat, ps_stat, lac, cell_id, rat, band;
-  int bars, rssi, ecno;
-  int bas_a, bas_b, antenna;
+// A domain that the modem registers for: its row makes its commands, its report and its members in scenario
+// files.
+struct Domain {
+  const char* name;  // "CREG": of the report and, after "AT+", of the commands
+  const char* what;  // for the list of commands
+  NumberField stat, reject_cause, mode;
+};
+inline constexpr Domain kDomains[] = {
+    {"CREG",
+     "circuit-switched registration",
+     {"cs_stat", &State::cs_stat, 0, 10},
+     {"cs_reject_cause", &State::cs_reject_cause, 0, 255},
+     {"creg_mode", &State::creg_mode, 0, 99}},
+    {"CGREG",
+     "packet-switched registration",
+     {"ps_stat", &State::ps_stat, 0, 10},
+     {"ps_reject_cause", &State::ps_reject_cause, 0, 255},
+     {"cgreg_mode", &State::cgreg_mode, 0, 99}},
 };
 
+// A report that a command switches on and off: a row in state.cpp.
+struct Report {
+  const char* name;  // "+GTBARS"
+  FlagField on;
+  std::string (*fields)(const State& state);  // null: sent only when a scenario says so
+  std::vector<int State::*> watched;          // a change of one of these is reported
+};
+extern const std::vector<Report> kReports;
+
+// The members of the state that are reported, as they were.
+using Reported = std::vector<std::pair<int State::*, int>>;
 Reported reported(const State& state);
 
-// The URC lines that the enabled reports give for the way from `before` to `now`, without line ends.
+// The reports that are due when the state was `before` and is now `now`, without line ends.
 std::vector<std::string> reports_of_change(const Reported& before, const State& now);
 
-// The fields of +CREG / +CGREG behind an answer's mode: "1,"1A2B","01C2D3E4",7".
-std::string registration_fields(const State& state, bool circuit_switched, int mode);
+bool is_registered(int stat);
+bool is_registered(const State& state);  // for some domain
+bool is_known(const State& state);       // some domain has a stat other than 0
+void set_stat(State& state, int stat);   // of all domains
+
+// The fields of a domain's report: "1,"1A2B","01C2D3E4",7".
+std::string registration_fields(const State& state, const Domain& domain);
 
 // The network and cell where the modem is.
 struct Network {
   std::string numeric, plmn_text;
-  int cs_stat = 0, ps_stat = 0, rat = 0, lac = 0, cell_id = 0, tac = 0, rac = 0, arfcn = 0, band = 0;
+  std::array<int, std::size(kDomains)> stat{};
+  int rat = 0, lac = 0, cell_id = 0, tac = 0, rac = 0, arfcn = 0, band = 0;
   std::string band_text;
 };
 
