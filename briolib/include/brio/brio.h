@@ -1,19 +1,30 @@
-/*
- * Public operations of the modem library.
+/**
+ * @file
+ * The public operations of the modem library. A WAN manager uses wabs.h, which sits on top of them.
  *
- * Every operation first asks the status gate (briolib_check_library_status) and returns its non-zero value
- * unchanged, unless it says otherwise: BRIO_STATUS_NOT_OPEN (1) or BRIO_STATUS_FATAL (3). "Request failures"
- * are BRIO_STATUS_FAILURE (4, error answer or broken channel) and BRIO_STATUS_TIMEOUT (5). Operations that
- * send a command block until the answer or the time-out (20 s unless stated). Only one command is outstanding
- * at a time; callers are served in the order in which they came. With a status other than 0 an operation
- * leaves its outputs as they were, unless it says otherwise.
+ * @code
+ * uint32_t bars = 0;
+ * if (brio_open("/dev/ttyACM2") != BRIO_STATUS_OK) return 1;
+ * if (brio_get_bars(&bars, 0) == BRIO_STATUS_OK) printf("%u bars\n", bars);
+ * brio_close();
+ * @endcode
  *
- * A response or event callback runs on a thread of the library. What would wait for that thread is refused
- * there with an error line: brio_open and brio_close return BRIO_STATUS_BUSY (2), operations that send a
- * command a request failure (4, or what they return for any failed request), brio_abort_manual_nw_scan 4.
+ * **Status.** Operations return a BRIO_STATUS_* code, written below without the prefix and with its number.
+ * Each first asks the status gate (briolib_check_library_status) and returns NOT_OPEN (1) or FATAL (3) of it,
+ * unless it is marked "Not gated". "Request failures" are FAILURE (4), an error answer or a broken channel,
+ * and TIMEOUT (5). With any status but OK (0) an operation leaves its outputs as they were, unless it says
+ * otherwise.
  *
- * The same is refused in a child of fork() whose parent has the library open, with gated operations
- * returning 1: the child has no part in it.
+ * **Blocking.** An operation that sends a command blocks until the answer or the time-out, 20 s unless
+ * stated. One command is outstanding at a time; callers are served in the order in which they came.
+ *
+ * **Thread.** Any thread of the host, except where "Host thread" asks for always the same one.
+ *
+ * **Refused.** A response or event callback runs on a thread of the library. Whatever would wait for that
+ * thread is refused there with an error line: brio_open and brio_close return BUSY (2), operations that send
+ * a command FAILURE (4) or what they return for a failed request, brio_abort_manual_nw_scan FAILURE (4). The
+ * same is refused in a child of fork() whose parent has the library open; gated operations return
+ * NOT_OPEN (1) there.
  */
 #ifndef BRIO_BRIO_H
 #define BRIO_BRIO_H
@@ -26,209 +37,227 @@
 
 BRIO_EXTERN_C_BEGIN
 
-/* The modem library's log mask (brio_log_bits.h), 0 at load. A plain word: set it with
- * briolib_log_set_log_mask. */
+/** @name Shared words and the shared record */
+/** @{ */
+
+/** The modem library's log mask (brio_log_bits.h), 0 at load. Set it with briolib_log_set_log_mask. */
 extern BRIO_API uint32_t g_brio_lib_log_mask;
-/* The shared modem-data record, guarded by the URC-data mutex. */
+/** The shared modem-data record, guarded by the URC-data mutex. */
 extern BRIO_API brio_atcmd_data g_brio_lib_atcmd_data;
-/* PS attachment, current and previous: two equal words, 1 while registered for PS, else 0. */
+/** PS attachment: two equal words, 1 while registered for PS, else 0. */
 extern BRIO_API uint32_t s_pdp_event[2];
+/** s_pdp_event before the last change. */
 extern BRIO_API uint32_t s_prev_pdp_event[2];
-/* SAR mode that the proximity monitor applied last (enum brio_sar_mode); 0 at load. */
+/** SAR mode that the proximity monitor applied last (enum brio_sar_mode), 0 at load. */
 extern BRIO_API int32_t g_pre_sar_mode;
 
-/* ---- Life
- * -------------------------------------------------------------------------------------------------------- */
+/** @} */
+/** @name Life */
+/** @{ */
 
-/*
- * Prepends `dir` to every device path (ports, state files, sysfs, /proc/net/dev); null or "" is the device
- * itself. The text is copied. Only while the library is closed. Below it ports, sysfs and /proc/net/dev may
- * be links, state files may not.
- */
+/** Prepends `dir` to every device path (ports, state files, sysfs, /proc/net/dev); null or "" is the device
+ * itself. The text is copied. Only while the library is closed. Below `dir`, ports, sysfs and /proc/net/dev
+ * may be links; state files may not. */
 BRIO_API void brio_set_root_dir(const char* dir);
-/*
- * Opens the modem on `query_port` ("/dev/ttyACM2"). 0; 2 while open or closing and where it is refused
- * (above); 4 when the packet layer or the ports cannot be opened; 5 when the modem does not accept "ATE0" or
- * "AT+CFUN=1". Not gated. A failed open leaves nothing behind and may be retried. Blocks for the whole
- * command sequence. A port that is lost after "AT+CFUN=1" does not fail the open: the status gate returns 3
- * afterwards, as whenever a port is lost, until brio_close and another brio_open.
+/**
+ * Opens the modem on `query_port` ("/dev/ttyACM2"). Blocks for the whole command sequence. A failed open
+ * leaves nothing behind and may be retried. A port lost after "AT+CFUN=1" does not fail the open: afterwards
+ * the status gate returns FATAL (3), as whenever a port is lost, until brio_close and another brio_open. Not
+ * gated.
+ *
+ * @return OK (0); BUSY (2) while open or closing, and where it is refused (above); FAILURE (4) when the
+ * packet layer or a port cannot be opened; TIMEOUT (5) when the modem does not accept "ATE0" or "AT+CFUN=1"
  */
 BRIO_API uint32_t brio_open(const char* query_port);
-/*
- * Closes the library; 0, harmless when it is not open; 2 on a thread of the library, which stays open. A
- * close that meets another one returns at once. Not gated.
- */
+/** Closes the library; harmless when it is not open. A close that meets another one returns at once. Not
+ * gated. @return OK (0); BUSY (2) on a thread of the library, which stays open */
 BRIO_API uint32_t brio_close(void);
-/* The status gate's value, nothing else. */
+/** The status gate itself. @return OK (0), NOT_OPEN (1) or FATAL (3) */
 BRIO_API uint32_t brio_log_startup_status(void);
-/* Always 0: a hook that inspects nothing. Not gated. */
-BRIO_API uint32_t brio_check_for_fatal_failure(void);
-/*
- * Registers the callback of one event (null clears it). 0, or 6 when `id` is above 9. No lock: register
- * before the library reports, and leave the table alone while it is open. wabs_open registers for all events
- * that there are (0 to 3, 5 to 7 and 9) and replaces what was there. Not gated.
+/**
+ * Registers the callback of one event (null clears it). There is no lock: register before the library
+ * reports, and leave the table alone while it is open. wabs_open registers for all events that there are
+ * (0 to 3, 5 to 7 and 9) and replaces what was there. Not gated.
+ *
+ * @return OK (0); INVALID (6) when `id` is above 9
  */
 BRIO_API uint32_t brio_set_callback_for_event_id(uint32_t id, brio_event_callback callback);
 
-/* ---- Registration and network
- * ------------------------------------------------------------------------------------ */
+/** @} */
+/** @name Registration and network */
+/** @{ */
 
-/*
- * Switches groups of unsolicited results: 0 start-up set, 1 BAS reports on, 2 BAS reports off, 3 bars reports
- * on, 4 bars reports off; other modes do nothing. 0 or request failures. Modes 0 and 1 are gated; 2 and above
- * are not, since they are used on the way down.
- */
+/** Switches groups of reports: 0 start-up set, 1 BAS on, 2 BAS off, 3 bars on, 4 bars off; any other does
+ * nothing. Modes 2 and above are not gated, since they are used on the way down.
+ * @return OK (0) or request failures */
 BRIO_API uint32_t brio_atcmd_enable_urc(uint32_t mode);
 
-/* Holds every list of brio_atcmd_scan_network: the longest line of the query port and what entries grow. */
+/** Bytes that hold every list of brio_atcmd_scan_network: the query port's longest line and what entries
+ * grow. */
 #define BRIO_SCAN_BUFFER_SIZE 3072
-/*
- * Scans for operators ("AT+COPS=?", up to 300 s) after de-registering; the modem stays off the network
+/**
+ * Scans for operators ("AT+COPS=?", up to 300 s) after de-registering. The modem stays off the network
  * afterwards, whatever the status, until brio_atcmd_set_auto_mode. `buffer` receives a NUL-terminated list of
  * at most 31 entries, at most `size` bytes with the NUL:
  *
- *   stat,mcc,mnc,rat,"",long name,short name;
+ *     stat,mcc,mnc,rat,"",long name,short name;
  *
- * stat is 0 unknown, 1 available, 2 current; rat 0..7 of 3GPP TS 27.007. The names stand as the modem sent
+ * stat is 0 unknown, 1 available, 2 current; rat 0..7 of 3GPP TS 27.007. The names are as the modem sent
  * them, with their quotes, within which "," and ";" may occur; the short name is "" unless the long one is.
- * Forbidden operators are not listed.
+ * Forbidden operators are not listed. Entries that do not fit are left out with a log line; when none fits,
+ * and with any status but OK (0), the buffer stays untouched.
  *
- * The buffer stays untouched when no entry fits and when the status is not 0. Entries that do not fit are
- * left out with a log line. 0; 6 for a null buffer; 4, also when nothing valid was found; 5 after 300 s (80 s
- * more when the de-registration is not answered); 8 when aborted.
+ * @return OK (0); FAILURE (4), also when nothing valid was found; TIMEOUT (5) after 300 s (80 s more when the
+ * de-registration is not answered); INVALID (6) for a null buffer; SCAN_ABORTED (8)
  */
 BRIO_API uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size);
-/* Sends "^" to stop the modem's search, once no request is outstanding any more: abort a running scan first.
- * 0 or request failures. Any thread. */
+/** Sends "^" to stop the modem's search. It waits for an outstanding request: abort a running scan first.
+ * @return OK (0) or request failures */
 BRIO_API uint32_t brio_atcmd_scan_abort(void);
-/*
- * Ends a running scan: 8, and the scan returns 8, too. 4, and nothing happens, when none runs, which is also
- * once its answer or its 300 s have come. Any thread but the library's own (4).
- */
+/** Ends a running scan: both calls return SCAN_ABORTED (8). Any thread but the library's own.
+ * @return SCAN_ABORTED (8); FAILURE (4), and nothing happens, when none runs. A scan whose answer or whose
+ * 300 s have come no longer runs. */
 BRIO_API uint32_t brio_abort_manual_nw_scan(void);
-/* Automatic network selection ("AT+COPS=0"). 0 or request failures. */
+/** Automatic network selection ("AT+COPS=0"). @return OK (0) or request failures */
 BRIO_API uint32_t brio_atcmd_set_auto_mode(void);
-/* Refreshes the record of the current network, which the next scan to end marks. 0. Any thread. */
+/** Notes the current network, which the next scan to end marks. @return OK (0) */
 BRIO_API uint32_t brio_get_current_network(void);
-/*
- * Asks for the network's time zone ("AT+CCLK?"). Fills `record` with zeros and the zone (time_zone, quarter
- * hours). 0; 6 for null; 5 for any failed request, or when the modem gave no zone.
- */
+/** Asks for the network's time zone ("AT+CCLK?"). `record` becomes zeros and the zone (time_zone, quarter
+ * hours). @return OK (0); INVALID (6) for null; TIMEOUT (5) for any failed request, or without a zone */
 BRIO_API uint32_t brio_get_network_time(network_time* record);
-/* 0 none or unknown, 1 GSM, 2 EDGE class, 3 UMTS family, 5 LTE. 0; 6 for null (before the gate). */
+/** Data service: 0 none or unknown, 1 GSM, 2 EDGE class, 3 UMTS family, 5 LTE.
+ * @return OK (0); INVALID (6) for null, before the gate */
 BRIO_API uint32_t brio_get_data_service_mode(uint32_t* out);
-/* 2 roaming, 1 home, 0 anything else, of the CS registration. 0; 6 for null. */
+/** Of the CS registration: 1 home, 2 roaming, 0 anything else. @return OK (0); INVALID (6) for null */
 BRIO_API uint32_t brio_get_roaming_status(uint32_t* out);
-/* Band number of the last registration report, 0 unknown. 0; 6 for null. */
+/** Band number of the last registration report, 0 unknown. @return OK (0); INVALID (6) for null */
 BRIO_API uint32_t brio_get_band_info(uint32_t* out);
-/* WAN type of the shared record. 0; 6 for null. */
+/** WAN type of the shared record, BRIO_WAN_TYPE_*. @return OK (0); INVALID (6) for null */
 BRIO_API uint32_t brio_get_wan_type(uint32_t* out);
-/* Carrier configuration number of the modem, 0xFFFF unknown. 0; 6 for null. */
+/** Carrier configuration number of the modem, 0xFFFF unknown. @return OK (0); INVALID (6) for null */
 BRIO_API uint32_t brio_get_carrier_id(uint16_t* out);
-/* MCC text in bytes 0..3, MNC text in bytes 4..7, "FFF" unknown. 0; 6 for null. */
+/** MCC text in bytes 0..3, MNC text in bytes 4..7, "FFF" unknown. @return OK (0); INVALID (6) for null */
 BRIO_API uint32_t brio_get_mcc_mnc(char out[8]);
-/*
- * Both outputs become 1 while registered for PS, else 0. Refreshes a placeholder MCC and raises event 5; asks
- * for the registration at most once in 61 s while not registered. 0; 6 for null.
- */
+/** Both outputs become 1 while registered for PS, else 0. Asks for the operator while it is unknown, and then
+ * raises BRIO_EVENT_SERVING_PLMN_CHANGED; asks for the registration at most once in 61 s while not
+ * registered.
+ * @return OK (0); INVALID (6) for null */
 BRIO_API uint32_t brio_get_pdp_context_activation_allowed(uint32_t* attached, uint32_t* allowed);
-/* Deletes every stored short message. 0; 5 when that failed. */
+/** Deletes every stored short message. @return OK (0); TIMEOUT (5) for any failure */
 BRIO_API uint32_t brio_clear_sms(void);
 
-/* ---- Antennas
- * ---------------------------------------------------------------------------------------------------- */
+/** @} */
+/** @name Antennas */
+/** @{ */
 
-/* Asks the modem for the BAS antenna status. `record` is preset by the caller. 0; 5 for any failed request; 6
- * for null. */
+/** Asks for the BAS antenna status. The caller presets `record`.
+ * @return OK (0); TIMEOUT (5) for any failed request; INVALID (6) for null */
 BRIO_API uint32_t brio_get_bas_status(bas_status* record);
-/* LTE antenna in use; asks the modem only while it is unknown. 0; 6 for null; 7 when it cannot be read. */
+/** LTE antenna in use; the modem is asked only while it is unknown.
+ * @return OK (0); INVALID (6) for null; UNAVAILABLE (7) when it cannot be read */
 BRIO_API uint32_t brio_get_curr_lte_ant(uint32_t* out);
-/* Locks antenna 1 or 2, or switches automatically (3). 0; 6 for another choice; request failures. */
+/** Locks antenna 1 or 2, or lets the modem switch (3).
+ * @return OK (0); INVALID (6) for another choice; request failures */
 BRIO_API uint32_t brio_set_lte_ant(uint32_t choice);
 
-/* ---- Signal bars
- * ------------------------------------------------------------------------------------------------- */
+/** @} */
+/** @name Signal bars */
+/** @{ */
 
-/*
- * Signal bars. Mode 0 polls the modem at most once in 91 s and never gives 255; 1 (reading application
- * active) and 2 (plain read) serve the held value, which may be 255. 0; 6 for null; 7 when the poll failed.
- * One host thread.
- */
+/** Signal bars. Mode 0 polls the modem at most once in 91 s and never gives 255; 1 (reading application
+ * active) and 2 (plain read) serve the held value, which may be 255, none. Host thread.
+ * @return OK (0); INVALID (6) for null; UNAVAILABLE (7) when the poll failed */
 BRIO_API uint32_t brio_get_bars(uint32_t* out, int32_t mode);
-/* Does nothing: the modem computes the bars. 0. Not gated. */
-BRIO_API uint32_t brio_set_bars_table(const void* table);
-/* Does nothing but check: 6 when `period` is 1, 2 or above 255. */
-BRIO_API uint32_t brio_set_bars_update_period(uint32_t period);
 
-/* ---- SIM
- * ---------------------------------------------------------------------------------------------------------
- */
+/** @} */
+/** @name SIM */
+/** @{ */
 
-/* Card and lock status from the modem, preset to 0 and 15 whatever the status. 0; 6 for null (before the
- * gate); request failures. */
+/** Card and lock status from the modem, preset to 0 and 15 whatever the status.
+ * @return OK (0); INVALID (6) for null, before the gate; request failures */
 BRIO_API uint32_t brio_get_sim_status(sim_card_status* record);
-/* SIM status (enum brio_sim_status): SIM_STATUS_OK, SIM_NOT_READ, NO_SIM or INVALID_OTHER; the other values
- * cannot occur. SIM_STATUS_OK also when it could not be read: the status tells. 0; 6 for null; as above. */
+/** SIM_STATUS_OK, SIM_NOT_READ, NO_SIM or INVALID_OTHER of enum brio_sim_status; the other values cannot
+ * occur. SIM_STATUS_OK also when it could not be read: the returned status tells.
+ * @return as brio_get_sim_status */
 BRIO_API uint32_t brio_get_wn3_sim_status(uint32_t* out);
-/* IMSI and ICCID from the modem. 0; 6 for null; 4 when either cannot be read (`block` is then untouched). */
+/** IMSI and ICCID from the modem. @return OK (0); INVALID (6) for null; FAILURE (4) when either cannot be
+ * read, and `block` is then untouched */
 BRIO_API uint32_t brio_get_sim_info(sim_identity* block);
-/*
- * Copies the SIM's PLMN lists and completes the home PLMN of the copy from the IMSI. `size` is a selector,
- * any non-zero value. 0; 6 for null or 0; 4 when the IMSI cannot be read (the lists are copied all the same).
- */
+/** Copies the SIM's PLMN lists and completes the home PLMN of the copy from the IMSI. `size` is a selector,
+ * any value but 0. @return OK (0); INVALID (6) for null or 0; FAILURE (4) when the IMSI cannot be read: the
+ * lists are copied all the same */
 BRIO_API uint32_t brio_get_sim_plmn_info(sim_plmn_data* record, uint32_t size);
-/*
- * Reads the SIM's files and writes the static information file. Without `force` it stops behind the ICCID
- * when that file exists. 0 also when a file could not be read. Host thread.
- */
+/** Reads the SIM's files and writes the static information file. Without `force` it stops after the ICCID
+ * when that file exists. Host thread. @return OK (0), also when a file could not be read */
 BRIO_API uint32_t brio_get_sim_static_info(int32_t force);
 
-/* ---- Modem
- * ------------------------------------------------------------------------------------------------------- */
+/** @} */
+/** @name Modem */
+/** @{ */
 
-/* Modem identity; asked for once after open, then served from memory (not gated then). 0; 6 for null; 4 on
- * failure. */
+/** Modem identity, asked for once after an open, then served from memory and then not gated.
+ * @return OK (0); INVALID (6) for null; FAILURE (4) */
 BRIO_API uint32_t brio_get_modem_info(modem_info* record);
-/* The texts held in memory, or " " in each; never asks the modem. The fault count is not copied. 0; 6
- * for null. Not gated. */
+/** The texts held in memory, or " " in each; never asks the modem. The fault count is not copied. Not gated.
+ * @return OK (0); INVALID (6) for null */
 BRIO_API uint32_t brio_copy_modem_info(modem_info* record);
-/* Body-SAR back-off on (non-zero) or off. 0; the gate's status, or the request's packet status (brio_at.h: 1
- * time-out, 2 error, 3 refused), which share their numbers: any but 0 is a failure. Any thread. */
+/** Body-SAR back-off on (non-zero) or off. @return 0; the gate's status or the request's packet status, which
+ * share their numbers (BLPKT_STATUS_* of brio_at.h): any other value is a failure */
 BRIO_API uint32_t brio_set_sar_pwr(uint32_t on);
 
-/* ---- Factory test: not gated. 0 or request failures.
- * ------------------------------------------------------------- */
+/** @} */
+/** @name Factory test: not gated */
+/** @{ */
 
+/** Fake security configuration on (non-zero) or off. @return OK (0) or request failures */
 BRIO_API uint32_t brio_set_fake_security_mode(uint32_t on);
+/** Lets the modem forget its list of recent networks. @return OK (0) or request failures */
 BRIO_API uint32_t brio_clear_mru(void);
+/** Switches the radio off. @return OK (0) or request failures */
 BRIO_API uint32_t brio_turn_off_rf(void);
-/* Selects the carrier configuration of the SIM's home network and removes the WAN information file. 6 also
- * when the IMSI cannot be read or its network is not supported (nothing is sent then). Host thread. */
+/** Selects the carrier configuration of the SIM's home network and removes the WAN information file. Host
+ * thread. @return OK (0); request failures; INVALID (6), with nothing sent, when the IMSI cannot be read or
+ * its network is not supported */
 BRIO_API uint32_t brio_carrier_selection(void);
 
-/* ---- Modem trace
- * ------------------------------------------------------------------------------------------------- */
+/** @} */
+/** @name Modem trace */
+/** @{ */
 
-/*
- * The filter file: lines of at most 509 characters. Blanks and tabs in front do not count; a line that is
- * then empty or begins with "#" is skipped. Any other is a command, "AT+XSYSTRACE=" or "AT+TRACE=" in any
- * case and what follows up to the first blank; the rest of the line is ignored:
- *
- *   # trace of the protocol stack
- *   AT+XSYSTRACE=1,"oct"
- *
+/**
  * Sends the commands of the filter file and starts the capture of the modem's trace port into the file
- * "<log_prefix>_Y_M_D_h_m_s.istp" (local time; of the prefix the first 50 bytes count; one that is there
- * already is continued). A capture that still runs ends first. With a null `log_prefix` the filter is sent
- * and nothing is captured. 0 running, or tracing switched off for a null `filter_path`; 7 no filter file
- * (tracing switched off); 6 a line has an invalid format (switched off); 4 no command in the file, or no
- * socket pair or thread; 3 the port cannot be opened or another process holds it, or the trace file cannot be
- * created; 1 or 2, the packet status of a filter command (switched off). 1 and 3 are also the gate's. Host
- * thread.
+ * "<log_prefix>_Y_M_D_h_m_s.istp" (local time; of the prefix the first 50 bytes count; a file of that name is
+ * continued). A capture that still runs ends first. With a null `log_prefix` the filter is sent and nothing
+ * is captured; a null `filter_path` switches tracing off. Host thread.
+ *
+ * The filter file has lines of at most 509 characters. Blanks and tabs at the beginning do not count; a line
+ * that is then empty or begins with "#" is skipped. Any other is a command: "AT+XSYSTRACE=" or "AT+TRACE=" in
+ * any case and what follows up to the first blank. The rest of the line is ignored:
+ *
+ *     # trace of the protocol stack
+ *     AT+XSYSTRACE=1,"oct"
+ *
+ * @return 0 running, or switched off; 3 when the port cannot be opened or another process holds it, or the
+ * trace file cannot be created; 4 without a command in the file, a socket pair or a thread; 6 for a line of
+ * an invalid format and 7 without a filter file, both with tracing switched off; 1 or 2, the packet status of
+ * a filter command, with tracing switched off. 1 and 3 are also the gate's.
  */
 BRIO_API uint32_t brio_trace_tst_log(const char* filter_path, const char* log_prefix);
-/* Ends the capture and joins its thread; harmless when none runs. Sends nothing. Not gated. Host thread. */
+/** Ends the capture and joins its thread; harmless when none runs. Sends nothing. Not gated. Host thread. */
 BRIO_API void brio_trace_tst_stop(void);
+
+/** @} */
+/** @name Kept for hosts: without effect */
+/** @{ */
+
+/** Does nothing. Not gated. @return OK (0) */
+BRIO_API uint32_t brio_check_for_fatal_failure(void);
+/** Does nothing: the modem computes the bars. Not gated. @return OK (0) */
+BRIO_API uint32_t brio_set_bars_table(const void* table);
+/** Does nothing but check. @return OK (0); INVALID (6) when `period` is 1, 2 or above 255 */
+BRIO_API uint32_t brio_set_bars_update_period(uint32_t period);
+
+/** @} */
 
 BRIO_EXTERN_C_END
 

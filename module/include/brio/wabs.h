@@ -1,58 +1,67 @@
-/*
- * The host module interface of libbrio_module.so.1.
+/**
+ * @file
+ * The host interface of libbrio_module.so.1: what a WAN manager calls.
  *
- * One host thread calls everything here; wabs_abort_manual_nw_scan alone is called from another one, since
- * whatever else sends a command waits for the one that is outstanding. The host is never called back: it
- * polls. wabs_open registers the module's own callbacks for every event that the
- * modem library knows, so a host that uses wabs_* leaves brio_set_callback_for_event_id alone. Every
- * operation returns a WABS_STATUS_* code and answers WABS_STATUS_NOT_OPEN while the module is closed, unless
- * it says otherwise. With a status other than 0 it leaves its outputs as they were, unless it says otherwise.
+ * @code
+ * uint32_t bars = 0;
+ * if (wabs_open() != WABS_STATUS_OK) return 1;
+ * if (wabs_get_bars(&bars) == WABS_STATUS_OK && bars != WABS_BARS_NOT_ATTACHED) printf("%u bars\n", bars);
+ * wabs_close();
+ * @endcode
  *
- * The status of the modem library (brio.h) behind a status of this interface is in the log
- * (gBrioModuleLogMask, WABS_LOG_ERROR). It maps as follows:
+ * **Thread.** One host thread calls everything here; only wabs_abort_manual_nw_scan is called from another
+ * one, since every other operation that sends a command waits for the outstanding one. The host is never
+ * called back: it polls. wabs_open registers the module's own callbacks for every event of the modem library,
+ * so a host that uses wabs_* leaves brio_set_callback_for_event_id alone.
  *
- *   library                     host
- *   0 OK                        0
- *   5 TIMEOUT                   14 from wabs_do_manual_nw_scan, else 2
- *   7 UNAVAILABLE               13 from wabs_get_module_time (cannot occur), else 2
- *   8 SCAN_ABORTED              15 from wabs_do_manual_nw_scan and wabs_abort_manual_nw_scan
- *   1, 2, 3, 4, 6               2
+ * **Status.** Every operation returns a WABS_STATUS_* code, written below without the prefix and with its
+ * number, and returns NOT_OPEN (1) while the module is closed, unless it says otherwise. With any status but
+ * OK (0) it leaves its outputs as they were, unless it says otherwise. LIBRARY_FAILURE (2) stands for these
+ * statuses of the modem library (brio.h); the log has the original one (gBrioModuleLogMask, WABS_LOG_ERROR):
  *
- * 1, 4, 7 and 11 are the module's own, and so is 14 for a second scan. 13 cannot occur today: a modem that
- * gives no time is a failed request, hence 2.
+ *     library              host
+ *     OK (0)               OK (0)
+ *     TIMEOUT (5)          SCAN_RUNNING (14) from wabs_do_manual_nw_scan, else LIBRARY_FAILURE (2)
+ *     SCAN_ABORTED (8)     SCAN_ABORTED (15) from wabs_do_manual_nw_scan and wabs_abort_manual_nw_scan
+ *     any other            LIBRARY_FAILURE (2)
  *
- * When the modem is lost (unplugged, reset), brio_log_startup_status() of brio.h returns 3 and what needs the
- * modem library returns 2. What the module itself holds is served as before (the texts read at open, a known
- * network or time zone), and wabs_is_blib_open stays 1. Nothing recovers by itself: call wabs_close, then
- * wabs_open until it returns 0.
+ * **Blocking.** An operation that sends a command blocks until the modem has answered, at most 20 s a command
+ * unless it says otherwise. The others return at once.
  *
- * Callbacks that a host registers with brio.h instead get 2 from wabs_open, wabs_close and whatever sends a
- * command, and so does a child of fork() whose parent has the module open: nothing happens to it there.
+ * **Lost modem.** When the modem is unplugged or resets, brio_log_startup_status of brio.h returns FATAL (3),
+ * and whatever needs the modem library returns LIBRARY_FAILURE (2). What the module itself holds is served as
+ * before (texts read at open, a known network or time zone), and wabs_is_blib_open stays 1. Nothing recovers
+ * by itself: call wabs_close, then wabs_open until it returns OK (0).
  *
- * Off the device, call brio_set_root_dir of brio.h before wabs_open: it prepends a directory to the path of
- * every port and file.
+ * **Refused.** Called inside a callback that a host registered with brio.h, or in a child of fork() whose
+ * parent has the module open, wabs_open, wabs_close and every operation that sends a command do nothing and
+ * return LIBRARY_FAILURE (2).
  *
- * Files, and what the host's user must be able to do with them ("create" is in their folder):
+ * **Files.** The host's user needs these rights ("create" is in the file's folder):
  *
- *   /dev/ttyACM1, 2, 3                                        read, write: trace, commands, reports
- *   /sys/devices/virtual/proximity/proximity0/                read, write: the sensor
- *   /proc/net/dev                                             read
- *   /var/local/wan/briolib_log_config, /var/run/mcsdwc.dat,
- *   /mnt/us/apn, /var/local/wan/debug/trace_filter.cfg        read, when there
- *   /var/local/wan/info                                       read, when there, and remove
- *   /var/local/wan/mcc (0600), static_info (0644)             read, write, create
- *   /var/run/fatal_reject (0644), /mnt/us/trace_log_* (0444)  create
+ *     /dev/ttyACM1, 2, 3                                        read, write: trace, commands, reports
+ *     /sys/devices/virtual/proximity/proximity0/                read, write: the sensor
+ *     /proc/net/dev                                             read
+ *     /var/local/wan/briolib_log_config, /var/run/mcsdwc.dat,
+ *     /mnt/us/apn, /var/local/wan/debug/trace_filter.cfg        read, if present
+ *     /var/local/wan/info                                       read, if present, and remove
+ *     /var/local/wan/mcc (0600), static_info (0644)             read, write, create
+ *     /var/run/fatal_reject (0644), /mnt/us/trace_log_* (0444)  create
  *
- * /var/run/mcsdwc.dat holds a network selection that every open repeats after leaving the network: on its
- * first line, of at most 127 characters, a time-out in seconds (negative: without limit), one blank and a
- * command. "AT+COPS=0..." is not repeated:
- *   300 AT+COPS=1,2,"310410",7
+ * /var/run/mcsdwc.dat holds a network selection that every open repeats after leaving the network. Its first
+ * line, of at most 127 characters, is a time-out in seconds (negative: no limit), one blank and a command;
+ * "AT+COPS=0..." is not repeated:
+ *
+ *     300 AT+COPS=1,2,"310410",7
  *
  * /var/run/fatal_reject is created, empty, when the network rejects the subscriber for good (cause 2, 3, 6, 7
  * or 8 of CS, PS or EMM). The library neither reads nor removes it.
  *
- * Log lines go to syslog(3); ident and options are the host's, there is no openlog. gBrioModuleLogMask gates
- * the module's lines; the modem library's debug lines have a mask of their own, see
+ * Off the device, call brio_set_root_dir of brio.h before wabs_open: it prepends a directory to the path of
+ * every port and file.
+ *
+ * **Log.** Log lines go to syslog(3); the host chooses ident and options with openlog. gBrioModuleLogMask
+ * gates the module's lines. The modem library's debug lines have a mask of their own: see
  * briolib_log_set_log_mask and /var/local/wan/briolib_log_config (one hexadecimal number, read at open).
  */
 #ifndef BRIO_WABS_H
@@ -65,166 +74,222 @@
 
 BRIO_EXTERN_C_BEGIN
 
+/** What an operation returns. */
 enum wabs_status {
-  WABS_STATUS_OK = 0,
-  WABS_STATUS_NOT_OPEN = 1,         /* the modem library is not open */
-  WABS_STATUS_LIBRARY_FAILURE = 2,  /* the modem library failed the request; its own status is in the log */
-  WABS_STATUS_ALREADY_OPEN = 4,     /* wabs_open while open */
-  WABS_STATUS_BUFFER_TOO_SMALL = 7, /* the caller's buffer is too small and untouched */
-  WABS_STATUS_NULL_POINTER = 11,    /* a required output pointer is null */
-  WABS_STATUS_NO_NETWORK_TIME = 13, /* the network has not provided the time; cannot occur today */
-  WABS_STATUS_SCAN_RUNNING = 14,    /* a manual scan runs already, or timed out */
-  WABS_STATUS_SCAN_ABORTED = 15     /* a manual scan was aborted */
+  WABS_STATUS_OK = 0,               /**< done */
+  WABS_STATUS_NOT_OPEN = 1,         /**< the module is closed */
+  WABS_STATUS_LIBRARY_FAILURE = 2,  /**< the modem library failed the request; the log has its status */
+  WABS_STATUS_ALREADY_OPEN = 4,     /**< wabs_open while open */
+  WABS_STATUS_BUFFER_TOO_SMALL = 7, /**< the caller's buffer is too small and untouched */
+  WABS_STATUS_NULL_POINTER = 11,    /**< a required output pointer is null */
+  WABS_STATUS_NO_NETWORK_TIME = 13, /**< kept for hosts: never returned */
+  WABS_STATUS_SCAN_RUNNING = 14,    /**< another thread is scanning, or the scan timed out */
+  WABS_STATUS_SCAN_ABORTED = 15     /**< the scan was aborted */
 };
 
-/* wabs_get_bars while not attached. */
+/** wabs_get_bars while not attached. */
 #define WABS_BARS_NOT_ATTACHED 0xFFFFFFFFu
-
-/* Sizes that hold every list of wabs_do_manual_nw_scan and every page of wabs_get_log_string. */
+/** Bytes that hold every list of wabs_do_manual_nw_scan. */
 #define WABS_SCAN_BUFFER_SIZE 3072
+/** Bytes that hold every page of wabs_get_log_string. */
 #define WABS_PAGE_BUFFER_SIZE 6144
 
-/* Bits of gBrioModuleLogMask. */
-#define WABS_LOG_FLOW 0x400u      /* entry, exit, queries */
-#define WABS_LOG_VALUE 0x800u     /* results of queries, retries */
-#define WABS_LOG_EVENT 0x8000u    /* modem events */
-#define WABS_LOG_NOTICE 0x800000u /* notices */
-#define WABS_LOG_WARNING 0x1000000u
-#define WABS_LOG_ERROR 0x2000000u
+/** @name Life */
+/** @{ */
 
-/* The module's log mask, 0 at load; written by wabs_set_log_mask. */
-extern BRIO_API uint32_t gBrioModuleLogMask;
-/* 1 while the diagnostic page has switched on the modem's BAS status reports. */
-extern BRIO_API uint32_t g_611_urc_on;
-
-/* ---- Life
- * -------------------------------------------------------------------------------------------------------- */
-
-/*
- * Opens the module: modem library, trace capture, proximity monitor, SIM, IPC connection. 0; 2 with
- * everything undone; 4 when it was open, also with a lost modem, and then everything is closed: open and
- * close go in pairs. Blocks for some twenty commands, each up to 20 s on a silent modem (a stored manual
- * network selection: 80 s and the time-out stored with it), and waits up to 20 s for the SIM.
+/**
+ * Opens the module: modem library, trace capture, proximity monitor, SIM, IPC connection.
+ *
+ * Blocks for some twenty commands, each up to 20 s on a silent modem (a stored manual network selection: 80 s
+ * and the time-out stored with it), and waits up to 20 s for the SIM.
  *
  * The trace capture runs when "/var/local/wan/debug/trace_filter.cfg" exists; brio_trace_tst_log of brio.h
- * tells its format. The trace goes to "/mnt/us/trace_log_Y_M_D_h_m_s.istp". That it does not start is logged
- * and fails nothing.
+ * describes that file. The trace goes to "/mnt/us/trace_log_Y_M_D_h_m_s.istp". A capture that cannot start is
+ * logged and fails nothing.
+ *
+ * @return OK (0); LIBRARY_FAILURE (2) with everything undone; ALREADY_OPEN (4) when it was open, with or
+ * without its modem, and then everything is closed: open and close go in pairs.
  */
 BRIO_API uint32_t wabs_open(void);
-/*
- * Closes the module; 0, or what NipcClose returned. Harmless while closed. Blocks until the monitor's poll is
- * over: up to 20 s when the modem does not answer its SAR command, longer while another thread's command is
- * outstanding (end a scan first). Requests of other threads then end at once, with 2.
+/**
+ * Closes the module; harmless while closed. Blocks until the proximity monitor's poll is over: up to 20 s
+ * when the modem does not answer its SAR command, longer while another thread's command is outstanding (end a
+ * scan first). Requests of other threads then end at once with LIBRARY_FAILURE (2).
+ *
+ * @return OK (0), or what NipcClose returned.
  */
 BRIO_API uint32_t wabs_close(void);
-/* 1 from wabs_open to wabs_close, also while the modem is lost, else 0. */
+/** Whether the module is open. @return 1 from wabs_open to wabs_close, also without its modem, else 0. */
 BRIO_API uint32_t wabs_is_blib_open(void);
-/* Always writes 1. 0; 11 for null. */
-BRIO_API uint32_t wabs_get_module_flags(uint32_t* flags);
+
+/** @} */
+/** @name Log */
+/** @{ */
+
+#define WABS_LOG_FLOW 0x400u        /**< bit of gBrioModuleLogMask: entry, exit, queries */
+#define WABS_LOG_VALUE 0x800u       /**< results of queries, retries */
+#define WABS_LOG_EVENT 0x8000u      /**< modem events */
+#define WABS_LOG_NOTICE 0x800000u   /**< notices */
+#define WABS_LOG_WARNING 0x1000000u /**< warnings */
+#define WABS_LOG_ERROR 0x2000000u   /**< errors */
+
+/** The module's log mask, WABS_LOG_* bits, 0 at load. Set it with wabs_set_log_mask. */
+extern BRIO_API uint32_t gBrioModuleLogMask;
+/** Sets gBrioModuleLogMask. Any thread. */
 BRIO_API void wabs_set_log_mask(uint32_t mask);
-/* Logs source and name of an IPC event. 0. */
+/** Logs source and name of an IPC event, which is borrowed for the call. Open or closed. @return OK (0) */
 BRIO_API uint32_t wabs_report_event(const void* event);
 
-/* Accepted and without effect. 0. */
-BRIO_API uint32_t wabs_enable_logging(void);
-BRIO_API uint32_t wabs_log_message(void);
-BRIO_API uint32_t wabs_try_to_use_home_network(void);
-BRIO_API uint32_t wabs_originate_call_test(void);
-BRIO_API uint32_t wabs_stop_call_test(void);
-/* Without effect. 0 or 1. */
-BRIO_API uint32_t wabs_update_prl(void);
+/** @} */
+/** @name Signal, service and time */
+/** @{ */
 
-/* ---- Queries
- * ----------------------------------------------------------------------------------------------------- */
-
-/*
- * Signal bars, 1 or more while attached, WABS_BARS_NOT_ATTACHED otherwise. 0, 1, 2 or 11.
+/**
+ * Signal bars: 1 or more while attached, else WABS_BARS_NOT_ATTACHED. Poll this first: the call also keeps
+ * the rest current.
  *
- * The modem is asked at most once in 91 s. Below two bars it reports each change by itself and is not asked
- * at all. When it answers that it has no value (255), that call gives 1, and the calls of the next 91 s what
- * was held before; without such a value each call asks. While the IPC service names the reading application
- * as the active one, the modem is left alone: the value held is served however old it is, and may be 255, no
- * value.
+ * The modem is asked at most once in 91 s. Below two bars it reports each change by itself and is not asked.
+ * When it answers that it has no value (255), that call gives 1, and the calls of the next 91 s what was held
+ * before; while nothing is held, each call asks. While the IPC service names the reading application as the
+ * active one, the modem is left alone: the held value is served however old it is, and may be 255, no value.
  *
- * This is also the call that keeps the rest current. While attached to a network that is not known yet, it
- * asks for the operator, which wabs_get_mcc_mnc then serves, and drops the time zone of wabs_get_module_time.
- * While not attached, it asks for the registration, at most once in 61 s. So poll it first.
+ * While attached to a network that is not known yet, it asks for the operator, which wabs_get_mcc_mnc then
+ * serves, and drops the time zone of wabs_get_module_time. While not attached, it asks for the registration,
+ * at most once in 61 s.
+ *
+ * @return OK (0), NOT_OPEN (1), LIBRARY_FAILURE (2) or NULL_POINTER (11)
  */
 BRIO_API uint32_t wabs_get_bars(uint32_t* bars);
-/* 3 GSM, 2 EDGE class, 1 UMTS family, 4 LTE, 0 none. 0, 1, 2 or 11. */
+/** Data service: 0 none, 1 UMTS family, 2 EDGE class, 3 GSM, 4 LTE.
+ * @return OK (0), NOT_OPEN (1), LIBRARY_FAILURE (2) or NULL_POINTER (11) */
 BRIO_API uint32_t wabs_get_data_service_mode(uint32_t* mode);
-/* 0 home, 1 roaming, 8 neither. 0, 1, 2 or 11. */
+/** 0 home network, 1 roaming, 8 neither.
+ * @return OK (0), NOT_OPEN (1), LIBRARY_FAILURE (2) or NULL_POINTER (11) */
 BRIO_API uint32_t wabs_get_roaming_status(uint32_t* status);
-/* Writes 0 while open. 0, 1 or 11. */
-BRIO_API uint32_t wabs_get_rssi(int32_t* rssi);
-/*
- * Offset of local time in seconds (quarter hours * 900; the zone last reported, 0 before the first report,
- * asked for only while none is known since the serving network changed) and UTC, by mktime of the network's
- * time, in the process's time zone. `*utc` is (time_t)-1, not known, where that time holds no date: so it is
- * today, because the modem is asked for its zone only. 0; 2; 11; 13 cannot occur. Does not check whether the
- * module is open.
+/**
+ * Offset of local time in seconds (quarter hours * 900) and UTC.
+ *
+ * The offset is the zone last reported, 0 before the first report; the modem is asked only while no zone is
+ * known since the serving network changed. `*utc` is mktime of the network's time in the process's time zone,
+ * and (time_t)-1 where that time holds no date. Today it always is, because the modem is asked for its zone
+ * only. Open or closed.
+ *
+ * @return OK (0), LIBRARY_FAILURE (2) or NULL_POINTER (11)
  */
 BRIO_API uint32_t wabs_get_module_time(time_t* utc, int32_t* offset_seconds);
-/* Texts read at open, cut to the buffer, whose last byte becomes 0. 0, 1, 7 below the length named, 11. */
-BRIO_API uint32_t wabs_get_imsi(char* buffer, uint32_t length);                /* at least 16 */
-BRIO_API uint32_t wabs_get_radio_serial_number(char* buffer, uint32_t length); /* IMEI, at least 16 */
-BRIO_API uint32_t wabs_get_radio_cert_param1(char* buffer, uint32_t length);   /* ICCID, at least 24 */
-BRIO_API uint32_t wabs_get_radio_cert_param2(char* buffer, uint32_t length);   /* IMSI, at least 16 */
-BRIO_API uint32_t wabs_get_realm(char* buffer, uint32_t length);               /* IMEI, at least 16 */
-/* Firmware version, cut like these; 33 bytes hold any. "norvik" with status 1 while closed. 0, 1 or 11. */
+
+/** @} */
+/** @name Identity: texts that wabs_open has read */
+/** @{ */
+
+/** IMSI, cut to the buffer, whose last byte becomes 0. `length` is at least 16.
+ * @return OK (0), NOT_OPEN (1), BUFFER_TOO_SMALL (7) or NULL_POINTER (11) */
+BRIO_API uint32_t wabs_get_imsi(char* buffer, uint32_t length);
+/** IMEI, as wabs_get_imsi. @return as wabs_get_imsi */
+BRIO_API uint32_t wabs_get_radio_serial_number(char* buffer, uint32_t length);
+/** ICCID, as wabs_get_imsi; `length` is at least 24. @return as wabs_get_imsi */
+BRIO_API uint32_t wabs_get_radio_cert_param1(char* buffer, uint32_t length);
+/** IMSI, as wabs_get_imsi. @return as wabs_get_imsi */
+BRIO_API uint32_t wabs_get_radio_cert_param2(char* buffer, uint32_t length);
+/** IMEI, as wabs_get_imsi. @return as wabs_get_imsi */
+BRIO_API uint32_t wabs_get_realm(char* buffer, uint32_t length);
+/** Firmware version, cut to a buffer of any length; 33 bytes hold every one. "norvik" while closed.
+ * @return OK (0), NOT_OPEN (1) or NULL_POINTER (11) */
 BRIO_API uint32_t wabs_get_firmware_version(char* buffer, uint32_t length);
-/* Always the empty text: one byte. 0, 1 or 11. */
-BRIO_API uint32_t wabs_get_radio_phone_number(char* buffer);
-/*
- * The diagnostic page: `buffer` of `size` bytes is zeroed and filled; mode 1 is the full view, any other the
- * masked one. WABS_PAGE_BUFFER_SIZE bytes hold any page, a smaller buffer its first characters. Null or a
- * size below 1 writes nothing. "Unable to get snapshot. status=1" is the page of a closed module. Sends
- * commands: up to 13 for the first page of a visit, later up to 5, each up to 20 s on a silent modem. Always
- * 0. Does not check whether the module is open.
- */
-BRIO_API uint32_t wabs_get_log_string(char* buffer, int32_t size, uint32_t mode);
-/* Ends a visit of the diagnostic page: the next wabs_get_log_string leaves an empty text, the one after it
- * begins a new visit. Sends up to 5 commands. Always 0. Does not check whether the module is open. */
-BRIO_API uint32_t wabs_exit_611_logging(void);
 
-/* ---- Networks
- * ---------------------------------------------------------------------------------------------------- */
+/** @} */
+/** @name Networks */
+/** @{ */
 
-/*
+/**
  * Scans for operators, up to 383 s. The modem leaves its network for the scan and stays off it afterwards,
- * whatever the status, until wabs_set_auto_mode. 0, 1, 2 (also a null buffer, or no operator), 14 (another
- * thread is scanning, or time-out) or 15 (aborted).
+ * whatever the status, until wabs_set_auto_mode.
  *
- * `buffer` is written only when the status is 0: a NUL-terminated list of entries as brio_atcmd_scan_network
- * of brio.h describes them, 310-410 for example as
- *   1,310,410,7,"","Home Wireless","";
- * WABS_SCAN_BUFFER_SIZE bytes hold any list (lengths above 65,535 count as 65,535). Entries that a smaller
- * buffer has no room for are left out; without room for the first one it stays untouched, and the status is
- * still 0: put an empty text into it first. The network that wabs_get_current_network last found in use is
+ * `buffer` is written only with OK (0): a NUL-terminated list of entries as brio_atcmd_scan_network of brio.h
+ * describes them. The entry of 310-410 is for example
+ *
+ *     1,310,410,7,"","Home Wireless","";
+ *
+ * WABS_SCAN_BUFFER_SIZE bytes hold every list (lengths above 65,535 count as 65,535). Entries that do not fit
+ * are left out. When not even the first one fits, the buffer stays untouched and the status is OK (0) all the
+ * same: put an empty text into it first. The network that wabs_get_current_network last found in use is
  * marked with stat 2; call that before the scan, since the scan leaves the network.
+ *
+ * @return OK (0); NOT_OPEN (1); LIBRARY_FAILURE (2), also for a null buffer or when no operator was found;
+ * SCAN_RUNNING (14) when another thread is scanning or the modem did not answer in time; SCAN_ABORTED (15)
  */
 BRIO_API uint32_t wabs_do_manual_nw_scan(char* buffer, uint32_t length);
-/*
- * Ends a running scan, from another thread: 15, and the scan returns 15, too. The modem goes on searching
- * until wabs_send_abort_cmd. 2, and nothing happens, when none runs, which is also once its answer or its
- * 300 s have come: the scan then returns what that says, 14 for the time-out. 1 while closed.
+/**
+ * Ends a running scan, from another thread: both calls return SCAN_ABORTED (15). The modem goes on searching
+ * until wabs_send_abort_cmd.
+ *
+ * @return SCAN_ABORTED (15); NOT_OPEN (1); LIBRARY_FAILURE (2), and nothing happens, when none runs. A scan
+ * whose answer or whose 300 s have come no longer runs.
  */
 BRIO_API uint32_t wabs_abort_manual_nw_scan(void);
-/* Automatic network selection; brings the modem back after a scan. 0, 1 or 2. */
-BRIO_API uint32_t wabs_set_auto_mode(void);
-/* Stops the modem's search, once the scan has returned; before that it waits for the scan. 0, 1 or 2. */
+/** Stops the modem's search once the scan has returned; waits for a scan that still runs.
+ * @return OK (0), NOT_OPEN (1) or LIBRARY_FAILURE (2) */
 BRIO_API uint32_t wabs_send_abort_cmd(void);
-/* Notes the network in use, for the next scan to mark. Asks the modem nothing. 0, 1 or 2. */
+/** Automatic network selection; brings the modem back after a scan.
+ * @return OK (0), NOT_OPEN (1) or LIBRARY_FAILURE (2) */
+BRIO_API uint32_t wabs_set_auto_mode(void);
+/** Notes the network in use, for the next scan to mark. Asks the modem nothing.
+ * @return OK (0), NOT_OPEN (1) or LIBRARY_FAILURE (2) */
 BRIO_API uint32_t wabs_get_current_network(void);
-/*
- * Serving MCC and MNC as numbers up to 999, 0 for a text that is none; a text that is not known leaves its
- * output as it was, until wabs_get_bars has asked for it. Asks the modem nothing. 0, 2 or 11. Does not check
- * whether the module is open.
+/**
+ * MCC and MNC of the serving network as numbers up to 999, 0 for a text that is no number. One that is not
+ * known leaves its output as it was, until wabs_get_bars has asked for it. Asks the modem nothing. Open or
+ * closed.
+ *
+ * @return OK (0), LIBRARY_FAILURE (2) or NULL_POINTER (11)
  */
 BRIO_API uint32_t wabs_get_mcc_mnc(uint32_t* mcc, uint32_t* mnc);
-/* The SIM's home MCC and MNC, read once per process: a changed SIM is not noticed. 0, 2 or 11. Does not check
- * whether the module is open. */
+/** MCC and MNC of the SIM's home network, read once per process: a changed SIM is not noticed. Open or
+ * closed. @return OK (0), LIBRARY_FAILURE (2) or NULL_POINTER (11) */
 BRIO_API uint32_t wabs_get_hplmn_mcc_mnc(uint32_t* mcc, uint32_t* mnc);
+
+/** @} */
+/** @name The diagnostic page */
+/** @{ */
+
+/**
+ * Writes the page: `buffer` of `size` bytes is zeroed and filled. Mode 1 is the full view, any other the
+ * masked one. WABS_PAGE_BUFFER_SIZE bytes hold every page, a smaller buffer its first characters. Null or a
+ * size below 1 writes nothing. The page of a closed module is "Unable to get snapshot. status=1".
+ *
+ * Sends up to 13 commands for the first page of a visit, up to 5 later. Open or closed. @return OK (0)
+ */
+BRIO_API uint32_t wabs_get_log_string(char* buffer, int32_t size, uint32_t mode);
+/** Ends a visit of the page: the next wabs_get_log_string leaves an empty text, the one after it begins a new
+ * visit. Sends up to 5 commands. Open or closed. @return OK (0) */
+BRIO_API uint32_t wabs_exit_611_logging(void);
+/** 1 while the page has switched on the modem's BAS status reports. */
+extern BRIO_API uint32_t g_611_urc_on;
+
+/** @} */
+/** @name Kept for hosts: without effect on the modem */
+/** @{ */
+
+/** Writes 1. Open or closed. @return OK (0) or NULL_POINTER (11) */
+BRIO_API uint32_t wabs_get_module_flags(uint32_t* flags);
+/** Writes 0. @return OK (0), NOT_OPEN (1) or NULL_POINTER (11) */
+BRIO_API uint32_t wabs_get_rssi(int32_t* rssi);
+/** Writes an empty text: one byte. @return OK (0), NOT_OPEN (1) or NULL_POINTER (11) */
+BRIO_API uint32_t wabs_get_radio_phone_number(char* buffer);
+/** Does nothing. @return OK (0) or NOT_OPEN (1) */
+BRIO_API uint32_t wabs_update_prl(void);
+/** Does nothing, open or closed. @return OK (0) */
+BRIO_API uint32_t wabs_enable_logging(void);
+/** Does nothing, open or closed. @return OK (0) */
+BRIO_API uint32_t wabs_log_message(void);
+/** Does nothing, open or closed. @return OK (0) */
+BRIO_API uint32_t wabs_try_to_use_home_network(void);
+/** Does nothing, open or closed. @return OK (0) */
+BRIO_API uint32_t wabs_originate_call_test(void);
+/** Does nothing, open or closed. @return OK (0) */
+BRIO_API uint32_t wabs_stop_call_test(void);
+
+/** @} */
 
 BRIO_EXTERN_C_END
 

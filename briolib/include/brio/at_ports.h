@@ -1,0 +1,53 @@
+/**
+ * @file
+ * The serial ports and the read thread.
+ */
+#ifndef BRIO_AT_PORTS_H
+#define BRIO_AT_PORTS_H
+
+#include <stdint.h>
+
+#include "brio/brio_export.h"
+
+BRIO_EXTERN_C_BEGIN
+
+/**
+ * Packet callback: kind 0 with an ATResponse for a complete answer, kind 1 with a NUL-terminated unsolicited
+ * line. Runs on the read thread; `data` is valid for the call only. It must not block (no port is read
+ * meanwhile), send a request or shut the ports down.
+ */
+typedef void (*pktio_packet_cb)(uint32_t kind, void* data, void* context);
+
+/**
+ * Stores the callback that runs once, on the read thread, whenever that thread ends for any reason, before
+ * the ports are closed. Call before pktio_init. The callback must not call pktio_* or blpkt_*.
+ */
+BRIO_API void pktio_set_shutdown_callback(void (*callback)(void*), void* context);
+
+/**
+ * Opens `query_port` and the URC port, raw at 921,600 baud, and starts the read thread. Both paths are
+ * below the root directory (brio_set_root_dir). Descriptors that do not fit select are refused. A read thread
+ * of an earlier pktio_init is ended first; requests then fail until blpkt_init has been called as well, as
+ * after every end of a read thread.
+ *
+ * @return 0, or 1 with everything closed again
+ */
+BRIO_API uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* context);
+
+/**
+ * Writes `command` (at most 511 bytes of it) and one CR to the query port in one write, after making `type`
+ * and `response_prefix` (null for none; copied) current for the read thread. The send mutex of the packet
+ * layer serialises callers.
+ *
+ * @return 0; 1 when the write failed or was short, the port is closed, or the modem took nothing for 20 s
+ */
+BRIO_API uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* response_prefix);
+
+/** Ends and joins the read thread; harmless when it does not run. A command that waits for room fails.
+ * Refused with an error line on the library's own threads and in a forked child, as pktio_init (1),
+ * blpkt_init (2) and blpkt_shutdown are; in a forked child pktio_at_send_cmd (1) as well. */
+BRIO_API void pktio_shutdown(void);
+
+BRIO_EXTERN_C_END
+
+#endif
