@@ -1,4 +1,7 @@
 // Unsolicited results on and off, registration state, SIM refresh.
+#include "brio_common/registration.h"
+
+#include <stdio.h>
 #include <string.h>
 
 #include "base/log.h"
@@ -23,8 +26,6 @@ constexpr char kBasPrefix[] = "+BAS";
 // The latest report when the last refresh was over. Event thread only.
 uint32_t s_refreshed_up_to;
 
-enum CauseByte { kCsCause = 1, kPsCause = 2 };
-
 // Final result only, default time-out.
 uint32_t prv_send(const char* command) {
   return blpkt_atcmd_request_with_callback(command, NO_RESULT, nullptr, nullptr, nullptr, 0);
@@ -32,22 +33,6 @@ uint32_t prv_send(const char* command) {
 
 uint32_t prv_send_bas(const char* command) {
   return blpkt_atcmd_request_with_callback(command, SINGLELINE, kBasPrefix, nullptr, nullptr, 0);
-}
-
-void prv_enable_startup_urcs() {
-  prv_send("AT+COPS=3,2");
-  uint8_t wan_type;
-  {
-    brio::UrcDataLock lock;
-    wan_type = g_brio_lib_atcmd_data.wan_type;
-  }
-  // That hardware names the band in its registration lines, in the reporting mode 99 only.
-  const bool with_band = wan_type == BRIO_WAN_TYPE_OSPREY;
-  prv_send(with_band ? "AT+CREG=99" : "AT+CREG=2");
-  prv_send(with_band ? "AT+CGREG=99" : "AT+CGREG=2");
-  prv_send("AT+CTZR=1");
-  prv_send("AT+GTOTAREJECT=1");
-  prv_send("AT+GTBARS=0");
 }
 
 // A request's selector as at_parse passes it on.
@@ -125,6 +110,39 @@ bool prv_store_ps_stat(int32_t stat) {
   return cleared;
 }
 
+struct DomainRow {
+  const char* result;                // of its lines and, after "AT+", of its commands
+  const char* name;                  // in the log
+  bool logs_roaming;                 // as registered
+  size_t cause;                      // place in reject_bytes
+  bool (*store_stat)(int32_t stat);  // true when serving-cell data was cleared
+};
+constexpr DomainRow kDomains[] = {
+    // by brio::Domain
+    {"CREG", "CS", false, 1, prv_store_cs_stat},
+    {"CGREG", "PS", true, 2, prv_store_ps_stat},
+};
+constexpr size_t kRegistrationCommandSize = 16;
+
+void prv_enable_startup_urcs() {
+  prv_send("AT+COPS=3,2");
+  uint8_t wan_type;
+  {
+    brio::UrcDataLock lock;
+    wan_type = g_brio_lib_atcmd_data.wan_type;
+  }
+  // That hardware names the band in its registration lines, in the reporting mode 99 only.
+  const int mode = wan_type == BRIO_WAN_TYPE_OSPREY ? 99 : 2;
+  for (const DomainRow& domain : kDomains) {
+    char command[kRegistrationCommandSize];
+    snprintf(command, sizeof(command), "AT+%s=%d", domain.result, mode);
+    prv_send(command);
+  }
+  prv_send("AT+CTZR=1");
+  prv_send("AT+GTOTAREJECT=1");
+  prv_send("AT+GTBARS=0");
+}
+
 void prv_log_tokens(const char* payload, bool is_query, bool with_band) {
   constexpr int kBandIndex = 5;
   int index = is_query ? 0 : 1;
@@ -142,26 +160,25 @@ void prv_log_tokens(const char* payload, bool is_query, bool with_band) {
 }
 
 // True when serving-cell data was cleared. Caller holds the URC-data mutex.
-bool prv_store_registration(const brio::parse::Registration& line, bool is_cs) {
+bool prv_store_registration(const brio::parse::Registration& line, const DomainRow& domain) {
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   bool cleared = false;
   // The registration state first: it may clear what the other fields then fill.
-  if (line.stat) cleared = is_cs ? prv_store_cs_stat(*line.stat) : prv_store_ps_stat(*line.stat);
+  if (line.stat) cleared = domain.store_stat(*line.stat);
   if (line.lac) data.lac = *line.lac;
   if (line.cell_id) data.cell_id = *line.cell_id;
   if (line.rat) data.rat = *line.rat;
   if (line.band) data.band = *line.band;
-  if (line.reject_cause) data.reject_bytes[is_cs ? kCsCause : kPsCause] = *line.reject_cause;
+  if (line.reject_cause) data.reject_bytes[domain.cause] = *line.reject_cause;
   if (data.rat < 255) data.rat_valid = 1;
   return cleared;
 }
 
-void prv_log_registration(const brio::parse::Registration& line, bool is_cs, bool cleared) {
-  const char* domain = is_cs ? "CS" : "PS";
+void prv_log_registration(const brio::parse::Registration& line, const DomainRow& domain, bool cleared) {
   if (line.stat) {
     BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:reg_status[%d]", BLIB_HERE, *line.stat);
-    if (*line.stat == 1 || (*line.stat == 5 && !is_cs)) {
-      BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:%s REGISTERED", BLIB_HERE, domain);
+    if (*line.stat == 1 || (*line.stat == 5 && domain.logs_roaming)) {
+      BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:%s REGISTERED", BLIB_HERE, domain.name);
     }
   }
   if (cleared) BLIB_D(BRIO_LOG_DEREG, "D blib:%s:%d:CS PS de-reg, clearing cache", BLIB_HERE);
@@ -171,10 +188,12 @@ void prv_log_registration(const brio::parse::Registration& line, bool is_cs, boo
   }
   if (line.rat) BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:RAT[%d]", BLIB_HERE, *line.rat);
   if (line.reject_type) {
-    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:%s_REJECT_TYPE[%d]", BLIB_HERE, domain, *line.reject_type);
+    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:%s_REJECT_TYPE[%d]", BLIB_HERE, domain.name,
+           *line.reject_type);
   }
   if (line.reject_cause) {
-    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:%s_REJECT_CAUSE[%d]", BLIB_HERE, domain, *line.reject_cause);
+    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:%s_REJECT_CAUSE[%d]", BLIB_HERE, domain.name,
+           *line.reject_cause);
   }
 }
 
@@ -216,13 +235,24 @@ uint32_t brio_atcmd_enable_urc(uint32_t mode) {
 }
 
 uint32_t briolib_atcmd_query_reg_status(void) {
-  blpkt_atcmd_request_with_callback("AT+CREG?", SINGLELINE, "+CREG", recv_func_prv_briolib_get_reg, nullptr,
-                                    kSelectorQuery);
-  return blpkt_atcmd_request_with_callback("AT+CGREG?", SINGLELINE, "+CGREG", recv_func_prv_briolib_get_reg,
-                                           nullptr, kSelectorQuery);
+  uint32_t status = BLPKT_STATUS_SUCCESS;
+  for (const DomainRow& domain : kDomains) {
+    char command[kRegistrationCommandSize];
+    char prefix[kRegistrationCommandSize];
+    snprintf(command, sizeof(command), "AT+%s?", domain.result);
+    snprintf(prefix, sizeof(prefix), "+%s", domain.result);
+    status = blpkt_atcmd_request_with_callback(command, SINGLELINE, prefix, recv_func_prv_briolib_get_reg,
+                                               nullptr, kSelectorQuery);
+  }
+  return status;
 }
 
 void briolib_parse_reg_status(char* payload, int32_t is_cs, int32_t is_query) {
+  brio::registration_line(is_cs != 0 ? brio::kCs : brio::kPs, payload, is_query != 0);
+}
+
+void brio::registration_line(Domain which, char* payload, bool is_query) {
+  const DomainRow& domain = kDomains[which];
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   if (payload == nullptr) {
     BLIB_E("E blib:%s:%d:briolib_parse_reg_status:reg_payload is NULL:", BLIB_HERE);
@@ -235,18 +265,18 @@ void briolib_parse_reg_status(char* payload, int32_t is_cs, int32_t is_query) {
     brio::UrcDataLock lock;
     with_band = data.wan_type == BRIO_WAN_TYPE_OSPREY;
   }
-  if (brio::log_on(BRIO_LOG_REG)) prv_log_tokens(payload, is_query != 0, with_band);
-  const brio::parse::Registration line = brio::parse::parse_registration(payload, is_query != 0, with_band);
+  if (brio::log_on(BRIO_LOG_REG)) prv_log_tokens(payload, is_query, with_band);
+  const brio::parse::Registration line = brio::parse::parse_registration(payload, is_query, with_band);
   bool cleared = false;
   {
     brio::UrcDataLock lock;
-    cleared = prv_store_registration(line, is_cs != 0);
+    cleared = prv_store_registration(line, domain);
   }
-  prv_log_registration(line, is_cs != 0, cleared);
-  if (is_query != 0) return;
+  prv_log_registration(line, domain, cleared);
+  if (is_query) return;
   char summary[brio::parse::kRegistrationSummarySize];
   brio::parse::registration_summary(line, summary);
-  BLIB_I("I blib:URC::+%s: %s", is_cs != 0 ? "CREG" : "CGREG", summary);
+  BLIB_I("I blib:URC::+%s: %s", domain.result, summary);
 }
 
 void briolib_parse_stkpci(char* payload) {

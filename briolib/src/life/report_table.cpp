@@ -1,50 +1,28 @@
 // A row for each result name of the modem, and what the short ones do.
 #include "reports/report_table.h"
 
-#include "base/log.h"
 #include "brio/briolib.h"
+#include "brio_common/registration.h"
 #include "brio_common/time_reports.h"
 #include "channel/brio_blpkt.h"
 #include "services/brio_bars.h"
 #include "services/sim_reports.h"
 
-static constexpr char kLogTag[] = "briolib/src/at_parse";
-
 namespace brio {
 namespace {
 
-// A flag that at_parse's caller passes as a pointer-sized value.
-int32_t prv_flag(const void* argument) {
-  return argument != nullptr ? 1 : 0;
+// Parsers that need the text alone.
+template <void (*parse)(char*)>
+void prv_text(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
+  parse(rest);
 }
 
-void prv_creg(char* rest, void* /*argument_a*/, void* is_query) {
-  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_at_parse_creg %s\n", BLIB_HERE, rest);
-  briolib_parse_reg_status(rest, 1, prv_flag(is_query));
+template <Domain domain>
+void prv_registration(char* rest, void* /*argument_a*/, void* is_query) {
+  registration_line(domain, rest, is_query != nullptr);
 }
 
-void prv_cgreg(char* rest, void* /*argument_a*/, void* is_query) {
-  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_at_parse_cgreg %s\n", BLIB_HERE, rest);
-  briolib_parse_reg_status(rest, 0, prv_flag(is_query));
-}
-
-void prv_stkpci(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
-  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_at_parse_stkpci %s\n", BLIB_HERE, rest);
-  briolib_parse_stkpci(rest);
-}
-
-void prv_gtbars(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
-  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_at_parse_gtbars %s\n", BLIB_HERE, rest);
-  briolib_parse_gtbars(rest);
-}
-
-void prv_gtotareject(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
-  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_at_parse_gtotareject %s\n", BLIB_HERE, rest);
-  briolib_parse_gtotareject(rest);
-}
-
-void prv_bas_status(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
-  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_at_parse_bas_status %s\n", BLIB_HERE, rest);
+void prv_bas(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
   briolib_parse_bas_status(rest, nullptr);
 }
 
@@ -54,21 +32,22 @@ void prv_sms(char* /*rest*/, void* /*argument_a*/, void* /*argument_b*/) {
 
 }  // namespace
 
-constexpr ReportRow kReports[kReportCount] = {
-    {"BASURC", prv_bas_status, false},
-    {"CCID", report_ccid, false},
-    {"CGREG", prv_cgreg, true},
-    {"CIEV", report_ciev, false},
-    {"CMT", prv_sms, false},
-    {"CMTI", prv_sms, false},
-    {"CREG", prv_creg, true},
-    {"CRSM", report_crsm, false},
-    {"CTZV", report_ctzv, false},
-    {"GTBARS", prv_gtbars, false},
-    {"GTOTAREJECT", prv_gtotareject, false},
-    {"GTSIMSTATUS", report_gtsimstatus, false},
-    {"STKPCI", prv_stkpci, false},
+constexpr ReportRow kReports[] = {
+    {"BASURC", prv_bas, "bas_status", false},
+    {"CCID", report_ccid, nullptr, false},
+    {"CGREG", prv_registration<kPs>, "cgreg", true},
+    {"CIEV", report_ciev, nullptr, false},
+    {"CMT", prv_sms, nullptr, false},
+    {"CMTI", prv_sms, nullptr, false},
+    {"CREG", prv_registration<kCs>, "creg", true},
+    {"CRSM", report_crsm, nullptr, false},
+    {"CTZV", report_ctzv, nullptr, false},
+    {"GTBARS", prv_text<briolib_parse_gtbars>, "gtbars", false},
+    {"GTOTAREJECT", prv_text<briolib_parse_gtotareject>, "gtotareject", false},
+    {"GTSIMSTATUS", report_gtsimstatus, nullptr, false},
+    {"STKPCI", prv_text<briolib_parse_stkpci>, "stkpci", false},
 };
+constexpr size_t kReportCount = sizeof(kReports) / sizeof(kReports[0]);
 
 namespace {
 

@@ -75,6 +75,9 @@ uint32_t at_parse(char* line, void* argument_a, void* argument_b) {
     BLIB_W("W blib:%s:%d::No URC Callback func avail %s:\n", BLIB_HERE, brio::masked_line(name).c_str());
     return BRIO_STATUS_FAILURE;
   }
+  if (row->log_name != nullptr) {
+    BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_at_parse_%s %s\n", BLIB_HERE, row->log_name, rest);
+  }
   row->parse(rest, argument_a, argument_b);
   if (!row->silent) {
     BLIB_I("I blib:URC::+%s: %s\n", name, prv_log_rest(name, rest, argument_a).c_str());

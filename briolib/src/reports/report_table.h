@@ -11,11 +11,12 @@ struct ReportRow {
   const char* name;  // without "+" and ":"
   // Takes the text after the name and its colon, which it may cut, and the arguments of at_parse.
   void (*parse)(char* rest, void* argument_a, void* argument_b);
-  bool silent;  // no line of at_parse: the parser logs its own
+  const char* log_name;  // in the debug line with the text; null: none
+  bool silent;           // no line of at_parse: the parser logs its own
 };
 
-constexpr size_t kReportCount = 13;
-extern const ReportRow kReports[kReportCount];  // sorted by name
+extern const ReportRow kReports[];  // sorted by name
+extern const size_t kReportCount;
 
 }  // namespace brio
 
