@@ -33,7 +33,7 @@ std::string name_of(const std::string& names) {
 }
 
 // Splits the list "stat,mcc,mnc,rat,"",long name,short name;...". Names may hold commas, semicolons and
-// quotes: an entry ends at the ";" behind which another one begins or the list ends.
+// quotes: an entry ends at the ";" after which another one begins or the list ends.
 std::vector<Entry> parse_list(const std::string& list) {
   std::vector<Entry> entries;
   std::smatch start;

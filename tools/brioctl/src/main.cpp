@@ -28,7 +28,7 @@ int main(int argc, char** argv) {
   app.add_option("--library", options.library,
                  "Library to load instead of the one that belongs to this program")
       ->type_name("FILE");
-  auto* root = app.add_option("--root", options.root, "Directory in front of every device path")
+  auto* root = app.add_option("--root", options.root, "Directory prepended to every device path")
                    ->type_name("DIR")
                    ->check(command_line::not_empty);
   app.add_flag("--sim", options.simulate, "Use a simulated modem")->excludes(root);

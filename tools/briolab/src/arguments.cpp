@@ -12,7 +12,7 @@ namespace {
 
 constexpr size_t kTextMost = 1 << 24;
 
-// The character of an escape; `at` stands behind its backslash.
+// The character of an escape; `at` is the place after its backslash.
 char unescape(const std::string& line, size_t& at) {
   const char c = line.at(at++);
   if (c != 'x') return c == 'n' ? '\n' : c == 'r' ? '\r' : c == 't' ? '\t' : c;

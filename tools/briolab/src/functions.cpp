@@ -325,8 +325,8 @@ Call locked(F function) {
   return {run, call.words};
 }
 
-// A function that writes a text into a buffer: the words are its size (or `null SIZE`) and the rest. Behind
-// the buffer stands a guard. Some clear the buffer behind their text.
+// A function that writes a text into a buffer: the words are its size (or `null SIZE`) and the rest. A guard
+// follows the buffer. Some clear the buffer after their text.
 template <typename Size, typename... P>
 Call fill(uint32_t (*function)(char*, Size, P...), bool clears = false) {
   const auto run = [function, clears](Arguments& words) {
@@ -367,7 +367,7 @@ uint32_t collect(const ATResponse* response, void* answer, uint16_t status) {
 }
 
 // COMMAND [type=N] [prefix=TEXT] [timeout=SECONDS] [status=N]: the request's result and the answer's lines.
-// `status` is what the response callback gives.
+// `status` is what the response callback returns.
 std::string request(Arguments& words) {
   std::string type = "0", prefix, timeout = "20", status = "0", answer;
   Parameter<const char*> command(words);

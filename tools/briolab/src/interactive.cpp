@@ -23,7 +23,7 @@ bool begins_with(const std::string& line, const std::string& word) {
   return line.compare(0, word.size(), word) == 0 && (line.size() == word.size() || line[word.size()] == ' ');
 }
 
-// Whether one of the names in front of the text is the one: "    play FILE SPEED, played     a scenario ...".
+// Whether one of the names before the text is this one: "    play FILE SPEED, played     a scenario ...".
 bool is_about(const std::string& line, const std::string& name) {
   const std::string usage = line.substr(kCommandColumn, line.find("   ", kCommandColumn) - kCommandColumn);
   const size_t comma = usage.find(", ");

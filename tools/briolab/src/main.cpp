@@ -23,7 +23,7 @@ int main(int argc, char** argv) {
       "what differs from it is shown. Nothing outside a temporary folder is touched.",
       "briolab"};
   app.footer(
-      "Exit status: 0; 1 when something differs or is left behind; 2 when a file, or a command from a file "
+      "Exit status: 0; 1 when something differs or is left open; 2 when a file, or a command from a file "
       "or a pipe,\n"
       "cannot be used.\n\n"
       "Examples:\n"

@@ -74,7 +74,7 @@ void add_changes(Session::Lines& changes, const std::string& name, const std::st
   }
 }
 
-// Whether the priority is the one that the level letter stands for.
+// Whether the level letter and the priority agree.
 bool fits(const log_capture::Line& line) {
   const bool module = line.text.compare(1, 6, " blib:") != 0;
   const std::map<char, int> priorities = {

@@ -35,7 +35,7 @@ struct Session {
 
   explicit Session(bool start = true);  // the modem, too
   Seen run(const std::string& line);    // one command
-  std::string end();                    // closes everything; what is left behind, or "none"
+  std::string end();                    // closes everything; what is left open, or "none"
 
   void command(const std::string& line);
   void emit(const std::string& line);
@@ -68,7 +68,7 @@ struct Session {
 };
 
 double now();  // seconds of the library's clock
-// Whoever raises an event stays in it until it is let go.
+// The thread that raises an event stays in it until it is let go.
 void hold_events(bool hold);
 bool wait_held();
 

@@ -1,5 +1,5 @@
 // A file's lines are commands: "COMMAND ; COMMAND => EXPECTED". The expected text is what the commands put
-// out, joined by " | ", and clauses behind " ; ": sent, changed, event (all of them, "-" for none; ".." among
+// out, joined by " | ", and clauses after " ; ": sent, changed, event (all of them, "-" for none; ".." among
 // those sent: any), log and nolog (a part of a line). "for COMMANDS" plays the indented lines below it, with
 // their words in the place of $1 to $9 and $*.
 #include "session_file.h"
@@ -138,7 +138,7 @@ class Player {
     const std::string whole = trimmed(line);
     if (whole.empty() || whole[0] == '#') return false;
     size_t arrow = find_unquoted(line, kArrow);
-    if (arrow == std::string::npos) arrow = line.rfind(kArrow);  // behind a torn quote
+    if (arrow == std::string::npos) arrow = line.rfind(kArrow);  // after a torn quote
     const std::string left = trimmed(line.substr(0, arrow));
     const bool has_arrow = arrow != std::string::npos;
     const std::string right = has_arrow ? trimmed(line.substr(arrow + 3)) : "";
@@ -197,7 +197,7 @@ class Player {
     return std::find(watched_.begin(), watched_.end(), kind) != watched_.end();
   }
 
-  // The cases that a line stands for.
+  // The cases of a line.
   static Lines cases(const std::string& text) {
     if (!begins(text, "each ")) return {text};
     Lines all;
@@ -214,7 +214,7 @@ class Player {
     return all;
   }
 
-  // A text with the words of a case in their places, or behind it when it names none.
+  // A text with the words of a case in their places, or appended when it names none.
   static std::string filled(const std::string& pattern, const std::string& words, bool append) {
     const Lines each = split_words(words);
     std::string text;
@@ -339,7 +339,7 @@ class Player {
     return shown;
   }
 
-  // Whether the lines from one place on are those of the pattern, where kGap stands for any.
+  // Whether the lines from one place on are those of the pattern, where kGap matches any.
   static bool matches(const Lines& pattern, size_t p, const Lines& lines, size_t l) {
     if (p == pattern.size()) return l == lines.size();
     if (pattern[p] != kGap) {

@@ -1,4 +1,4 @@
-// Sessions as text files: commands, and behind "=>" what is expected of them (docs/briolab.md).
+// Sessions as text files: commands, each with what it is expected to show after "=>" (docs/briolab.md).
 #ifndef BRIOLAB_SESSION_FILE_H
 #define BRIOLAB_SESSION_FILE_H
 
@@ -9,8 +9,8 @@
 namespace lab {
 
 // Plays a file and prints what differs, or with `update` writes into it what is shown. Whether it holds: what
-// is expected was shown, and nothing was left behind. Throws UsageError, also for a command that could not be
-// run.
+// is expected was shown, and no thread or descriptor was left. Throws UsageError, also for a command that
+// could not be run.
 bool play_session(const std::string& path, bool update);
 
 // Prints a file's commands, one a line, with its cases and names filled in; a blank line where the file has

@@ -129,7 +129,7 @@ int play(std::string root, const std::string& scenario_name, bool verbose, doubl
   if (!scenario_name.empty()) {
     const std::string file = modemsim::find_scenario(scenario_name);
     if (file.empty()) {
-      return complain("there is no scenario " + scenario_name + ": give a file or an installed name");
+      return complain("there is no scenario " + scenario_name + ": name a file or an installed scenario");
     }
     scenario = modemsim::load_scenario(file);
   }
@@ -169,7 +169,7 @@ int run(int argc, char** argv) {
   bool verbose = false;
   double seconds = 0;
   double speed = 1;
-  app.add_option("--root", root, "Folder that stands for the device's \"/\" (default: a temporary one)")
+  app.add_option("--root", root, "Folder used as the device's \"/\" (default: a temporary one)")
       ->check(command_line::not_empty);
   app.add_option("--scenario", scenario, "Scenario file, or an installed one: demo, home-lte, rough-day")
       ->check(command_line::not_empty);

@@ -173,7 +173,8 @@ void Modem::Impl::run() {
       const std::lock_guard<std::mutex> guard(mutex_);
       work.swap(mailbox_);
     }
-    look_who_opened();  // after taking the work: whoever opened a port and then asked for a report gets it
+    look_who_opened();  // after taking the work: a reader that opened a port and then asked for a report gets
+                        // it
     for (const auto& item : work) item();
     run_timers();
     for (std::size_t i = 0; i < ports_.size(); i++) read_port(static_cast<Port>(i));

@@ -41,7 +41,7 @@ class PtyPort {
 
   // Bytes for the host, dropped when nobody listens or too many wait.
   void queue(const std::string& bytes);
-  // Adds a generated stream behind what is queued; `rate` in bytes per second, 0 without limit.
+  // Appends a generated stream to what is queued; `rate` in bytes per second, 0 without limit.
   void stream(std::uint64_t bytes, std::uint64_t rate);
   // A stream without end, for which nobody waits; rate 0 stops it.
   void stream_for_ever(std::uint64_t rate);

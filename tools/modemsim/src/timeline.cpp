@@ -1,4 +1,4 @@
-// Playing a scenario: one timer stands for the next event.
+// Playing a scenario: one timer, for the next event.
 #include <cmath>
 
 #include "device_files.h"

@@ -15,7 +15,7 @@
 extern "C" {
 #endif
 
-/* What the stand-in answers of its own. */
+/* What the stand-in answers by itself. */
 enum nipc_standin_status {
   NIPC_STANDIN_OK = 0,
   NIPC_STANDIN_BAD_HANDLE = 1,  /* null, or not open */
@@ -29,7 +29,7 @@ NIPC_API uint32_t NipcStandinSetProperty(const char* service, const char* proper
 /* Removes it. 0, 2 or 3. */
 NIPC_API uint32_t NipcStandinRemoveProperty(const char* service, const char* property);
 
-/* While non-zero, NipcOpen gives null. */
+/* While non-zero, NipcOpen returns null. */
 NIPC_API void NipcStandinFailOpen(int fail);
 /*
  * While non-zero, NipcGetStringProperty answers `status`. A property that exists is handed out all the same,

@@ -13,13 +13,13 @@
 
 namespace lab {
 
-// A command that cannot be run as it stands: unknown, a wrong argument, or what it needs failed to set up.
+// A command that cannot be run: unknown, a wrong argument, or what it needs failed to set up.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// What stands behind a command's name. Words are separated by blanks; parts of a word may stand in "..." with
+// What follows a command's name. Words are separated by blanks; parts of a word may be in "..." with
 // the escapes of C or in '...' as they are, and "A"*200 repeats a quoted part.
 class Arguments {
  public:
@@ -29,7 +29,7 @@ class Arguments {
   bool take_null();  // the word null, not quoted
   long long number();
   bool option(const std::string& key, std::string* value);  // key=value, if that comes next
-  std::string rest();  // all that is left as it stands, or one word in double quotes
+  std::string rest();  // all that is left, unchanged, or one word in double quotes
   std::vector<std::string> words();
   void finish();  // nothing may be left
 
@@ -57,7 +57,7 @@ void set_shared_field(const std::string& name, const std::string& value);
 template <typename R>
 std::string describe(const R& record);
 
-// A function of the library. Called it takes the arguments and gives the line that shows the result.
+// A function of the library. Called with its arguments, it returns the line that shows the result.
 struct Call {
   std::function<std::string(Arguments&)> run;
   std::string words;  // what it takes: "TEXT NUMBER"

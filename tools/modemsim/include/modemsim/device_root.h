@@ -1,4 +1,4 @@
-// A temporary folder that stands for a device's "/".
+// A temporary folder used as a device's "/".
 #ifndef MODEMSIM_DEVICE_ROOT_H
 #define MODEMSIM_DEVICE_ROOT_H
 

@@ -1,4 +1,4 @@
-// The simulated modem: a state model behind three pseudo terminals.
+// The simulated modem: a state model with three pseudo terminals.
 //
 // Modem::start links <root>/dev/ttyACM1..3 to the ptys, so that a library with brio_set_root_dir(<root>)
 // opens them. Every public function may be called from any thread. Everything runs on one thread of the
@@ -113,7 +113,7 @@ struct State {
   std::string clock = "26/03/07,09:05:00-28";  // AT+CCLK?
 };
 
-// How the answer to a command departs from what the state gives. Matches count down and then pass. Of several
+// How the answer to a command differs from what the state says. Matches count down and then pass. Of several
 // faults that fit a command the one that was added first applies; `skip` counts every command that fits. A
 // command whose answer is replaced, withheld or cut by unplugging has no effect on the state.
 struct Fault {
@@ -124,8 +124,8 @@ struct Fault {
   bool replace = false;
   bool silent = false;    // no answer at all
   Milliseconds delay{0};  // before the answer
-  std::string before;     // raw bytes in front of the answer (junk)
-  std::string after;      // raw bytes behind it
+  std::string before;     // raw bytes before the answer (junk)
+  std::string after;      // raw bytes after it
   bool joined = false;    // no blank lines: each line ends in CR LF only
   bool unplug = false;    // the modem goes away instead of answering
 };

@@ -1,4 +1,4 @@
-// A scenario: what the modem knows at first, what stands on the device around it, and what happens when.
+// A scenario: what the modem knows at first, the files of the device around it, and what happens when.
 //
 // A scenario file is TOML (all of it is optional):
 //
@@ -10,7 +10,7 @@
 //   [[operator]]                   what a scan finds; the members of Operator
 //   stat = 2
 //   numeric = "310410"
-//   [[fault]]                      the members of Fault; delay in seconds; oversize = bytes of junk in front
+//   [[fault]]                      the members of Fault; delay in seconds; oversize = bytes of junk before it
 //   command = "AT+GTSIMSTATUS?"
 //   times = 2
 //   reply = "\r\n+GTSIMSTATUS: 1,0\r\n\r\nOK\r\n"
@@ -112,7 +112,7 @@ class ScenarioError : public std::runtime_error {
 };
 
 Scenario load_scenario(const std::string& path);
-// The same from a text; `name` stands for the file in messages.
+// The same from a text; messages call it `name`.
 Scenario parse_scenario(const std::string& text, const std::string& name);
 
 // NAME.toml among the scenarios that are installed with the running program, else a file of that name as it
