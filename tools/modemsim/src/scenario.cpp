@@ -12,7 +12,6 @@
 #include <sstream>
 #include <string_view>
 
-#include "scenario_fields.h"
 #include "state.h"
 
 namespace modemsim {

@@ -9,29 +9,8 @@
 #include <vector>
 
 #include "modemsim/modem.h"
-#include "scenario_fields.h"
 
 namespace modemsim {
-
-// A domain that the modem registers for: its row makes its commands, its report and its members in scenario
-// files.
-struct Domain {
-  const char* name;  // "CREG": of the report and, after "AT+", of the commands
-  const char* what;  // for the list of commands
-  NumberField stat, reject_cause, mode;
-};
-inline constexpr Domain kDomains[] = {
-    {"CREG",
-     "circuit-switched registration",
-     {"cs_stat", &State::cs_stat, 0, 10},
-     {"cs_reject_cause", &State::cs_reject_cause, 0, 255},
-     {"creg_mode", &State::creg_mode, 0, 99}},
-    {"CGREG",
-     "packet-switched registration",
-     {"ps_stat", &State::ps_stat, 0, 10},
-     {"ps_reject_cause", &State::ps_reject_cause, 0, 255},
-     {"cgreg_mode", &State::cgreg_mode, 0, 99}},
-};
 
 // A report that a command switches on and off: a row in state.cpp.
 struct Report {

@@ -16,102 +16,18 @@
 #ifndef MODEMSIM_MODEM_H
 #define MODEMSIM_MODEM_H
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "modemsim/modem_state.h"
+
 namespace modemsim {
 
-using Milliseconds = std::chrono::milliseconds;
-
 enum class Port { kTrace, kQuery, kUrc };
-
-// One operator of a network scan, 3GPP TS 27.007 +COPS. The cell values take effect when the modem registers
-// there; -1 and "" keep what the state holds.
-struct Operator {
-  int stat = 1;  // 0 unknown, 1 available, 2 current, 3 forbidden
-  std::string long_name = {};
-  std::string short_name = {};
-  std::string numeric = {};  // MCC and MNC digits
-  int rat = 7;
-  int lac = -1, cell_id = -1, tac = -1, arfcn = -1, band = -1;
-  std::string band_text = {};
-};
-
-// The files of the SIM that the default State holds (network 310410); the ICCID file is made from
-// State::iccid.
-std::map<int, std::string> default_sim_files();
-
-// What the modem knows. Defaults are a working device on a home LTE network.
-struct State {
-  // Identity
-  std::string model = "L816";
-  std::string firmware = "L816_18000.1000.00.24.01.01";
-  std::string imei = "356938035643809";
-  std::string serial = "SN1234567890";
-  std::string hardware = "V1.0.1";
-  int fault_count = 0;
-  // SIM
-  int card_status = 3;  // 3 ready; 0, 1, 4 busy; 2, 5 no card
-  int lock_status = 0;
-  std::string imsi = "310410123456789";
-  std::string iccid = "89014103211118510720";
-  // EF id (decimal, as in AT+CRSM) -> hexadecimal contents. 12258 overrides the file made from `iccid`. A
-  // file that is missing answers 106,130 (not found).
-  std::map<int, std::string> files = default_sim_files();
-  // Registration: stat of 3GPP TS 27.007. 1 home, 5 roaming, 0 and 2 not registered, 3 denied
-  int cs_stat = 1;
-  int ps_stat = 1;
-  int cs_reject_cause = 0,
-      ps_reject_cause = 0;  // shown in +CREG/+CGREG while stat is 3 and the cause is not 0
-  int lac = 0x1A2B;
-  int cell_id = 0x01C2D3E4;
-  int rat = 7;
-  int band = 104;  // shown in +CREG and +CGREG in mode 99
-  // Serving network
-  std::string operator_numeric = "310410";
-  int cops_mode = 0;
-  int cops_format = 0;  // AT+COPS=3,n: 0 long name, 1 short name, 2 digits. A name that is not known: digits
-  std::vector<Operator> operators;    // of a scan. While empty, every PLMN can be selected by hand
-  Milliseconds scan_time{0};          // how long AT+COPS=? takes
-  Milliseconds registration_time{0};  // how long AT+COPS=0 and AT+COPS=1 take when they change the network
-  int tac = 0x2F01;
-  int rac = 1;
-  int arfcn = 5780;
-  std::string plmn_text = "310410";
-  std::string band_text = "LTE_BAND_4";
-  int nmo = 0;
-  int emm_state = 3, emm_substate = 1, rrc_state = 1;
-  int pdp_state = 1, mm_state = 13, mm_substate = 1, gmm_state = 3, gmm_substate = 7;
-  // Signal, in the modem's units
-  int bars = 4;
-  int rssi = 60;
-  int ecno = 30;
-  bool bars_reports = false;  // AT+GTBARS=1
-  // Antennas: raw values of +BAS
-  int bas_a = 320, bas_b = 288, antenna = 0;
-  int antenna_lock = 2;                         // EPHY_BAS_SET: 0, 1 one antenna, 2 automatic
-  std::string bas_detail = "EPHY: BAS status";  // a line between +BAS and OK; "" for none
-  bool bas_reports = false;
-  // Configuration
-  int carrier_id = 201;
-  std::string pdp_type = "IP";
-  std::string apn = "broadband";
-  int radio = 1;                      // AT+CFUN
-  int creg_mode = 0, cgreg_mode = 0;  // 0 off, 1 stat only, 2 with the cell, 99 with cell and band
-  bool time_reports = false;          // AT+CTZR=1
-  bool reject_reports = false;        // AT+GTOTAREJECT=1
-  bool echo = true;                   // until ATE0
-  bool body_sar = false;
-  bool fake_security = false;
-  bool trace_on = false;                       // AT+XSYSTRACE=, AT+TRACE=
-  std::string clock = "26/03/07,09:05:00-28";  // AT+CCLK?
-};
 
 // How the answer to a command differs from what the state says. Matches count down and then pass. Of several
 // faults that fit a command the one that was added first applies; `skip` counts every command that fits. A
