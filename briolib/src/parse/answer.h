@@ -21,6 +21,10 @@ inline const char* answer_payload(const char* line) {
   return colon != nullptr ? skip_spaces(colon + 1) : nullptr;
 }
 
+// The first value of an answer, without quotes and blanks around it, cut to `capacity`: all that an answer of
+// one value needs. A line without ":" is taken whole. False for a null line.
+bool answer_text(const char* line, char* text, size_t capacity);
+
 }  // namespace brio::parse
 
 #endif

@@ -44,14 +44,7 @@ std::optional<uint16_t> parse_carrier_id(const char* line) {
 }
 
 bool parse_model(const char* line, char model[kModelSize]) {
-  if (line == nullptr) return false;
-  const char* payload = answer_payload(line);
-  if (payload == nullptr) payload = skip_spaces(line);
-  if (*payload == '"') payload++;
-  payload = skip_spaces(payload);
-  copy_text(model, kModelSize, payload, strcspn(payload, "\","));
-  trim(model);
-  return true;
+  return answer_text(line, model, kModelSize);
 }
 
 uint8_t wan_type_of_model(const char* model) {
