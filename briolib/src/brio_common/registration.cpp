@@ -68,9 +68,10 @@ uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_d
   return result;
 }
 
-// Serving-cell data is worthless once the modem is registered for neither domain: true when it was cleared.
-bool prv_clear_unless(uint8_t other_domain) {
-  if (other_domain != 0) return false;
+// Serving-cell data is worthless once the modem is registered for no domain: true when it was cleared.
+bool prv_clear_if_unregistered() {
+  const brio_atcmd_data& data = g_brio_lib_atcmd_data;
+  if (data.cs_reg_status != 0 || data.ps_reg_status != 0) return false;
   briolib_init_atcmd_data(1);
   return true;
 }
@@ -78,7 +79,7 @@ bool prv_clear_unless(uint8_t other_domain) {
 bool prv_store_cs_stat(int32_t stat) {
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   data.cs_reg_status = stat == 1 ? 1 : stat == 5 ? 2 : stat == 3 ? 3 : 0;
-  return data.cs_reg_status == 0 && prv_clear_unless(data.ps_reg_status);
+  return prv_clear_if_unregistered();
 }
 
 bool prv_store_ps_stat(int32_t stat) {
@@ -97,7 +98,7 @@ bool prv_store_ps_stat(int32_t stat) {
       break;
     default:
       data.ps_reg_status = 0;
-      cleared = prv_clear_unless(data.cs_reg_status);
+      cleared = prv_clear_if_unregistered();
       break;
   }
   memcpy(s_prev_pdp_event, s_pdp_event, sizeof(s_pdp_event));
