@@ -1,21 +1,17 @@
-// The commands of a session that only tests need: calls that fail, descriptors that are taken, a plain client
-// in the library's place. docs/testing.md describes them.
+// The commands of a session that only tests need: calls that fail, descriptors that are taken.
+// docs/testing.md describes them.
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/stat.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <system_error>
 
 #include "base/words.h"
 #include "brio/brio.h"
@@ -31,69 +27,7 @@
 
 namespace lab {
 
-// One end of a serial line, as a host has it.
-class Client {
- public:
-  explicit Client(const std::string& path) : fd_(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)) {}
-  ~Client() { close(fd_); }
-  Client(const Client&) = delete;
-  Client& operator=(const Client&) = delete;
-  void send(const std::string& text) const {
-    if (write(fd_, text.data(), text.size()) < 0) throw UsageError("nothing can be sent");
-  }
-  // Lines up to the first that begins with one of `lasts`, empty ones left out; ends with a hang-up, too, or
-  // after ten seconds.
-  Session::Lines hear(const Session::Lines& lasts) {
-    Session::Lines lines;
-    while (lines.empty() || !begins(lines.back(), lasts)) {
-      while (held_.find("\r\n") == std::string::npos) {
-        pollfd item{fd_, POLLIN, 0};
-        char bytes[8192];
-        const ssize_t size = poll(&item, 1, 10000) > 0 ? read(fd_, bytes, sizeof bytes) : 0;
-        if (size <= 0) return lines.emplace_back("(no more)"), lines;
-        held_.append(bytes, static_cast<size_t>(size));
-      }
-      const size_t end = held_.find_first_of("\r\n");
-      if (end > 0) lines.push_back(held_.substr(0, end));
-      held_.erase(0, end + 1);
-    }
-    return lines;
-  }
-
- private:
-  static bool begins(const std::string& line, const Session::Lines& parts) {
-    for (const auto& part : parts) {
-      if (line.compare(0, part.size(), part) == 0) return true;
-    }
-    return false;
-  }
-
-  int fd_;
-  std::string held_;
-};
-
 namespace {
-
-Client& client(Session& s, const char* device) {
-  auto& place = s.clients[device];
-  if (!place) place = std::make_shared<Client>(s.root.path(device));
-  return *place;
-}
-
-void hear(Session& s, Arguments& a) {
-  for (const auto& line : client(s, "/dev/ttyACM3").hear({a.text()})) s.emit("| " + line);
-}
-
-// A marker on the other port tells where the reports end that the command brought.
-void ask(Session& s, Arguments& a) {
-  Client& reports = client(s, "/dev/ttyACM3");
-  client(s, "/dev/ttyACM2").send(a.rest() + "\r");
-  for (const auto& line : client(s, "/dev/ttyACM2").hear({"OK", "ERROR", "+CME ERROR"})) s.emit("| " + line);
-  s.modem.raw(modemsim::Port::kUrc, "\r\n=\r\n");
-  for (const auto& line : reports.hear({"="})) {
-    if (line != "=") s.emit("report " + line);
-  }
-}
 
 // ---- Scenario files
 
@@ -179,18 +113,6 @@ void grown(Session& s, Arguments& a) {
   if (!process::eventually(came)) s.emit("no");
 }
 
-void touched(Session& s, Arguments& a) {
-  const std::string path = a.text();
-  struct stat info;
-  std::string facts = "absent";
-  if (lstat(s.root.path(path).c_str(), &info) == 0) {
-    facts = std::to_string(info.st_ino) + " " + std::to_string(info.st_mtim.tv_sec) + " " +
-            std::to_string(info.st_mtim.tv_nsec);
-  }
-  s.emit(s.touched.count(path) == 0 ? "first look" : s.touched[path] == facts ? "no" : "yes");
-  s.touched[path] = facts;
-}
-
 // Commands between " ; ", run under each bit of the module's log mask alone: the lines that it lets through.
 void bits(Session& s, Arguments& a) {
   const std::string list = a.rest() + " ; ";
@@ -253,57 +175,22 @@ void fail(Session&, Arguments& a) {
   faults::fail(name, *error, skip, a.more() ? static_cast<int>(a.number()) : 1);
 }
 
+// What a shell in the root prints.
+void shell(Session& s, Arguments& a) {
+  FILE* pipe = popen(("cd " + s.root.dir() + " && " + a.rest()).c_str(), "re");
+  char line[512];
+  while (pipe != nullptr && fscanf(pipe, " %511[^\n]", line) == 1) s.emit(line);
+  if (pipe == nullptr || pclose(pipe) != 0) s.emit("failed");
+}
+
 // ---- Descriptors
-
-int open_port(Session& s, Arguments& a) {
-  const int fd = ::open(s.root.path(a.text()).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-  if (fd < 0) throw UsageError(strerror(errno));
-  return fd;
-}
-
-// The library's descriptors of a port, and how the port is set.
-void port(Session& s, Arguments& a) {
-  namespace fs = std::filesystem;
-  std::error_code none;
-  const auto device = fs::read_symlink(s.root.path(a.text()), none);
-  if (none) throw UsageError(none.message());
-  int last = -1;
-  for (int fd = 0; fd < FD_SETSIZE; fd++) {
-    std::error_code error;
-    if (fs::read_symlink("/proc/self/fd/" + std::to_string(fd), error) != device || error) continue;
-    last = fd;
-    const int flags = fcntl(fd, F_GETFL);
-    s.emit(std::string((flags & O_ACCMODE) == O_RDWR ? "read and write" : "one way") +
-           ((flags & O_NONBLOCK) != 0 ? ", never waits" : "") +
-           ((fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0 ? ", closes on exec" : ""));
-  }
-  termios now;
-  if (tcgetattr(last, &now) != 0) return s.emit("not open");
-  char text[128];
-  snprintf(text, sizeof text, "in %#x out %#x control %#x local %#x least %d timeout %d", now.c_iflag,
-           now.c_oflag, now.c_cflag, now.c_lflag, now.c_cc[VMIN], now.c_cc[VTIME]);
-  s.emit(text);
-}
 
 // As another process would lock it, not even alone, until `unlock`.
 int s_lock = -1;
 
 void lock(Session& s, Arguments& a) {
-  s_lock = open_port(s, a);
+  s_lock = ::open(s.root.path(a.text()).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
   s.emit(flock(s_lock, LOCK_SH | LOCK_NB) == 0 ? "locked" : "somebody else has it");
-}
-
-// A port as the system makes it: lines, echo, signals.
-void cook(Session& s, Arguments& a) {
-  const int fd = open_port(s, a);
-  termios settings;
-  tcgetattr(fd, &settings);
-  settings.c_iflag |= ICRNL | IXON;
-  settings.c_oflag |= OPOST | ONLCR;
-  settings.c_cflag = B38400 | CS7 | PARENB | CREAD;
-  settings.c_lflag |= ICANON | ECHO | ISIG | IEXTEN;
-  tcsetattr(fd, TCSANOW, &settings);
-  close(fd);
 }
 
 // Takes all below NUMBER; 0 gives them back.
@@ -326,58 +213,34 @@ void occupy(Session&, Arguments& a) {
 
 void add_kit_commands() {
   auto& table = commands();
-  for (const auto& [name, command] : std::map<std::string, Command>{{"ask", ask},
-                                                                    {"hear", hear},
-                                                                    {"scenario", scenario},
-                                                                    {"report_event", report_event},
-                                                                    {"occupy", occupy},
-                                                                    {"hold", hold},
-                                                                    {"release", release},
-                                                                    {"port", port},
-                                                                    {"lock", lock},
-                                                                    {"cook", cook},
-                                                                    {"wait_command", wait_command},
-                                                                    {"wait_log", wait_log},
-                                                                    {"await", await},
-                                                                    {"link", make_link},
-                                                                    {"grown", grown},
-                                                                    {"touched", touched},
-                                                                    {"bits", bits},
-                                                                    {"seen", seen},
-                                                                    {"room", room},
-                                                                    {"fail", fail}}) {
-    table[name] = command;
-  }
-  table["listen"] = [](Session& s, Arguments&) { client(s, "/dev/ttyACM3"); };
+  table.insert({{"scenario", scenario},
+                {"sh", shell},
+                {"report_event", report_event},
+                {"occupy", occupy},
+                {"hold", hold},
+                {"release", release},
+                {"lock", lock},
+                {"wait_command", wait_command},
+                {"wait_log", wait_log},
+                {"await", await},
+                {"link", make_link},
+                {"grown", grown},
+                {"bits", bits},
+                {"seen", seen},
+                {"room", room},
+                {"fail", fail}});
   table["settle"] = [](Session& s, Arguments&) { s.settle(); };
   table["chunk"] = [](Session& s, Arguments& a) { s.modem.chunk(static_cast<size_t>(a.number())); };
   table["keeps"] = [](Session& s, Arguments& words) { s.descriptors += static_cast<long>(words.number()); };
   table["leftover"] = [](Session& s, Arguments&) { s.emit(s.leftover()); };
   table["dir"] = [](Session& s, Arguments& a) { s.root.make_directory(a.text()); };
-  table["device"] = [](Session& s, Arguments& a) {
-    const std::string path = s.root.path(a.text());
-    if (symlink(a.text().c_str(), path.c_str()) != 0) throw UsageError(strerror(errno));
-  };
   table["umask"] = [](Session&, Arguments& a) {
-    const std::string octal = a.text();
-    if (octal.empty() || octal.find_first_not_of("01234567") != std::string::npos || octal.size() > 4) {
-      throw UsageError("not an octal number: " + octal);
-    }
-    umask(static_cast<mode_t>(std::stoul(octal, nullptr, 8)));
+    umask(static_cast<mode_t>(std::stoul(a.text(), nullptr, 8)));
   };
   table["fifo"] = [](Session& s, Arguments& a) { mkfifo(s.root.path(a.text()).c_str(), 0600); };
-  table["tell"] = [](Session& s, Arguments& a) {
-    const size_t received = s.modem.commands().size();
-    client(s, "/dev/ttyACM2").send(a.rest() + "\r");
-    if (!process::eventually([&] { return s.modem.commands().size() > received; })) {
-      throw UsageError("the modem received no command");
-    }
-  };
   // A host without a standard input: descriptor 0 is the first that the library gets.
   table["stdin"] = [](Session&, Arguments& a) {
-    const std::string state = a.text();
-    if (state != "off" && state != "on") throw UsageError("stdin is off or on");
-    state == "off" ? close(0) : open("/dev/null", O_RDONLY);
+    a.text() == "off" ? close(0) : ::open("/dev/null", O_RDONLY);
   };
   table["unlock"] = [](Session&, Arguments&) { close(s_lock); };
   table["address"] = [](Session&, Arguments& a) { interface::answer(a.rest()); };

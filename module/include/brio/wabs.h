@@ -170,9 +170,8 @@ BRIO_API uint32_t wabs_get_roaming_status(uint32_t* status);
  * Offset of local time in seconds (quarter hours * 900) and UTC.
  *
  * The offset is the zone last reported, 0 before the first report; the modem is asked only while no zone is
- * known since the serving network changed. `*utc` is mktime of the network's time in the process's time zone,
- * and (time_t)-1 where that time holds no date. Today it always is, because the modem is asked for its zone
- * only. Open or closed.
+ * known since the serving network changed. `*utc` is (time_t)-1, not known: no date comes with the zone. Open
+ * or closed.
  *
  * @return OK (0), LIBRARY_FAILURE (2) or NULL_POINTER (11)
  */

@@ -19,6 +19,7 @@ constexpr char kReaderApp[] = "com.quarto.shelf.viewer";
 
 constexpr int32_t kZoneUnknown = -1;
 constexpr uint32_t kSecondsPerZoneUnit = 900;
+// Neither the modem's answer nor the cache holds a date, so this is all that the host ever reads.
 constexpr time_t kTimeUnknown = static_cast<time_t>(-1);
 
 constexpr uint32_t kImsiSpace = sizeof(sim_identity::imsi);
@@ -70,25 +71,6 @@ bool prv_reader_active() {
   bool reader = status == 0 && active != nullptr && strcmp(active, kReaderApp) == 0;
   NipcFreeString(active);
   return reader;
-}
-
-bool prv_holds_date(const network_time& record) {
-  return record.month >= 1 && record.month <= 12 && record.day >= 1 && record.day <= 31 &&
-         record.hour <= 23 && record.minute <= 59 && record.second <= 60;
-}
-
-// mktime of the record, whose year may be sent with two digits.
-time_t prv_utc(const network_time& record) {
-  if (!prv_holds_date(record)) return kTimeUnknown;
-  tm broken_down = {};
-  broken_down.tm_year = record.year < 100 ? record.year + 100 : record.year - 1900;
-  broken_down.tm_mon = record.month - 1;
-  broken_down.tm_mday = record.day;
-  broken_down.tm_hour = record.hour;
-  broken_down.tm_min = record.minute;
-  broken_down.tm_sec = record.second;
-  broken_down.tm_isdst = -1;
-  return mktime(&broken_down);
 }
 
 uint32_t prv_scan_result(uint32_t status) {
@@ -153,8 +135,8 @@ uint32_t wabs_get_module_time(time_t* utc, int32_t* offset_seconds) {
   if (utc == nullptr || offset_seconds == nullptr) MODULE_RETURN(WABS_STATUS_NULL_POINTER);
 
   int32_t zone = brio::relaxed_load(g_module.cached_time_zone);
-  network_time record = {};
   if (zone == kZoneUnknown) {
+    network_time record = {};
     uint32_t status = brio_get_network_time(&record);
     if (status == BRIO_STATUS_UNAVAILABLE) {
       MODULE_D(WABS_LOG_FLOW, "D brio:Network time not provided (%s:%s:%d)");
@@ -166,7 +148,7 @@ uint32_t wabs_get_module_time(time_t* utc, int32_t* offset_seconds) {
     }
     zone = record.time_zone;
   }
-  *utc = prv_utc(record);
+  *utc = kTimeUnknown;
   // Unsigned, so that a zone beyond reason wraps.
   *offset_seconds = static_cast<int32_t>(static_cast<uint32_t>(zone) * kSecondsPerZoneUnit);
   MODULE_D(WABS_LOG_EVENT, "D brio:localTimeOffset=%d (%s:%s:%d)", *offset_seconds);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <regex>
 #include <sstream>
 
 #include "base/words.h"
@@ -23,9 +24,16 @@
 
 namespace lab {
 
+std::string did_you_mean(const std::string& name) {
+  std::vector<std::string> known = {"help", "functions", "quit"};
+  for (const auto& each : commands()) known.push_back(each.first);
+  for (const auto& each : calls()) known.push_back(each.first);
+  return modemsim::did_you_mean(name, known);
+}
+
 const Call& function(const std::string& name) {
   const auto found = calls().find(name);
-  if (found == calls().end()) throw UsageError("no function: " + name);
+  if (found == calls().end()) throw UsageError("no function: " + name + did_you_mean(name));
   return found->second;
 }
 
@@ -83,7 +91,16 @@ void fault_command(Session& s, Arguments& a, bool silent) {
   fault.skip = static_cast<int>(to_number(skip));
   fault.silent = silent;
   fault.replace = !silent;
-  for (const auto& line : a.words()) fault.reply += "\r\n" + line + "\r\n";
+  bool ends = silent;
+  for (const auto& line : a.words()) {
+    fault.reply += "\r\n" + line + "\r\n";
+    ends = ends ||
+           std::regex_search(
+               line, std::regex("^(OK|CONNECT|ERROR|\\+CM[SE] ERROR:|NO (CARRIER|ANSWER|DIALTONE)|ABORTED)"));
+  }
+  if (!ends)
+    s.seen.notes.push_back("the answer has no final line (OK, ERROR): a request that gets it times out");
+  if (!ends && !fault.reply.empty()) s.unfinished(fault.reply);
   s.modem.fault(fault);
 }
 
@@ -106,7 +123,6 @@ void raw(Session& s, Arguments& a) {
 
 void unplug(Session& s, Arguments& a) {
   const long left = process::threads() - (a.more() ? static_cast<long>(a.number()) : 0);
-  s.clients.clear();
   s.modem.unplug();
   if (process::settled_threads(left) > left) throw UsageError("the threads did not end");
 }
@@ -116,7 +132,6 @@ void plug(Session& s, Arguments&) {
 }
 
 void play(Session& s, Arguments& a) {
-  if (briolib_check_library_status() != BRIO_STATUS_NOT_OPEN) throw UsageError("the library is open");
   const std::string name = a.text(), path = modemsim::find_scenario(name);
   const auto scenario = modemsim::load_scenario(path.empty() ? name : path);
   if (!s.modem.play(scenario, to_real(a.text()))) throw UsageError(s.modem.error());
@@ -158,6 +173,7 @@ void call(Session& s, Arguments& a) {
 void async(Session& s, Arguments& a) {
   const std::string name = a.text();
   const auto run = [call = function(name), a]() mutable { return call(a); };
+  s.alone = false;
   s.running.emplace_back(name, std::async(std::launch::async, run));
   a.rest();
 }
@@ -165,14 +181,11 @@ void async(Session& s, Arguments& a) {
 void join(Session& s, Arguments&) {
   for (auto& [name, result] : s.running) s.emit(name + " " + result.get());
   s.running.clear();
+  s.alone = true;
   s.settle();
 }
 
 void line(Session& s, Arguments& a) {
-  static bool s_sorted = false;
-  // The library sorts its parsers when it is opened.
-  if (!s_sorted && briolib_check_library_status() == BRIO_STATUS_NOT_OPEN) at_parse_init();
-  s_sorted = true;
   std::string command, selector;
   const bool has_command = a.option("a", &command);
   a.option("b", &selector);

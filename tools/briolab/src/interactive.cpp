@@ -2,7 +2,11 @@
 
 #include <signal.h>
 #include <unistd.h>
+#ifdef BRIOLAB_EDITS_LINES
+#include <editline/readline.h>
+#endif
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -44,13 +48,29 @@ void end_at_interrupt() {
   for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGQUIT}) sigaction(number, &action, nullptr);
 }
 
+// The next line; false at the end. At a terminal it can be edited and taken from those before it.
+bool take_line(bool terminal, std::string* line) {
+#ifdef BRIOLAB_EDITS_LINES
+  if (terminal) {
+    const std::unique_ptr<char, void (*)(void*)> typed(readline("> "), std::free);
+    if (typed == nullptr) return false;
+    *line = typed.get();
+    if (!line->empty()) add_history(typed.get());
+    return true;
+  }
+#endif
+  if (terminal) std::cout << "> " << std::flush;
+  return static_cast<bool>(std::getline(std::cin, *line));
+}
+
 // A command of the prompt itself; false when it is none.
 bool answer_at_prompt(const std::string& line) {
   if (line == "functions") return std::cout << function_list(), true;
   if (!begins_with(line, "help")) return false;
   const std::string name = line.size() > 5 ? line.substr(5) : "";
   const std::string text = help(name);
-  std::cout << (text.empty() ? "Neither a command nor a function: " + name + "\n" : text);
+  std::cout << (text.empty() ? "Neither a command nor a function: " + name + did_you_mean(name) + "\n"
+                             : text);
   return true;
 }
 
@@ -96,8 +116,7 @@ bool run_interactively(const std::string& record, bool verbose) {
   }
   std::string unusable;
   for (std::string line; s_interrupted == 0 && unusable.empty();) {
-    if (terminal) std::cout << "> " << std::flush;
-    if (!std::getline(std::cin, line)) break;
+    if (!take_line(terminal, &line)) break;
     line.erase(line.find_last_not_of(" \t\r") + 1);
     if (line.empty() || line[0] == '#') {
       kept << line << "\n";

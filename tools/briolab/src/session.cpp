@@ -26,6 +26,7 @@ namespace {
 
 // A report that no parser takes: the line that says so is the proof that all before it was handled.
 constexpr char kMarker[] = "SETTLED";
+constexpr char kDropped[] = "process_line:ERROR:cleaning up!";
 
 std::mutex s_events_mutex;  // guards the three below
 std::condition_variable s_events_changed;
@@ -114,11 +115,12 @@ Session::Session(bool start) {
   brio_set_root_dir(root.dir().c_str());
   for (uint32_t id = 0; id < BRIO_EVENT_COUNT; id++) brio_set_callback_for_event_id(id, record_event);
   // Nobody need wait for an answer that is withheld.
-  modem.observe([](const modemsim::Traffic& traffic) {
-    if (traffic.bytes.empty()) test_clock::expire_wait();
+  modem.observe([this](const modemsim::Traffic& traffic) {
     if (traffic.to_modem) test_clock::keep_wait();  // the wait before is over
+    if (traffic.bytes.empty() || (alone && is_unfinished(traffic))) test_clock::expire_wait();
   });
   modem.observe_events([this](const std::string& event) { played.push_back(event); });
+  expire_dropped();
   if (start && !modem.start(root.dir())) throw UsageError(modem.error());
   {
     brio::UrcDataLock lock;
@@ -131,14 +133,36 @@ Session::Session(bool start) {
 }
 
 std::string Session::end() {
+  log_capture::on_line("", nullptr);
   hold_events(false);
   for (auto& each : running) each.second.wait();
   wabs_close();
   brio_trace_tst_stop();
   brio_close();
-  clients.clear();
   modem.plug();
   return leftover();
+}
+
+void Session::unfinished(const std::string& reply) {
+  std::lock_guard<std::mutex> guard(unfinished_mutex);
+  unfinished_replies.push_back(reply);
+}
+
+bool Session::is_unfinished(const modemsim::Traffic& traffic) {
+  if (traffic.to_modem || traffic.port != modemsim::Port::kQuery) return false;
+  std::lock_guard<std::mutex> guard(unfinished_mutex);
+  return std::any_of(unfinished_replies.begin(), unfinished_replies.end(), [&](const std::string& reply) {
+    const size_t size = traffic.bytes.size();
+    return size >= reply.size() && traffic.bytes.compare(size - reply.size(), reply.size(), reply) == 0;
+  });
+}
+
+// The library gives up an answer that its command's type does not allow, and the request waits on.
+void Session::expire_dropped() {
+  log_capture::on_line(kDropped, [this] {
+    if (alone) test_clock::expire_wait();
+    expire_dropped();
+  });
 }
 
 std::string Session::leftover() const {
@@ -217,6 +241,11 @@ void Session::observe() {
   log_seen = all.size();
   log.insert(log.end(), fresh.begin(), fresh.end());
   seen.lines.insert(seen.lines.end(), fresh.begin(), fresh.end());
+  for (const auto& line : fresh) {
+    if (line.text.find(kDropped) == std::string::npos) continue;
+    seen.notes.emplace_back(
+        "the library dropped an answer that its command does not allow: its request timed out");
+  }
   if (follow.empty()) return;
   const Lines followed = take_log(follow);
   seen.log.insert(seen.log.end(), followed.begin(), followed.end());
@@ -233,7 +262,7 @@ void Session::command(const std::string& line) {
   Arguments arguments(line);
   const std::string name = arguments.text();
   const auto found = commands().find(name);
-  if (found == commands().end()) throw UsageError("no such command");
+  if (found == commands().end()) throw UsageError("no such command" + did_you_mean(name));
   found->second(*this, arguments);
   arguments.finish();
 }
@@ -246,7 +275,9 @@ Seen Session::run(const std::string& line) {
 }
 
 Seen::Lines Seen::text() const {
-  Lines all = output;
+  Lines all;
+  for (const auto& each : notes) all.push_back("note: " + each);
+  all.insert(all.end(), output.begin(), output.end());
   for (const auto& each : sent) all.push_back("sent " + each);
   for (const auto& each : events) all.push_back("event " + each);
   std::string names;

@@ -2,10 +2,12 @@
 #ifndef BRIOLAB_SESSION_H
 #define BRIOLAB_SESSION_H
 
+#include <atomic>
 #include <functional>
 #include <future>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,14 +19,13 @@
 
 namespace lab {
 
-class Client;
-
 // What a command showed, and what happened meanwhile.
 struct Seen {
   using Lines = std::vector<std::string>;
   Lines output, sent, events;
   Lines changed;                         // "name=value"; of a row only the elements that changed
   Lines log;                             // those lines that `follow` asks for
+  Lines notes;                           // for a person
   std::vector<log_capture::Line> lines;  // all of them
 
   Lines text() const;  // all as a person sees it
@@ -48,26 +49,30 @@ struct Session {
   void show_log(const Lines& parts);  // and shows it
   Lines readable(const std::vector<log_capture::Line>& lines, const Lines& parts) const;
   std::string leftover() const;
+  void unfinished(const std::string& reply);  // an answer that leaves its request waiting
+  bool is_unfinished(const modemsim::Traffic& traffic);
+  void expire_dropped();
 
   modemsim::DeviceRoot root;
   modemsim::Modem modem;
   long descriptors = 0, threads = 0;  // at the start
   Seen seen;                          // by the command under way
   Lines follow;                       // log lines that every command shows
-  Lines shown_commands;               // of those that the modem received; none: all
   Fields shown;
   std::vector<log_capture::Line> log;  // not yet shown
   std::thread::id event_thread;
   size_t commands_seen = 0, log_seen = 0, sleeps_seen = 0, markers = 0;
   double time_seen = 0;
-  std::map<std::string, std::string> touched;
   std::vector<std::pair<std::string, std::future<std::string>>> running;
-  bool holding = false;                                    // events
-  std::map<std::string, std::shared_ptr<Client>> clients;  // on ports, by device
-  Lines played;                                            // events of a scenario
+  bool holding = false;           // events
+  std::atomic<bool> alone{true};  // no `async` runs: whoever waits keeps everybody waiting
+  Lines played;                   // events of a scenario
+  std::mutex unfinished_mutex;    // guards the next one
+  Lines unfinished_replies;
 };
 
-double now();  // seconds of the library's clock
+std::string did_you_mean(const std::string& name);  // "; did you mean X?", or nothing
+double now();                                       // seconds of the library's clock
 // The thread that raises an event stays in it until it is let go.
 void hold_events(bool hold);
 bool wait_held();

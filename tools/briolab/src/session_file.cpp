@@ -10,6 +10,7 @@
 #include <iostream>
 #include <map>
 #include <optional>
+#include <vector>
 
 namespace lab {
 
@@ -95,6 +96,13 @@ Clauses parse_expected(const std::string& text) {
     const std::string its = trimmed(part.substr(kind.size()));
     clauses.push_back({kind, kind == "log" ? joined(parts_of(its), " | ") : its});
   }
+  // In the order in which they are shown; log and nolog stay as they are written.
+  const auto place = [](const Clause& each) {
+    return each.kind.empty() ? -1
+                             : std::min<long>(std::find(kKinds, std::end(kKinds), each.kind) - kKinds, 3);
+  };
+  std::stable_sort(clauses.begin(), clauses.end(),
+                   [&](const Clause& a, const Clause& b) { return place(a) < place(b); });
   return clauses;
 }
 
@@ -291,22 +299,52 @@ class Player {
       *line = line->substr(0, arrow) + (is.empty() ? "" : std::string(kArrow) + " " + is);
       return;
     }
-    std::cout << path_ << ":" << number_ << ": " << commands << "\n";
-    for (const auto& each : differing(expected, shown)) std::cout << "  expected  " << each << "\n";
-    for (const auto& each : differing(shown, expected)) std::cout << "  shown     " << each << "\n";
+    std::cout << path_ << ":" << number_ << ": " << commands << "\n  - expected, + shown\n";
+    const Lines want = lines_of(expected), got = lines_of(shown);
+    print_difference(want, got);
+    const auto not_logged = [&](const std::string& each) {
+      return begins(each, "log ") && std::find(got.begin(), got.end(), each) == got.end();
+    };
+    if (std::none_of(want.begin(), want.end(), not_logged)) return;
+    for (const auto& each : session_->readable(seen.lines, {})) std::cout << "    (logged) " << each << "\n";
   }
 
-  // Those clauses of one that the other lacks.
-  static Lines differing(const Clauses& from, const Clauses& other) {
+  // Each part of each clause, with the clause's kind in front.
+  static Lines lines_of(const Clauses& clauses) {
     Lines all;
-    for (const auto& each : from) {
-      const auto same = [&](const Clause& one) { return one.kind == each.kind && one.text == each.text; };
-      if (std::none_of(other.begin(), other.end(), same)) {
-        all.push_back(each.kind + (each.kind.empty() ? "" : " ") +
-                      (each.text.empty() ? "(nothing)" : each.text));
+    for (const auto& each : clauses) {
+      const char* const between = each.kind == "sent" || each.kind == "event" ? ", "
+                                  : each.kind == "changed"                    ? " "
+                                                                              : " | ";
+      const bool is_log = each.kind == "log" || each.kind == "nolog";
+      for (const auto& part : is_log ? parts_of(each.text) : split(each.text, between)) {
+        all.push_back(each.kind + (each.kind.empty() ? "" : " ") + (part.empty() ? "(nothing)" : part));
       }
     }
     return all;
+  }
+
+  // Line by line, along the longest common subsequence.
+  static void print_difference(const Lines& expected, const Lines& shown) {
+    const size_t rows = expected.size(), columns = shown.size();
+    std::vector<std::vector<size_t>> common(rows + 1, std::vector<size_t>(columns + 1));  // of what is left
+    for (size_t e = rows; e-- > 0;) {
+      for (size_t s = columns; s-- > 0;) {
+        common[e][s] =
+            expected[e] == shown[s] ? common[e + 1][s + 1] + 1 : std::max(common[e + 1][s], common[e][s + 1]);
+      }
+    }
+    for (size_t e = 0, s = 0; e < rows || s < columns;) {
+      const bool both = e < rows && s < columns;
+      if (both && expected[e] == shown[s]) {
+        std::cout << "    " << expected[e] << "\n";
+        e++, s++;
+      } else if (e < rows && (!both || common[e + 1][s] >= common[e][s + 1])) {
+        std::cout << "  - " << expected[e++] << "\n";
+      } else {
+        std::cout << "  + " << shown[s++] << "\n";
+      }
+    }
   }
 
   // The same clauses as they should have been written.

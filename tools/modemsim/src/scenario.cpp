@@ -148,14 +148,8 @@ class Reader {
     for (const auto& [key, node] : table_) {
       const std::string word(key.str());
       if (std::find(known_.begin(), known_.end(), word) != known_.end()) continue;
-      std::string sentence = name(word) + " is not known";
-      const auto near = std::min_element(known_.begin(), known_.end(), [&](const auto& a, const auto& b) {
-        return distance(word, a) < distance(word, b);
-      });
-      if (near != known_.end() && distance(word, *near) <= word.size() / 3 + 1) {
-        sentence += "; did you mean " + *near + "?";
-      }
-      throw ScenarioError(file_ + ":" + std::to_string(key.source().begin.line) + ": " + sentence);
+      throw ScenarioError(file_ + ":" + std::to_string(key.source().begin.line) + ": " + name(word) +
+                          " is not known" + did_you_mean(word, known_));
     }
   }
 
@@ -490,6 +484,16 @@ std::string find_scenario(const std::string& name) {
     if (fs::is_regular_file(path, failed)) return path.string();
   }
   return "";
+}
+
+std::string did_you_mean(const std::string& word, const std::vector<std::string>& known) {
+  const auto far = [&](const std::string& each) {
+    return 2 * distance(word, each) + (each[0] == word[0] ? 0U : 1U);
+  };
+  const auto near = std::min_element(known.begin(), known.end(),
+                                     [&](const auto& a, const auto& b) { return far(a) < far(b); });
+  const bool close = near != known.end() && distance(word, *near) <= word.size() / 3 + 1;
+  return close ? "; did you mean " + *near + "?" : "";
 }
 
 }  // namespace modemsim

@@ -119,6 +119,9 @@ Scenario parse_scenario(const std::string& text, const std::string& name);
 // stands, else an installed NAME. A name with a "/" is a file's. "" when there is none.
 std::string find_scenario(const std::string& name);
 
+// "; did you mean X?" with the known word that is nearest, or nothing when none is near.
+std::string did_you_mean(const std::string& word, const std::vector<std::string>& known);
+
 }  // namespace modemsim
 
 #endif
