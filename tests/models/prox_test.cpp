@@ -1,5 +1,6 @@
 // Random readings of the proximity sensor against what the monitor must make of them: the back-off's mode,
 // commands to the modem, the scan rate and the time between polls.
+#include <ostream>
 #include <vector>
 
 #include "base/clock.h"
@@ -17,6 +18,10 @@ struct Device {
   int carrier;
   int offset, useful;
 };
+
+void PrintTo(const Device& device, std::ostream* out) {
+  *out << device.carrier << " " << device.offset << " " << device.useful;
+}
 
 class ProxModel : public SimFixture, public testing::WithParamInterface<Device> {
   modemsim::State initial_state() override {

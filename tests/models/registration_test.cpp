@@ -9,7 +9,6 @@
 #include "brio/brio.h"
 #include "brio/briolib.h"
 #include "brio_common/shared_data.h"
-#include "modemsim/device_root.h"
 #include "support/random.h"
 
 namespace {
@@ -88,34 +87,6 @@ TEST(RegistrationModel, RandomReports) {
                       data.reject_bytes[1], data.reject_bytes[2], data.band, s_events))
         << "step " << step << ": " << line;
     ASSERT_TRUE(data.rat_valid == 1 || data.rat == 255);
-  }
-}
-
-// Causes that bar the subscription or the device for good leave a flag: 2, 3, 6, 7 and 8 of CS, PS and EMM.
-TEST(RegistrationModel, EveryRejectCause) {
-  modemsim::DeviceRoot root;
-  brio_set_root_dir(root.dir().c_str());
-  at_parse_init();
-  const std::set<unsigned> fatal = {2, 3, 6, 7, 8};
-  for (unsigned procedure = 0; procedure < 9; procedure++) {
-    const unsigned place = procedure == 1 ? 1 : procedure >= 3 && procedure <= 6 ? procedure - 1 : 0;
-    for (unsigned cause = 0; cause < 256; cause++) {
-      char text[64];
-      std::snprintf(text, sizeof text, "+GTOTAREJECT: 1,%u,%u,%u,%u", procedure, cause, 300 + cause,
-                    10 + procedure);
-      brio_atcmd_data expected = g_brio_lib_atcmd_data;
-      if (place != 0) {
-        expected.reject_bytes[place] = static_cast<uint8_t>(cause);
-        expected.reject_words[2 * (place - 1)] = static_cast<uint16_t>(300 + cause);
-        expected.reject_words[2 * (place - 1) + 1] = static_cast<uint16_t>(10 + procedure);
-      }
-      ASSERT_EQ(0u, at_parse(text, nullptr, nullptr));
-      ASSERT_EQ(0, std::memcmp(&expected, &g_brio_lib_atcmd_data, sizeof expected))
-          << procedure << " " << cause;
-      const bool barred = fatal.count(cause) != 0 && (procedure == 1 || procedure == 3 || procedure == 5);
-      ASSERT_EQ(barred, root.read("/var/run/fatal_reject").has_value()) << procedure << " " << cause;
-      if (barred) root.remove("/var/run/fatal_reject");
-    }
   }
 }
 
