@@ -154,28 +154,6 @@ TEST_F(Channel, RequestsAreServedInTheirOrder) {
   }
 }
 
-// A modem that talks without end costs a bounded amount of memory; no real answer is that long.
-TEST_F(Channel, AnswerKeepsLinesUpToALimit) {
-  const recv_func count = [](const ATResponse* response, void* user_data, uint16_t) -> uint32_t {
-    for (const ATLine* line = response->intermediates; line != nullptr; line = line->next)
-      ++*static_cast<size_t*>(user_data);
-    return 0;
-  };
-  start();
-  size_t kept[3] = {};
-  for (int i = 0; i < 3; i++) {
-    std::string reply;
-    for (int left = i == 0 ? 2500 : 50000; left > 0; left--) reply.append(i == 0 ? 50 : 1, 'x') += "\r\n";
-    answer("AT+M", reply + "OK\r\n");
-    EXPECT_EQ(request("AT+M", count, &kept[i]), 0u);
-    modem().clear_faults();
-  }
-  EXPECT_EQ(kept[0], 2500u);
-  EXPECT_LT(kept[1], 30000u);
-  EXPECT_EQ(kept[2], kept[1]);
-  EXPECT_TRUE(log_capture::has("answer too long") && log_capture::lines().size() == 2) << "once an answer";
-}
-
 // The read thread ends once, with the ports still open. An init without a shutdown ends the earlier one
 // first.
 TEST_F(Channel, CloseMeetsRequestsAbortsAndALostPort) {

@@ -10,7 +10,6 @@
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "kit/exact_text.h"
-#include "parse/modem_config.h"
 #include "parse/scan_list.h"
 #include "services/static_info.h"
 
@@ -78,20 +77,6 @@ TEST(Scan, FitsTheBufferThatTheHeaderNames) {
   }
   EXPECT_EQ(31, count);
   EXPECT_EQ(BRIO_LINE_DATA_MAX - 1 - strlen("+COPS:") + 30 * kScanEntryGrowth + 5, used);
-}
-
-TEST(RemovedFile, IsQuotedBelowARootDirectory) {
-  const char* const cases[][2] = {{"/var/local/wan/info", "rm -f /var/local/wan/info"},
-                                  {"/tmp/a b$(id);'c/info", "rm -f -- '/tmp/a b$(id);'\\''c/info'"}};
-  for (const auto& [path, expected] : cases) {
-    const size_t exact = strlen(expected) + 1;
-    for (size_t capacity = 1; capacity <= exact; capacity++) {
-      std::vector<char> command(capacity);
-      ASSERT_EQ(capacity == exact,
-                build_remove_command(path, "/var/local/wan/info", command.data(), capacity));
-      EXPECT_STREQ(capacity == exact ? command.data() : expected, expected);
-    }
-  }
 }
 
 // Texts without end, counts beyond their lists, more than there is room for.

@@ -25,16 +25,6 @@ void run_at_once(int count, const std::function<void(int)>& work) {
   for (auto& thread : threads) thread.join();
 }
 
-template <typename Block>
-void copies_whole(uint32_t (*update)(const Block*), uint32_t (*get)(Block*)) {
-  const auto block = std::make_unique<Block>(), back = std::make_unique<Block>();
-  std::memset(static_cast<void*>(block.get()), 'i', sizeof(Block));
-  EXPECT_EQ(update(block.get()) + get(back.get()), 0u);
-  EXPECT_EQ(std::memcmp(block.get(), back.get(), sizeof(Block)), 0);
-  EXPECT_EQ(update(nullptr), 6u);
-  EXPECT_EQ(get(nullptr), 6u);
-}
-
 }  // namespace
 
 TEST(Queue, ProducersAndConsumerLoseNothing) {
@@ -86,11 +76,6 @@ TEST(Objects, ThatAreNone) {
   EXPECT_TRUE(log_capture::has("FATAL:ERROR:: AT resp (p_resp) is NULL"));
   EXPECT_TRUE(log_capture::has("bad parameters given to mempool_destroy"));
   EXPECT_EQ(log_capture::lines().size(), 2u);
-}
-
-TEST(SharedData, SimBlocksCopyWhole) {
-  copies_whole(briolib_update_sim_info_data, briolib_get_sim_info_data);
-  copies_whole(briolib_update_sim_plmn_data, briolib_get_sim_plmn_data);
 }
 
 TEST(SharedData, LocksExcludeAndReportMisuse) {
