@@ -128,7 +128,8 @@ struct Player {
 Life Player::live(const Fault& fault) {
   alarm(kPatience);
   device.reset();
-  Run run(device, fault.harmless && fault.trigger.empty());
+  const bool faultless = fault.harmless && fault.trigger.empty();
+  Run run(device, faultless);
   run.perform(scenario.files);
   Life life;
   const bool whole = scenario.whole_life, behind = !row.behind.empty();
@@ -157,6 +158,7 @@ Life Player::live(const Fault& fault) {
   const int tries = whole ? 0 : fault.harmless ? 1 : kTries;
   for (int i = 0; i < tries && briolib_check_library_status() == 0; i++) {
     if (i < tries - 1) test_clock::cap_waits(kCap * (1 << i));
+    run.patient |= i == tries - 1;
     life.again = run.perform(scenario.act);
     test_clock::cap_waits(1e9);
     if (life.again == right.again) break;
@@ -168,7 +170,7 @@ Life Player::live(const Fault& fault) {
   if (whole) end_faults();
   life.first.insert(life.first.begin(), {"wabs_open", opened, ""});
   life.first.push_back({"wabs_close", closed, ""});
-  if (!run.patient) prox_close();  // a monitor whose sensor could not be switched off is joined now
+  if (!faultless) prox_close();  // a monitor whose sensor could not be switched off is joined now
   if (const long stray = faults::stray_closes())
     fail(std::to_string(stray) + " closes of closed descriptors");
   const std::string now = "descriptors=" + std::to_string(process::descriptors()) + " " + faults::held();

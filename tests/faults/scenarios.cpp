@@ -15,6 +15,7 @@
 
 #include "base/words.h"
 #include "brio/brio.h"
+#include "brio/briolib.h"
 #include "brio/wabs.h"
 #include "kit/calls.h"
 #include "kit/clock.h"
@@ -78,13 +79,15 @@ bool one_of(const std::string& value, const Words& all) {
   return std::find(all.begin(), all.end(), value) != all.end();
 }
 
-// Waits until `condition` holds: up to ten seconds, then it is wrong; while calls fail a moment, if at all.
+// Waits until `condition` holds: up to ten seconds, then it is wrong, unless the channel is lost; while calls
+// fail a moment, if at all.
 template <typename Condition>
 void await(const Run& run, Condition condition) {
   if (!run.answers.empty() && run.answers.back().status != 0) return;
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(run.patient ? 10000 : 30);
-  while (!condition() && std::chrono::steady_clock::now() < end) usleep(200);
-  if (run.patient && !condition()) fail("what is waited for never came");
+  const auto lost = [] { return briolib_check_library_status() != 0; };
+  while (!condition() && !lost() && std::chrono::steady_clock::now() < end) usleep(200);
+  if (run.patient && !condition() && !lost()) fail("what is waited for never came");
 }
 
 // What a scenario does beside the library's operations.

@@ -66,7 +66,7 @@ class Run {
   bool stray();
 
   const Device& device;
-  const bool patient;  // what is waited for must come
+  bool patient;  // what is waited for must come
   Answers answers;
 
  private:
