@@ -167,8 +167,7 @@ BRIO_API int32_t briolib_base64_encode(const void* input, void* output, int32_t 
                                        int32_t output_capacity);
 /**
  * Decodes; characters are not checked. `output` needs room for 3 * (input_length / 4) bytes, less one for
- * each
- * "=" at the end: `output_capacity` does not limit what is written (a quirk that is kept).
+ * each of the last two that is "=": `output_capacity` does not limit what is written (a quirk that is kept).
  *
  * @return bytes written; -1 when the input length is negative or no multiple of 4, or `output_capacity`
  * exceeds 3 * (input_length / 4)
