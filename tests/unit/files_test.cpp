@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fstream>
 
+#include "base/control_sockets.h"
 #include "base/files.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
@@ -115,6 +116,16 @@ TEST_F(Files, GrowingEnds) {
          (bytes += 4096));
   EXPECT_EQ(bytes, size_t{brio::kInputMax});
   EXPECT_TRUE(file.failed() && log_capture::has("wan/info,errno=27:can't read file"));
+  EXPECT_FALSE(brio::InputFile("/var/local/wan/info"));  // longer than that from the beginning
+}
+
+// A thread that has ended by itself is told to stop: no signal ends the host.
+TEST(ControlSockets, StopReachesNobody) {
+  int pair[2];
+  ASSERT_TRUE(brio::open_control_sockets(pair));
+  close(pair[0]);
+  EXPECT_FALSE(brio::send_stop(pair[1]));
+  brio::hang_up(&pair[1]);
 }
 
 }  // namespace
