@@ -57,6 +57,19 @@ TEST_F(Requests, AbortEndsAScanThatDoesNotWait) {
   }
 }
 
+// The file was read before that report; the event thread only has not gone on yet.
+TEST_F(Requests, RefreshReportedBehindTheAnswerReadsAgain) {
+  ASSERT_EQ(brio_open("/dev/ttyACM2"), 0u);
+  brio::relaxed_store(g_brio_lib_log_mask, BRIO_LOG_EVENT | BRIO_LOG_REQUEST);
+  const char refresh[] = "+STKPCI: 0,\"D009810301010082028182\"";
+  log_capture::on_line("Exit sending [AT+CRSM", [&] {
+    modem().urc(refresh);
+    EXPECT_TRUE(log_capture::wait_for("Added to s_blpkt_log_event_queue", 2));
+  });
+  modem().urc(refresh);
+  EXPECT_TRUE(modem().wait_command("AT+CRSM=176,12258,0,0,0", 2));
+}
+
 namespace {
 
 // What a host may try in a callback on a thread of the library, and what each call returns.

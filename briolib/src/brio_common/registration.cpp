@@ -6,6 +6,7 @@
 
 #include "base/log.h"
 #include "base/text.h"
+#include "base/words.h"
 #include "brio/brio_at.h"
 #include "brio_common/shared_data.h"
 #include "channel/brio_blpkt.h"
@@ -23,8 +24,10 @@ constexpr uint16_t kSelectorCrsm = 23;
 
 constexpr char kBasPrefix[] = "+BAS";
 
-// The latest report when the last refresh was over. Event thread only.
+// The latest report when the file was last read. Event thread only.
 uint32_t s_refreshed_up_to;
+// The latest report when the reading's answer came: a relaxed word, written by the read thread.
+uint32_t s_reports_at_answer;
 
 // Final result only, default time-out.
 uint32_t prv_send(const char* command) {
@@ -55,6 +58,7 @@ uint32_t recv_func_prv_briolib_get_reg(const ATResponse* response, void*, uint16
 
 // Response callback of the ICCID file's reading (read thread). The user data is the text of the command.
 uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_data, uint16_t user_value) {
+  brio::relaxed_store(s_reports_at_answer, blpkt_last_report());
   char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_crsm::response is invalid", BLIB_HERE);
@@ -302,7 +306,10 @@ void briolib_parse_stkpci(char* payload) {
   if (report != 0 && static_cast<int32_t>(report - s_refreshed_up_to) <= 0) return;
   // The parser of the answer learns from the command which file it holds; it only reads that text.
   const char* command = brio::parse::kReadIccidCommand;
-  blpkt_atcmd_request_with_callback(command, SINGLELINE, "+CRSM", recv_func_prv_briolib_get_crsm,
-                                    const_cast<char*>(command), kSelectorCrsm);
-  if (report != 0) s_refreshed_up_to = blpkt_last_report();
+  const uint32_t status =
+      blpkt_atcmd_request_with_callback(command, SINGLELINE, "+CRSM", recv_func_prv_briolib_get_crsm,
+                                        const_cast<char*>(command), kSelectorCrsm);
+  if (report == 0) return;
+  s_refreshed_up_to =
+      status == BLPKT_STATUS_SUCCESS ? brio::relaxed_load(s_reports_at_answer) : blpkt_last_report();
 }
