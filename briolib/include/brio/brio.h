@@ -165,7 +165,8 @@ BRIO_API uint32_t brio_set_lte_ant(uint32_t choice);
 /** @{ */
 
 /** Signal bars. Mode 0 polls the modem at most once in 91 s and never gives 255; 1 (reading application
- * active) and 2 (plain read) serve the held value, which may be 255, none. Host thread.
+ * active) and 2 (plain read) serve the held value, which may be 255, and poll while none is held. Host
+ * thread.
  * @return OK (0); INVALID (6) for null; UNAVAILABLE (7) when the poll failed */
 BRIO_API uint32_t brio_get_bars(uint32_t* out, int32_t mode);
 

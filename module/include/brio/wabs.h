@@ -35,7 +35,7 @@
  *
  * **Refused.** Called inside a callback that a host registered with brio.h, or in a child of fork() whose
  * parent has the module open, wabs_open, wabs_close and every operation that sends a command do nothing and
- * return LIBRARY_FAILURE (2).
+ * return LIBRARY_FAILURE (2); the page's operations send nothing and return OK (0).
  *
  * **Files.** The host's user needs these rights ("create" is in the file's folder):
  *
@@ -237,9 +237,9 @@ BRIO_API uint32_t wabs_set_auto_mode(void);
  * @return OK (0), NOT_OPEN (1) or LIBRARY_FAILURE (2) */
 BRIO_API uint32_t wabs_get_current_network(void);
 /**
- * MCC and MNC of the serving network as numbers up to 999, 0 for a text that is no number. One that is not
- * known leaves its output as it was, until wabs_get_bars has asked for it. Asks the modem nothing. Open or
- * closed.
+ * MCC and MNC of the serving network as numbers up to 999, 0 for a text that is no number. Of a network that
+ * is not known the first call leaves the output as it was; later calls give the last known number, 0 for
+ * none, until wabs_get_bars has asked for it. Asks the modem nothing. Open or closed.
  *
  * @return OK (0), LIBRARY_FAILURE (2) or NULL_POINTER (11)
  */
