@@ -98,9 +98,10 @@ void fault_command(Session& s, Arguments& a, bool silent) {
            std::regex_search(
                line, std::regex("^(OK|CONNECT|ERROR|\\+CM[SE] ERROR:|NO (CARRIER|ANSWER|DIALTONE)|ABORTED)"));
   }
-  if (!ends)
+  if (!ends) {
     s.seen.notes.push_back("the answer has no final line (OK, ERROR): a request that gets it times out");
-  if (!ends && !fault.reply.empty()) s.unfinished(fault.reply);
+    if (!fault.reply.empty()) s.unfinished(fault.reply);
+  }
   s.modem.fault(fault);
 }
 
