@@ -39,7 +39,7 @@ char* prv_obfuscate(char* text, char mask_char, bool (*hidden)(char)) {
 
 void briolib_log_set_log_mask(uint32_t mask) {
   brio::relaxed_store(g_brio_lib_log_mask, mask);
-  BLIB_I("I blib:%s:%d:log mask changed to [0x%lx]::\n", BLIB_HERE, static_cast<unsigned long>(mask));
+  BLIB_I("log mask changed to [0x%lx]::\n", static_cast<unsigned long>(mask));
 }
 
 void briolib_log_debug_print_packet(uint32_t bits, const void* data, uint32_t length) {
@@ -53,7 +53,7 @@ void briolib_log_debug_print_packet(uint32_t bits, const void* data, uint32_t le
     line[used++] = kHexDigits[bytes[i] & 0x0F];
     if (i % kDumpBytesPerLine == kDumpBytesPerLine - 1 || i == length - 1) {
       line[used] = '\0';
-      BLIB_D(bits, "D blib:%s:%d:%s\n", BLIB_HERE, line);
+      BLIB_D(bits, "%s\n", line);
       used = 0;
     }
   }

@@ -119,7 +119,7 @@ bool InputFile::fill() {
 void InputFile::fail() {
   failed_ = true;
   if (name_ != nullptr) {
-    BLIB_E("E blib:%s:%d:readfile:name=%s,errno=%d:can't read file\n", BLIB_HERE, name_, errno);
+    BLIB_E("readfile:name=%s,errno=%d:can't read file\n", name_, errno);
   }
 }
 

@@ -1,6 +1,5 @@
 #include "base/log.h"
 
-#include <stdarg.h>
 #include <stddef.h>
 #include <stdio.h>
 #include <string.h>
@@ -67,22 +66,39 @@ void prv_escape_controls(const char* raw, bool keeps_lines, char (&line)[kLineSi
   line[used] = '\0';
 }
 
+// By priority, LOG_ERR first.
+constexpr char kLetters[] = "EWIID";
+
 }  // namespace
 
-void log_line(int priority, const char* format, ...) {
+void log_text(int priority, bool escaped, const char* prefix, const char* suffix, const char* format,
+              va_list arguments) {
   char raw[kLineSize];
-  va_list arguments;
-  va_start(arguments, format);
-  vsnprintf(raw, sizeof(raw), format, arguments);
-  va_end(arguments);
+  const size_t start =
+      static_cast<size_t>(snprintf(raw, sizeof(raw), "%c %s", kLetters[priority - LOG_ERR], prefix));
+  vsnprintf(raw + start, sizeof(raw) - start, format, arguments);
+  const size_t end = strlen(raw);
+  snprintf(raw + end, sizeof(raw) - end, "%s", suffix);
+  if (!escaped) {
+    ::syslog(priority, "%s", raw);
+    return;
+  }
   // An end of line that stands in the format itself is meant.
   const char* line_end = strchr(format, '\n');
-  const bool ends_line = line_end != nullptr && line_end[1] == '\0';
-  const size_t length = strlen(raw);
-  if (ends_line && length > 0) raw[length - 1] = '\0';
+  const bool ends_line = line_end != nullptr && line_end[1] == '\0' && *suffix == '\0';
+  if (ends_line) raw[end - 1] = '\0';
   char line[kLineSize];
   prv_escape_controls(raw, line_end != nullptr && !ends_line, line);
   ::syslog(priority, ends_line ? "%s\n" : "%s", line);
+}
+
+void log_line(int priority, const char* tag, int line, const char* format, ...) {
+  char prefix[64] = "blib:";
+  if (tag != nullptr) snprintf(prefix, sizeof(prefix), "blib:%s:%d:", tag, line);
+  va_list arguments;
+  va_start(arguments, format);
+  log_text(priority, priority != LOG_DEBUG, prefix, "", format, arguments);
+  va_end(arguments);
 }
 
 }  // namespace brio

@@ -1,6 +1,6 @@
 // What a log line may print of a modem's text: IMSI and ICCID are logged with their digits masked, everywhere
 // but in the raw line traces.
-//   BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:ICCID %s\n", BLIB_HERE, masked_identity(iccid).c_str());
+//   BLIB_D(BRIO_LOG_DEBUG, "ICCID %s\n", masked_identity(iccid).c_str());
 #ifndef BRIOLIB_BASE_MASKED_H
 #define BRIOLIB_BASE_MASKED_H
 

@@ -30,11 +30,10 @@ uint32_t recv_func_prv_briolib_read_bas_status(const ATResponse* response, void*
                                                uint16_t /*user_value*/) {
   char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
-    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_read_bas_status::response is invalid", BLIB_HERE);
+    BLIB_E("recv_func_prv_briolib_read_bas_status::response is invalid");
     return BRIO_STATUS_INVALID;
   }
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:recv_func_prv_briolib_read_bas_status callback called resp [%s]",
-         BLIB_HERE, line);
+  BLIB_D(BRIO_LOG_DEBUG, "recv_func_prv_briolib_read_bas_status callback called resp [%s]", line);
   briolib_parse_bas_status(line, static_cast<bas_status*>(user_data));
   return BRIO_STATUS_OK;
 }
@@ -43,10 +42,10 @@ uint32_t recv_func_prv_briolib_read_bas_status(const ATResponse* response, void*
 
 void briolib_parse_bas_status(char* payload, bas_status* record) {
   if (payload == nullptr || *payload == '\0') {
-    BLIB_E("E blib:%s:%d:briolib_parse_bas_status:bas_p is NULL:", BLIB_HERE);
+    BLIB_E("briolib_parse_bas_status:bas_p is NULL:");
     return;
   }
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:bas_data_p: %s", BLIB_HERE, payload);
+  BLIB_D(BRIO_LOG_DEBUG, "bas_data_p: %s", payload);
   bool is_answer = record != nullptr;
   const brio::parse::BasReport report = brio::parse::parse_bas(payload, is_answer);
   UrcDataLock lock;
@@ -71,14 +70,14 @@ void briolib_parse_bas_status(char* payload, bas_status* record) {
 uint32_t brio_get_bas_status(bas_status* record) {
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) {
-    BLIB_E("E blib:%s:%d:brio_get_bas_status::improper brio library status", BLIB_HERE);
+    BLIB_E("brio_get_bas_status::improper brio library status");
     return status;
   }
   if (record == nullptr) return BRIO_STATUS_INVALID;
   status = blpkt_atcmd_request_with_callback("AT@EPHY:EPHY_BAS_STATUS(2)", SINGLELINE, "+BAS",
                                              recv_func_prv_briolib_read_bas_status, record, kBasUserValue);
   if (status != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("E blib:%s:%d:get_bas_status::get bas status failed", BLIB_HERE);
+    BLIB_E("get_bas_status::get bas status failed");
     return BRIO_STATUS_TIMEOUT;  // whatever the failure was
   }
   return BRIO_STATUS_OK;
@@ -87,7 +86,7 @@ uint32_t brio_get_bas_status(bas_status* record) {
 uint32_t brio_get_curr_lte_ant(uint32_t* out) {
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) {
-    BLIB_E("E blib:%s:%d:%s::improper brio library status", BLIB_HERE, "brio_get_curr_lte_ant");
+    BLIB_E("brio_get_curr_lte_ant::improper brio library status");
     return status;
   }
   if (out == nullptr) return BRIO_STATUS_INVALID;
@@ -99,7 +98,7 @@ uint32_t brio_get_curr_lte_ant(uint32_t* out) {
   if (antenna == kAntennaUnknown) {
     bas_status record = {kBasValueUnknown, kBasValueUnknown, kAntennaUnknown};
     if (brio_get_bas_status(&record) != BRIO_STATUS_OK) {
-      BLIB_E("E blib:%s:%d:brio_get_curr_lte_ant::get bas status failed", BLIB_HERE);
+      BLIB_E("brio_get_curr_lte_ant::get bas status failed");
       return BRIO_STATUS_UNAVAILABLE;
     }
     antenna = record.antenna;
@@ -113,13 +112,13 @@ uint32_t brio_set_lte_ant(uint32_t choice) {
   if (status != BRIO_STATUS_OK) return status;
   blpkt_atcmd_request_with_callback("AT@GTICOM:SIO_PSVCTRL(0)", NUMERIC, nullptr, nullptr, nullptr, 0);
   if (choice == 0 || choice > kLockCommandCount) {
-    BLIB_E("E blib:%s:%d:LTE ant lock:err:can't lock ANT[%d]", BLIB_HERE, static_cast<int>(choice));
+    BLIB_E("LTE ant lock:err:can't lock ANT[%d]", choice);
     return BRIO_STATUS_INVALID;
   }
   status =
       blpkt_atcmd_request_with_callback(kLockCommands[choice - 1], NUMERIC, nullptr, nullptr, nullptr, 0);
   if (status != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("E blib:%s:%d:setANT:err_no=%d:can't set LTE ANT", BLIB_HERE, static_cast<int>(status));
+    BLIB_E("setANT:err_no=%d:can't set LTE ANT", status);
   }
   return briolib_translate_status(status, 0);
 }

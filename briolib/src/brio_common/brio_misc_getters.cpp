@@ -41,8 +41,8 @@ void prv_refresh_placeholder_plmn() {
   }
   if (!prv_is_placeholder(mcc)) return;
   uint32_t status = briolib_update_mcc_mnc();
-  BLIB_I("I blib:OK to start PDP, MCC %s need to be updated: %d::\n", mcc, static_cast<int>(status));
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Generating BRIO_EVENT_SERVING_PLMN_CHANGED event\n\n", BLIB_HERE);
+  BLIB_PLAIN("OK to start PDP, MCC %s need to be updated: %d::\n", mcc, static_cast<int>(status));
+  BLIB_D(BRIO_LOG_DEBUG, "Generating BRIO_EVENT_SERVING_PLMN_CHANGED event\n\n");
   briolib_exec_event_callback(BRIO_EVENT_SERVING_PLMN_CHANGED, 0, nullptr);
 }
 

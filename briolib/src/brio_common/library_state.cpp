@@ -16,8 +16,7 @@ uint32_t prv_library_status() {
   const uint32_t modem_failed = brio::relaxed_load(brio::g_state.modem_failed);
   const uint32_t closing = brio::relaxed_load(brio::g_state.closing);
   if (modem_failed == 0 && closing == 0) return BRIO_STATUS_OK;
-  BLIB_E("E blib:%s:%d:libstat_s:fatal lib status:modem indicated a failure[%d][%d]", BLIB_HERE,
-         static_cast<int>(modem_failed), static_cast<int>(closing));
+  BLIB_E("libstat_s:fatal lib status:modem indicated a failure[%d][%d]", modem_failed, closing);
   return BRIO_STATUS_FATAL;
 }
 

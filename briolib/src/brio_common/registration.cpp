@@ -47,12 +47,11 @@ void* prv_selector(uint16_t user_value) {
 uint32_t recv_func_prv_briolib_get_reg(const ATResponse* response, void*, uint16_t user_value) {
   char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
-    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_reg::response is invalid", BLIB_HERE);
+    BLIB_E("recv_func_prv_briolib_get_reg::response is invalid");
     return BRIO_STATUS_INVALID;
   }
   uint32_t result = at_parse(brio::skip_spaces(line), nullptr, prv_selector(user_value));
-  BLIB_D(BRIO_LOG_MODEM_INFO, "D blib:%s:%d:atcmd creg/cgreg blpkt_ret:%d", BLIB_HERE,
-         static_cast<int>(result));
+  BLIB_D(BRIO_LOG_MODEM_INFO, "atcmd creg/cgreg blpkt_ret:%d", result);
   return result;
 }
 
@@ -61,14 +60,14 @@ uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_d
   brio::relaxed_store(s_reports_at_answer, blpkt_last_report());
   char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
-    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_crsm::response is invalid", BLIB_HERE);
+    BLIB_E("recv_func_prv_briolib_get_crsm::response is invalid");
     return BRIO_STATUS_INVALID;
   }
   line = brio::skip_spaces(line);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:get crsm [%s]", BLIB_HERE,
+  BLIB_D(BRIO_LOG_DEBUG, "get crsm [%s]",
          brio::parse::crsm_log_text(line, static_cast<const char*>(user_data)).c_str());
   uint32_t result = at_parse(line, user_data, prv_selector(user_value));
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:atcmd crsm blpkt_ret[%d]", BLIB_HERE, static_cast<int>(result));
+  BLIB_D(BRIO_LOG_DEBUG, "atcmd crsm blpkt_ret[%d]", result);
   return result;
 }
 
@@ -153,8 +152,7 @@ void prv_log_tokens(const char* payload, bool is_query, bool with_band) {
   int index = is_query ? 0 : 1;
   for (const char* token = payload; token != nullptr;) {
     const size_t length = strcspn(token, ",");
-    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:index[%d]token[%.*s]", BLIB_HERE, index,
-           static_cast<int>(length), token);
+    BLIB_D(BRIO_LOG_REG, "PARSE_REG:index[%d]token[%.*s]", index, static_cast<int>(length), token);
     if (index == kBandIndex && with_band) {
       with_band = false;  // the band and the field after it count as one
     } else {
@@ -181,24 +179,22 @@ bool prv_store_registration(const brio::parse::Registration& line, const DomainR
 
 void prv_log_registration(const brio::parse::Registration& line, const DomainRow& domain, bool cleared) {
   if (line.stat) {
-    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:reg_status[%d]", BLIB_HERE, *line.stat);
+    BLIB_D(BRIO_LOG_REG, "PARSE_REG:reg_status[%d]", *line.stat);
     if (*line.stat == 1 || (*line.stat == 5 && domain.logs_roaming)) {
-      BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:%s REGISTERED", BLIB_HERE, domain.name);
+      BLIB_D(BRIO_LOG_REG, "PARSE_REG:%s REGISTERED", domain.name);
     }
   }
-  if (cleared) BLIB_D(BRIO_LOG_DEREG, "D blib:%s:%d:CS PS de-reg, clearing cache", BLIB_HERE);
-  if (line.lac) BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:LAC[%d]", BLIB_HERE, *line.lac);
+  if (cleared) BLIB_D(BRIO_LOG_DEREG, "CS PS de-reg, clearing cache");
+  if (line.lac) BLIB_D(BRIO_LOG_REG, "PARSE_REG:LAC[%d]", *line.lac);
   if (line.cell_id) {
-    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:CELL_ID[%d]", BLIB_HERE, static_cast<int>(*line.cell_id));
+    BLIB_D(BRIO_LOG_REG, "PARSE_REG:CELL_ID[%d]", *line.cell_id);
   }
-  if (line.rat) BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:RAT[%d]", BLIB_HERE, *line.rat);
+  if (line.rat) BLIB_D(BRIO_LOG_REG, "PARSE_REG:RAT[%d]", *line.rat);
   if (line.reject_type) {
-    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:%s_REJECT_TYPE[%d]", BLIB_HERE, domain.name,
-           *line.reject_type);
+    BLIB_D(BRIO_LOG_REG, "PARSE_REG:%s_REJECT_TYPE[%d]", domain.name, *line.reject_type);
   }
   if (line.reject_cause) {
-    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_REG:%s_REJECT_CAUSE[%d]", BLIB_HERE, domain.name,
-           *line.reject_cause);
+    BLIB_D(BRIO_LOG_REG, "PARSE_REG:%s_REJECT_CAUSE[%d]", domain.name, *line.reject_cause);
   }
 }
 
@@ -232,7 +228,7 @@ uint32_t brio_atcmd_enable_urc(uint32_t mode) {
   if (mode <= 1) {
     uint32_t status = briolib_check_library_status();
     if (status != BRIO_STATUS_OK) {
-      BLIB_E("E blib:%s:%d:brio_atcmd_enable_urc::improper brio library status", BLIB_HERE);
+      BLIB_E("brio_atcmd_enable_urc::improper brio library status");
       return status;
     }
   }
@@ -260,7 +256,7 @@ void brio::registration_line(Domain which, char* payload, bool is_query) {
   const DomainRow& domain = kDomains[which];
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   if (payload == nullptr) {
-    BLIB_E("E blib:%s:%d:briolib_parse_reg_status:reg_payload is NULL:", BLIB_HERE);
+    BLIB_E("briolib_parse_reg_status:reg_payload is NULL:");
     brio::UrcDataLock lock;
     if (data.rat < 255) data.rat_valid = 1;
     return;
@@ -281,25 +277,22 @@ void brio::registration_line(Domain which, char* payload, bool is_query) {
   if (is_query) return;
   char summary[brio::parse::kRegistrationSummarySize];
   brio::parse::registration_summary(line, summary);
-  BLIB_I("I blib:URC::+%s: %s", domain.result, summary);
+  BLIB_PLAIN("URC::+%s: %s", domain.result, summary);
 }
 
 void briolib_parse_stkpci(char* payload) {
   if (payload == nullptr) {
-    BLIB_E("E blib:%s:%d:briolib_parse_stkpci:stkpci_str is NULL:", BLIB_HERE);
+    BLIB_E("briolib_parse_stkpci:stkpci_str is NULL:");
     return;
   }
-  BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:PARSE_STKPCI:stkpci_urc_payload_pointer: %p", BLIB_HERE,
-         static_cast<void*>(payload));
-  BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:string: %s", BLIB_HERE, payload);
+  BLIB_D(BRIO_LOG_REG, "PARSE_STKPCI:stkpci_urc_payload_pointer: %p", static_cast<void*>(payload));
+  BLIB_D(BRIO_LOG_REG, "string: %s", payload);
   if (strlen(payload) < brio::parse::kProactiveCommandMin) {
-    BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:Proactive command is much smaller then REFRESH: %s", BLIB_HERE,
-           payload);
+    BLIB_D(BRIO_LOG_REG, "Proactive command is much smaller then REFRESH: %s", payload);
     return;
   }
   if (!brio::parse::is_usim_refresh(payload)) return;
-  BLIB_D(BRIO_LOG_REG, "D blib:%s:%d:Refresh command for USIM Init and Full File Change Notification",
-         BLIB_HERE);
+  BLIB_D(BRIO_LOG_REG, "Refresh command for USIM Init and Full File Change Notification");
   // What came while the file was being read, or before, asks for that reading: a SIM that reports faster than
   // it is read would otherwise keep the channel.
   const uint32_t report = blpkt_report_in_hand();

@@ -45,33 +45,31 @@ void prv_briolib_create_fatal_reject_flag() {
   // The file's presence is the whole message.
   brio::Descriptor flag(brio::open_output(brio::kFatalRejectFile, O_WRONLY | O_TRUNC, 0644));
   if (!flag.valid()) {
-    BLIB_E("E blib:%s:%d:%s::FATAL Reject Flag create failure", BLIB_HERE,
-           "prv_briolib_create_fatal_reject_flag");
+    BLIB_E("prv_briolib_create_fatal_reject_flag::FATAL Reject Flag create failure");
   }
 }
 
 void prv_briolib_check_fatal_reject(uint8_t procedure, uint8_t cause) {
   if (!brio::parse::is_fatal_reject(procedure, cause)) return;
-  BLIB_I("I blib:%s:%d:%s:PROC:%d Rej Cause:%d:Fatal Reject cause received", BLIB_HERE,
-         "prv_briolib_check_fatal_reject", procedure, cause);
+  BLIB_I("prv_briolib_check_fatal_reject:PROC:%d Rej Cause:%d:Fatal Reject cause received", procedure, cause);
   prv_briolib_create_fatal_reject_flag();
 }
 
 void prv_log_value(const char* name, int value) {
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTOTAREJECT: %s[%d]", BLIB_HERE, name, value);
+  BLIB_D(BRIO_LOG_DEBUG, "GTOTAREJECT: %s[%d]", name, value);
 }
 
 }  // namespace
 
 void briolib_parse_gtotareject(char* payload) {
   if (payload == nullptr || strlen(payload) <= kPayloadTooShort) {
-    BLIB_E("E blib:%s:%d:briolib_parse_gtotareject:URC payload is invalid:", BLIB_HERE);
+    BLIB_E("briolib_parse_gtotareject:URC payload is invalid:");
     return;
   }
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:gtotareject: %s", BLIB_HERE, payload);
+  BLIB_D(BRIO_LOG_DEBUG, "gtotareject: %s", payload);
   const brio::parse::RejectReport report = brio::parse::parse_reject(payload);
   if (!report.procedure) return;
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTOTAREJECT: PROCEDURE[%d]", BLIB_HERE, *report.procedure);
+  BLIB_D(BRIO_LOG_DEBUG, "GTOTAREJECT: PROCEDURE[%d]", *report.procedure);
   const RejectPlace* place = prv_find_place(*report.procedure);
   if (place == nullptr) return;
   {

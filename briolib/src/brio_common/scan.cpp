@@ -79,14 +79,13 @@ const char* prv_or_null(const char* text) {
 
 // Reports a fault and clears the entry that has it; `entry` may be null.
 void prv_briolib_ms_display_err_info(const ScanFault& fault, const char* response, ScanEntry* entry) {
-  static constexpr char kName[] = "prv_briolib_ms_display_err_info";
-  BLIB_E("E blib:%s:%d:%s:ERR_TOK:%s AT_RSP:%s ERR[%d]:", BLIB_HERE, kName, MaskedText(fault.token).text(),
-         MaskedText(response).text(), static_cast<int>(fault.error));
+  BLIB_E("prv_briolib_ms_display_err_info:ERR_TOK:%s AT_RSP:%s ERR[%d]:", MaskedText(fault.token).text(),
+         MaskedText(response).text(), fault.error);
   if (entry == nullptr) {
-    BLIB_E("E blib:%s:%d:%s:MS_CUR: NULL:", BLIB_HERE, kName);
+    BLIB_E("prv_briolib_ms_display_err_info:MS_CUR: NULL:");
     return;
   }
-  BLIB_E("E blib:%s:%d:%s:Cur Scan Entries:%s-%s-%s-%s-%s-%s:", BLIB_HERE, kName,
+  BLIB_E("prv_briolib_ms_display_err_info:Cur Scan Entries:%s-%s-%s-%s-%s-%s:",
          MaskedText(entry->stat).text(), MaskedText(entry->mcc).text(), MaskedText(entry->mnc).text(),
          MaskedText(entry->access_technology).text(), MaskedText(entry->long_name).text(),
          MaskedText(entry->short_name).text());
@@ -120,8 +119,7 @@ size_t prv_briolib_ms_parse_results(char* line, ScanEntry (&entries)[kScanEntrie
     if (step != ScanStep::kEntry || prv_known(entries, count, entry)) continue;
     entries[count++] = entry;
     if (count == kScanEntriesMax) {
-      BLIB_E("E blib:%s:%d:%s::Number of carrier entries exceeds maximum", BLIB_HERE,
-             "prv_briolib_ms_parse_results");
+      BLIB_E("prv_briolib_ms_parse_results::Number of carrier entries exceeds maximum");
       fault = {brio::parse::kScanTooMany, nullptr};
       prv_briolib_ms_display_err_info(fault, response, &entries[count - 1]);
       return count;
@@ -132,10 +130,9 @@ size_t prv_briolib_ms_parse_results(char* line, ScanEntry (&entries)[kScanEntrie
 void prv_list_entries(const ScanEntry* entries, size_t count) {
   for (size_t i = 0; i < count; i++) {
     const ScanEntry& entry = entries[i];
-    BLIB_I("I blib:%s:%d:MS_INFO::%d.%s,%s,%s,%s,%s,%s", BLIB_HERE, static_cast<int>(i + 1),
-           prv_or_null(entry.stat), prv_or_null(entry.mcc), prv_or_null(entry.mnc),
-           prv_or_null(entry.access_technology), MaskedLongName(entry.long_name).text(),
-           MaskedShortName(entry.short_name).text());
+    BLIB_I("MS_INFO::%zu.%s,%s,%s,%s,%s,%s", i + 1, prv_or_null(entry.stat), prv_or_null(entry.mcc),
+           prv_or_null(entry.mnc), prv_or_null(entry.access_technology),
+           MaskedLongName(entry.long_name).text(), MaskedShortName(entry.short_name).text());
   }
 }
 
@@ -145,7 +142,7 @@ void prv_briolib_ms_fill_buffer(const ScanEntry* entries, size_t count, ScanTarg
   for (size_t i = 0; i < count; i++) {
     if (entries[i].stat == nullptr) continue;  // the cleared last entry
     if (!brio::parse::append_scan_entry(entries[i], target->text, size, &target->used)) {
-      BLIB_E("E blib:%s:%d:%s::Scan Buffer Full", BLIB_HERE, "prv_briolib_ms_fill_buffer");
+      BLIB_E("prv_briolib_ms_fill_buffer::Scan Buffer Full");
       return;
     }
   }
@@ -156,19 +153,19 @@ uint32_t recv_func_prv_briolib_parse_scan_results(const ATResponse* response, vo
                                                   uint16_t size) {
   auto* target = static_cast<ScanTarget*>(user_data);
   if (target == nullptr) {
-    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_parse_scan_results::Data ptr NULL", BLIB_HERE);
+    BLIB_E("recv_func_prv_briolib_parse_scan_results::Data ptr NULL");
     return BRIO_STATUS_INVALID;
   }
   char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
-    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_parse_scan_results::response is invalid", BLIB_HERE);
+    BLIB_E("recv_func_prv_briolib_parse_scan_results::response is invalid");
     return BRIO_STATUS_INVALID;
   }
   ScanEntry entries[kScanEntriesMax];
   size_t count = prv_briolib_ms_parse_results(line, entries);
   prv_list_entries(entries, count);
   if (count == 0) {
-    BLIB_E("E blib:%s:%d:%s::No Valid carriers found", BLIB_HERE, "recv_func_prv_briolib_parse_scan_results");
+    BLIB_E("recv_func_prv_briolib_parse_scan_results::No Valid carriers found");
     return BRIO_STATUS_INVALID;
   }
   prv_briolib_ms_fill_buffer(entries, count, target, size);
@@ -184,7 +181,7 @@ uint32_t prv_send(const char* command, uint32_t type, int32_t timeout_seconds) {
 uint32_t prv_gate(const char* name) {
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) {
-    BLIB_E("E blib:%s:%d:%s::improper brio library status", BLIB_HERE, name);
+    BLIB_E("%s::improper brio library status", name);
   }
   return status;
 }
@@ -207,8 +204,8 @@ uint32_t brio_get_current_network(void) {
     s_current_network = current;
   }
   if (rat != kRatUnknown) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:current_mcc %s current_mnc %s current_rat %s", BLIB_HERE,
-           current.mcc, current.mnc, current.rat);
+    BLIB_D(BRIO_LOG_DEBUG, "current_mcc %s current_mnc %s current_rat %s", current.mcc, current.mnc,
+           current.rat);
   }
   return BRIO_STATUS_OK;
 }
@@ -217,7 +214,7 @@ uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size) {
   uint32_t status = prv_gate("brio_atcmd_scan_network");
   if (status != BRIO_STATUS_OK) return status;
   if (buffer == nullptr) return BRIO_STATUS_INVALID;
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:brio_atcmd_scan_network", BLIB_HERE);
+  BLIB_D(BRIO_LOG_DEBUG, "brio_atcmd_scan_network");
 
   ScanTarget target;
   target.used = 0;
@@ -250,7 +247,7 @@ uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size) {
     memcpy(buffer, target.text, target.used + 1);
   }
   status = briolib_translate_status(status, 0);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Filled Scan Buffer %s", BLIB_HERE, filled ? buffer : "");
+  BLIB_D(BRIO_LOG_DEBUG, "Filled Scan Buffer %s", filled ? buffer : "");
   return status;
 }
 

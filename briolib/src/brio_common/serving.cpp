@@ -32,16 +32,16 @@ void prv_log_cops_failure(brio::parse::CopsResult result, const char* text) {
       break;
     case brio::parse::CopsResult::kNoMode:
     case brio::parse::CopsResult::kNoOperator:
-      BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:no valid MCCMNC found %s", BLIB_HERE, text);
+      BLIB_D(BRIO_LOG_DEBUG, "no valid MCCMNC found %s", text);
       break;
     case brio::parse::CopsResult::kNoClosingQuote:
-      BLIB_W("W blib:%s:%d::no valid MCCMNC found %s:", BLIB_HERE, text);
+      BLIB_W(":no valid MCCMNC found %s:", text);
       break;
     case brio::parse::CopsResult::kBadLength:
-      BLIB_W("W blib:%s:%d::no valid MCCMNC found, incorrect len %s:", BLIB_HERE, text);
+      BLIB_W(":no valid MCCMNC found, incorrect len %s:", text);
       break;
     case brio::parse::CopsResult::kBadFormat:
-      BLIB_W("W blib:%s:%d::no valid MCCMNC found, incorrect format %s:", BLIB_HERE, text);
+      BLIB_W(":no valid MCCMNC found, incorrect format %s:", text);
       break;
   }
 }
@@ -51,19 +51,19 @@ uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*,
   using brio::parse::CopsResult;
   const char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
-    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_update_mcc_mnc::response is invalid", BLIB_HERE);
+    BLIB_E("recv_func_prv_briolib_update_mcc_mnc::response is invalid");
     return BRIO_STATUS_INVALID;
   }
   char text[brio::parse::kCopsTextMax + 1];
   char log_text[sizeof(text)];
   prv_cut(line, text, log_text);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:AT+COPS: %s", BLIB_HERE, log_text);
+  BLIB_D(BRIO_LOG_DEBUG, "AT+COPS: %s", log_text);
 
   brio::parse::CopsAnswer answer;
   const CopsResult result = brio::parse::parse_cops(text, &answer);
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   if (answer.mode) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:OP Mode %d", BLIB_HERE, static_cast<uint8_t>(*answer.mode));
+    BLIB_D(BRIO_LOG_DEBUG, "OP Mode %d", static_cast<uint8_t>(*answer.mode));
     brio::UrcDataLock lock;
     data.cops_mode = *answer.mode;
   }
@@ -99,11 +99,11 @@ const brio_atcmd_data& prv_store_lte_info(const brio::parse::LteInfo& info) {
 uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16_t) {
   char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
-    BLIB_E("E blib:%s:%d:briolib_update_lte_info:at_resp is invalid:", BLIB_HERE);
+    BLIB_E("briolib_update_lte_info:at_resp is invalid:");
     return BRIO_STATUS_INVALID;
   }
   if (*line == '\0') {
-    BLIB_E("E blib:%s:%d:recv_func_at_req_get_lte_info:resp is invalid:", BLIB_HERE);
+    BLIB_E("recv_func_at_req_get_lte_info:resp is invalid:");
     return BRIO_STATUS_INVALID;
   }
   brio::parse::LteInfo info = {};
@@ -115,9 +115,8 @@ uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16
     data = prv_store_lte_info(info);
   }
   BLIB_D(BRIO_LOG_DEBUG,
-         "D blib:%s:%d:emm_state[%d] emm_substate[%d] rrc_state[%d] mcc %.3s mnc %.3s tac 0x%x cell id 0x%x",
-         BLIB_HERE, data.emm_state, data.emm_substate, data.rrc_state, data.mcc, data.mnc, data.tac,
-         data.cell_id);
+         "emm_state[%d] emm_substate[%d] rrc_state[%d] mcc %.3s mnc %.3s tac 0x%x cell id 0x%x",
+         data.emm_state, data.emm_substate, data.rrc_state, data.mcc, data.mnc, data.tac, data.cell_id);
   return BRIO_STATUS_OK;
 }
 
@@ -135,32 +134,32 @@ const brio_atcmd_data& prv_store_serving_cell(const brio::parse::ServingCell& ce
 }
 
 void prv_log_serving_cell(const brio::parse::ServingCell& cell, const brio_atcmd_data& data) {
-  if (cell.rat) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: RAT[%d]", BLIB_HERE, *cell.rat);
+  if (cell.rat) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: RAT[%d]", *cell.rat);
   if (cell.plmn_text != nullptr) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: PLMN %s", BLIB_HERE, data.plmn_text);
+    BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: PLMN %s", data.plmn_text);
   }
-  if (cell.nmo) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: NMO [%d]", BLIB_HERE, data.nmo);
+  if (cell.nmo) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: NMO [%d]", data.nmo);
   if (cell.band_text != nullptr) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: BAND %s", BLIB_HERE, data.band_text);
+    BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: BAND %s", data.band_text);
   }
-  if (cell.lac) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: LAC 0X%X", BLIB_HERE, data.lac);
-  if (cell.tac) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: TAC 0X%X", BLIB_HERE, data.tac);
-  if (cell.rac) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: RAC 0X%X", BLIB_HERE, data.rac);
-  if (cell.arfcn) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCINFO: ARFCN 0X%X", BLIB_HERE, data.arfcn);
+  if (cell.lac) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: LAC 0X%X", data.lac);
+  if (cell.tac) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: TAC 0X%X", data.tac);
+  if (cell.rac) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: RAC 0X%X", data.rac);
+  if (cell.arfcn) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: ARFCN 0X%X", data.arfcn);
 }
 
 // Response callback of "AT+GTSCINFO?" (read thread).
 uint32_t recv_func_at_req_get_gtscinfo(const ATResponse* response, void*, uint16_t) {
   char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
-    BLIB_E("E blib:%s:%d:recv_func_at_req_get_gtscinfo:at_resp is invalid:", BLIB_HERE);
+    BLIB_E("recv_func_at_req_get_gtscinfo:at_resp is invalid:");
     return BRIO_STATUS_INVALID;
   }
   if (*line == '\0') {
-    BLIB_E("E blib:%s:%d:recv_func_at_req_get_gtscinfo:resp is invalid:", BLIB_HERE);
+    BLIB_E("recv_func_at_req_get_gtscinfo:resp is invalid:");
     return BRIO_STATUS_INVALID;
   }
-  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:recv_func_at_req_get_gtscinfo callback %s", BLIB_HERE, line);
+  BLIB_D(BRIO_LOG_PARSE, "recv_func_at_req_get_gtscinfo callback %s", line);
   if (at_tok_start(&line) != 0) return BRIO_STATUS_INVALID;
   const brio::parse::ServingCell cell = brio::parse::parse_serving_cell(line);
   brio_atcmd_data data;
@@ -173,21 +172,21 @@ uint32_t recv_func_at_req_get_gtscinfo(const ATResponse* response, void*, uint16
 }
 
 void prv_log_state(const char* name, std::optional<uint8_t> state) {
-  if (state) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:GTSCSTAT: %s[%d]", BLIB_HERE, name, *state);
+  if (state) BLIB_D(BRIO_LOG_DEBUG, "GTSCSTAT: %s[%d]", name, *state);
 }
 
 // Response callback of "AT+GTSCSTAT?" (read thread).
 uint32_t recv_func_at_req_get_gtscstat(const ATResponse* response, void*, uint16_t) {
   char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
-    BLIB_E("E blib:%s:%d:briolib_get_gtscstat:at_resp is invalid:", BLIB_HERE);
+    BLIB_E("briolib_get_gtscstat:at_resp is invalid:");
     return BRIO_STATUS_INVALID;
   }
   if (*line == '\0') {
-    BLIB_E("E blib:%s:%d:recv_func_at_req_get_gtscstat:resp is invalid:", BLIB_HERE);
+    BLIB_E("recv_func_at_req_get_gtscstat:resp is invalid:");
     return BRIO_STATUS_INVALID;
   }
-  BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:get_gtscstat callback called %s", BLIB_HERE, line);
+  BLIB_D(BRIO_LOG_PARSE, "get_gtscstat callback called %s", line);
   if (at_tok_start(&line) != 0) return BRIO_STATUS_INVALID;
   const brio::parse::ProtocolStates states = brio::parse::parse_protocol_states(line);
 
@@ -213,25 +212,25 @@ uint32_t recv_func_at_req_get_gtscstat(const ATResponse* response, void*, uint16
 // Response callback of "AT+CCLK?" (read thread); the user data is the zone, an int32_t.
 uint32_t recv_func_prv_briolib_get_timezone(const ATResponse* response, void* user_data, uint16_t) {
   if (response == nullptr || response->intermediates == nullptr || user_data == nullptr) {
-    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_timezone::response is invalid", BLIB_HERE);
+    BLIB_E("recv_func_prv_briolib_get_timezone::response is invalid");
     return BRIO_STATUS_INVALID;
   }
   const char* line = response->intermediates->line;
   if (line == nullptr || *line == '\0') {
-    BLIB_W("W blib:%s:%d::no valid tz info found, bad response[%d]:", BLIB_HERE, response->status);
+    BLIB_W(":no valid tz info found, bad response[%d]:", response->status);
     return BRIO_STATUS_FAILURE;
   }
   char text[brio::parse::kClockTextMax + 1];
   char log_text[sizeof(text)];
   prv_cut(line, text, log_text);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:atcmd AT+CCLK %s", BLIB_HERE, log_text);
+  BLIB_D(BRIO_LOG_DEBUG, "atcmd AT+CCLK %s", log_text);
   const std::optional<int32_t> zone = brio::parse::parse_clock_zone(text);
   if (!zone) {
-    BLIB_W("W blib:%s:%d::no valid tz info found %s:", BLIB_HERE, log_text);
+    BLIB_W(":no valid tz info found %s:", log_text);
     return BRIO_STATUS_FAILURE;
   }
   *static_cast<int32_t*>(user_data) = *zone;
-  BLIB_I("I blib:Timezone info updated[%d]::", *zone);
+  BLIB_PLAIN("Timezone info updated[%d]::", *zone);
   return BRIO_STATUS_OK;
 }
 
@@ -317,7 +316,7 @@ uint32_t brio_clear_sms(void) {
   if (status != BRIO_STATUS_OK) return status;
   if (blpkt_atcmd_request_with_callback("AT+CMGD=1,4", NUMERIC, nullptr, nullptr, nullptr, 0) !=
       BLPKT_STATUS_SUCCESS) {
-    BLIB_E("E blib:%s:%d:clearSMS::failed to clear SMS", BLIB_HERE);
+    BLIB_E("clearSMS::failed to clear SMS");
     return BRIO_STATUS_TIMEOUT;
   }
   return BRIO_STATUS_OK;

@@ -128,13 +128,11 @@ uint32_t briolib_translate_status(uint32_t packet_status, uint32_t response_stat
     case BLPKT_STATUS_SCAN_ABORTED:
       return BRIO_STATUS_SCAN_ABORTED;
     default:
-      BLIB_E("E blib:%s:%d:blpktstat:status=%d:modem returned bad status", BLIB_HERE,
-             static_cast<int>(packet_status));
+      BLIB_E("blpktstat:status=%d:modem returned bad status", packet_status);
       return BRIO_STATUS_FAILURE;
   }
   if (response_status != 0) {
-    BLIB_E("E blib:%s:%d:resp_status:resp=%d:modem indicated a failure", BLIB_HERE,
-           static_cast<int>(response_status));
+    BLIB_E("resp_status:resp=%d:modem indicated a failure", response_status);
     return BRIO_STATUS_FAILURE;
   }
   return BRIO_STATUS_OK;

@@ -25,33 +25,32 @@ void prv_store_time(const network_time& time) {
 
 void prv_log_parts(const TimeReport& report) {
   const network_time& time = report.time;
-  if (report.parts > 0) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:year: %d\n", BLIB_HERE, time.year);
-  if (report.parts > 1) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:month: %d\n", BLIB_HERE, time.month);
-  if (report.parts > 2) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:day: %d\n", BLIB_HERE, time.day);
+  if (report.parts > 0) BLIB_D(BRIO_LOG_DEBUG, "year: %d\n", time.year);
+  if (report.parts > 1) BLIB_D(BRIO_LOG_DEBUG, "month: %d\n", time.month);
+  if (report.parts > 2) BLIB_D(BRIO_LOG_DEBUG, "day: %d\n", time.day);
   if (report.clock == nullptr) return;
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:time string: %s\n", BLIB_HERE, report.clock);
-  if (report.parts > 3) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:hour: %d\n", BLIB_HERE, time.hour);
-  if (report.parts > 4) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:minute: %d\n", BLIB_HERE, time.minute);
-  if (report.parts > 5) BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:second: %d\n", BLIB_HERE, time.second);
+  BLIB_D(BRIO_LOG_DEBUG, "time string: %s\n", report.clock);
+  if (report.parts > 3) BLIB_D(BRIO_LOG_DEBUG, "hour: %d\n", time.hour);
+  if (report.parts > 4) BLIB_D(BRIO_LOG_DEBUG, "minute: %d\n", time.minute);
+  if (report.parts > 5) BLIB_D(BRIO_LOG_DEBUG, "second: %d\n", time.second);
 }
 
 }  // namespace
 
 void report_ctzv(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
   if (*rest == '\0') {
-    BLIB_E("E blib:%s:%d:prv_at_parse_ctzv:  line_ptr invalid:\n", BLIB_HERE);
+    BLIB_E("prv_at_parse_ctzv:  line_ptr invalid:\n");
     return;
   }
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:prv_at_parse_ctzv %s\n", BLIB_HERE, rest);
+  BLIB_D(BRIO_LOG_DEBUG, "prv_at_parse_ctzv %s\n", rest);
   TimeReport report = parse::parse_ctzv(rest);
   if (report.outcome == TimeOutcome::kTooShort) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:prv_at_parse_ctzv skip parsing due to invalid len str = %s\n",
-           BLIB_HERE, report.rest);
+    BLIB_D(BRIO_LOG_DEBUG, "prv_at_parse_ctzv skip parsing due to invalid len str = %s\n", report.rest);
     return;
   }
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:CTZV TimeZone string = %s\n", BLIB_HERE, report.zone);
+  BLIB_D(BRIO_LOG_DEBUG, "CTZV TimeZone string = %s\n", report.zone);
   if (report.outcome == TimeOutcome::kNoTime) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:prv_at_parse_ctzv NO TIME INFO: %s\n", BLIB_HERE, report.rest);
+    BLIB_D(BRIO_LOG_DEBUG, "prv_at_parse_ctzv NO TIME INFO: %s\n", report.rest);
     return;
   }
   prv_log_parts(report);
@@ -60,39 +59,36 @@ void report_ctzv(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
 
 void report_ciev(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
   if (*rest == '\0') {
-    BLIB_E("E blib:%s:%d:prv_at_parse_ciev:  line_ptr=  invalid:\n", BLIB_HERE);
+    BLIB_E("prv_at_parse_ciev:  line_ptr=  invalid:\n");
     return;
   }
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:prv_at_parse_ciev %s\n", BLIB_HERE, rest);
+  BLIB_D(BRIO_LOG_DEBUG, "prv_at_parse_ciev %s\n", rest);
   TimeReport report = parse::parse_ciev(rest);
   if (report.outcome == TimeOutcome::kNotTime) return;
   if (report.outcome == TimeOutcome::kWrongLength) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:prv_at_parse_ciev skip parsing due to invalid len str = %s\n",
-           BLIB_HERE, report.rest);
+    BLIB_D(BRIO_LOG_DEBUG, "prv_at_parse_ciev skip parsing due to invalid len str = %s\n", report.rest);
     return;
   }
   if (report.parts > 0) {
     char year[32];  // a report of the right length has no longer field
     copy_text(year, sizeof(year), report.date, strcspn(report.date, "/"));
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:date: %s, year: %s\n", BLIB_HERE, report.date, year);
+    BLIB_D(BRIO_LOG_DEBUG, "date: %s, year: %s\n", report.date, year);
   }
   if (report.clock != nullptr) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:time string = %s\n", BLIB_HERE, report.clock);
+    BLIB_D(BRIO_LOG_DEBUG, "time string = %s\n", report.clock);
   }
   if (report.zone != nullptr) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:timezone string = %s\n", BLIB_HERE, report.zone);
+    BLIB_D(BRIO_LOG_DEBUG, "timezone string = %s\n", report.zone);
   }
   if (report.dst != nullptr) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:dst string = %s\n", BLIB_HERE, report.dst);
+    BLIB_D(BRIO_LOG_DEBUG, "dst string = %s\n", report.dst);
   }
   if (report.outcome != TimeOutcome::kComplete) return;
   const network_time& time = report.time;
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:time_info date = %d/%d/%d\n", BLIB_HERE, time.year, time.month,
-         time.day);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:time_info time = %d:%d:%d\n", BLIB_HERE, time.hour, time.minute,
-         time.second);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:time_info timezone = %d\n", BLIB_HERE, time.time_zone);
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:time_info dst = %d\n", BLIB_HERE, time.dst);
+  BLIB_D(BRIO_LOG_DEBUG, "time_info date = %d/%d/%d\n", time.year, time.month, time.day);
+  BLIB_D(BRIO_LOG_DEBUG, "time_info time = %d:%d:%d\n", time.hour, time.minute, time.second);
+  BLIB_D(BRIO_LOG_DEBUG, "time_info timezone = %d\n", time.time_zone);
+  BLIB_D(BRIO_LOG_DEBUG, "time_info dst = %d\n", time.dst);
   prv_store_time(time);
 }
 

@@ -58,11 +58,11 @@ void prv_take_final(const char* line, const FinalResult& result, ATResponse* rec
   free(record->final_response);
   record->final_response = strdup(line);
   if (result.status != kAnswerSuccess) {
-    BLIB_D(BRIO_LOG_FINAL, "D blib:%s:%d:final response[ERROR]\n", BLIB_HERE);
+    BLIB_D(BRIO_LOG_FINAL, "final response[ERROR]\n");
     return;
   }
   if (type == MULTILINE || type == MULTILINE_NO_PREFIX) prv_reverse_intermediates(record);
-  BLIB_D(BRIO_LOG_FINAL, "D blib:%s:%d:final response[OK]\n", BLIB_HERE);
+  BLIB_D(BRIO_LOG_FINAL, "final response[OK]\n");
 }
 
 // Whether the answer has room for the line; always where nobody counts.
@@ -71,8 +71,7 @@ bool prv_take_room(const char* line, size_t* held) {
   if (*held > brio::kAnswerBytesMax) return false;
   *held += sizeof(ATLine) + strlen(line) + 1;
   if (*held <= brio::kAnswerBytesMax) return true;
-  BLIB_E("E blib:%s:%d:answer:limit=%d:answer too long, dropping its further lines\n", BLIB_HERE,
-         static_cast<int>(brio::kAnswerBytesMax));
+  BLIB_E("answer:limit=%zu:answer too long, dropping its further lines\n", brio::kAnswerBytesMax);
   return false;
 }
 
@@ -82,8 +81,7 @@ void prv_push_intermediate(const char* line, ATResponse* record) {
   node->line = strdup(line);
   node->next = record->intermediates;
   record->intermediates = node;
-  BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:adding [%s] to loc [%p]\n", BLIB_HERE, line,
-         static_cast<void*>(node->line));
+  BLIB_D(BRIO_LOG_AT_DETAIL, "adding [%s] to loc [%p]\n", line, static_cast<void*>(node->line));
 }
 
 // Moves the text without its NUL bytes together; its new length.
@@ -98,18 +96,17 @@ size_t prv_drop_nuls(char* text, size_t length) {
 // Brings an incomplete line to the start of the buffer; the number of bytes that are held there.
 size_t prv_keep_leftover(char* buffer, char* leftover) {
   char* partial = brio::skip_line_ends(leftover);
-  BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:Non empty buffer at the beginning: %s\n", BLIB_HERE, partial);
+  BLIB_D(BRIO_LOG_AT_DETAIL, "Non empty buffer at the beginning: %s\n", partial);
   if (find_next_EOL(partial) != nullptr) {
-    BLIB_E("E blib:%s:%d::ERROR::full line found in leftover buffer\n", BLIB_HERE);
+    BLIB_E(":ERROR::full line found in leftover buffer\n");
     return 0;
   }
   size_t held = strnlen(partial, static_cast<size_t>(buffer + BRIO_LINE_DATA_MAX - partial));
-  BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:leftover buffer len=%d\n", BLIB_HERE, static_cast<int>(held));
+  BLIB_D(BRIO_LOG_AT_DETAIL, "leftover buffer len=%zu\n", held);
   memmove(buffer, partial, held);
   buffer[held] = '\0';
-  BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:moved the partial line to starting of at_buf_p=%s\n", BLIB_HERE,
-         buffer);
-  BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:Advanced read_p after partial line=%s\n", BLIB_HERE, buffer);
+  BLIB_D(BRIO_LOG_AT_DETAIL, "moved the partial line to starting of at_buf_p=%s\n", buffer);
+  BLIB_D(BRIO_LOG_AT_DETAIL, "Advanced read_p after partial line=%s\n", buffer);
   return held;
 }
 
@@ -124,7 +121,7 @@ void at_response_free(ATResponse* response) {
   while (response->intermediates != nullptr) {
     ATLine* line = response->intermediates;
     response->intermediates = line->next;
-    BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:Free[%p]\n", BLIB_HERE, static_cast<void*>(line->line));
+    BLIB_D(BRIO_LOG_AT_DETAIL, "Free[%p]\n", static_cast<void*>(line->line));
     free(line->line);
     free(line);
   }
@@ -149,7 +146,7 @@ char* read_line(int32_t fd, char* buffer, char** leftover, int32_t* count) {
   }
   const size_t counted = held;  // dropped or not
   if (held >= BRIO_LINE_DATA_MAX) {
-    BLIB_E("E blib:%s:%d:atchannel:ERROR: Input line exceeded buffer:error on read\n", BLIB_HERE);
+    BLIB_E("atchannel:ERROR: Input line exceeded buffer:error on read\n");
     held = 0;
   }
 
@@ -165,7 +162,7 @@ char* read_line(int32_t fd, char* buffer, char** leftover, int32_t* count) {
   *count += static_cast<int32_t>(counted);
   // A NUL of the modem would hide everything behind it.
   fresh[prv_drop_nuls(fresh, static_cast<size_t>(got))] = '\0';
-  BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:AT data[%s]\n", BLIB_HERE, fresh);
+  BLIB_D(BRIO_LOG_AT_DETAIL, "AT data[%s]\n", fresh);
   return brio::skip_line_ends(buffer);
 }
 
@@ -176,7 +173,7 @@ int32_t process_line(const char* line, ATResponse* record, uint32_t type, const 
 int32_t brio::process_answer_line(const char* line, ATResponse* record, uint32_t type, const char* prefix,
                                   size_t* held) {
   if (record == nullptr) {
-    BLIB_E("E blib:%s:%d:FATAL:ERROR:: AT resp (p_resp) is NULL\n", BLIB_HERE);
+    BLIB_E("FATAL:ERROR:: AT resp (p_resp) is NULL\n");
     return kMoreExpected;
   }
   if (const FinalResult* result = prv_find_final(line)) {
@@ -189,33 +186,30 @@ int32_t brio::process_answer_line(const char* line, ATResponse* record, uint32_t
   switch (type) {
     case NUMERIC:
       if (record->intermediates != nullptr) {
-        BLIB_E("E blib:%s:%d:AT:ERROR: line %s:\n", BLIB_HERE, brio::masked_line(line).c_str());
+        BLIB_E("AT:ERROR: line %s:\n", brio::masked_line(line).c_str());
         return kViolation;
       }
       break;
     case SINGLELINE:
       if (record->intermediates != nullptr) {
-        BLIB_E("E blib:%s:%d:AT:ERROR: line %s prefix %s:\n", BLIB_HERE, brio::masked_line(line).c_str(),
-               prefix);
+        BLIB_E("AT:ERROR: line %s prefix %s:\n", brio::masked_line(line).c_str(), prefix);
         return kViolation;
       }
       if (!str_starts_with(line, prefix)) {
-        BLIB_E("E blib:%s:%d:processLine:ERROR 2: line %s resp_prefix %s:\n", BLIB_HERE,
-               brio::masked_line(line).c_str(), prefix);
+        BLIB_E("processLine:ERROR 2: line %s resp_prefix %s:\n", brio::masked_line(line).c_str(), prefix);
         return kPrefixMissing;
       }
       break;
     case MULTILINE:
       if (!str_starts_with(line, prefix)) {
-        BLIB_E("E blib:%s:%d:AT:ERROR: line %s prefix %s:\n", BLIB_HERE, brio::masked_line(line).c_str(),
-               prefix);
+        BLIB_E("AT:ERROR: line %s prefix %s:\n", brio::masked_line(line).c_str(), prefix);
         return kViolation;
       }
       break;
     case MULTILINE_NO_PREFIX:
       break;
     default:
-      BLIB_E("E blib:%s:%d:AT:Unsupported AT command type %d:\n", BLIB_HERE, static_cast<int>(type));
+      BLIB_E("AT:Unsupported AT command type %d:\n", type);
       return kMoreExpected;
   }
   if (prv_take_room(line, held)) prv_push_intermediate(line, record);

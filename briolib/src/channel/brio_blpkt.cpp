@@ -136,14 +136,13 @@ void* prv_event_thread(void*) {
   EventElement event = {};
   while (q_get_with_copy_callback(s_event_queue, &event, prv_copy_event, 0, -1) == Q_OK) {
     t_report_in_hand = ++s_reports_taken;
-    BLIB_D(BRIO_LOG_EVENT, "D blib:%s:%d:prv_event_thread payload size =  %d\n", BLIB_HERE, event.size);
+    BLIB_D(BRIO_LOG_EVENT, "prv_event_thread payload size =  %d\n", event.size);
     if (event.payload == nullptr) {
-      BLIB_E("E blib:%s:%d:URC error:log.payload is NULL:\n", BLIB_HERE);
+      BLIB_E("URC error:log.payload is NULL:\n");
       continue;
     }
     brio::kReportParser(event.payload, nullptr, nullptr);
-    BLIB_D(BRIO_LOG_EVENT, "D blib:%s:%d:payload pointer to be freed[%p]\n", BLIB_HERE,
-           static_cast<void*>(event.payload));
+    BLIB_D(BRIO_LOG_EVENT, "payload pointer to be freed[%p]\n", static_cast<void*>(event.payload));
     mempool_free(s_pool, event.payload);
   }
   return nullptr;
@@ -157,7 +156,7 @@ bool prv_queue_response(int32_t status) {
     s_slot_in_use = true;
     return true;
   }
-  BLIB_E("E blib:%s:%d:qresp:status=%d:can't queue response\n", BLIB_HERE, static_cast<int>(result));
+  BLIB_E("qresp:status=%d:can't queue response\n", result);
   return false;
 }
 
@@ -172,7 +171,7 @@ bool prv_queue_response_and_wake(int32_t status) {
 // Read thread: one complete answer becomes one status.
 void prv_convert_and_queue_resp_packet(const ATResponse* response) {
   if (response == nullptr) {
-    BLIB_E("E blib:%s:%d:queue_resp_packet:ret=%d:FATAL: resp is NULL\n", BLIB_HERE, BLPKT_STATUS_ERROR);
+    BLIB_E("queue_resp_packet:ret=%d:FATAL: resp is NULL\n", BLPKT_STATUS_ERROR);
     return;
   }
   queue* queued = nullptr;
@@ -183,15 +182,13 @@ void prv_convert_and_queue_resp_packet(const ATResponse* response) {
     if (late && command != s_unanswered_command) return;  // its request has had its status, an abort's
     uint32_t status = BLPKT_STATUS_SUCCESS;
     if (response->status != 0) {
-      BLIB_E("E blib:%s:%d:blpktstat:AT_err_string:%s:\n", BLIB_HERE,
-             brio::masked_line(response->final_response).c_str());
+      BLIB_E("blpktstat:AT_err_string:%s:\n", brio::masked_line(response->final_response).c_str());
       status = BLPKT_STATUS_ERROR;
     } else if (s_request.callback != nullptr && !late && !s_slot_in_use) {
       status = s_request.callback(response, s_request.user_data, s_request.user_value);
       s_request.filled = status == BLPKT_STATUS_SUCCESS;
     }
-    BLIB_D(BRIO_LOG_REQUEST, "D blib:%s:%d:prv_convert_and_queue_resp_packet %d\n", BLIB_HERE,
-           static_cast<int>(status));
+    BLIB_D(BRIO_LOG_REQUEST, "prv_convert_and_queue_resp_packet %d\n", status);
     if (prv_queue_response(static_cast<int32_t>(status))) queued = s_response_queue;
   }
   // The requester takes the response mutex right away. The queue outlives the read thread.
@@ -205,8 +202,7 @@ void prv_queue_urc(const char* line) {
   uint32_t size = length + 1u;
   char* payload = static_cast<char*>(mempool_alloc(s_pool, size));
   if (payload == nullptr) {
-    BLIB_W("W blib:%s:%d:alloclog:payload_size:%d:cant allocate log payload\n", BLIB_HERE,
-           static_cast<int>(size));
+    BLIB_W("alloclog:payload_size:%d:cant allocate log payload\n", size);
     return;
   }
   memcpy(payload, line, length);
@@ -214,12 +210,12 @@ void prv_queue_urc(const char* line) {
   EventElement event = {payload, 0, static_cast<uint16_t>(size)};
   uint32_t result = q_add_with_copy_callback(s_event_queue, &event, prv_copy_event, 0);
   if (result != Q_OK) {
-    BLIB_W("W blib:%s:%d:qlog:status:%d:cant add log to queue\n", BLIB_HERE, static_cast<int>(result));
+    BLIB_W("qlog:status:%d:cant add log to queue\n", result);
     mempool_free(s_pool, payload);
     return;
   }
   __atomic_fetch_add(&s_reports_queued, 1u, __ATOMIC_RELAXED);
-  BLIB_D(BRIO_LOG_EVENT, "D blib:%s:%d:Added to s_blpkt_log_event_queue\n", BLIB_HERE);
+  BLIB_D(BRIO_LOG_EVENT, "Added to s_blpkt_log_event_queue\n");
 }
 
 // BLPKT_STATUS_ERROR when no answer can come any more. BLPKT_STATUS_SCAN_ABORTED, and nothing has begun, when
@@ -261,19 +257,17 @@ uint32_t prv_await_response(const char* command, int32_t timeout_seconds, bool* 
   uint32_t result = q_get(s_response_queue, &response, sizeof(response), timeout_seconds);
   *has_taken_status = result == Q_OK;
   if (result == Q_TIMEOUT) {
-    BLIB_E("E blib:%s:%d:blpkt_recv:status=%d:AT cmd %s timed out\n", BLIB_HERE, BLPKT_STATUS_TIMEOUT,
-           command);
+    BLIB_E("blpkt_recv:status=%d:AT cmd %s timed out\n", BLPKT_STATUS_TIMEOUT, command);
     return BLPKT_STATUS_TIMEOUT;
   }
   if (result != Q_OK) {
-    BLIB_E("E blib:%s:%d:qget:status=%d:q_get failed\n", BLIB_HERE, static_cast<int>(result));
+    BLIB_E("qget:status=%d:q_get failed\n", result);
     return BLPKT_STATUS_ERROR;
   }
   uint32_t status = static_cast<uint32_t>(response);
   if (status == BLPKT_STATUS_SUCCESS && !prv_success_is_own()) status = BLPKT_STATUS_ERROR;
   if (status != BLPKT_STATUS_SUCCESS && status != BLPKT_STATUS_SCAN_ABORTED) {
-    BLIB_E("E blib:%s:%d:blpkt_recv:status=%d:error in AT cmd %s resp\n", BLIB_HERE, static_cast<int>(status),
-           command);
+    BLIB_E("blpkt_recv:status=%d:error in AT cmd %s resp\n", status, command);
   }
   return status;
 }
@@ -282,14 +276,14 @@ uint32_t prv_await_response(const char* command, int32_t timeout_seconds, bool* 
 uint32_t prv_send_and_await(const char* command, uint32_t type, const char* response_prefix,
                             const CurrentRequest& request, int32_t timeout_seconds) {
   if (command == nullptr) {
-    BLIB_E("E blib:%s:%d:param:BLPKT_STATUS_BAD_REQUEST:null AT param\n", BLIB_HERE);
+    BLIB_E("param:BLPKT_STATUS_BAD_REQUEST:null AT param\n");
     return BLPKT_STATUS_BAD_REQUEST;
   }
   uint32_t status = prv_begin_request(request);
   if (status == BLPKT_STATUS_SCAN_ABORTED) return status;
   bool has_taken_status = false;
   if (pktio_at_send_cmd(command, type, response_prefix) != 0 || status != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("E blib:%s:%d:blpkt_send::can't send req packet\n", BLIB_HERE);
+    BLIB_E("blpkt_send::can't send req packet\n");
     status = BLPKT_STATUS_ERROR;
   } else {
     // The response queue is not flushed on purpose: a status that was queued while its own request already
@@ -304,17 +298,17 @@ uint32_t prv_send_and_await(const char* command, uint32_t type, const char* resp
 bool prv_start() {
   s_pool = mempool_create(kPoolDefinition, 1);
   if (s_pool == nullptr) {
-    BLIB_E("E blib:%s:%d:alloc2::can't allocate mempool\n", BLIB_HERE);
+    BLIB_E("alloc2::can't allocate mempool\n");
     return false;
   }
   s_event_queue = q_create(sizeof(EventElement), kEventQueueElements);
   if (s_event_queue == nullptr) {
-    BLIB_E("E blib:%s:%d:alloc3::can't allocate event queue\n", BLIB_HERE);
+    BLIB_E("alloc3::can't allocate event queue\n");
     return false;
   }
   queue* response_queue = q_create(sizeof(int32_t), kResponseQueueElements);
   if (response_queue == nullptr) {
-    BLIB_E("E blib:%s:%d:alloc4::can't allocate response queue\n", BLIB_HERE);
+    BLIB_E("alloc4::can't allocate response queue\n");
     return false;
   }
   {
@@ -327,10 +321,10 @@ bool prv_start() {
   s_reports_taken = brio::relaxed_load(s_reports_queued);
   int err = brio::start_thread(&s_event_thread, prv_event_thread, nullptr);
   if (err != 0) {
-    BLIB_E("E blib:%s:%d:createth:err=%d:cant create thread\n", BLIB_HERE, err);
+    BLIB_E("createth:err=%d:cant create thread\n", err);
     return false;
   }
-  BLIB_D(BRIO_LOG_EVENT, "D blib:%s:%d:pthread create: s_blpkt_event_thread status:%d\n", BLIB_HERE, err);
+  BLIB_D(BRIO_LOG_EVENT, "pthread create: s_blpkt_event_thread status:%d\n", err);
   s_event_thread_running = true;
   return true;
 }
@@ -434,8 +428,7 @@ void blpkt_handle_packet(uint32_t kind, void* data, void*) {
       prv_queue_urc(static_cast<const char*>(data));
       break;
     default:
-      BLIB_E("E blib:%s:%d:blpkt_handle_packet:callback type %d:callback type error\n", BLIB_HERE,
-             static_cast<int>(kind));
+      BLIB_E("blpkt_handle_packet:callback type %d:callback type error\n", kind);
   }
 }
 
@@ -446,18 +439,16 @@ uint32_t blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t
   const char* shown = command != nullptr ? command : "";
   SendGuard send_lock;
   if (!send_lock.has_taken()) {
-    BLIB_E("E blib:%s:%d:thread:BLPKT_STATUS_BAD_REQUEST:AT cmd %s cannot be sent from here\n", BLIB_HERE,
-           shown);
+    BLIB_E("thread:BLPKT_STATUS_BAD_REQUEST:AT cmd %s cannot be sent from here\n", shown);
     return BLPKT_STATUS_BAD_REQUEST;
   }
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:>>>>>Start sending [%s]<<<<<\n", BLIB_HERE, shown);
+  BLIB_D(BRIO_LOG_DEBUG, ">>>>>Start sending [%s]<<<<<\n", shown);
   uint32_t status = prv_send_and_await(command, type, response_prefix,
                                        {callback, user_data, user_value, false, t_scans}, timeout_seconds);
   if (status == BLPKT_STATUS_SCAN_ABORTED) {
-    BLIB_I("I blib:%s:%d:blpkt_recv::Aborting the manual nw scan\n", BLIB_HERE);
+    BLIB_I("blpkt_recv::Aborting the manual nw scan\n");
   }
-  BLIB_D(BRIO_LOG_REQUEST, "D blib:%s:%d:<<<<<Exit sending [%s] ret[%d]>>>>>\n", BLIB_HERE, shown,
-         static_cast<int>(status));
+  BLIB_D(BRIO_LOG_REQUEST, "<<<<<Exit sending [%s] ret[%d]>>>>>\n", shown, status);
   return status;
 }
 

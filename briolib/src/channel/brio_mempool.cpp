@@ -122,21 +122,20 @@ mempool* mempool_create(const mempool_def* definitions, uint32_t thread_safe) {
     num_groups++;
   }
   if (!good) {
-    BLIB_E("E blib:%s:%d:param:defs=%p:bad parameter given to mempool_create\n", BLIB_HERE,
-           static_cast<const void*>(definitions));
+    BLIB_E("param:defs=%p:bad parameter given to mempool_create\n", static_cast<const void*>(definitions));
     return nullptr;
   }
   size_t total = 0;
   mempool* pool = nullptr;
   if (prv_total_size(definitions, num_groups, &total)) pool = static_cast<mempool*>(calloc(1, total));
   if (pool == nullptr) {
-    BLIB_E("E blib:%s:%d:nospace:size=%d:no space to allocate pool\n", BLIB_HERE, static_cast<int>(total));
+    BLIB_E("nospace:size=%d:no space to allocate pool\n", static_cast<int>(total));
     return nullptr;
   }
   if (thread_safe != 0) {
     int err = pthread_mutex_init(&pool->mutex, nullptr);
     if (err != 0) {
-      BLIB_E("E blib:%s:%d:mutexinit:errno=%d:failed to initialize mutex\n", BLIB_HERE, err);
+      BLIB_E("mutexinit:errno=%d:failed to initialize mutex\n", err);
       free(pool);
       return nullptr;
     }
@@ -150,24 +149,22 @@ mempool* mempool_create(const mempool_def* definitions, uint32_t thread_safe) {
 
 void* mempool_alloc(mempool* pool, uint32_t size) {
   if (pool == nullptr || size == 0) {
-    BLIB_E("E blib:%s:%d:param:pool=%p,size=%d:bad parameters given to mempool_alloc\n", BLIB_HERE,
-           static_cast<void*>(pool), static_cast<int>(size));
+    BLIB_E("param:pool=%p,size=%d:bad parameters given to mempool_alloc\n", static_cast<void*>(pool), size);
     return nullptr;
   }
   Group* group = pool->groups;
   Group* end = pool->groups + pool->num_groups;
   while (group != end && group->block_size < size) group++;
   if (group == end) {
-    BLIB_E("E blib:%s:%d:toobig:pool=%p,size=%d:no blocks in pool big enough\n", BLIB_HERE,
-           static_cast<void*>(pool), static_cast<int>(size));
+    BLIB_E("toobig:pool=%p,size=%d:no blocks in pool big enough\n", static_cast<void*>(pool), size);
     return nullptr;
   }
   PoolLock lock(pool);
   BlockHeader* block = group->free_list;
   if (block == nullptr) {
     // Larger groups stay reserved for larger lines, on purpose.
-    BLIB_E("E blib:%s:%d:nofree:pool=%p,size=%d,blocksize=%d:no free blocks available\n", BLIB_HERE,
-           static_cast<void*>(pool), static_cast<int>(size), static_cast<int>(group->block_size));
+    BLIB_E("nofree:pool=%p,size=%d,blocksize=%d:no free blocks available\n", static_cast<void*>(pool), size,
+           group->block_size);
     return nullptr;
   }
   group->free_list = static_cast<BlockHeader*>(block->next_or_owner);
@@ -177,15 +174,13 @@ void* mempool_alloc(mempool* pool, uint32_t size) {
 
 void mempool_free(mempool* pool, void* data) {
   if (pool == nullptr || data == nullptr) {
-    BLIB_E("E blib:%s:%d:param:pool=%p,chunk=%p:bad parameters given to mempool_free\n", BLIB_HERE,
-           static_cast<void*>(pool), data);
+    BLIB_E("param:pool=%p,chunk=%p:bad parameters given to mempool_free\n", static_cast<void*>(pool), data);
     return;
   }
   BlockHeader* block = static_cast<BlockHeader*>(data) - 1;
   PoolLock lock(pool);
   if (!prv_inside(pool, block) || block->next_or_owner != pool) {
-    BLIB_E("E blib:%s:%d:unalloc:pool=%p,chunk=%p:freeing unallocated block\n", BLIB_HERE,
-           static_cast<void*>(pool), data);
+    BLIB_E("unalloc:pool=%p,chunk=%p:freeing unallocated block\n", static_cast<void*>(pool), data);
     return;
   }
   block->next_or_owner = block->group->free_list;
@@ -194,8 +189,7 @@ void mempool_free(mempool* pool, void* data) {
 
 void mempool_destroy(mempool* pool) {
   if (pool == nullptr) {
-    BLIB_E("E blib:%s:%d:param:pool=%p:bad parameters given to mempool_destroy\n", BLIB_HERE,
-           static_cast<void*>(pool));
+    BLIB_E("param:pool=%p:bad parameters given to mempool_destroy\n", static_cast<void*>(pool));
     return;
   }
   if (pool->thread_safe != 0) pthread_mutex_destroy(&pool->mutex);
@@ -205,21 +199,19 @@ void mempool_destroy(mempool* pool) {
 void mempool_dump(mempool* pool) {
   if (!brio::log_on(BRIO_LOG_MEMPOOL)) return;
   if (pool == nullptr) {
-    BLIB_D(BRIO_LOG_MEMPOOL, "D blib:%s:%d:pool == NULL\n\n", BLIB_HERE);
+    BLIB_D(BRIO_LOG_MEMPOOL, "pool == NULL\n\n");
     return;
   }
   PoolLock lock(pool);
-  BLIB_D(BRIO_LOG_MEMPOOL, "D blib:%s:%d:master loc=%p num_groups=%d\n\n", BLIB_HERE,
-         static_cast<void*>(pool), pool->num_groups);
+  BLIB_D(BRIO_LOG_MEMPOOL, "master loc=%p num_groups=%d\n\n", static_cast<void*>(pool), pool->num_groups);
   for (int32_t i = 0; i < pool->num_groups; i++) {
     Group* group = &pool->groups[i];
-    BLIB_D(BRIO_LOG_MEMPOOL, "D blib:%s:%d:  group=%d loc=%p size=%d free_blocks=%p\n\n", BLIB_HERE, i,
-           static_cast<void*>(group), static_cast<int>(group->block_size),
-           static_cast<void*>(group->free_list));
+    BLIB_D(BRIO_LOG_MEMPOOL, "  group=%d loc=%p size=%d free_blocks=%p\n\n", i, static_cast<void*>(group),
+           group->block_size, static_cast<void*>(group->free_list));
     for (BlockHeader* block = group->free_list; block != nullptr;
          block = static_cast<BlockHeader*>(block->next_or_owner)) {
-      BLIB_D(BRIO_LOG_MEMPOOL, "D blib:%s:%d:    loc=%p next=%p group=%p\n\n", BLIB_HERE,
-             static_cast<void*>(block), block->next_or_owner, static_cast<void*>(block->group));
+      BLIB_D(BRIO_LOG_MEMPOOL, "    loc=%p next=%p group=%p\n\n", static_cast<void*>(block),
+             block->next_or_owner, static_cast<void*>(block->group));
     }
   }
 }

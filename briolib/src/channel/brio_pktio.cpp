@@ -191,12 +191,12 @@ void prv_take_answer_lines(Cut cut, char* end) {
         // An answer whose request has timed out, or noise.
         prv_forget_lines(&s_query_lines);
         prv_drop_response();
-        BLIB_E("E blib:%s:%d:prv_read_thread:NO_COMMAND:cleaning up!\n", BLIB_HERE);
+        BLIB_E("prv_read_thread:NO_COMMAND:cleaning up!\n");
         return;
       case Verdict::kViolation:
         prv_forget_lines(&s_query_lines);
         prv_drop_response();
-        BLIB_E("E blib:%s:%d:process_line:ERROR:cleaning up!\n", BLIB_HERE);
+        BLIB_E("process_line:ERROR:cleaning up!\n");
         return;
       case Verdict::kGoOnBas:
         cut.rest = prv_skip_to_final(cut.rest);
@@ -205,10 +205,10 @@ void prv_take_answer_lines(Cut cut, char* end) {
         break;
     }
     char* text = skip_line_ends(cut.rest);
-    BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:line[%s][%p] \n", BLIB_HERE, text, static_cast<void*>(text));
+    BLIB_D(BRIO_LOG_AT_DETAIL, "line[%s][%p] \n", text, static_cast<void*>(text));
     if (!prv_cut_line(text, end, &cut)) {
       if (*text == '\0') return;
-      BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:leftover buf str[%s]\n", BLIB_HERE, text);
+      BLIB_D(BRIO_LOG_AT_DETAIL, "leftover buf str[%s]\n", text);
       prv_keep(&s_query_lines, text);
       return;
     }
@@ -223,11 +223,11 @@ ReadResult prv_read_port(int fd, LineBuffer* lines, char** text) {
   *text = read_line(fd, lines->data, &lines->leftover, &count);
   if (count < 0) {
     if (errno == EINTR) return ReadResult::kNothing;
-    BLIB_E("E blib:%s:%d:read:errno=%d:error on read--pausing read thread\n", BLIB_HERE, errno);
+    BLIB_E("read:errno=%d:error on read--pausing read thread\n", errno);
     return ReadResult::kEnd;
   }
   if (count == 0 || *text == nullptr) {
-    BLIB_E("E blib:%s:%d:eof::EOF received--pausing read thread\n", BLIB_HERE);
+    BLIB_E("eof::EOF received--pausing read thread\n");
     return ReadResult::kEnd;
   }
   return ReadResult::kData;
@@ -238,15 +238,14 @@ bool prv_serve_query_port(int fd) {
   char* text = nullptr;
   ReadResult result = prv_read_port(fd, &s_query_lines, &text);
   if (result != ReadResult::kData) return result != ReadResult::kEnd;
-  BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:AT resp[%s]\n", BLIB_HERE, text);
+  BLIB_D(BRIO_LOG_AT_DETAIL, "AT resp[%s]\n", text);
   text = skip_line_ends(text);
   char* end = text + strlen(text);
   Cut cut;
   if (prv_cut_line(text, end, &cut)) {
     prv_take_answer_lines(cut, end);
   } else {
-    BLIB_D(BRIO_LOG_AT_DETAIL, "D blib:%s:%d:saving incomplete URC len[%d] Str[%s]\n", BLIB_HERE,
-           static_cast<int>(end - text), text);
+    BLIB_D(BRIO_LOG_AT_DETAIL, "saving incomplete URC len[%td] Str[%s]\n", end - text, text);
     prv_keep(&s_query_lines, text);
   }
   return true;
@@ -254,17 +253,17 @@ bool prv_serve_query_port(int fd) {
 
 // False when the thread is to end.
 bool prv_serve_urc_port(int fd) {
-  BLIB_D(BRIO_LOG_URC, "D blib:%s:%d:s_pktio_urc_p[%p]\n", BLIB_HERE, static_cast<void*>(s_urc_lines.data));
+  BLIB_D(BRIO_LOG_URC, "s_pktio_urc_p[%p]\n", static_cast<void*>(s_urc_lines.data));
   char* text = nullptr;
   ReadResult result = prv_read_port(fd, &s_urc_lines, &text);
   if (result != ReadResult::kData) return result != ReadResult::kEnd;
   text = skip_line_ends(text);
   if (find_next_EOL(text) == nullptr) {
-    BLIB_D(BRIO_LOG_URC, "D blib:%s:%d:saving incomplete URC[%s]\n", BLIB_HERE, text);
+    BLIB_D(BRIO_LOG_URC, "saving incomplete URC[%s]\n", text);
     prv_keep(&s_urc_lines, text);
     return true;
   }
-  BLIB_D(BRIO_LOG_URC, "D blib:%s:%d:URC: %s\n", BLIB_HERE, text);
+  BLIB_D(BRIO_LOG_URC, "URC: %s\n", text);
   char* end = text + strlen(text);
   Cut cut;
   while (prv_cut_line(text, end, &cut)) {
@@ -272,7 +271,7 @@ bool prv_serve_urc_port(int fd) {
     text = skip_line_ends(cut.rest);
   }
   if (*text != '\0') {
-    BLIB_D(BRIO_LOG_URC, "D blib:%s:%d:leftover string[%s]\n", BLIB_HERE, text);
+    BLIB_D(BRIO_LOG_URC, "leftover string[%s]\n", text);
     prv_keep(&s_urc_lines, text);
   }
   // The leftover stands behind at least one line, so it keeps its text.
@@ -284,25 +283,25 @@ bool prv_serve_urc_port(int fd) {
 bool prv_serve_ports(const Ports& ports, const fd_set& watched, int highest) {
   fd_set readable = watched;
   fd_set exceptional = watched;
-  BLIB_D(BRIO_LOG_SELECT, "D blib:%s:%d:entered select\n", BLIB_HERE);
+  BLIB_D(BRIO_LOG_SELECT, "entered select\n");
   int ready = select(highest + 1, &readable, nullptr, &exceptional, nullptr);
   int err = errno;
-  BLIB_D(BRIO_LOG_SELECT, "D blib:%s:%d:exited select num_fds[%d]\n", BLIB_HERE, ready);
+  BLIB_D(BRIO_LOG_SELECT, "exited select num_fds[%d]\n", ready);
   if (ready < 0) {
     if (err == EINTR) return true;
-    BLIB_E("E blib:%s:%d:select:errno=%d:select failed--pausing read thread\n", BLIB_HERE, err);
+    BLIB_E("select:errno=%d:select failed--pausing read thread\n", err);
     return false;
   }
   if (FD_ISSET(ports.query, &exceptional) || FD_ISSET(ports.urc, &exceptional)) {
-    BLIB_E("E blib:%s:%d:selerr:errno=%d:select err on read fd--exiting\n", BLIB_HERE, err);
+    BLIB_E("selerr:errno=%d:select err on read fd--exiting\n", err);
     return false;
   }
   if (FD_ISSET(ports.stop_read, &exceptional)) {
-    BLIB_E("E blib:%s:%d:selerr:errno=%d:select err on socket pair--exiting\n", BLIB_HERE, err);
+    BLIB_E("selerr:errno=%d:select err on socket pair--exiting\n", err);
     return false;
   }
   if (FD_ISSET(ports.stop_read, &readable)) {
-    BLIB_D(BRIO_LOG_PORT, "D blib:%s:%d:exiting read thread\n", BLIB_HERE);
+    BLIB_D(BRIO_LOG_PORT, "exiting read thread\n");
     return false;
   }
   if (FD_ISSET(ports.query, &readable) && !prv_serve_query_port(ports.query)) return false;
@@ -325,7 +324,7 @@ void* prv_read_thread(void*) {
     FD_SET(fd, &watched);
     if (fd > highest) highest = fd;
   }
-  BLIB_D(BRIO_LOG_PORT, "D blib:%s:%d:prv_read_thread(),nfds:%d\n", BLIB_HERE, highest);
+  BLIB_D(BRIO_LOG_PORT, "prv_read_thread(),nfds:%d\n", highest);
   while (prv_serve_ports(ports, watched, highest)) {
   }
   prv_drop_response();
@@ -338,9 +337,9 @@ void* prv_read_thread(void*) {
 void prv_request_stop() {
   MutexGuard lock(s_ports_mutex);
   if (brio::send_stop(s_ports.stop_write)) return;
-  BLIB_W("W blib:%s:%d:socketpair:errno=%d:unable to write to socket pair\n", BLIB_HERE, errno);
+  BLIB_W("socketpair:errno=%d:unable to write to socket pair\n", errno);
   if (s_ports.stop_write < 0) return;  // the thread has ended by itself
-  BLIB_E("E blib:%s:%d:socketpair:write:error on socket pair\n", BLIB_HERE);
+  BLIB_E("socketpair:write:error on socket pair\n");
   // The end of the stream stops the thread as well.
   brio::hang_up(&s_ports.stop_write);
 }
@@ -436,7 +435,7 @@ uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* cont
   }
   int err = brio::start_thread(&s_thread, prv_read_thread, nullptr);
   if (err != 0) {
-    BLIB_E("E blib:%s:%d:create_th:err=%d:cant create thread\n", BLIB_HERE, err);
+    BLIB_E("create_th:err=%d:cant create thread\n", err);
     prv_retire_ports();
     return kFailed;
   }
@@ -451,14 +450,13 @@ uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* respo
   size_t length = strnlen(command, sizeof(s_send_buffer) - 1);
   memcpy(s_send_buffer, command, length);
   s_send_buffer[length] = '\r';
-  BLIB_D(BRIO_LOG_PORT, "D blib:%s:%d:atcmd request:%s\n", BLIB_HERE, command);
+  BLIB_D(BRIO_LOG_PORT, "atcmd request:%s\n", command);
 
   PortUse use;
   errno = EBADF;
   if (use.ports().query >= 0 && prv_write_whole(use.ports(), s_send_buffer, length + 1)) return kOk;
   char text[128];
-  BLIB_E("E blib:%s:%d:AT:Unable to send command %s err %s:\n", BLIB_HERE, command,
-         strerror_r(errno, text, sizeof(text)));
+  BLIB_E("AT:Unable to send command %s err %s:\n", command, strerror_r(errno, text, sizeof(text)));
   return kFailed;
 }
 

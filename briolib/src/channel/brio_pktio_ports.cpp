@@ -39,7 +39,7 @@ int prv_open_serial(const char* path) {
 
 bool prv_fits_select(int fd) {
   if (fd < FD_SETSIZE) return true;
-  BLIB_E("E blib:%s:%d:open:fd=%d,limit=%d:descriptor too large for select\n", BLIB_HERE, fd, FD_SETSIZE);
+  BLIB_E("open:fd=%d,limit=%d:descriptor too large for select\n", fd, FD_SETSIZE);
   return false;
 }
 
@@ -49,27 +49,27 @@ bool open_ports(const char* query_port, Ports* ports) {
   if (query_port == nullptr) query_port = "";
   ports->query = prv_open_serial(query_port);
   if (ports->query < 0) {
-    BLIB_E("E blib:%s:%d:open:device: %s, errno: %d:can't open device\n", BLIB_HERE, query_port, errno);
+    BLIB_E("open:device: %s, errno: %d:can't open device\n", query_port, errno);
     return false;
   }
   // It stays non-blocking: a modem that has stopped reading must not keep the ports from being closed. A read
   // of a raw port waits in neither mode.
   if (!prv_fits_select(ports->query)) return false;
-  BLIB_D(BRIO_LOG_PORT, "D blib:%s:%d:pktio_init QRY fd:%d port:%s\n", BLIB_HERE, ports->query, query_port);
+  BLIB_D(BRIO_LOG_PORT, "pktio_init QRY fd:%d port:%s\n", ports->query, query_port);
 
   ports->urc = prv_open_serial(kUrcPort);
   if (ports->urc < 0) {
     // The line names the query port, as it always did.
-    BLIB_E("E blib:%s:%d:open:device=%s,errno=%d:cant open device\n", BLIB_HERE, query_port, errno);
+    BLIB_E("open:device=%s,errno=%d:cant open device\n", query_port, errno);
     return false;
   }
   fcntl(ports->urc, F_SETFL, 0);
   if (!prv_fits_select(ports->urc)) return false;
-  BLIB_D(BRIO_LOG_PORT, "D blib:%s:%d:pktio_init URC fd:%d port:%s\n", BLIB_HERE, ports->urc, kUrcPort);
+  BLIB_D(BRIO_LOG_PORT, "pktio_init URC fd:%d port:%s\n", ports->urc, kUrcPort);
 
   int pair[2];
   if (!open_control_sockets(pair)) {
-    BLIB_E("E blib:%s:%d:socketpair:errno=%d:can't create socket pair\n", BLIB_HERE, errno);
+    BLIB_E("socketpair:errno=%d:can't create socket pair\n", errno);
     return false;
   }
   ports->stop_read = pair[0];
@@ -84,12 +84,12 @@ void close_ports(const Ports& ports) {
     if (ioctl(ports.query, TIOCOUTQ, &unsent) == 0 && unsent > 0) tcflush(ports.query, TCOFLUSH);
     close(ports.query);
   } else {
-    BLIB_E("E blib:%s:%d:cleanup:fd val=%d:pktIO fd has garbage value\n", BLIB_HERE, ports.query);
+    BLIB_E("cleanup:fd val=%d:pktIO fd has garbage value\n", ports.query);
   }
   if (ports.urc >= 0) {
     close(ports.urc);
   } else {
-    BLIB_E("E blib:%s:%d:cleanup:fd val=%d:urcpktIO fd has garbage value\n", BLIB_HERE, ports.urc);
+    BLIB_E("cleanup:fd val=%d:urcpktIO fd has garbage value\n", ports.urc);
   }
   if (ports.stop_read > 0) close(ports.stop_read);
   if (ports.stop_write > 0) close(ports.stop_write);

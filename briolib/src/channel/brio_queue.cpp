@@ -75,7 +75,7 @@ void prv_dump(queue* q) {
 bool prv_init_locks(queue* q) {
   int err = pthread_mutex_init(&q->mutex, nullptr);
   if (err != 0) {
-    BLIB_E("E blib:%s:%d:mutexinit:errno=%d:can't initialize mutex\n", BLIB_HERE, err);
+    BLIB_E("mutexinit:errno=%d:can't initialize mutex\n", err);
     return false;
   }
   pthread_condattr_t attributes;
@@ -86,7 +86,7 @@ bool prv_init_locks(queue* q) {
     pthread_condattr_destroy(&attributes);
   }
   if (err != 0) {
-    BLIB_E("E blib:%s:%d:condinit:errno=%d:can't initialize condition var\n", BLIB_HERE, err);
+    BLIB_E("condinit:errno=%d:can't initialize condition var\n", err);
     pthread_mutex_destroy(&q->mutex);
   }
   return err == 0;
@@ -133,8 +133,7 @@ char brio::g_queue_dump[brio::kQueueDumpBytes * 8];
 queue* q_create(uint32_t element_size, int32_t capacity) {
   uint32_t rounded = (element_size + kElementAlignment - 1) & ~(kElementAlignment - 1);
   if (element_size == 0 || rounded == 0 || capacity <= 0 || capacity > UINT16_MAX) {
-    BLIB_E("E blib:%s:%d:param:num_elements=%d,element_size_in=%d:bad parameters\n", BLIB_HERE, capacity,
-           static_cast<int>(element_size));
+    BLIB_E("param:num_elements=%d,element_size_in=%d:bad parameters\n", capacity, element_size);
     return nullptr;
   }
   size_t total = 0;
@@ -144,8 +143,7 @@ queue* q_create(uint32_t element_size, int32_t capacity) {
     q = static_cast<queue*>(calloc(1, total));
   }
   if (q == nullptr) {
-    BLIB_E("E blib:%s:%d:nospace:num_elements=%d,element_size=%d:can't allocate queue\n", BLIB_HERE, capacity,
-           static_cast<int>(rounded));
+    BLIB_E("nospace:num_elements=%d,element_size=%d:can't allocate queue\n", capacity, rounded);
     return nullptr;
   }
   q->element_size = rounded;

@@ -52,12 +52,12 @@ bool prv_next_config_line(brio::InputFile* file, char (&line)[kLogConfigLine + 1
 void prv_read_log_config() {
   brio::InputFile file(brio::kLogConfigFile);
   if (!file) {
-    BLIB_D(BRIO_LOG_CONFIG, "D blib:%s:%d:No log config file detected", BLIB_HERE);
+    BLIB_D(BRIO_LOG_CONFIG, "No log config file detected");
     return;
   }
   char buffer[kLogConfigLine + 1];
   while (prv_next_config_line(&file, buffer)) {
-    BLIB_D(BRIO_LOG_CONFIG, "D blib:%s:%d:log config file: %s", BLIB_HERE, buffer);
+    BLIB_D(BRIO_LOG_CONFIG, "log config file: %s", buffer);
     const char* line = brio::trim(buffer);
     if (*line == '\0' || *line == '#') continue;
     // Text that is no number counts as what the conversion gives, 0: every debug line off.
@@ -70,15 +70,14 @@ bool prv_start_channel(const char* query_port) {
   pktio_set_shutdown_callback(prv_channel_lost, nullptr);
   uint32_t status = blpkt_init();
   if (status != 0) {
-    BLIB_E("E blib:%s:%d:blpktinit:status=%d:blpkt failed to initialize", BLIB_HERE,
-           static_cast<int>(status));
+    BLIB_E("blpktinit:status=%d:blpkt failed to initialize", status);
     pktio_shutdown();
     return false;
   }
   // From here on a lost channel counts, also one that is lost while the library opens.
   brio::relaxed_store(brio::g_state.modem_failed, 0u);
   if (pktio_init(query_port, blpkt_handle_packet, nullptr) != 0) {
-    BLIB_E("E blib:%s:%d:pktioinit::pktio failed to initialize", BLIB_HERE);
+    BLIB_E("pktioinit::pktio failed to initialize");
     pktio_shutdown();
     blpkt_shutdown();
     return false;
@@ -94,7 +93,7 @@ void prv_stop_channel() {
 bool prv_switch_echo_off() {
   for (int left = kEchoAttempts - 1; left >= 0; left--) {
     if (prv_send("ATE0", kEchoTimeoutSeconds) == BLPKT_STATUS_SUCCESS) return true;
-    BLIB_E("E blib:%s:%d:AT::failed to set echo, retry left[%d]", BLIB_HERE, left);
+    BLIB_E("AT::failed to set echo, retry left[%d]", left);
     brio::sleep_seconds(kRetryPauseSeconds);
   }
   return false;
@@ -103,31 +102,31 @@ bool prv_switch_echo_off() {
 bool prv_switch_radio_on() {
   for (int left = kRadioAttempts - 1; left >= 0; left--) {
     if (prv_send("AT+CFUN=1", BLPKT_DEFAULT_TIMEOUT_SECONDS) == BLPKT_STATUS_SUCCESS) return true;
-    BLIB_E("E blib:%s:%d:AT::failed to set cfun1, retry left[%d]", BLIB_HERE, left);
+    BLIB_E("AT::failed to set cfun1, retry left[%d]", left);
     brio::sleep_seconds(kRetryPauseSeconds);
   }
   return false;
 }
 
 void prv_brio_atcmd_mcs(const brio::parse::ManualSelection& selection) {
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:de-registration from the network", BLIB_HERE);
+  BLIB_D(BRIO_LOG_DEBUG, "de-registration from the network");
   uint32_t status = prv_send("AT+COPS=2", kDeregisterTimeoutSeconds);
   if (status != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("E blib:%s:%d:prv_brio_atcmd_mcs::de-registration from the network failed!", BLIB_HERE);
+    BLIB_E("prv_brio_atcmd_mcs::de-registration from the network failed!");
     if (status == BLPKT_STATUS_TIMEOUT) {
       prv_send("ATE0", kEchoTimeoutSeconds);
       brio::sleep_seconds(kRetryPauseSeconds);
     }
   }
-  BLIB_I("I blib:prv_brio_atcmd_mcs::%s", "set manual network select as mcs");
+  BLIB_PLAIN("prv_brio_atcmd_mcs::set manual network select as mcs");
   status = prv_send(selection.command, selection.timeout_seconds);
   if (status == BLPKT_STATUS_TIMEOUT) {
-    BLIB_E("E blib:%s:%d:prv_brio_atcmd_mcs::set manual network select as mcs timed out!", BLIB_HERE);
+    BLIB_E("prv_brio_atcmd_mcs::set manual network select as mcs timed out!");
     // The modem may have been left echoing.
     prv_send("ATE0", kEchoTimeoutSeconds);
   }
   if (status != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("E blib:%s:%d:AT::failed to set manual network select", BLIB_HERE);
+    BLIB_E("AT::failed to set manual network select");
   }
 }
 

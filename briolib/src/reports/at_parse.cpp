@@ -50,19 +50,17 @@ LogText prv_log_rest(const char* name, const char* rest, const void* argument_a)
 
 void at_parse_init() {
   for (size_t i = 0; i < brio::kReportCount; i++) {
-    BLIB_D(BRIO_LOG_DISPATCH, "D blib:%s:%d:prefix_to_parser map[%d]: %s\n", BLIB_HERE, static_cast<int>(i),
-           kReports[i].name);
+    BLIB_D(BRIO_LOG_DISPATCH, "prefix_to_parser map[%zu]: %s\n", i, kReports[i].name);
   }
 }
 
 uint32_t at_parse(char* line, void* argument_a, void* argument_b) {
   if (line == nullptr) return BRIO_STATUS_FAILURE;
   char* name = line + strspn(line, "+:");
-  BLIB_D(BRIO_LOG_DISPATCH, "D blib:%s:%d:at_parse input:%s\n", BLIB_HERE,
+  BLIB_D(BRIO_LOG_DISPATCH, "at_parse input:%s\n",
          brio::masked_line(line, prv_iccid_file_read(name, argument_a)).c_str());
   if (*line != '+') {
-    BLIB_W("W blib:%s:%d::line doesn't start with + skip parse%s:\n", BLIB_HERE,
-           brio::masked_line(line).c_str());
+    BLIB_W(":line doesn't start with + skip parse%s:\n", brio::masked_line(line).c_str());
     return BRIO_STATUS_FAILURE;
   }
   name = line + 1 + strspn(line + 1, ":");
@@ -72,15 +70,15 @@ uint32_t at_parse(char* line, void* argument_a, void* argument_b) {
 
   const ReportRow* row = prv_find(name);
   if (row == nullptr) {
-    BLIB_W("W blib:%s:%d::No URC Callback func avail %s:\n", BLIB_HERE, brio::masked_line(name).c_str());
+    BLIB_W(":No URC Callback func avail %s:\n", brio::masked_line(name).c_str());
     return BRIO_STATUS_FAILURE;
   }
   if (row->log_name != nullptr) {
-    BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:prv_at_parse_%s %s\n", BLIB_HERE, row->log_name, rest);
+    BLIB_D(BRIO_LOG_PARSE, "prv_at_parse_%s %s\n", row->log_name, rest);
   }
   row->parse(rest, argument_a, argument_b);
   if (!row->silent) {
-    BLIB_I("I blib:URC::+%s: %s\n", name, prv_log_rest(name, rest, argument_a).c_str());
+    BLIB_PLAIN("URC::+%s: %s\n", name, prv_log_rest(name, rest, argument_a).c_str());
   }
   return BRIO_STATUS_OK;
 }

@@ -22,8 +22,7 @@ uint32_t brio_set_callback_for_event_id(uint32_t id, brio_event_callback callbac
 
 void briolib_exec_event_callback(uint32_t id, uint32_t data_size, const void* data) {
   if (data_size != 0 && data == nullptr) {
-    BLIB_E("E blib:%s:%d:bdparexec:id=%d:bad param when executing event callback\n", BLIB_HERE,
-           static_cast<int>(id));
+    BLIB_E("bdparexec:id=%d:bad param when executing event callback\n", id);
     return;
   }
   if (id >= BRIO_EVENT_COUNT) return;

@@ -52,17 +52,17 @@ uint32_t s_need_clear_sms = 255;
 uint32_t recv_func_at_req_get_bars(const ATResponse* response, void* data, uint16_t /*user_value*/) {
   char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
-    BLIB_E("E blib:%s:%d:recv_func_at_req_get_bars:at_resp is invalid:\n", BLIB_HERE);
+    BLIB_E("recv_func_at_req_get_bars:at_resp is invalid:\n");
     return BRIO_STATUS_INVALID;
   }
   if (strlen(line) < kShortestLine) {
-    BLIB_E("E blib:%s:%d:recv_func_at_req_get_bars:resp is invalid:\n", BLIB_HERE);
+    BLIB_E("recv_func_at_req_get_bars:resp is invalid:\n");
     return BRIO_STATUS_INVALID;
   }
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:recv_func_at_req_get_bars callback called %s\n", BLIB_HERE, line);
+  BLIB_D(BRIO_LOG_DEBUG, "recv_func_at_req_get_bars callback called %s\n", line);
   auto* reply = static_cast<BarsReply*>(data);
   if (reply == nullptr) {
-    BLIB_E("E blib:%s:%d:recv_func_at_req_get_bars:data is invalid:\n", BLIB_HERE);
+    BLIB_E("recv_func_at_req_get_bars:data is invalid:\n");
     return BRIO_STATUS_INVALID;
   }
   const brio::parse::BarsReport report = brio::parse::parse_bars(line, true);
@@ -124,7 +124,7 @@ uint32_t prv_get_bars(uint32_t* out, int32_t mode) {
     if (mode == kReadingApplication || mode == kPlainRead) {
       *out = s_reply.bars;
       if (mode == kReadingApplication) {
-        BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:Reading mode,reporting: bars[%d]\n", BLIB_HERE, s_reply.bars);
+        BLIB_D(BRIO_LOG_DEBUG, "Reading mode,reporting: bars[%d]\n", s_reply.bars);
         prv_stop_low_signal_reports();
       }
       return BRIO_STATUS_OK;
@@ -141,8 +141,8 @@ uint32_t prv_get_bars(uint32_t* out, int32_t mode) {
   } else {
     prv_start_low_signal_reports();
   }
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:bars[%d]rssi[%d]ecno[%d]rat[%d]\n", BLIB_HERE, s_reply.bars,
-         s_reply.rssi, s_reply.ecno, s_reply.rat);
+  BLIB_D(BRIO_LOG_DEBUG, "bars[%d]rssi[%d]ecno[%d]rat[%d]\n", s_reply.bars, s_reply.rssi, s_reply.ecno,
+         s_reply.rat);
   *out = s_reply.bars == kBarsUnknown ? 0u : s_reply.bars;
   return BRIO_STATUS_OK;
 }
@@ -152,8 +152,7 @@ uint32_t prv_get_bars(uint32_t* out, int32_t mode) {
 uint32_t brio_get_bars(uint32_t* out, int32_t mode) {
   uint32_t status = prv_get_bars(out, mode);
   if (status != BRIO_STATUS_OK) {
-    BLIB_E("E blib:%s:%d:brio_get_bars:failed to get signal bars ret %d:\n", BLIB_HERE,
-           static_cast<int>(status));
+    BLIB_E("brio_get_bars:failed to get signal bars ret %d:\n", status);
   }
   return status;
 }
@@ -166,18 +165,18 @@ uint32_t brio_set_bars_update_period(uint32_t period) {
   if (period == 1 || period == 2 || period > 255) return BRIO_STATUS_INVALID;
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
-  BLIB_E("E blib:%s:%d:brio_set_bars_update_period:ERR: NOT SUPPORTED IN BRIOLIB:\n", BLIB_HERE);
+  BLIB_E("brio_set_bars_update_period:ERR: NOT SUPPORTED IN BRIOLIB:\n");
   return BRIO_STATUS_OK;
 }
 
 void briolib_parse_gtbars(char* payload) {
   if (payload == nullptr || strlen(payload) < kShortestLine) {
-    BLIB_E("E blib:%s:%d:briolib_parse_gtbars:URC payload is invalid:\n", BLIB_HERE);
+    BLIB_E("briolib_parse_gtbars:URC payload is invalid:\n");
     return;
   }
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:gtbars: %s\n", BLIB_HERE, payload);
+  BLIB_D(BRIO_LOG_DEBUG, "gtbars: %s\n", payload);
   const brio::parse::BarsReport report = brio::parse::parse_bars(payload, false);
-  if (report.rat) BLIB_D(BRIO_LOG_PARSE, "D blib:%s:%d:gtbars urc rat[%d]\n", BLIB_HERE, *report.rat);
+  if (report.rat) BLIB_D(BRIO_LOG_PARSE, "gtbars urc rat[%d]\n", *report.rat);
   UrcDataLock lock;
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   const uint8_t previous = data.bars;

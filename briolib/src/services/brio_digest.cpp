@@ -49,18 +49,18 @@ uint32_t briolib_get_md5_hash(const char* const* strings, int32_t count, uint8_t
 
 uint32_t briolib_get_file_md5_hash(const char* path, uint8_t digest[16]) {
   if (path == nullptr || digest == nullptr) {
-    BLIB_E("E blib:%s:%d:briolib_get_file_md5_hash::Error in input params.\n", BLIB_HERE);
+    BLIB_E("briolib_get_file_md5_hash::Error in input params.\n");
     return 0;
   }
   Md5 md5;
   brio::InputFile file(brio::open_input(path));
   if (!file) {
-    BLIB_E("E blib:%s:%d:briolib_get_file_md5_hash::Error in fopen\n", BLIB_HERE);
+    BLIB_E("briolib_get_file_md5_hash::Error in fopen\n");
     return 0;
   }
   brio::HeapText block(static_cast<char*>(malloc(kFileBlock)));
   if (!block) {
-    BLIB_E("E blib:%s:%d:briolib_get_file_md5_hash::Error in malloc\n", BLIB_HERE);
+    BLIB_E("briolib_get_file_md5_hash::Error in malloc\n");
     return 0;
   }
   size_t length;
@@ -69,7 +69,7 @@ uint32_t briolib_get_file_md5_hash(const char* path, uint8_t digest[16]) {
     md5.update(block.get(), length);
   } while (length == kFileBlock);
   if (file.failed()) {
-    BLIB_E("E blib:%s:%d:briolib_get_file_md5_hash::Error in fread\n", BLIB_HERE);
+    BLIB_E("briolib_get_file_md5_hash::Error in fread\n");
     return 0;
   }
   return md5.finish(digest);

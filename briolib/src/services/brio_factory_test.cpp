@@ -1,6 +1,7 @@
 // One-shot commands of the production line, and the carrier selection that the check at open uses too. None
 // of them asks the status gate.
 #include <limits.h>
+#include <stdio.h>
 #include <stdlib.h>
 
 #include "base/log.h"
@@ -16,6 +17,8 @@ namespace {
 
 constexpr char kLogTag[] = "briolib/src/brio_factory_test";
 
+constexpr size_t kCarrierCommandSize = 20;
+
 uint32_t prv_send(const char* command) {
   return blpkt_atcmd_request_with_callback(command, NUMERIC, nullptr, nullptr, nullptr, 0);
 }
@@ -26,7 +29,7 @@ void prv_remove_wan_info() {
   char command[PATH_MAX * 2];
   if (!brio::parse::build_remove_command(path.c_str(), brio::kWanInfoFile, command, sizeof(command)) ||
       system(command) != 0) {
-    BLIB_E("E blib:%s:%d:factory_test::Failed to remove waninfo file\n", BLIB_HERE);
+    BLIB_E("factory_test::Failed to remove waninfo file\n");
   }
 }
 
@@ -36,8 +39,7 @@ uint32_t brio_set_fake_security_mode(uint32_t on) {
   uint32_t result = prv_send(on != 0 ? "AT*FAKECFG=1" : "AT*FAKECFG=0");
   if (result != BLPKT_STATUS_SUCCESS) {
     // The same text for both directions.
-    BLIB_E("E blib:%s:%d:factory_test:err_no=%d:can't turn off fake security\n", BLIB_HERE,
-           static_cast<int>(result));
+    BLIB_E("factory_test:err_no=%d:can't turn off fake security\n", result);
   }
   return briolib_translate_status(result, 0);
 }
@@ -45,7 +47,7 @@ uint32_t brio_set_fake_security_mode(uint32_t on) {
 uint32_t brio_clear_mru(void) {
   uint32_t result = prv_send("AT*MRUCLEAR");
   if (result != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("E blib:%s:%d:factory_test:err_no=%d:can't clear MRU\n", BLIB_HERE, static_cast<int>(result));
+    BLIB_E("factory_test:err_no=%d:can't clear MRU\n", result);
   }
   return briolib_translate_status(result, 0);
 }
@@ -53,8 +55,7 @@ uint32_t brio_clear_mru(void) {
 uint32_t brio_turn_off_rf(void) {
   uint32_t result = prv_send("AT+CFUN=0");
   if (result != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("E blib:%s:%d:factory_test:err_no=%d:can't turn off RF mode\n", BLIB_HERE,
-           static_cast<int>(result));
+    BLIB_E("factory_test:err_no=%d:can't turn off RF mode\n", result);
   }
   return briolib_translate_status(result, 0);
 }
@@ -62,22 +63,23 @@ uint32_t brio_turn_off_rf(void) {
 uint32_t brio_carrier_selection(void) {
   char imsi[brio::parse::kImsiSize];
   if (!brio::read_sim_imsi(imsi)) {
-    BLIB_E("E blib:%s:%d:factory_test:invalid IMSI:can't read SIM\n", BLIB_HERE);
+    BLIB_E("factory_test:invalid IMSI:can't read SIM\n");
     return BRIO_STATUS_INVALID;
   }
   char prefix[brio::parse::kImsiPrefixSize];
   brio::parse::imsi_prefix(imsi, prefix);
   const brio::Carrier* carrier = brio::carrier_of_sim(prefix);
   if (carrier == nullptr) {
-    BLIB_E("E blib:%s:%d:factory_test:carrier selection:mccmnc not supported: %s\n", BLIB_HERE, prefix);
+    BLIB_E("factory_test:carrier selection:mccmnc not supported: %s\n", prefix);
     return BRIO_STATUS_INVALID;
   }
-  BLIB_I(carrier->log_text, BLIB_HERE);
-  BLIB_I("I blib:%s:%d:factory_test:carrier selection cmd %s:\n", BLIB_HERE, carrier->command);
-  uint32_t result = prv_send(carrier->command);
+  BLIB_I("factory_test:carrier is %s:\n", carrier->name);
+  char command[kCarrierCommandSize];
+  snprintf(command, sizeof(command), "at+gtfdcar=%u", carrier->carrier_id);
+  BLIB_I("factory_test:carrier selection cmd %s:\n", command);
+  uint32_t result = prv_send(command);
   if (result != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("E blib:%s:%d:factory_test:err_no=%d:can't set SBP carrier mode\n", BLIB_HERE,
-           static_cast<int>(result));
+    BLIB_E("factory_test:err_no=%d:can't set SBP carrier mode\n", result);
   }
   prv_remove_wan_info();
   return briolib_translate_status(result, 0);

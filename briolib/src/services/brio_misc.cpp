@@ -37,11 +37,11 @@ uint32_t recv_func_prv_briolib_carrier_confg(const ATResponse* response, void* u
   const std::optional<uint16_t> carrier_id =
       brio::parse::parse_carrier_id(brio::parse::answer_line(response));
   if (!carrier_id) {
-    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_carrier_confg::response is invalid\n", BLIB_HERE);
+    BLIB_E("recv_func_prv_briolib_carrier_confg::response is invalid\n");
     return BRIO_STATUS_INVALID;
   }
   *static_cast<uint16_t*>(user_data) = *carrier_id;
-  BLIB_I("I blib:carrier config:current confg:[%d]\n", *carrier_id);
+  BLIB_PLAIN("carrier config:current confg:[%d]\n", *carrier_id);
   return 0;
 }
 
@@ -49,20 +49,20 @@ uint32_t recv_func_prv_briolib_check_apn_setting(const ATResponse* response, voi
   const char* line = brio::parse::answer_line(response);
   const char* payload = brio::parse::answer_payload(line);
   if (payload == nullptr) {
-    BLIB_E("E blib:%s:%d:prv_briolib_check_apn_setting::response is invalid\n", BLIB_HERE);
+    BLIB_E("prv_briolib_check_apn_setting::response is invalid\n");
     return BRIO_STATUS_INVALID;
   }
   char* answer = static_cast<char*>(user_data);
   brio::copy_text(answer, size, payload);
   char shown[kApnAnswerSize];
   brio::copy_text(shown, sizeof(shown), brio::parse::answer_payload(brio::masked_line(line).c_str()));
-  BLIB_I("I blib:APN::[%s]\n", shown);
+  BLIB_PLAIN("APN::[%s]\n", shown);
   return 0;
 }
 
 uint32_t recv_func_prv_briolib_get_model(const ATResponse* response, void* user_data, uint16_t) {
   if (!brio::parse::parse_model(brio::parse::answer_line(response), static_cast<char*>(user_data))) {
-    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_model::response is invalid\n", BLIB_HERE);
+    BLIB_E("recv_func_prv_briolib_get_model::response is invalid\n");
     return BRIO_STATUS_INVALID;
   }
   return 0;
@@ -79,10 +79,10 @@ bool prv_apn_override(char* command) {
   if (length == 0) return true;
   const char* apn = brio::parse::override_apn(line, length);
   if (apn == nullptr) {
-    BLIB_E("E blib:%s:%d:checkAPN:name=%s:APN refused, no override\n", BLIB_HERE, brio::kApnOverrideFile);
+    BLIB_E("checkAPN:name=%s:APN refused, no override\n", brio::kApnOverrideFile);
     return false;
   }
-  BLIB_I("I blib:%s:%d:APN:updated to:[%s]\n", BLIB_HERE, apn);
+  BLIB_I("APN:updated to:[%s]\n", apn);
   brio::parse::build_apn_command(apn, command);
   return true;
 }
@@ -93,22 +93,22 @@ uint32_t prv_apn_of_sim(char* command) {
   uint32_t result = blpkt_atcmd_request_with_callback(
       "AT+CGDCONT?", NUMERIC, "+CGDCONT", recv_func_prv_briolib_check_apn_setting, answer, sizeof(answer));
   if (result != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("E blib:%s:%d:checkAPN::failed to get APN value\n", BLIB_HERE);
+    BLIB_E("checkAPN::failed to get APN value\n");
     return BRIO_STATUS_TIMEOUT;
   }
   char imsi[brio::parse::kImsiSize];
   if (!brio::read_sim_imsi(imsi)) {
-    BLIB_E("E blib:%s:%d:checkAPN:invalid IMSI:can't read SIM\n", BLIB_HERE);
+    BLIB_E("checkAPN:invalid IMSI:can't read SIM\n");
     return BRIO_STATUS_INVALID;
   }
   char prefix[brio::parse::kImsiPrefixSize];
   brio::parse::imsi_prefix(imsi, prefix);
   const char* apn;
   if (strstr(prefix, brio::kApnGroupANetwork) != nullptr) {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:carrier is ATT\n", BLIB_HERE);
+    BLIB_D(BRIO_LOG_DEBUG, "carrier is ATT\n");
     apn = brio::kApnGroupA;
   } else {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:apn check carrier is VOD/DOCO/etc\n", BLIB_HERE);
+    BLIB_D(BRIO_LOG_DEBUG, "apn check carrier is VOD/DOCO/etc\n");
     apn = brio::kApnGroupB;
   }
   // Anywhere in the answer, not only in its APN field.
@@ -133,7 +133,7 @@ uint32_t briolib_check_carrier_confg(void) {
   uint32_t result = blpkt_atcmd_request_with_callback("AT+GTFDCAR?", NUMERIC, "+GTFDCAR",
                                                       recv_func_prv_briolib_carrier_confg, &carrier_id, 1);
   if (result != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("E blib:%s:%d:checkFDCAR::failed to get carrier_id value[%d]\n", BLIB_HERE, carrier_id);
+    BLIB_E("checkFDCAR::failed to get carrier_id value[%d]\n", carrier_id);
     return BRIO_STATUS_TIMEOUT;
   }
   {
@@ -143,16 +143,16 @@ uint32_t briolib_check_carrier_confg(void) {
   }
   char imsi[brio::parse::kImsiSize];
   if (!brio::read_sim_imsi(imsi)) {
-    BLIB_E("E blib:%s:%d:checkFDCAR:invalid IMSI:can't read SIM\n", BLIB_HERE);
+    BLIB_E("checkFDCAR:invalid IMSI:can't read SIM\n");
     return BRIO_STATUS_INVALID;
   }
   char prefix[brio::parse::kImsiPrefixSize];
   brio::parse::imsi_prefix(imsi, prefix);
   if (brio::carrier_accepts_sim(carrier_id, prefix)) return BRIO_STATUS_OK;
-  BLIB_I("I blib:Need udpate carrier ID, currentID[%d],mccmnc[%s]::\n", carrier_id, prefix);
+  BLIB_PLAIN("Need udpate carrier ID, currentID[%d],mccmnc[%s]::\n", carrier_id, prefix);
   uint32_t status = brio_carrier_selection();
   if (status != BRIO_STATUS_OK) {
-    BLIB_E("E blib:%s:%d:checkFDCAR::failed to apply new carrier_id, current[%d]\n", BLIB_HERE, carrier_id);
+    BLIB_E("checkFDCAR::failed to apply new carrier_id, current[%d]\n", carrier_id);
   }
   return status;
 }
@@ -166,7 +166,7 @@ uint32_t briolib_check_apn_setting(void) {
   if (command[0] == '\0') return BRIO_STATUS_OK;
   uint32_t result = blpkt_atcmd_request_with_callback(command, NUMERIC, nullptr, nullptr, nullptr, 0);
   if (result != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("E blib:%s:%d:checkAPN:err_no=%d:can't set APN\n", BLIB_HERE, static_cast<int>(result));
+    BLIB_E("checkAPN:err_no=%d:can't set APN\n", result);
   }
   return briolib_translate_status(result, 0);
 }
@@ -187,7 +187,7 @@ uint32_t briolib_update_wan_type(void) {
       status = BRIO_STATUS_UNAVAILABLE;
     }
   }
-  BLIB_I("I blib:WAN_TYPE:updated to:[%d]\n", type);
+  BLIB_PLAIN("WAN_TYPE:updated to:[%d]\n", type);
   brio::UrcDataLock lock;
   g_brio_lib_atcmd_data.wan_type = type;
   return status;

@@ -35,15 +35,14 @@ uint32_t recv_func_prv_briolib_get_modem_info(const ATResponse* response, void*,
   char* line = brio::parse::answer_line(response);
   const char* payload = brio::parse::answer_payload(line);
   if (line == nullptr) {
-    BLIB_E("E blib:%s:%d:prv_briolib_get_modem_info:at_resp is invalid:\n", BLIB_HERE);
+    BLIB_E("prv_briolib_get_modem_info:at_resp is invalid:\n");
   } else if (payload == nullptr || *payload == '\0') {
-    BLIB_E("E blib:%s:%d:prv_briolib_get_modem_info:resp is invalid:\n", BLIB_HERE);
+    BLIB_E("prv_briolib_get_modem_info:resp is invalid:\n");
   } else {
-    BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:recv_func_prv_briolib_get_modem_info called %s\n", BLIB_HERE,
-           payload);
+    BLIB_D(BRIO_LOG_DEBUG, "recv_func_prv_briolib_get_modem_info called %s\n", payload);
     brio::parse::parse_modem_info(line, &info);
-    BLIB_D(BRIO_LOG_MODEM_INFO, "D blib:%s:%d:fw_ver[%s]imei[%s]serial[%s]hw_ver[%s]fault_ct[%d]\n",
-           BLIB_HERE, info.fw_ver, info.imei, info.serial, info.hw_ver, info.fault_ct);
+    BLIB_D(BRIO_LOG_MODEM_INFO, "fw_ver[%s]imei[%s]serial[%s]hw_ver[%s]fault_ct[%d]\n", info.fw_ver,
+           info.imei, info.serial, info.hw_ver, info.fault_ct);
   }
   prv_store(info);
   return 0;

@@ -16,7 +16,7 @@ constexpr char kLogTag[] = "briolib/src/brio_misc";
 uint32_t brio_set_sar_pwr(uint32_t on) {
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) {
-    BLIB_E("E blib:%s:%d:brio_set_sar_power::improper brio library status\n", BLIB_HERE);
+    BLIB_E("brio_set_sar_power::improper brio library status\n");
     return status;
   }
   return briolib_set_sar_pwr(on);

@@ -59,7 +59,7 @@ void prv_store(const char (&text)[N], char* half) {
 uint32_t prv_briolib_get_value(const ATResponse* response, void* user_data, uint16_t) {
   char* input_line = brio::parse::answer_line(response);
   if (input_line == nullptr) {
-    BLIB_E("E blib:%s:%d:prv_briolib_get_value:input_line passed is NULL:\n", BLIB_HERE);
+    BLIB_E("prv_briolib_get_value:input_line passed is NULL:\n");
     return 2;
   }
   return at_parse(brio::skip_spaces(input_line), nullptr, user_data);
@@ -68,22 +68,22 @@ uint32_t prv_briolib_get_value(const ATResponse* response, void* user_data, uint
 uint32_t recv_func_prv_briolib_get_iccid(const ATResponse* response, void* user_data, uint16_t) {
   char iccid[brio::parse::kIccidSize] = {};
   if (!brio::parse::parse_iccid(brio::parse::answer_line(response), iccid)) {
-    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_iccid::response is invalid\n", BLIB_HERE);
+    BLIB_E("recv_func_prv_briolib_get_iccid::response is invalid\n");
     return BRIO_STATUS_INVALID;
   }
   prv_store(iccid, static_cast<char*>(user_data));
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:ICCID %s\n", BLIB_HERE, brio::masked_identity(iccid).c_str());
+  BLIB_D(BRIO_LOG_DEBUG, "ICCID %s\n", brio::masked_identity(iccid).c_str());
   return 0;
 }
 
 uint32_t recv_func_prv_briolib_get_imsi(const ATResponse* response, void* user_data, uint16_t) {
   char imsi[brio::parse::kImsiSize] = {};
   if (!brio::parse::parse_imsi(brio::parse::answer_line(response), imsi)) {
-    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_imsi::response is invalid\n", BLIB_HERE);
+    BLIB_E("recv_func_prv_briolib_get_imsi::response is invalid\n");
     return BRIO_STATUS_INVALID;
   }
   prv_store(imsi, static_cast<char*>(user_data));
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:IMSI updated\n", BLIB_HERE);
+  BLIB_D(BRIO_LOG_DEBUG, "IMSI updated\n");
   return 0;
 }
 
@@ -117,8 +117,7 @@ uint32_t brio_get_sim_status(sim_card_status* record) {
   if (status != BRIO_STATUS_OK) return status;
   uint32_t result = blpkt_atcmd_request_with_callback("AT+GTSIMSTATUS?", SINGLELINE, "+GTSIMSTATUS",
                                                       prv_briolib_get_value, record, sizeof(*record));
-  BLIB_I("I blib:%s:%d:get_sim_info:card_status[%d], Lock_status[%d]:\n", BLIB_HERE,
-         static_cast<int>(record->card_status), static_cast<int>(record->lock_status));
+  BLIB_I("get_sim_info:card_status[%d], Lock_status[%d]:\n", record->card_status, record->lock_status);
   if (result != BLPKT_STATUS_SUCCESS) return briolib_translate_status(result, 0);
   return BRIO_STATUS_OK;
 }
@@ -154,7 +153,7 @@ uint32_t brio_get_sim_info(sim_identity* block) {
   const bool have_imsi = brio::read_sim_imsi(imsi);
   const bool have_iccid = prv_read_iccid(iccid);
   if (!have_imsi || !have_iccid) {
-    BLIB_E("E blib:%s:%d:SIM info:failed to get iccid/imsi:\n", BLIB_HERE);
+    BLIB_E("SIM info:failed to get iccid/imsi:\n");
     return BRIO_STATUS_FAILURE;
   }
   memset(block, 0, sizeof(*block));
@@ -176,6 +175,6 @@ uint32_t brio_get_sim_plmn_info(sim_plmn_data* record, uint32_t size) {
   if (!brio::read_sim_imsi(imsi)) return BRIO_STATUS_FAILURE;
   // Into the caller's copy only: the stored record keeps an empty home PLMN, so that a changed SIM is seen.
   brio::parse::home_plmn(imsi, record->home_mcc, record->home_mnc);
-  BLIB_I("I blib:HPLMN:%s-%s:\n", record->home_mcc, record->home_mnc);
+  BLIB_PLAIN("HPLMN:%s-%s:\n", record->home_mcc, record->home_mnc);
   return BRIO_STATUS_OK;
 }

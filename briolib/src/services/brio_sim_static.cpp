@@ -38,10 +38,10 @@ uint32_t s_sim_info_md5_status;
 uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_data, uint16_t) {
   char* line = brio::parse::answer_line(response);
   if (line == nullptr) {
-    BLIB_E("E blib:%s:%d:recv_func_prv_briolib_get_crsm::response is invalid\n", BLIB_HERE);
+    BLIB_E("recv_func_prv_briolib_get_crsm::response is invalid\n");
     return BRIO_STATUS_INVALID;
   }
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:get crsm [%s]\n", BLIB_HERE,
+  BLIB_D(BRIO_LOG_DEBUG, "get crsm [%s]\n",
          brio::parse::crsm_log_text(line, static_cast<const char*>(user_data)).c_str());
   return at_parse(brio::skip_spaces(line), user_data, nullptr);
 }
@@ -58,7 +58,7 @@ uint32_t prv_read_file(const char* command) {
 uint32_t brio_get_sim_static_info(int32_t force) {
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:collecting static info of modem\n", BLIB_HERE);
+  BLIB_D(BRIO_LOG_DEBUG, "collecting static info of modem\n");
   prv_read_file(brio::parse::kReadIccidCommand);
 
   const bool file_exists = static_cast<bool>(brio::InputFile(brio::kStaticInfoFile));

@@ -37,7 +37,7 @@ bool prv_write_all(int fd, const char* text, size_t length) {
 }  // namespace
 
 void briolib_log_dump_static_info(void) {
-  BLIB_D(BRIO_LOG_DEBUG, "D blib:%s:%d:briolib_log_dump_static_info \n\n", BLIB_HERE);
+  BLIB_D(BRIO_LOG_DEBUG, "briolib_log_dump_static_info \n\n");
   sim_plmn_data plmn = {};
   sim_info_data info = {};
   {
@@ -51,22 +51,21 @@ void briolib_log_dump_static_info(void) {
   const char* const strings[] = {text};
   uint8_t digest[sizeof(brio::g_sim_info_hash)];
   if (briolib_get_md5_hash(strings, 1, digest) == 0) {
-    BLIB_E("E blib:%s:%d:briolib_log_dump_static_info::ERR:get_md5_hash failed\n", BLIB_HERE);
+    BLIB_E("briolib_log_dump_static_info::ERR:get_md5_hash failed\n");
     return;
   }
   if (memcmp(digest, brio::g_sim_info_hash, sizeof(digest)) == 0) return;
 
   brio::Descriptor file(brio::open_output(brio::kStaticInfoFile, O_WRONLY | O_TRUNC, kFileMode));
   if (!file.valid()) {
-    BLIB_E("E blib:%s:%d:briolib_log_dump_static_info::ERR:log_file_handle NULL file_path=%s\n", BLIB_HERE,
-           brio::kStaticInfoFile);
+    BLIB_E("briolib_log_dump_static_info::ERR:log_file_handle NULL file_path=%s\n", brio::kStaticInfoFile);
     return;
   }
   memcpy(brio::g_sim_info_hash, digest, sizeof(digest));
   briolib_set_sim_info_md5_status(1);
   if (!prv_write_all(file.get(), text, strlen(text))) {
-    BLIB_E("E blib:%s:%d:briolib_log_dump_static_info:file_path=%s,errno=%d:cant write static info\n",
-           BLIB_HERE, brio::kStaticInfoFile, errno);
+    BLIB_E("briolib_log_dump_static_info:file_path=%s,errno=%d:cant write static info\n",
+           brio::kStaticInfoFile, errno);
     // The file holds neither the old nor the new text: with an unknown digest the next dump writes again.
     memset(brio::g_sim_info_hash, 0, sizeof(brio::g_sim_info_hash));
   }

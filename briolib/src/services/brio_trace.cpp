@@ -80,8 +80,7 @@ void prv_write_block(int log, const char* block, size_t size) {
     // Whatever the reason, it is reported as a full disk, and once only.
     if (s_disk_full_reported == 0) {
       s_disk_full_reported = 1;
-      BLIB_E("E blib:%s:%d:brio_writeline:bytes=%d:write error: No space left on device\n", BLIB_HERE,
-             static_cast<int>(written));
+      BLIB_E("brio_writeline:bytes=%zu:write error: No space left on device\n", written);
     }
     return;
   }
@@ -93,13 +92,13 @@ bool prv_copy_block(int port, int log) {
   ssize_t count = read(port, block, sizeof(block));
   if (count < 0) {
     int error = errno;
-    BLIB_E("E blib:%s:%d:brio_readline:bytes =%d:error calling read()\n", BLIB_HERE, static_cast<int>(count));
+    BLIB_E("brio_readline:bytes =%zd:error calling read()\n", count);
     if (error == EINTR) return true;
-    BLIB_E("E blib:%s:%d:read:errno=%d:error on read--pausing read thread\n", BLIB_HERE, error);
+    BLIB_E("read:errno=%d:error on read--pausing read thread\n", error);
     return false;
   }
   if (count == 0) {
-    BLIB_W("W blib:%s:%d:prv_log_rw_thread:log read port disconnected:\n", BLIB_HERE);
+    BLIB_W("prv_log_rw_thread:log read port disconnected:\n");
     return false;
   }
   prv_write_block(log, block, static_cast<size_t>(count));
@@ -108,7 +107,7 @@ bool prv_copy_block(int port, int log) {
 
 void prv_copy_until_stopped(int port, int stop, int log) {
   int nfds = port > stop ? port : stop;
-  BLIB_D(BRIO_LOG_CONFIG, "D blib:%s:%d:prv_log_rw_thread(), nfds: %d\n", BLIB_HERE, nfds);
+  BLIB_D(BRIO_LOG_CONFIG, "prv_log_rw_thread(), nfds: %d\n", nfds);
   fd_set both;
   FD_ZERO(&both);
   FD_SET(port, &both);
@@ -118,21 +117,20 @@ void prv_copy_until_stopped(int port, int stop, int log) {
     fd_set except_set = both;
     if (select(nfds + 1, &read_set, nullptr, &except_set, nullptr) < 0) {
       if (errno == EINTR) continue;
-      BLIB_E("E blib:%s:%d:select:errno=%d:select failed--pausing read thread\n", BLIB_HERE, errno);
+      BLIB_E("select:errno=%d:select failed--pausing read thread\n", errno);
       return;
     }
     if (FD_ISSET(port, &except_set)) {
-      BLIB_E("E blib:%s:%d:selerr:errno=%d:select err on read fd--exiting read thread\n", BLIB_HERE, errno);
+      BLIB_E("selerr:errno=%d:select err on read fd--exiting read thread\n", errno);
       return;
     }
     if (FD_ISSET(stop, &except_set)) {
-      BLIB_E("E blib:%s:%d:selerr:errno=%d:select err on socket pair--exiting read thread\n", BLIB_HERE,
-             errno);
+      BLIB_E("selerr:errno=%d:select err on socket pair--exiting read thread\n", errno);
       return;
     }
     // Before the port's data, so that a stop gets through a stream that never pauses.
     if (FD_ISSET(stop, &read_set)) {
-      BLIB_D(BRIO_LOG_CONFIG, "D blib:%s:%d:exiting log rw thread\n", BLIB_HERE);
+      BLIB_D(BRIO_LOG_CONFIG, "exiting log rw thread\n");
       return;
     }
     if (FD_ISSET(port, &read_set) && !prv_copy_block(port, log)) return;
@@ -184,13 +182,11 @@ void prv_configure_port(int port) {
 uint32_t prv_read_log_from_tst(const char* log_path) {
   brio::Descriptor port(brio::open_device(brio::kTracePort, O_RDWR | O_NOCTTY | O_NONBLOCK));
   if (!port.valid() || port.get() >= FD_SETSIZE) {
-    BLIB_E("E blib:%s:%d:brio_read_log_from_tst:port=\"%s\":can't open debug port\n", BLIB_HERE,
-           brio::kTracePort);
+    BLIB_E("brio_read_log_from_tst:port=\"%s\":can't open debug port\n", brio::kTracePort);
     return BRIO_STATUS_FATAL;
   }
   if (flock(port.get(), LOCK_EX | LOCK_NB) != 0) {
-    BLIB_E("E blib:%s:%d:brio_read_log_from_tst:port=\"%s\":locked by other process\n", BLIB_HERE,
-           brio::kTracePort);
+    BLIB_E("brio_read_log_from_tst:port=\"%s\":locked by other process\n", brio::kTracePort);
     return BRIO_STATUS_FATAL;
   }
   PortLock lock(port.get());
@@ -198,12 +194,12 @@ uint32_t prv_read_log_from_tst(const char* log_path) {
   // O_APPEND: a second start within the same second continues the earlier trace.
   brio::Descriptor log(brio::open_output(log_path, O_WRONLY | O_APPEND, kTraceFileMode));
   if (!log.valid()) {
-    BLIB_E("E blib:%s:%d:brio_read_log_from_tst:log=\"%s\":can't open log file\n", BLIB_HERE, log_path);
+    BLIB_E("brio_read_log_from_tst:log=\"%s\":can't open log file\n", log_path);
     return BRIO_STATUS_FATAL;
   }
   int sockets[2];
   if (!brio::open_control_sockets(sockets)) {
-    BLIB_E("E blib:%s:%d:brio_read_log_from_tst:errno=%d:can't create socket pair\n", BLIB_HERE, errno);
+    BLIB_E("brio_read_log_from_tst:errno=%d:can't create socket pair\n", errno);
     return BRIO_STATUS_FAILURE;
   }
   lock.keep();
@@ -215,7 +211,7 @@ uint32_t prv_read_log_from_tst(const char* log_path) {
   pthread_mutex_unlock(&s_capture_mutex);
   int error = brio::start_thread(&s_thread, prv_log_rw_thread, nullptr);
   if (error != 0) {
-    BLIB_E("E blib:%s:%d:brio_read_log_from_tst:err=%d:cant create thread\n", BLIB_HERE, error);
+    BLIB_E("brio_read_log_from_tst:err=%d:cant create thread\n", error);
     prv_release();
     return BRIO_STATUS_FAILURE;
   }
@@ -253,13 +249,13 @@ uint32_t prv_send_filter_to_tst(brio::InputFile* file, bool* switch_off) {
     TraceFilterLine kind = brio::parse::trace_filter_line(line, length, command);
     if (kind == TraceFilterLine::kIgnored) continue;
     if (kind == TraceFilterLine::kInvalid || ++commands > kFilterCommandsMax) {
-      BLIB_E("E blib:%s:%d:brio_send_filter_to_tst:Invalid filter format:\n", BLIB_HERE);
+      BLIB_E("brio_send_filter_to_tst:Invalid filter format:\n");
       *switch_off = true;
       return BRIO_STATUS_INVALID;
     }
     status = prv_request(command);
     if (status != 0) {
-      BLIB_E("E blib:%s:%d:brio_send_filter_to_tst:error sending filter:\n", BLIB_HERE);
+      BLIB_E("brio_send_filter_to_tst:error sending filter:\n");
       *switch_off = true;
       return status;
     }
@@ -273,11 +269,10 @@ uint32_t prv_apply_filter(const char* filter_path) {
   if (filter_path == nullptr) {
     switch_off = true;
   } else if (brio::InputFile file(filter_path); file) {
-    BLIB_I("I blib:%s:%d::name=\"%s\":file detected\n", BLIB_HERE, filter_path);
+    BLIB_I(":name=\"%s\":file detected\n", filter_path);
     status = prv_send_filter_to_tst(&file, &switch_off);
   } else {
-    BLIB_I("I blib:%s:%d::trace log filter file (%s) does not exist:disable trace log\n", BLIB_HERE,
-           filter_path);
+    BLIB_I(":trace log filter file (%s) does not exist:disable trace log\n", filter_path);
     switch_off = true;
     status = BRIO_STATUS_UNAVAILABLE;
   }
@@ -303,7 +298,7 @@ uint32_t brio_trace_tst_log(const char* filter_path, const char* log_prefix) {
   localtime_r(&now, &start);
   char name[brio::parse::kTraceNameSize];
   brio::parse::trace_file_name(log_prefix, start, name);
-  BLIB_I("I blib:%s:%d:brio_trace_tst_log:name=\"%s\":start to catch tst log\n", BLIB_HERE, name);
+  BLIB_I("brio_trace_tst_log:name=\"%s\":start to catch tst log\n", name);
   return prv_read_log_from_tst(name);
 }
 
@@ -312,10 +307,9 @@ void brio_trace_tst_stop() {
   pthread_mutex_lock(&s_capture_mutex);
   int* stop = &s_capture.sockets[1];
   if (!brio::send_stop(*stop)) {
-    BLIB_W("W blib:%s:%d:brio_trace_log_shutdown:errno=%d:unable to write to socket pair\n", BLIB_HERE,
-           errno);
+    BLIB_W("brio_trace_log_shutdown:errno=%d:unable to write to socket pair\n", errno);
     if (*stop != -1) {
-      BLIB_E("E blib:%s:%d:brio_trace_log_shutdown:write:error on socket pair\n", BLIB_HERE);
+      BLIB_E("brio_trace_log_shutdown:write:error on socket pair\n");
       // The end of stream stops the thread, which then releases the rest.
       brio::hang_up(stop);
     }

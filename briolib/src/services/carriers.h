@@ -12,17 +12,13 @@ namespace brio {
 struct Carrier {
   const char* imsi_prefix;  // sought anywhere in the IMSI's first six characters
   uint16_t carrier_id;
-  const char* log_text;  // format with source tag and line number
-  const char* command;   // selects the carrier ID
+  const char* name;
 };
 
 // Searched in this order.
 inline constexpr Carrier kCarriers[] = {
-    {"310410", 201, "I blib:%s:%d:factory_test:carrier is ATT:\n", "at+gtfdcar=201"},
-    {"302720", 201, "I blib:%s:%d:factory_test:carrier is ROGERS:\n", "at+gtfdcar=201"},
-    {"44010", 216, "I blib:%s:%d:factory_test:carrier is DOCOMO:\n", "at+gtfdcar=216"},
-    {"23415", 202, "I blib:%s:%d:factory_test:carrier is VOD:\n", "at+gtfdcar=202"},
-    {"20404", 202, "I blib:%s:%d:factory_test:carrier is VOD:\n", "at+gtfdcar=202"},
+    {"310410", 201, "ATT"}, {"302720", 201, "ROGERS"}, {"44010", 216, "DOCOMO"},
+    {"23415", 202, "VOD"},  {"20404", 202, "VOD"},
 };
 
 // First row whose IMSI prefix stands in `prefix`, or null.
@@ -39,29 +35,6 @@ inline bool carrier_accepts_sim(uint16_t carrier_id, const char* prefix) {
   }
   return false;
 }
-
-// Each command ends in its row's carrier ID, and no prefix appears twice.
-constexpr bool carriers_consistent() {
-  for (const Carrier& carrier : kCarriers) {
-    unsigned number = 0;
-    for (const char* c = carrier.command; *c != '\0'; c++) {
-      number = *c >= '0' && *c <= '9' ? number * 10 + static_cast<unsigned>(*c - '0') : 0;
-    }
-    if (number != carrier.carrier_id) return false;
-    for (const Carrier& other : kCarriers) {
-      if (&other == &carrier) continue;
-      const char* a = carrier.imsi_prefix;
-      const char* b = other.imsi_prefix;
-      while (*a != '\0' && *a == *b) {
-        a++;
-        b++;
-      }
-      if (*a == *b) return false;
-    }
-  }
-  return true;
-}
-static_assert(carriers_consistent(), "carrier table");
 
 }  // namespace brio
 

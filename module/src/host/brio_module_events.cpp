@@ -16,28 +16,28 @@ int32_t prv_word(const void* data, size_t index) {
 }
 
 uint32_t prv_bars_callback(uint32_t, uint32_t, const void* data) {
-  if (data != nullptr) MODULE_D(WABS_LOG_EVENT, "D brio:bars changed %d (%s:%s:%d)", prv_word(data, 0));
+  if (data != nullptr) MODULE_D(WABS_LOG_EVENT, "brio:bars changed %d", prv_word(data, 0));
   return 0;
 }
 
 uint32_t prv_pdp_activation_allowed_callback(uint32_t, uint32_t, const void* data) {
   if (data != nullptr) {
-    MODULE_D(WABS_LOG_EVENT, "D brio:pdp_activation_allowed changed attached=%d allowed=%d (%s:%s:%d)",
-             prv_word(data, 0), prv_word(data, 1));
+    MODULE_D(WABS_LOG_EVENT, "brio:pdp_activation_allowed changed attached=%d allowed=%d", prv_word(data, 0),
+             prv_word(data, 1));
   }
   return 0;
 }
 
 uint32_t prv_data_service_mode_callback(uint32_t, uint32_t, const void* data) {
   if (data != nullptr) {
-    MODULE_D(WABS_LOG_EVENT, "D brio:data_service_mode changed %d (%s:%s:%d)", prv_word(data, 0));
+    MODULE_D(WABS_LOG_EVENT, "brio:data_service_mode changed %d", prv_word(data, 0));
   }
   return 0;
 }
 
 uint32_t prv_roaming_status_callback(uint32_t, uint32_t, const void* data) {
   if (data != nullptr) {
-    MODULE_D(WABS_LOG_EVENT, "D brio:roaming_status changed %d (%s:%s:%d)", prv_word(data, 0));
+    MODULE_D(WABS_LOG_EVENT, "brio:roaming_status changed %d", prv_word(data, 0));
   }
   return 0;
 }
@@ -46,7 +46,7 @@ uint32_t prv_sim_plmn_info_callback(uint32_t, uint32_t, const void* data) {
   if (data != nullptr) {
     uint16_t field;
     memcpy(&field, data, sizeof(field));
-    MODULE_D(WABS_LOG_EVENT, "D brio:sim plmn info changed 0x%x (%s:%s:%d)", field);
+    MODULE_D(WABS_LOG_EVENT, "brio:sim plmn info changed 0x%x", field);
   }
   return 0;
 }
@@ -54,7 +54,7 @@ uint32_t prv_sim_plmn_info_callback(uint32_t, uint32_t, const void* data) {
 uint32_t prv_brio_event_plmn_change(uint32_t, uint32_t, const void*) {
   relaxed_store(g_module.cached_time_zone, -1);
   relaxed_store(g_module.mcc_mnc_refresh, 1u);
-  MODULE_D(WABS_LOG_EVENT, "D brio:serving plmn changed...Invalidating Cached TZ (%s:%s:%d)");
+  MODULE_D(WABS_LOG_EVENT, "brio:serving plmn changed...Invalidating Cached TZ");
   return 0;
 }
 
@@ -63,12 +63,12 @@ uint32_t prv_brio_event_time_info(uint32_t, uint32_t, const void* data) {
   if (data == nullptr) return 0;
   int32_t zone = prv_word(data, 2);
   relaxed_store(g_module.cached_time_zone, zone);
-  MODULE_D(WABS_LOG_EVENT, "D brio:TIME ZONE FROM EVENT: %d (%s:%s:%d)", zone);
+  MODULE_D(WABS_LOG_EVENT, "brio:TIME ZONE FROM EVENT: %d", zone);
   return 0;
 }
 
 uint32_t prv_tx_power_limit_change_callback(uint32_t, uint32_t, const void*) {
-  MODULE_D(WABS_LOG_EVENT, "D brio:tx power limit changed (%s:%s:%d)");
+  MODULE_D(WABS_LOG_EVENT, "brio:tx power limit changed");
   return 0;
 }
 
@@ -92,7 +92,7 @@ uint32_t wabs_report_event(const void* event) {
   if (event == nullptr) return WABS_STATUS_OK;
   const char* name = NipcGetEventName(event);
   const char* source = NipcGetEventSource(event);
-  MODULE_D(WABS_LOG_VALUE, "D brio:event %s %s occurred (%s:%s:%d)", source != nullptr ? source : "",
+  MODULE_D(WABS_LOG_VALUE, "brio:event %s %s occurred", source != nullptr ? source : "",
            name != nullptr ? name : "");
   return WABS_STATUS_OK;
 }

@@ -84,7 +84,7 @@ bool prv_write_whole(int fd, const char* data, size_t size) {
 }
 
 void prv_cannot_open() {
-  MODULE_E("E brio:openfile:name=\"%s\",errno=%d:can't open file", kMccFile, errno);
+  MODULE_E("brio:openfile:name=\"%s\",errno=%d:can't open file", kMccFile, errno);
 }
 
 // True when the file does not hold `mcc`; a file that cannot be read counts as unchanged, so that it is left
@@ -92,8 +92,7 @@ void prv_cannot_open() {
 bool prv_differs_from_file(const char* mcc) {
   brio::Descriptor file(brio::open_input(brio::DevicePath(kMccFile).c_str()));
   if (!file.valid() && errno == ENOENT) {
-    MODULE_D_OF("prv_report_mcc_change", WABS_LOG_FLOW, "D def:current MCC = %s no previous MCC (%s:%s:%d)",
-                mcc);
+    MODULE_D_OF("prv_report_mcc_change", WABS_LOG_FLOW, "def:current MCC = %s no previous MCC", mcc);
     return true;
   }
   if (!file.valid()) {
@@ -102,23 +101,23 @@ bool prv_differs_from_file(const char* mcc) {
   }
   char previous[kMccDigits + 1] = {};
   if (!prv_read_whole(file.get(), previous, kMccDigits)) {
-    MODULE_E("E brio:readfile:name=\"%s\",errno=%d:can't read file", kMccFile, errno);
+    MODULE_E("brio:readfile:name=\"%s\",errno=%d:can't read file", kMccFile, errno);
     return false;
   }
-  MODULE_D_OF("prv_report_mcc_change", WABS_LOG_FLOW, "D def:current MCC = %s previous MCC = %s (%s:%s:%d)",
-              mcc, previous);
+  MODULE_D_OF("prv_report_mcc_change", WABS_LOG_FLOW, "def:current MCC = %s previous MCC = %s", mcc,
+              previous);
   return memcmp(mcc, previous, kMccDigits) != 0;
 }
 
 void prv_report_mcc_change(const char* mcc) {
   // The file holds three digits and is rewritten in place: a shorter text would leave a digit of the old one.
   if (!prv_three_digits(mcc) || !prv_differs_from_file(mcc)) return;
-  MODULE_I("I brio:mccchanged:mcc=%s:mcc has changed", mcc);
+  MODULE_I("brio:mccchanged:mcc=%s:mcc has changed", mcc);
   brio::Descriptor file(brio::open_output(kMccFile, O_WRONLY, kMccFileMode));
   if (!file.valid()) {
     prv_cannot_open();
   } else if (!prv_write_whole(file.get(), mcc, kMccDigits)) {
-    MODULE_E("E brio:writefile:name=\"%s\",errno=%d:can't write file", kMccFile, errno);
+    MODULE_E("brio:writefile:name=\"%s\",errno=%d:can't write file", kMccFile, errno);
     // A file that is too short cannot be read, so it would never be written again.
     if (lseek(file.get(), 0, SEEK_END) < static_cast<off_t>(kMccDigits)) {
       unlink(brio::DevicePath(kMccFile).c_str());
@@ -128,31 +127,30 @@ void prv_report_mcc_change(const char* mcc) {
 
 void prv_update_mcc(const char (&updated)[4], uint32_t* mcc) {
   if (!prv_known(updated)) {
-    MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "D brio:UPDATED MCC is Invalid (%s:%s:%d)");
+    MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "brio:UPDATED MCC is Invalid");
     return;
   }
   if (strcmp(updated, s_cached.mcc) != 0) {
-    MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "D brio:UPDATED MCC %s CACHED MCC %sDIFFER (%s:%s:%d)", updated,
-                s_cached.mcc);
+    MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "brio:UPDATED MCC %s CACHED MCC %sDIFFER", updated, s_cached.mcc);
     prv_report_mcc_change(updated);
     brio::copy_text(s_cached.mcc, sizeof(s_cached.mcc), updated);
   }
   *mcc = prv_number(updated);
-  MODULE_D_OF(kGetMccMnc, WABS_LOG_VALUE, "D brio:UPDATED MCC=%d (%s:%s:%d)", *mcc);
+  MODULE_D_OF(kGetMccMnc, WABS_LOG_VALUE, "brio:UPDATED MCC=%d", *mcc);
 }
 
 void prv_update_mnc(const char (&updated)[4], uint32_t* mnc) {
   if (!prv_known(updated)) {
-    MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "D brio:UPDATED MNC is Invalid (%s:%s:%d)");
+    MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "brio:UPDATED MNC is Invalid");
     return;
   }
   if (strcmp(updated, s_cached.mnc) != 0) {
-    MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "D brio:UPDATED MNC %s and CACHED MNC %sDIFFER (%s:%s:%d)",
-                updated, s_cached.mnc);
+    MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "brio:UPDATED MNC %s and CACHED MNC %sDIFFER", updated,
+                s_cached.mnc);
     brio::copy_text(s_cached.mnc, sizeof(s_cached.mnc), updated);
   }
   *mnc = prv_number(updated);
-  MODULE_D_OF(kGetMccMnc, WABS_LOG_VALUE, "D brio:UPDATED MNC=%d (%s:%s:%d)", *mnc);
+  MODULE_D_OF(kGetMccMnc, WABS_LOG_VALUE, "brio:UPDATED MNC=%d", *mnc);
 }
 
 }  // namespace
@@ -160,12 +158,12 @@ void prv_update_mnc(const char (&updated)[4], uint32_t* mnc) {
 uint32_t wabs_get_mcc_mnc(uint32_t* mcc, uint32_t* mnc) {
   MODULE_ENTER();
   if (mcc == nullptr || mnc == nullptr) MODULE_RETURN(WABS_STATUS_NULL_POINTER);
-  MODULE_D(WABS_LOG_FLOW, "D brio:getting mcc and mnc to see if it has changed (%s:%s:%d)");
+  MODULE_D(WABS_LOG_FLOW, "brio:getting mcc and mnc to see if it has changed");
 
   if (brio::relaxed_load(g_module.mcc_mnc_refresh) == 0) {
     *mcc = prv_number(s_cached.mcc);
     *mnc = prv_number(s_cached.mnc);
-    MODULE_D(WABS_LOG_VALUE, "D brio:CACHED MCC/MNC=%d-%d (%s:%s:%d)", *mcc, *mnc);
+    MODULE_D(WABS_LOG_VALUE, "brio:CACHED MCC/MNC=%d-%d", *mcc, *mnc);
     MODULE_RETURN(WABS_STATUS_OK);
   }
 
@@ -188,7 +186,7 @@ uint32_t wabs_get_mcc_mnc(uint32_t* mcc, uint32_t* mnc) {
 uint32_t wabs_get_hplmn_mcc_mnc(uint32_t* mcc, uint32_t* mnc) {
   MODULE_ENTER();
   if (mcc == nullptr || mnc == nullptr) MODULE_RETURN(WABS_STATUS_NULL_POINTER);
-  MODULE_D(WABS_LOG_FLOW, "D brio:getting HPLMN mcc and mnc (%s:%s:%d)");
+  MODULE_D(WABS_LOG_FLOW, "brio:getting HPLMN mcc and mnc");
 
   uint32_t result = WABS_STATUS_OK;
   if (s_home_cached == 0) {
@@ -207,6 +205,6 @@ uint32_t wabs_get_hplmn_mcc_mnc(uint32_t* mcc, uint32_t* mnc) {
     *mcc = s_home_mcc;
     *mnc = s_home_mnc;
   }
-  MODULE_D(WABS_LOG_FLOW, "D brio:HPLMN mcc[%d] mnc[%d] (%s:%s:%d)", s_home_mcc, s_home_mnc);
+  MODULE_D(WABS_LOG_FLOW, "brio:HPLMN mcc[%d] mnc[%d]", s_home_mcc, s_home_mnc);
   MODULE_RETURN(result);
 }

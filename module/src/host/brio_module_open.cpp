@@ -13,11 +13,11 @@ namespace brio {
 ModuleState g_module;
 
 void log_get_error(const char* parameter, uint32_t status) {
-  MODULE_E("E brio:get:param=%s,error=%d:can't get parameter", parameter, status);
+  MODULE_E("brio:get:param=%s,error=%d:can't get parameter", parameter, status);
 }
 
 uint32_t log_return(const char* function, int line, uint32_t result) {
-  MODULE_LINE(WABS_LOG_FLOW, LOG_DEBUG, "D def:Return (%s:%s:%d)", function, kSourceFile, line);
+  if (module_log_on(WABS_LOG_FLOW)) module_debug(function, kSourceFile, line, "def:Return");
   return result;
 }
 
@@ -57,9 +57,9 @@ uint32_t prv_close_ipc() {
 void prv_start_trace() {
   uint32_t status = brio_trace_tst_log(kTraceFilterFile, kTraceLogPrefix);
   if (status == BRIO_STATUS_UNAVAILABLE) {
-    MODULE_D_OF("wabs_open", WABS_LOG_VALUE, "D brio:trace logging disabled (%s:%s:%d)");
+    MODULE_D_OF("wabs_open", WABS_LOG_VALUE, "brio:trace logging disabled");
   } else if (status != BRIO_STATUS_OK) {
-    MODULE_W("W brio:get:param=%s,warning=%d:can't get parameter", "debug_config_file", status);
+    MODULE_W("brio:get:param=debug_config_file,warning=%d:can't get parameter", status);
   }
 }
 
@@ -72,8 +72,8 @@ void prv_start_prox() {
   if (prox_open() == 0) {
     g_module.prox_open = 1;
   } else {
-    // Prints 1 whatever the status was: readers of the log know this line so.
-    MODULE_E("E brio:openlib:status=%d:can't open prox library", 1);
+    // 1 whatever the status was: readers of the log know this line so.
+    MODULE_E("brio:openlib:status=1:can't open prox library");
   }
 }
 
@@ -81,9 +81,9 @@ void prv_start_prox() {
 bool prv_wait_sim_status(uint32_t* rounds) {
   uint32_t sim_status = SIM_NOT_READ;
   do {
-    MODULE_D_OF("wabs_open", WABS_LOG_VALUE, "D brio:getting SIM status, retry = %d (%s:%s:%d)", *rounds);
+    MODULE_D_OF("wabs_open", WABS_LOG_VALUE, "brio:getting SIM status, retry = %d", *rounds);
     uint32_t status = brio_get_wn3_sim_status(&sim_status);
-    MODULE_D_OF("wabs_open", WABS_LOG_VALUE, "D brio:SIM status=%d (%s:%s:%d)", sim_status);
+    MODULE_D_OF("wabs_open", WABS_LOG_VALUE, "brio:SIM status=%d", sim_status);
     if (status != BRIO_STATUS_OK) {
       log_get_error("sim_status", status);
       return false;
@@ -93,7 +93,7 @@ bool prv_wait_sim_status(uint32_t* rounds) {
     sleep_seconds(kSimStatusPauseSeconds);
   } while (*rounds < kSimRounds);
   if (sim_status < WAITING_TO_ATTACH) {
-    MODULE_E("E brio:simstat:status=%d:bad sim status", sim_status);
+    MODULE_E("brio:simstat:status=%d:bad sim status", sim_status);
     return false;
   }
   return true;
@@ -119,7 +119,7 @@ bool prv_register_callbacks() {
   for (const EventCallback& event : kEventCallbacks) {
     uint32_t status = brio_set_callback_for_event_id(event.id, event.callback);
     if (status != BRIO_STATUS_OK) {
-      MODULE_E("E brio:cback:name=%s status=%d:can't set SDK callback", event.name, status);
+      MODULE_E("brio:cback:name=%s status=%d:can't set SDK callback", event.name, status);
       return false;
     }
   }
@@ -143,7 +143,7 @@ uint32_t prv_open() {
 
   uint32_t status = brio_open(kQueryPort);
   if (status != BRIO_STATUS_OK) {
-    MODULE_E("E brio:openlib:status=%d:can't open brio library", status);
+    MODULE_E("brio:openlib:status=%d:can't open brio library", status);
     return WABS_STATUS_LIBRARY_FAILURE;
   }
   prv_start_trace();
@@ -159,7 +159,7 @@ uint32_t prv_open() {
   }
   status = brio_get_sim_static_info(0);
   if (status != BRIO_STATUS_OK) {
-    MODULE_E("E brio:set:param=%s,status=%d:can't set", "SIM static info", status);
+    MODULE_E("brio:set:param=SIM static info,status=%d:can't set", status);
   }
   prv_open_ipc();
   return WABS_STATUS_OK;

@@ -102,8 +102,7 @@ uint32_t wabs_get_bars(uint32_t* bars) {
     log_get_error("pdpa", status);
     MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   }
-  MODULE_D(WABS_LOG_FLOW, "D brio:pdp activation state attached: %d,allowed: %d (%s:%s:%d)", attached,
-           allowed);
+  MODULE_D(WABS_LOG_FLOW, "brio:pdp activation state attached: %d,allowed: %d", attached, allowed);
   if (attached == 0) {
     *bars = WABS_BARS_NOT_ATTACHED;
     MODULE_RETURN(WABS_STATUS_OK);
@@ -111,7 +110,7 @@ uint32_t wabs_get_bars(uint32_t* bars) {
 
   status = brio_check_for_fatal_failure();
   if (status == BRIO_STATUS_FATAL) {
-    MODULE_E("E brio:fatalfailure::modem must be reset because fatal failure has occurred");
+    MODULE_E("brio:fatalfailure::modem must be reset because fatal failure has occurred");
     MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   }
   if (status != BRIO_STATUS_OK) {
@@ -119,14 +118,14 @@ uint32_t wabs_get_bars(uint32_t* bars) {
     MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   }
 
-  MODULE_D(WABS_LOG_FLOW, "D brio:getting bars (%s:%s:%d)");
+  MODULE_D(WABS_LOG_FLOW, "brio:getting bars");
   status = brio_get_bars(bars, prv_reader_active() ? 1 : 0);
   if (status != BRIO_STATUS_OK) {
     log_get_error("bars", status);
     MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   }
   if (*bars == 0) *bars = 1;  // an attached modem never shows none
-  MODULE_D(WABS_LOG_VALUE, "D brio:bars:%d (%s:%s:%d)", *bars);
+  MODULE_D(WABS_LOG_VALUE, "brio:bars:%d", *bars);
   MODULE_RETURN(WABS_STATUS_OK);
 }
 
@@ -139,7 +138,7 @@ uint32_t wabs_get_module_time(time_t* utc, int32_t* offset_seconds) {
     network_time record = {};
     uint32_t status = brio_get_network_time(&record);
     if (status == BRIO_STATUS_UNAVAILABLE) {
-      MODULE_D(WABS_LOG_FLOW, "D brio:Network time not provided (%s:%s:%d)");
+      MODULE_D(WABS_LOG_FLOW, "brio:Network time not provided");
       MODULE_RETURN(WABS_STATUS_NO_NETWORK_TIME);
     }
     if (status != BRIO_STATUS_OK) {
@@ -151,7 +150,7 @@ uint32_t wabs_get_module_time(time_t* utc, int32_t* offset_seconds) {
   *utc = kTimeUnknown;
   // Unsigned, so that a zone beyond reason wraps.
   *offset_seconds = static_cast<int32_t>(static_cast<uint32_t>(zone) * kSecondsPerZoneUnit);
-  MODULE_D(WABS_LOG_EVENT, "D brio:localTimeOffset=%d (%s:%s:%d)", *offset_seconds);
+  MODULE_D(WABS_LOG_EVENT, "brio:localTimeOffset=%d", *offset_seconds);
   MODULE_RETURN(WABS_STATUS_OK);
 }
 
@@ -159,14 +158,14 @@ uint32_t wabs_get_data_service_mode(uint32_t* mode) {
   MODULE_ENTER();
   uint32_t check = prv_check_value(mode);
   if (check != WABS_STATUS_OK) MODULE_RETURN(check);
-  MODULE_D(WABS_LOG_FLOW, "D brio:getting data service mode (%s:%s:%d)");
+  MODULE_D(WABS_LOG_FLOW, "brio:getting data service mode");
   uint32_t value = 0;
   uint32_t status = brio_get_data_service_mode(&value);
   if (status != BRIO_STATUS_OK) {
     log_get_error("dsm", status);
     MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   }
-  MODULE_D(WABS_LOG_FLOW, "D brio:data service mode = %d (%s:%s:%d)", value);
+  MODULE_D(WABS_LOG_FLOW, "brio:data service mode = %d", value);
   *mode = prv_map(kHostServiceMode, value, 0);
   MODULE_RETURN(WABS_STATUS_OK);
 }
@@ -190,7 +189,7 @@ uint32_t wabs_get_rssi(int32_t* rssi) {
   uint32_t check = prv_check_value(rssi);
   if (check != WABS_STATUS_OK) MODULE_RETURN(check);
   *rssi = 0;  // the host reads bars; the signal itself is on the diagnostic page
-  MODULE_D(WABS_LOG_VALUE, "D brio:rssi=%d (%s:%s:%d)", *rssi);
+  MODULE_D(WABS_LOG_VALUE, "brio:rssi=%d", *rssi);
   MODULE_RETURN(WABS_STATUS_OK);
 }
 
@@ -199,7 +198,7 @@ uint32_t wabs_get_imsi(char* buffer, uint32_t length) {
   uint32_t check = prv_check_text(buffer, length, kImsiSpace);
   if (check != WABS_STATUS_OK) MODULE_RETURN(check);
   prv_copy_out(buffer, length, g_module.sim.imsi);
-  MODULE_D(WABS_LOG_VALUE, "D brio:IMSI updated (%s:%s:%d)");
+  MODULE_D(WABS_LOG_VALUE, "brio:IMSI updated");
   MODULE_RETURN(WABS_STATUS_OK);
 }
 
@@ -208,7 +207,7 @@ uint32_t wabs_get_radio_serial_number(char* buffer, uint32_t length) {
   uint32_t check = prv_check_text(buffer, length, kImeiSpace);
   if (check != WABS_STATUS_OK) MODULE_RETURN(check);
   prv_copy_out(buffer, length, g_module.modem.imei);
-  MODULE_D(WABS_LOG_VALUE, "D brio:imei=%s (%s:%s:%d)", buffer);
+  MODULE_D(WABS_LOG_VALUE, "brio:imei=%s", buffer);
   MODULE_RETURN(WABS_STATUS_OK);
 }
 
@@ -219,7 +218,7 @@ uint32_t wabs_get_radio_cert_param1(char* buffer, uint32_t length) {
   prv_copy_out(buffer, length, g_module.sim.iccid);
   char masked[kIccidSpace];
   prv_copy_out(masked, sizeof(masked), g_module.sim.iccid);
-  MODULE_D(WABS_LOG_VALUE, "D brio:iccid=%s (%s:%s:%d)", briolib_obfuscate_numeral(masked, '*'));
+  MODULE_D(WABS_LOG_VALUE, "brio:iccid=%s", briolib_obfuscate_numeral(masked, '*'));
   MODULE_RETURN(WABS_STATUS_OK);
 }
 

@@ -48,7 +48,7 @@ uint32_t log_return(const char* function, int line, uint32_t result);
 }  // namespace brio
 
 // An operation begins with MODULE_ENTER and leaves by MODULE_RETURN only.
-#define MODULE_ENTER() MODULE_D(WABS_LOG_FLOW, "D def:Enter (%s:%s:%d)")
+#define MODULE_ENTER() MODULE_D(WABS_LOG_FLOW, "def:Enter")
 #define MODULE_RETURN(result) return ::brio::log_return(__func__, __LINE__, result)
 
 #endif

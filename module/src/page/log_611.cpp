@@ -42,7 +42,7 @@ bool prv_reports_bas(const atcmd_snapshot& snapshot) {
 uint64_t prv_monotonic_ms() {
   timespec now;
   if (!brio::clock_monotonic(&now)) {
-    MODULE_E("E brio:monotime:err=%d:can't get monotonic time", errno);
+    MODULE_E("brio:monotime:err=%d:can't get monotonic time", errno);
     return 0;
   }
   return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
@@ -57,10 +57,9 @@ void brio_module_update_ppp(NetInfo* net) {
   uint64_t diff = 0;
   if (s_previous_sample.time_ms != 0) {
     diff = now.time_ms - s_previous_sample.time_ms;
-    MODULE_D(WABS_LOG_VALUE, "D brio:now=%llu,last=%llu,diff=%llu\n (%s:%s:%d)",
-             static_cast<unsigned long long>(now.time_ms),
-             static_cast<unsigned long long>(s_previous_sample.time_ms),
-             static_cast<unsigned long long>(diff));
+    MODULE_D(
+        WABS_LOG_VALUE, "brio:now=%llu,last=%llu,diff=%llu\n", static_cast<unsigned long long>(now.time_ms),
+        static_cast<unsigned long long>(s_previous_sample.time_ms), static_cast<unsigned long long>(diff));
   }
   brio::page::compute_rates(s_previous_sample, now, diff, net);
   net->rx_bytes = now.rx_bytes;
@@ -73,16 +72,15 @@ void prv_static_info(Writer& page) {
   if (!s_static_info_read) {
     uint32_t status = brio_get_sim_static_info(1);
     if (status != BRIO_STATUS_OK) {
-      MODULE_E("E brio:611:Exiting due to error in getting SIM static info, brio status: %d \n:",
-               static_cast<int>(status));
-      MODULE_E("E brio:611:Exiting due to error in prv_brio_get611_display \n: ");
+      MODULE_E("brio:611:Exiting due to error in getting SIM static info, brio status: %d \n:", status);
+      MODULE_E("brio:611:Exiting due to error in prv_brio_get611_display \n: ");
       return;
     }
     s_static_info_read = true;
   }
   brio::InputFile file(brio::kStaticInfoFile);
   if (!file) {
-    MODULE_E("E brio:611:no static info found \n:Bad Param");
+    MODULE_E("brio:611:no static info found \n:Bad Param");
     return;
   }
   brio::page::write_static_info(page, &file);
@@ -99,7 +97,7 @@ void prv_brio_get611_display(Writer& page, const atcmd_snapshot& snapshot, View 
   brio_module_update_ppp(&net);
   const PageInput input = {&snapshot, sim.iccid, &net, brio::relaxed_load(g_pre_sar_mode), view};
   if (!brio::page::write_sections(page, input)) {
-    MODULE_E("E brio:611:Exiting due to error in prv_brio_get611_display \n:strdup failed ");
+    MODULE_E("brio:611:Exiting due to error in prv_brio_get611_display \n:strdup failed ");
     return;
   }
   prv_static_info(page);
@@ -110,7 +108,7 @@ void prv_brio_get611_display(Writer& page, const atcmd_snapshot& snapshot, View 
 uint32_t brio_module_get_log_string(char* buffer, uint32_t* size, uint32_t mode) {
   if (s_exited) {
     s_exited = false;
-    MODULE_D(WABS_LOG_FLOW, "D def:Not setting bas status as cycle is exited (%s:%s:%d)");
+    MODULE_D(WABS_LOG_FLOW, "def:Not setting bas status as cycle is exited");
     return 0;
   }
   uint32_t no_size = 0;
@@ -120,7 +118,7 @@ uint32_t brio_module_get_log_string(char* buffer, uint32_t* size, uint32_t mode)
   atcmd_snapshot snapshot;
   uint32_t status = briolib_get_atcmd_snapshot(&snapshot, 0);
   if (status != BRIO_STATUS_OK) {
-    MODULE_E("E brio:611:briolib_get_atcmd_snapshot error: %d \n:", static_cast<int>(status));
+    MODULE_E("brio:611:briolib_get_atcmd_snapshot error: %d \n:", status);
     page.add("Unable to get snapshot. status=%d\n", static_cast<int>(status));
     *size = 0 - page.room();
     return 0;
@@ -129,7 +127,7 @@ uint32_t brio_module_get_log_string(char* buffer, uint32_t* size, uint32_t mode)
     g_611_urc_on = 1;
   }
   if (buffer == nullptr) {
-    MODULE_E("E brio:611:Exiting due to error in prv_brio_get611_display \n:Bad Param");
+    MODULE_E("brio:611:Exiting due to error in prv_brio_get611_display \n:Bad Param");
     *size = 0;
     return 0;
   }
@@ -139,7 +137,7 @@ uint32_t brio_module_get_log_string(char* buffer, uint32_t* size, uint32_t mode)
 }
 
 uint32_t brio_module_exit_logging(void) {
-  MODULE_D(WABS_LOG_FLOW, "D def:exiting 611 page.... (%s:%s:%d)");
+  MODULE_D(WABS_LOG_FLOW, "def:exiting 611 page....");
   atcmd_snapshot snapshot;
   if (briolib_get_atcmd_snapshot(&snapshot, 0) == BRIO_STATUS_OK) {
     if (g_611_urc_on != 0 && prv_reports_bas(snapshot)) {

@@ -75,7 +75,7 @@ int prv_open_entry(const char* name, int flags) {
   char path[PATH_MAX];
   snprintf(path, sizeof(path), "%s/%s", brio::kProxDirectory, name);
   int fd = brio::open_device(path, flags);
-  if (fd < 0) MODULE_E("E proxlib:sys entry:name=%s, errno=%d:can't open", name, errno);
+  if (fd < 0) MODULE_E("proxlib:sys entry:name=%s, errno=%d:can't open", name, errno);
   return fd;
 }
 
@@ -112,7 +112,7 @@ uint32_t prv_prox_reg_write(const char* name, uint32_t value) {
   brio::Descriptor entry(prv_open_entry(name, O_RDWR));
   if (!entry.valid()) return kOpenFailed;
   if (prv_attempt([&] { return prv_write_text(entry.get(), text, strlen(text)); })) return kOk;
-  MODULE_E("E proxlib:sys entry:name=%s,errno=%d:can't write the sys entry", name, errno);
+  MODULE_E("proxlib:sys entry:name=%s,errno=%d:can't write the sys entry", name, errno);
   return kAccessFailed;
 }
 
@@ -131,7 +131,7 @@ uint32_t prv_prox_reg_read(const char* name, uint32_t* value) {
     }
     errno = EINVAL;  // no number: as good as not read, and no reason to try again
   }
-  MODULE_E("E proxlib:sys entry:name=%s, errno=%d:can't read", name, errno);
+  MODULE_E("proxlib:sys entry:name=%s, errno=%d:can't read", name, errno);
   return kAccessFailed;
 }
 
@@ -151,10 +151,10 @@ uint32_t prv_prox_set_sar(uint32_t mode) {
   if (!wanted) return kOk;
   uint32_t status = brio_set_sar_pwr(mode);
   if (status != BRIO_STATUS_OK) {
-    MODULE_I("I proxlib:::brio_rc [%d]", static_cast<int>(status));
+    MODULE_I("proxlib:::brio_rc [%d]", status);
     return kCommandFailed;
   }
-  MODULE_I("I proxlib:SAR set to [%d]::", static_cast<int>(mode));
+  MODULE_I("proxlib:SAR set to [%d]::", mode);
   return kOk;
 }
 
@@ -183,13 +183,12 @@ bool prv_read_sensor() {
 void prv_log_readings(const char* mode_name) {
   using brio::prox::Calibration;
   if (s_state.calibration == Calibration::kUnexamined) {
-    MODULE_D_OF("prv_update_prox_reading", WABS_LOG_VALUE, "D proxlib:Offset[%d]Useful[%d]SAR[%s] (%s:%s:%d)",
+    MODULE_D_OF("prv_update_prox_reading", WABS_LOG_VALUE, "proxlib:Offset[%d]Useful[%d]SAR[%s]",
                 static_cast<int16_t>(s_state.offset), static_cast<int16_t>(s_state.useful), mode_name);
   }
   if (s_state.calibration != Calibration::kBad) {
-    MODULE_D_OF("prv_update_prox_reading", WABS_LOG_VALUE,
-                "D proxlib:Diff[%d]Cur_avg[%d]Pre_avg[%d]SAR[%s] (%s:%s:%d)", s_state.diff,
-                s_state.current_average, s_state.previous_average, mode_name);
+    MODULE_D_OF("prv_update_prox_reading", WABS_LOG_VALUE, "proxlib:Diff[%d]Cur_avg[%d]Pre_avg[%d]SAR[%s]",
+                s_state.diff, s_state.current_average, s_state.previous_average, mode_name);
   }
 }
 
@@ -199,7 +198,7 @@ bool prv_check_calibration(const char* mode_name) {
   if (s_state.calibration == Calibration::kUnexamined) {
     brio::prox::examine_calibration(&s_state);
     if (s_state.calibration == Calibration::kBad) {
-      MODULE_I("I proxlib:Offset[%d]Useful[%d]OffsetTh[%d]UsefulTh[%d]SAR[%s]::Disabling SAR",
+      MODULE_I("proxlib:Offset[%d]Useful[%d]OffsetTh[%d]UsefulTh[%d]SAR[%s]::Disabling SAR",
                static_cast<int16_t>(s_state.offset), static_cast<int16_t>(s_state.useful),
                brio::prox::kOffsetThreshold, brio::prox::kUsefulThreshold, mode_name);
     }
@@ -214,19 +213,17 @@ void prv_log_transition(const brio::prox::Action& action) {
     case Transition::kNone:
       break;
     case Transition::kOffToOn:
-      MODULE_I("I proxlib:Diff[%d]Th[%d]SAR[%s]SAR detected::", s_state.diff, brio::prox::kDiffThreshold,
-               name);
+      MODULE_I("proxlib:Diff[%d]Th[%d]SAR[%s]SAR detected::", s_state.diff, brio::prox::kDiffThreshold, name);
       break;
     case Transition::kOnToOff:
-      MODULE_I("I proxlib:Diff[%d]Th[%d]SAR[%s]SAR released::", s_state.diff, brio::prox::kDiffThreshold,
-               name);
+      MODULE_I("proxlib:Diff[%d]Th[%d]SAR[%s]SAR released::", s_state.diff, brio::prox::kDiffThreshold, name);
       break;
     case Transition::kInitToOn:
-      MODULE_I("I proxlib:Diff[%d]curAvg[%d]prevAvg[%d]AvgTx[%d]SAR[%s]INIT->ON::", s_state.diff,
+      MODULE_I("proxlib:Diff[%d]curAvg[%d]prevAvg[%d]AvgTx[%d]SAR[%s]INIT->ON::", s_state.diff,
                s_state.current_average, s_state.previous_average, brio::prox::kAverageDropThreshold, name);
       break;
     case Transition::kInitToOff:
-      MODULE_I("I proxlib:Diff[%d]curAvg[%d]prevAvg[%d]SAR[%s]INIT->OFF::", s_state.diff,
+      MODULE_I("proxlib:Diff[%d]curAvg[%d]prevAvg[%d]SAR[%s]INIT->OFF::", s_state.diff,
                s_state.current_average, s_state.previous_average, name);
       break;
   }
@@ -234,10 +231,10 @@ void prv_log_transition(const brio::prox::Action& action) {
 
 void prv_poll() {
   if (brio::prox::count_poll(&s_state)) {
-    MODULE_I("I proxlib:::2min timer expired, now using slower scan rate");
+    MODULE_I("proxlib:::2min timer expired, now using slower scan rate");
     uint32_t status = prv_to_slow_scan();
     if (status != kOk) {
-      MODULE_E("E proxlib:reg_write:status=%d:failed to enable prox", static_cast<int>(status));
+      MODULE_E("proxlib:reg_write:status=%d:failed to enable prox", status);
     }
   }
   if (!prv_read_sensor()) return;
@@ -255,7 +252,7 @@ void prv_poll() {
   if (action.to_slow_period) {
     uint32_t status = prv_to_slow_scan();
     if (status != kOk) {
-      MODULE_E("E proxlib:reg_write:status=%d:failed to change scan period", static_cast<int>(status));
+      MODULE_E("proxlib:reg_write:status=%d:failed to change scan period", status);
     }
   }
 }
@@ -269,11 +266,11 @@ bool prv_monitor(int socket) {
     fd_set except_set = read_set;
     if (brio::clock_select(socket + 1, &read_set, &except_set, s_state.period_seconds) < 0) {
       if (errno == EINTR) continue;
-      MODULE_E("E proxlib:select:errno=%d:failed--pausing read thread", errno);
+      MODULE_E("proxlib:select:errno=%d:failed--pausing read thread", errno);
       return false;
     }
     if (FD_ISSET(socket, &except_set)) {
-      MODULE_E("E proxlib:selerr::err on read s_sockets[0]--pausing read thread");
+      MODULE_E("proxlib:selerr::err on read s_sockets[0]--pausing read thread");
       return false;
     }
     if (!FD_ISSET(socket, &read_set)) {
@@ -282,10 +279,10 @@ bool prv_monitor(int socket) {
     }
     char request[1024];
     if (read(socket, request, sizeof(request)) < 0) {
-      MODULE_E("E proxlib:socketpair:errno=%d:can't access s_sockets[0]", errno);
+      MODULE_E("proxlib:socketpair:errno=%d:can't access s_sockets[0]", errno);
       return false;
     }
-    MODULE_I("I proxlib:Monitor thread::Graceful thread exit");
+    MODULE_I("proxlib:Monitor thread::Graceful thread exit");
     return true;
   }
 }
@@ -303,7 +300,7 @@ void prv_close_sockets(int own) {
 void* prv_update_prox_reading(void* argument) {
   brio::this_thread_is(brio::Thread::kMonitor);
   int own = static_cast<int>(reinterpret_cast<intptr_t>(argument));
-  if (!prv_monitor(own)) MODULE_E("E proxlib:Monitor thread::Error thread exit");
+  if (!prv_monitor(own)) MODULE_E("proxlib:Monitor thread::Error thread exit");
   prv_close_sockets(own);
   return nullptr;
 }
@@ -333,13 +330,13 @@ void prv_disable_sensor() {
 bool prv_switch_off() {
   uint32_t status = prv_write_control(kDisable);
   if (status == kOk) return true;
-  MODULE_E("E proxlib:reg_write:status=%d:failed to disable prox", static_cast<int>(status));
+  MODULE_E("proxlib:reg_write:status=%d:failed to disable prox", status);
   return false;
 }
 
 void prv_not_closed_properly() {
   prv_let_go_of_monitor();
-  MODULE_I("I proxlib:closing lib::proxlib was NOT closed properly");
+  MODULE_I("proxlib:closing lib::proxlib was NOT closed properly");
 }
 
 }  // namespace
@@ -352,15 +349,15 @@ uint32_t prox_open() {
 
   uint32_t status = prv_write_control(kEnableFast);
   if (status != kOk) {
-    MODULE_E("E proxlib:reg_write:status=%d:failed to enable prox", static_cast<int>(status));
+    MODULE_E("proxlib:reg_write:status=%d:failed to enable prox", status);
     prv_disable_sensor();
     return 3;
   }
-  MODULE_I("I proxlib:prox init::prox sensor is enabled with scan cycle 0x%x", kEnableFast);
+  MODULE_I("proxlib:prox init::prox sensor is enabled with scan cycle 0x%x", kEnableFast);
 
   int sockets[2];
   if (!brio::open_control_sockets(sockets)) {
-    MODULE_E("E proxlib:socketpair:errno=%d:can't create socket pair", errno);
+    MODULE_E("proxlib:socketpair:errno=%d:can't create socket pair", errno);
     prv_disable_sensor();
     return 5;
   }
@@ -371,18 +368,18 @@ uint32_t prox_open() {
 
   brio::prox::start_run(&s_state);
   brio::relaxed_store(g_pre_sar_mode, static_cast<int32_t>(BRIO_SAR_INIT));
-  MODULE_I("I proxlib:prox init::prox sensor init is done");
+  MODULE_I("proxlib:prox init::prox sensor init is done");
 
   void* own = reinterpret_cast<void*>(static_cast<intptr_t>(sockets[0]));
   int error = brio::start_thread(&s_thread, prv_update_prox_reading, own);
   if (error != 0) {
-    MODULE_E("E proxlib:pthread:status=%d:can't create thread", error);
+    MODULE_E("proxlib:pthread:status=%d:can't create thread", error);
     prv_close_sockets(sockets[0]);
     prv_disable_sensor();
     return 3;
   }
   s_thread_started = true;
-  MODULE_D(WABS_LOG_VALUE, "D proxlib:opened (%s:%s:%d)");
+  MODULE_D(WABS_LOG_VALUE, "proxlib:opened");
   return 0;
 }
 
@@ -397,16 +394,16 @@ void prox_close() {
   int error = errno;
   pthread_mutex_unlock(&s_sockets_mutex);
   if (!sent) {
-    MODULE_E("E proxlib:sockpair:errno=%d:can't access s_sockets[1]", error);
+    MODULE_E("proxlib:sockpair:errno=%d:can't access s_sockets[1]", error);
     if (error != EBADF) {
       prv_not_closed_properly();
       return;
     }
-    MODULE_E("E proxlib:prox_close:socket FD closed already:calling thread join");
+    MODULE_E("proxlib:prox_close:socket FD closed already:calling thread join");
   }
   if (!prv_join_monitor()) return;
-  MODULE_I("I proxlib:prox_close::Thread join completed successfully");
+  MODULE_I("proxlib:prox_close::Thread join completed successfully");
   // A poll that was under way has set its scan rate: the sensor would go on scanning with nobody to read it.
   if (s_control != kDisable && !prv_switch_off()) return;
-  MODULE_D(WABS_LOG_VALUE, "D proxlib:closed successfully (%s:%s:%d)");
+  MODULE_D(WABS_LOG_VALUE, "proxlib:closed successfully");
 }
