@@ -7,8 +7,7 @@
 //   E brio:simstat:status=7:bad sim status
 //   MODULE_D(WABS_LOG_VALUE, "brio:bars:%d", bars);
 //   D brio:bars:4 (wabs_get_bars:brio_module:142)
-#ifndef BRIO_MODULE_LOG_H
-#define BRIO_MODULE_LOG_H
+#pragma once
 
 #include <syslog.h>
 
@@ -38,5 +37,3 @@ void module_debug(const char* function, const char* source, int line, const char
   do {                                             \
     if (::brio::module_log_on(bits)) ::brio::call; \
   } while (0)
-
-#endif

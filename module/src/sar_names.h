@@ -1,6 +1,5 @@
 // Names of the SAR back-off modes (enum brio_sar_mode), for enum_to_string.
-#ifndef BRIO_SAR_NAMES_H
-#define BRIO_SAR_NAMES_H
+#pragma once
 
 #include "brio/briolib.h"
 
@@ -14,5 +13,3 @@ inline const char* sar_name(int32_t mode) {
 }
 
 }  // namespace brio
-
-#endif

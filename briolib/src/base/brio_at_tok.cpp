@@ -6,6 +6,8 @@
 #include "base/text.h"
 #include "brio/brio_at.h"
 
+using namespace brio;
+
 namespace {
 
 constexpr int32_t kOk = 0;
@@ -21,7 +23,7 @@ char* at_tok_nexttok(char** cursor) {
   skip_white_space(cursor);
   if (*cursor == nullptr) return nullptr;
   const bool quoted = **cursor == '"';
-  brio::FieldReader text(quoted ? *cursor + 1 : *cursor);
+  FieldReader text(quoted ? *cursor + 1 : *cursor);
   char* field = text.next(quoted ? '"' : ',');
   *cursor = text.rest();
   if (quoted && *cursor != nullptr) {
@@ -63,7 +65,7 @@ void prv_remove(char* text, Predicate unwanted) {
 }
 
 unsigned prv_nibble(char c) {
-  if (brio::is_digit(c)) return static_cast<unsigned>(c - '0');
+  if (is_digit(c)) return static_cast<unsigned>(c - '0');
   if (c >= 'a' && c <= 'f') return static_cast<unsigned>(c - 'a' + 10);
   if (c >= 'A' && c <= 'F') return static_cast<unsigned>(c - 'A' + 10);
   return kHexInvalid;
@@ -113,23 +115,23 @@ void at_tok_remove_quot(char** cursor) {
 }
 
 void skip_white_space(char** cursor) {
-  if (*cursor != nullptr) *cursor = brio::skip_spaces(*cursor);
+  if (*cursor != nullptr) *cursor = skip_spaces(*cursor);
 }
 
 void skip_white_space_quotes(char** cursor) {
   if (*cursor == nullptr) return;
-  while (brio::is_space(**cursor) || **cursor == '"') (*cursor)++;
+  while (is_space(**cursor) || **cursor == '"') (*cursor)++;
 }
 
 void skip_trailing_white_space(char* text) {
   if (text == nullptr) return;
   size_t length = strlen(text);
-  while (length > 1 && brio::is_space(text[length - 1])) length--;
+  while (length > 1 && is_space(text[length - 1])) length--;
   text[length] = '\0';
 }
 
 void remove_blank_space(char* text) {
-  prv_remove(text, brio::is_space);
+  prv_remove(text, is_space);
 }
 
 void remove_double_quotes(char* text) {
@@ -138,7 +140,7 @@ void remove_double_quotes(char* text) {
 
 uint32_t is_string_digit(const char* text) {
   if (text == nullptr || *text == '\0') return 0;
-  while (brio::is_digit(*text)) text++;
+  while (is_digit(*text)) text++;
   return *text == '\0' ? 1 : 0;
 }
 

@@ -7,12 +7,14 @@
 #include "brio/brio.h"
 #include "brio/briolib.h"
 
+constexpr char kLogTag[] = "briolib/src/brio_log";
+
+using namespace brio;
+
 // Shared by every thread of the library; accessed relaxed.
 uint32_t g_brio_lib_log_mask;
 
 namespace {
-
-constexpr char kLogTag[] = "briolib/src/brio_log";
 
 constexpr uint32_t kDumpBytesPerLine = 16;
 constexpr char kHexDigits[] = "0123456789abcdef";
@@ -38,12 +40,12 @@ char* prv_obfuscate(char* text, char mask_char, bool (*hidden)(char)) {
 }  // namespace
 
 void briolib_log_set_log_mask(uint32_t mask) {
-  brio::relaxed_store(g_brio_lib_log_mask, mask);
+  relaxed_store(g_brio_lib_log_mask, mask);
   BLIB_I("log mask changed to [0x%lx]::\n", static_cast<unsigned long>(mask));
 }
 
 void briolib_log_debug_print_packet(uint32_t bits, const void* data, uint32_t length) {
-  if (!brio::log_on(bits) || data == nullptr) return;
+  if (!log_on(bits) || data == nullptr) return;
   const uint8_t* bytes = static_cast<const uint8_t*>(data);
   char line[kDumpBytesPerLine * 3 + 1];
   uint32_t used = 0;

@@ -1,6 +1,5 @@
 // The only place where the library reads clocks or waits for time to pass. Tests link another implementation.
-#ifndef BRIOLIB_BASE_CLOCK_H
-#define BRIOLIB_BASE_CLOCK_H
+#pragma once
 
 #include <poll.h>
 #include <pthread.h>
@@ -30,5 +29,3 @@ int clock_poll(pollfd* descriptors, nfds_t count, int timeout_seconds);
 int clock_select(int nfds, fd_set* read_set, fd_set* except_set, int timeout_seconds);
 
 }  // namespace brio
-
-#endif

@@ -1,7 +1,6 @@
 // The socket pair that ends a thread: the thread waits on the first socket with select, "STOP" goes into the
 // second.
-#ifndef BRIOLIB_BASE_CONTROL_SOCKETS_H
-#define BRIOLIB_BASE_CONTROL_SOCKETS_H
+#pragma once
 
 namespace brio {
 
@@ -17,5 +16,3 @@ bool send_stop(int socket);
 void hang_up(int* socket);
 
 }  // namespace brio
-
-#endif

@@ -15,7 +15,9 @@ const char* enum_find(const enum_pair* table, uint32_t count, uint32_t value) {
 
 }  // namespace brio
 
+using namespace brio;
+
 const char* enum_to_string(const enum_pair* table, uint32_t count, uint32_t value) {
-  const char* name = brio::enum_find(table, count, value);
+  const char* name = enum_find(table, count, value);
   return name != nullptr ? name : "N/A";
 }

@@ -1,6 +1,5 @@
 // Lookup in value-to-name tables. enum_to_string is the exported form, "N/A" for an absent value.
-#ifndef BRIOLIB_BASE_ENUM_TABLE_H
-#define BRIOLIB_BASE_ENUM_TABLE_H
+#pragma once
 
 #include <stdint.h>
 
@@ -13,5 +12,3 @@ namespace brio {
 const char* enum_find(const enum_pair* table, uint32_t count, uint32_t value);
 
 }  // namespace brio
-
-#endif

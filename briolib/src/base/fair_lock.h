@@ -1,6 +1,5 @@
 // A lock whose waiters get it in the order in which they asked for it.
-#ifndef BRIOLIB_BASE_FAIR_LOCK_H
-#define BRIOLIB_BASE_FAIR_LOCK_H
+#pragma once
 
 #include <pthread.h>
 #include <stdint.h>
@@ -35,5 +34,3 @@ class FairLock {
 };
 
 }  // namespace brio
-
-#endif

@@ -8,8 +8,7 @@
 //
 //   if (cell.lac) data.lac = *cell.lac;
 //   if (cell.rac) data.rac = *cell.rac;
-#ifndef BRIOLIB_BASE_FIELDS_H
-#define BRIOLIB_BASE_FIELDS_H
+#pragma once
 
 #include <stdint.h>
 
@@ -43,5 +42,3 @@ class FieldReader {
 };
 
 }  // namespace brio
-
-#endif

@@ -7,10 +7,10 @@
 #include "base/log.h"
 #include "base/paths.h"
 
+constexpr char kLogTag[] = "briolib/src/base";
+
 namespace brio {
 namespace {
-
-constexpr char kLogTag[] = "briolib/src/base";
 
 // Nothing is lost on regular files by not waiting.
 constexpr int kSafely = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;

@@ -1,7 +1,6 @@
 // The library's files: how each is opened, whoever else may write where it stands. docs/security.md has them
 // all. Ports and the kernel's entries are no such files, see open_device.
-#ifndef BRIOLIB_BASE_FILES_H
-#define BRIOLIB_BASE_FILES_H
+#pragma once
 
 #include <fcntl.h>
 #include <stddef.h>
@@ -56,5 +55,3 @@ class InputFile {
 };
 
 }  // namespace brio
-
-#endif

@@ -1,6 +1,5 @@
 // Owners for what an early return would leak: a held mutex, a descriptor, heap text.
-#ifndef BRIOLIB_BASE_GUARDS_H
-#define BRIOLIB_BASE_GUARDS_H
+#pragma once
 
 #include <pthread.h>
 #include <stdlib.h>
@@ -58,5 +57,3 @@ class HeapText {
 };
 
 }  // namespace brio
-
-#endif

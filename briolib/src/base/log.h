@@ -6,8 +6,7 @@
 // and writes the text; letter, tag and line number are added:
 //   BLIB_E("createth:err=%d:cant create thread\n", err);
 //   E blib:briolib/src/brio_pktio:17:createth:err=11:cant create thread
-#ifndef BRIOLIB_BASE_LOG_H
-#define BRIOLIB_BASE_LOG_H
+#pragma once
 
 #include <stdarg.h>
 #include <syslog.h>
@@ -43,5 +42,3 @@ void log_text(int priority, bool escaped, const char* prefix, const char* suffix
   } while (0)
 // An information line that names no source.
 #define BLIB_PLAIN(...) ::brio::log_line(LOG_INFO, nullptr, 0, __VA_ARGS__)
-
-#endif

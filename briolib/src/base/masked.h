@@ -1,8 +1,7 @@
 // What a log line may print of a modem's text: IMSI and ICCID are logged with their digits masked, everywhere
 // but in the raw line traces.
 //   BLIB_D(BRIO_LOG_DEBUG, "ICCID %s\n", masked_identity(iccid).c_str());
-#ifndef BRIOLIB_BASE_MASKED_H
-#define BRIOLIB_BASE_MASKED_H
+#pragma once
 
 #include "brio/brio_at.h"
 
@@ -34,5 +33,3 @@ LogText masked_identity(const char* text);
 LogText masked_sim_file(const char* text, bool is_iccid);
 
 }  // namespace brio
-
-#endif

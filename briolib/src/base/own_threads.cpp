@@ -3,11 +3,12 @@
 #include "base/log.h"
 #include "base/words.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/base";
 
-__thread brio::Thread t_thread;
+namespace brio {
+namespace {
+
+__thread Thread t_thread;
 __thread uint32_t t_callbacks;
 
 // Relaxed atomics: how many threads to be joined and other claims there are; whether forks are watched; in a
@@ -17,13 +18,13 @@ uint32_t s_watches;
 uint32_t s_forked;
 
 void prv_in_child() {
-  if (brio::relaxed_load(s_claims) != 0) brio::relaxed_store(s_forked, 1u);
+  if (relaxed_load(s_claims) != 0) relaxed_store(s_forked, 1u);
 }
 
 // The handler stays: the library is never unloaded. Where memory is short the next claim tries again.
 void prv_claim() {
-  if (brio::relaxed_load(s_watches) == 0 && pthread_atfork(nullptr, nullptr, prv_in_child) == 0) {
-    brio::relaxed_store(s_watches, 1u);
+  if (relaxed_load(s_watches) == 0 && pthread_atfork(nullptr, nullptr, prv_in_child) == 0) {
+    relaxed_store(s_watches, 1u);
   }
   __atomic_fetch_add(&s_claims, 1u, __ATOMIC_RELAXED);
 }
@@ -41,54 +42,56 @@ bool prv_refuse(bool refused, const char* function) {
 
 }  // namespace
 
-void brio::this_thread_is(Thread thread) {
+void this_thread_is(Thread thread) {
   t_thread = thread;
 }
 
-bool brio::on_channel_thread() {
+bool on_channel_thread() {
   return t_thread == Thread::kRead || t_thread == Thread::kEvent;
 }
 
-int brio::start_thread(pthread_t* thread, void* (*function)(void*), void* argument) {
+int start_thread(pthread_t* thread, void* (*function)(void*), void* argument) {
   prv_claim();
   const int error = pthread_create(thread, nullptr, function, argument);
   if (error != 0) prv_give_up();
   return error;
 }
 
-void brio::join_thread(pthread_t thread) {
+void join_thread(pthread_t thread) {
   pthread_join(thread, nullptr);
   prv_give_up();
 }
 
-brio::ProcessClaim::ProcessClaim() {
+ProcessClaim::ProcessClaim() {
   prv_claim();
 }
 
-brio::ProcessClaim::~ProcessClaim() {
+ProcessClaim::~ProcessClaim() {
   prv_give_up();
 }
 
-bool brio::in_forked_child() {
+bool in_forked_child() {
   return relaxed_load(s_forked) != 0;
 }
 
-bool brio::refused_in_forked_child(const char* function) {
+bool refused_in_forked_child(const char* function) {
   return prv_refuse(in_forked_child(), function);
 }
 
-bool brio::refused_here(const char* function) {
+bool refused_here(const char* function) {
   return prv_refuse(t_thread != Thread::kHost || in_forked_child(), function);
 }
 
-brio::InEventCallback::InEventCallback() {
+InEventCallback::InEventCallback() {
   t_callbacks++;
 }
 
-brio::InEventCallback::~InEventCallback() {
+InEventCallback::~InEventCallback() {
   t_callbacks--;
 }
 
-bool brio::may_send() {
+bool may_send() {
   return t_thread != Thread::kRead && (t_thread != Thread::kEvent || t_callbacks == 0) && !in_forked_child();
 }
+
+}  // namespace brio

@@ -1,8 +1,7 @@
 // The library's own threads. A host's callback runs on some of them and must not do there what would wait for
 // that very thread. A child of fork() has copies of the library's words and none of these threads: what it
 // stopped, joined or sent there would be its parent's, or wait for ever.
-#ifndef BRIOLIB_BASE_OWN_THREADS_H
-#define BRIOLIB_BASE_OWN_THREADS_H
+#pragma once
 
 #include <pthread.h>
 #include <stdint.h>
@@ -52,5 +51,3 @@ class InEventCallback {
 bool may_send();
 
 }  // namespace brio
-
-#endif

@@ -23,8 +23,9 @@ int open_device(const char* path, int flags) {
 
 }  // namespace brio
 
+using namespace brio;
+
 void brio_set_root_dir(const char* dir) {
-  using brio::s_root_dir;
   int length = snprintf(s_root_dir, sizeof(s_root_dir), "%s", dir != nullptr ? dir : "");
   if (length < 0) s_root_dir[0] = '\0';
 }

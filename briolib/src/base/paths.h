@@ -1,6 +1,5 @@
 // Every device path of the system, and the root directory that may stand in front of them.
-#ifndef BRIOLIB_BASE_PATHS_H
-#define BRIOLIB_BASE_PATHS_H
+#pragma once
 
 #include <fcntl.h>
 #include <limits.h>
@@ -38,5 +37,3 @@ class DevicePath {
 int open_device(const char* path, int flags);
 
 }  // namespace brio
-
-#endif

@@ -1,6 +1,5 @@
 // Small steps of taking a line apart, shared by the parsers. None of them leaves its source or its field.
-#ifndef BRIOLIB_BASE_TEXT_H
-#define BRIOLIB_BASE_TEXT_H
+#pragma once
 
 #include <stddef.h>
 #include <stdint.h>
@@ -29,5 +28,3 @@ const char* skip_spaces(const char* text);
 char* trim(char* text);
 
 }  // namespace brio
-
-#endif

@@ -1,6 +1,5 @@
 // Access to the plain words that threads share without a lock: relaxed atomics, since each word stands alone.
-#ifndef BRIOLIB_BASE_WORDS_H
-#define BRIOLIB_BASE_WORDS_H
+#pragma once
 
 #include <stdint.h>
 
@@ -17,5 +16,3 @@ inline void relaxed_store(T& word, T value) {
 }
 
 }  // namespace brio
-
-#endif

@@ -7,11 +7,11 @@
 #include "parse/answer.h"
 #include "parse/bas.h"
 
-static constexpr char kLogTag[] = "briolib/src/brio_common";
+constexpr char kLogTag[] = "briolib/src/brio_common";
+
+using namespace brio;
 
 namespace {
-
-using brio::UrcDataLock;
 
 constexpr uint8_t kAntennaUnknown = 0xFF;
 constexpr uint16_t kBasValueUnknown = 0xFFFF;
@@ -28,7 +28,7 @@ constexpr uint32_t kLockCommandCount = sizeof(kLockCommands) / sizeof(kLockComma
 
 uint32_t recv_func_prv_briolib_read_bas_status(const ATResponse* response, void* user_data,
                                                uint16_t /*user_value*/) {
-  char* line = brio::parse::answer_line(response);
+  char* line = parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("recv_func_prv_briolib_read_bas_status::response is invalid");
     return BRIO_STATUS_INVALID;
@@ -47,7 +47,7 @@ void briolib_parse_bas_status(char* payload, bas_status* record) {
   }
   BLIB_D(BRIO_LOG_DEBUG, "bas_data_p: %s", payload);
   bool is_answer = record != nullptr;
-  const brio::parse::BasReport report = brio::parse::parse_bas(payload, is_answer);
+  const parse::BasReport report = parse::parse_bas(payload, is_answer);
   UrcDataLock lock;
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   if (report.value_a) data.bas_value_a = *report.value_a;

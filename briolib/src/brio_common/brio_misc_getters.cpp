@@ -7,9 +7,11 @@
 #include "base/text.h"
 #include "brio_common/shared_data.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/brio_misc";
+
+using namespace brio;
+
+namespace {
 
 constexpr time_t kRegistrationQueryPeriodSeconds = 61;
 
@@ -36,8 +38,8 @@ bool prv_is_placeholder(const char* mcc) {
 void prv_refresh_placeholder_plmn() {
   char mcc[sizeof(g_brio_lib_atcmd_data.mcc)];
   {
-    brio::UrcDataLock lock;
-    brio::copy_text(mcc, sizeof(mcc), g_brio_lib_atcmd_data.mcc);
+    UrcDataLock lock;
+    copy_text(mcc, sizeof(mcc), g_brio_lib_atcmd_data.mcc);
   }
   if (!prv_is_placeholder(mcc)) return;
   uint32_t status = briolib_update_mcc_mnc();
@@ -49,8 +51,8 @@ void prv_refresh_placeholder_plmn() {
 // Throttles the registration query, however often the host asks.
 bool prv_registration_query_due() {
   timespec now;
-  if (!brio::clock_monotonic(&now)) return false;
-  brio::UrcDataLock lock;
+  if (!clock_monotonic(&now)) return false;
+  UrcDataLock lock;
   if (s_registration_query_time != 0 &&
       now.tv_sec - s_registration_query_time < kRegistrationQueryPeriodSeconds) {
     return false;
@@ -64,7 +66,7 @@ bool prv_registration_query_due() {
 uint32_t brio_get_band_info(uint32_t* out) {
   uint32_t status = prv_check(out);
   if (status != BRIO_STATUS_OK) return status;
-  brio::UrcDataLock lock;
+  UrcDataLock lock;
   *out = g_brio_lib_atcmd_data.band;
   return BRIO_STATUS_OK;
 }
@@ -72,7 +74,7 @@ uint32_t brio_get_band_info(uint32_t* out) {
 uint32_t brio_get_wan_type(uint32_t* out) {
   uint32_t status = prv_check(out);
   if (status != BRIO_STATUS_OK) return status;
-  brio::UrcDataLock lock;
+  UrcDataLock lock;
   *out = g_brio_lib_atcmd_data.wan_type;
   return BRIO_STATUS_OK;
 }
@@ -80,7 +82,7 @@ uint32_t brio_get_wan_type(uint32_t* out) {
 uint32_t brio_get_carrier_id(uint16_t* out) {
   uint32_t status = prv_check(out);
   if (status != BRIO_STATUS_OK) return status;
-  brio::UrcDataLock lock;
+  UrcDataLock lock;
   *out = static_cast<uint16_t>(g_brio_lib_atcmd_data.carrier_config);
   return BRIO_STATUS_OK;
 }
@@ -88,7 +90,7 @@ uint32_t brio_get_carrier_id(uint16_t* out) {
 uint32_t brio_get_mcc_mnc(char out[8]) {
   uint32_t status = prv_check(out);
   if (status != BRIO_STATUS_OK) return status;
-  brio::UrcDataLock lock;
+  UrcDataLock lock;
   const brio_atcmd_data& data = g_brio_lib_atcmd_data;
   memcpy(out, data.mcc, sizeof(data.mcc));
   memcpy(out + sizeof(data.mcc), data.mnc, sizeof(data.mnc));
@@ -101,7 +103,7 @@ uint32_t brio_get_mcc_mnc(char out[8]) {
 uint32_t brio_get_roaming_status(uint32_t* out) {
   uint32_t status = prv_check(out);
   if (status != BRIO_STATUS_OK) return status;
-  brio::UrcDataLock lock;
+  UrcDataLock lock;
   const uint8_t cs_reg_status = g_brio_lib_atcmd_data.cs_reg_status;
   *out = cs_reg_status == 1 || cs_reg_status == 2 ? cs_reg_status : 0;
   return BRIO_STATUS_OK;
@@ -113,7 +115,7 @@ uint32_t brio_get_pdp_context_activation_allowed(uint32_t* attached, uint32_t* a
   if (status != BRIO_STATUS_OK) return status;
   uint8_t ps_reg_status;
   {
-    brio::UrcDataLock lock;
+    UrcDataLock lock;
     ps_reg_status = g_brio_lib_atcmd_data.ps_reg_status;
   }
   if (ps_reg_status == 1 || ps_reg_status == 2) {

@@ -7,14 +7,16 @@
 #include "base/words.h"
 #include "brio/briolib.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/brio_common";
 
+using namespace brio;
+
+namespace {
+
 uint32_t prv_library_status() {
-  if (brio::relaxed_load(brio::g_state.library_open) == 0) return BRIO_STATUS_NOT_OPEN;
-  const uint32_t modem_failed = brio::relaxed_load(brio::g_state.modem_failed);
-  const uint32_t closing = brio::relaxed_load(brio::g_state.closing);
+  if (relaxed_load(g_state.library_open) == 0) return BRIO_STATUS_NOT_OPEN;
+  const uint32_t modem_failed = relaxed_load(g_state.modem_failed);
+  const uint32_t closing = relaxed_load(g_state.closing);
   if (modem_failed == 0 && closing == 0) return BRIO_STATUS_OK;
   BLIB_E("libstat_s:fatal lib status:modem indicated a failure[%d][%d]", modem_failed, closing);
   return BRIO_STATUS_FATAL;
@@ -26,10 +28,10 @@ pthread_mutex_t brio::g_state_mutex = PTHREAD_MUTEX_INITIALIZER;
 brio::LibraryState brio::g_state;
 
 uint32_t briolib_check_library_status(void) {
-  if (brio::in_forked_child()) return BRIO_STATUS_NOT_OPEN;
+  if (in_forked_child()) return BRIO_STATUS_NOT_OPEN;
   // A callback that waited for an open would keep its answer from it. Until its end the library is not open.
-  if (brio::on_channel_thread()) return prv_library_status();
-  brio::MutexGuard state_guard(brio::g_state_mutex);
+  if (on_channel_thread()) return prv_library_status();
+  MutexGuard state_guard(g_state_mutex);
   return prv_library_status();
 }
 

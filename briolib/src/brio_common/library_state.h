@@ -1,6 +1,5 @@
 // Whether the library is open, as the status gate (briolib_check_library_status) reads it.
-#ifndef BRIOLIB_BRIO_COMMON_LIBRARY_STATE_H
-#define BRIOLIB_BRIO_COMMON_LIBRARY_STATE_H
+#pragma once
 
 #include <pthread.h>
 #include <stdint.h>
@@ -20,5 +19,3 @@ struct LibraryState {
 extern LibraryState g_state;
 
 }  // namespace brio
-
-#endif

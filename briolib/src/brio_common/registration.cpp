@@ -14,9 +14,11 @@
 #include "parse/registration.h"
 #include "parse/sim_file.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/brio_common";
+
+using namespace brio;
+
+namespace {
 
 // Parser selectors: user values of the requests.
 constexpr uint16_t kSelectorQuery = 1;
@@ -45,27 +47,27 @@ void* prv_selector(uint16_t user_value) {
 
 // Response callback of "AT+CREG?" and "AT+CGREG?" (read thread).
 uint32_t recv_func_prv_briolib_get_reg(const ATResponse* response, void*, uint16_t user_value) {
-  char* line = brio::parse::answer_line(response);
+  char* line = parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("recv_func_prv_briolib_get_reg::response is invalid");
     return BRIO_STATUS_INVALID;
   }
-  uint32_t result = at_parse(brio::skip_spaces(line), nullptr, prv_selector(user_value));
+  uint32_t result = at_parse(skip_spaces(line), nullptr, prv_selector(user_value));
   BLIB_D(BRIO_LOG_MODEM_INFO, "atcmd creg/cgreg blpkt_ret:%d", result);
   return result;
 }
 
 // Response callback of the ICCID file's reading (read thread). The user data is the text of the command.
 uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_data, uint16_t user_value) {
-  brio::relaxed_store(s_reports_at_answer, blpkt_last_report());
-  char* line = brio::parse::answer_line(response);
+  relaxed_store(s_reports_at_answer, blpkt_last_report());
+  char* line = parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("recv_func_prv_briolib_get_crsm::response is invalid");
     return BRIO_STATUS_INVALID;
   }
-  line = brio::skip_spaces(line);
+  line = skip_spaces(line);
   BLIB_D(BRIO_LOG_DEBUG, "get crsm [%s]",
-         brio::parse::crsm_log_text(line, static_cast<const char*>(user_data)).c_str());
+         parse::crsm_log_text(line, static_cast<const char*>(user_data)).c_str());
   uint32_t result = at_parse(line, user_data, prv_selector(user_value));
   BLIB_D(BRIO_LOG_DEBUG, "atcmd crsm blpkt_ret[%d]", result);
   return result;
@@ -122,7 +124,7 @@ struct DomainRow {
   bool (*store_stat)(int32_t stat);  // true when serving-cell data was cleared
 };
 constexpr DomainRow kDomains[] = {
-    // by brio::Domain
+    // by Domain
     {"CREG", "CS", false, 1, prv_store_cs_stat},
     {"CGREG", "PS", true, 2, prv_store_ps_stat},
 };
@@ -132,7 +134,7 @@ void prv_enable_startup_urcs() {
   prv_send("AT+COPS=3,2");
   uint8_t wan_type;
   {
-    brio::UrcDataLock lock;
+    UrcDataLock lock;
     wan_type = g_brio_lib_atcmd_data.wan_type;
   }
   // That hardware names the band in its registration lines, in the reporting mode 99 only.
@@ -163,7 +165,7 @@ void prv_log_tokens(const char* payload, bool is_query, bool with_band) {
 }
 
 // True when serving-cell data was cleared. Caller holds the URC-data mutex.
-bool prv_store_registration(const brio::parse::Registration& line, const DomainRow& domain) {
+bool prv_store_registration(const parse::Registration& line, const DomainRow& domain) {
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   bool cleared = false;
   // The registration state first: it may clear what the other fields then fill.
@@ -177,7 +179,7 @@ bool prv_store_registration(const brio::parse::Registration& line, const DomainR
   return cleared;
 }
 
-void prv_log_registration(const brio::parse::Registration& line, const DomainRow& domain, bool cleared) {
+void prv_log_registration(const parse::Registration& line, const DomainRow& domain, bool cleared) {
   if (line.stat) {
     BLIB_D(BRIO_LOG_REG, "PARSE_REG:reg_status[%d]", *line.stat);
     if (*line.stat == 1 || (*line.stat == 5 && domain.logs_roaming)) {
@@ -249,7 +251,7 @@ uint32_t briolib_atcmd_query_reg_status(void) {
 }
 
 void briolib_parse_reg_status(char* payload, int32_t is_cs, int32_t is_query) {
-  brio::registration_line(is_cs != 0 ? brio::kCs : brio::kPs, payload, is_query != 0);
+  registration_line(is_cs != 0 ? kCs : kPs, payload, is_query != 0);
 }
 
 void brio::registration_line(Domain which, char* payload, bool is_query) {
@@ -257,26 +259,26 @@ void brio::registration_line(Domain which, char* payload, bool is_query) {
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   if (payload == nullptr) {
     BLIB_E("briolib_parse_reg_status:reg_payload is NULL:");
-    brio::UrcDataLock lock;
+    UrcDataLock lock;
     if (data.rat < 255) data.rat_valid = 1;
     return;
   }
   bool with_band = false;
   {
-    brio::UrcDataLock lock;
+    UrcDataLock lock;
     with_band = data.wan_type == BRIO_WAN_TYPE_OSPREY;
   }
-  if (brio::log_on(BRIO_LOG_REG)) prv_log_tokens(payload, is_query, with_band);
-  const brio::parse::Registration line = brio::parse::parse_registration(payload, is_query, with_band);
+  if (log_on(BRIO_LOG_REG)) prv_log_tokens(payload, is_query, with_band);
+  const parse::Registration line = parse::parse_registration(payload, is_query, with_band);
   bool cleared = false;
   {
-    brio::UrcDataLock lock;
+    UrcDataLock lock;
     cleared = prv_store_registration(line, domain);
   }
   prv_log_registration(line, domain, cleared);
   if (is_query) return;
-  char summary[brio::parse::kRegistrationSummarySize];
-  brio::parse::registration_summary(line, summary);
+  char summary[parse::kRegistrationSummarySize];
+  parse::registration_summary(line, summary);
   BLIB_PLAIN("URC::+%s: %s", domain.result, summary);
 }
 
@@ -287,22 +289,22 @@ void briolib_parse_stkpci(char* payload) {
   }
   BLIB_D(BRIO_LOG_REG, "PARSE_STKPCI:stkpci_urc_payload_pointer: %p", static_cast<void*>(payload));
   BLIB_D(BRIO_LOG_REG, "string: %s", payload);
-  if (strlen(payload) < brio::parse::kProactiveCommandMin) {
+  if (strlen(payload) < parse::kProactiveCommandMin) {
     BLIB_D(BRIO_LOG_REG, "Proactive command is much smaller then REFRESH: %s", payload);
     return;
   }
-  if (!brio::parse::is_usim_refresh(payload)) return;
+  if (!parse::is_usim_refresh(payload)) return;
   BLIB_D(BRIO_LOG_REG, "Refresh command for USIM Init and Full File Change Notification");
   // What came while the file was being read, or before, asks for that reading: a SIM that reports faster than
   // it is read would otherwise keep the channel.
   const uint32_t report = blpkt_report_in_hand();
   if (report != 0 && static_cast<int32_t>(report - s_refreshed_up_to) <= 0) return;
   // The parser of the answer learns from the command which file it holds; it only reads that text.
-  const char* command = brio::parse::kReadIccidCommand;
+  const char* command = parse::kReadIccidCommand;
   const uint32_t status =
       blpkt_atcmd_request_with_callback(command, SINGLELINE, "+CRSM", recv_func_prv_briolib_get_crsm,
                                         const_cast<char*>(command), kSelectorCrsm);
   if (report == 0) return;
   s_refreshed_up_to =
-      status == BLPKT_STATUS_SUCCESS ? brio::relaxed_load(s_reports_at_answer) : blpkt_last_report();
+      status == BLPKT_STATUS_SUCCESS ? relaxed_load(s_reports_at_answer) : blpkt_last_report();
 }

@@ -1,7 +1,6 @@
 // The domains that the modem registers for. A domain is a row in registration.cpp, its place here and the row
 // of its report (life/report_table.cpp).
-#ifndef BRIOLIB_BRIO_COMMON_REGISTRATION_H
-#define BRIOLIB_BRIO_COMMON_REGISTRATION_H
+#pragma once
 
 namespace brio {
 
@@ -11,5 +10,3 @@ enum Domain { kCs, kPs };
 void registration_line(Domain domain, char* payload, bool is_query);
 
 }  // namespace brio
-
-#endif

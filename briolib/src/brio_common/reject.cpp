@@ -9,9 +9,11 @@
 #include "brio_common/shared_data.h"
 #include "parse/reject.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/brio_common";
+
+using namespace brio;
+
+namespace {
 
 constexpr size_t kPayloadTooShort = 7;
 
@@ -43,14 +45,14 @@ const RejectPlace* prv_find_place(uint8_t procedure) {
 
 void prv_briolib_create_fatal_reject_flag() {
   // The file's presence is the whole message.
-  brio::Descriptor flag(brio::open_output(brio::kFatalRejectFile, O_WRONLY | O_TRUNC, 0644));
+  Descriptor flag(open_output(kFatalRejectFile, O_WRONLY | O_TRUNC, 0644));
   if (!flag.valid()) {
     BLIB_E("prv_briolib_create_fatal_reject_flag::FATAL Reject Flag create failure");
   }
 }
 
 void prv_briolib_check_fatal_reject(uint8_t procedure, uint8_t cause) {
-  if (!brio::parse::is_fatal_reject(procedure, cause)) return;
+  if (!parse::is_fatal_reject(procedure, cause)) return;
   BLIB_I("prv_briolib_check_fatal_reject:PROC:%d Rej Cause:%d:Fatal Reject cause received", procedure, cause);
   prv_briolib_create_fatal_reject_flag();
 }
@@ -67,13 +69,13 @@ void briolib_parse_gtotareject(char* payload) {
     return;
   }
   BLIB_D(BRIO_LOG_DEBUG, "gtotareject: %s", payload);
-  const brio::parse::RejectReport report = brio::parse::parse_reject(payload);
+  const parse::RejectReport report = parse::parse_reject(payload);
   if (!report.procedure) return;
   BLIB_D(BRIO_LOG_DEBUG, "GTOTAREJECT: PROCEDURE[%d]", *report.procedure);
   const RejectPlace* place = prv_find_place(*report.procedure);
   if (place == nullptr) return;
   {
-    brio::UrcDataLock lock;
+    UrcDataLock lock;
     brio_atcmd_data& data = g_brio_lib_atcmd_data;
     if (report.cause) data.reject_bytes[place->cause_byte] = *report.cause;
     if (report.mcc) data.reject_words[place->mcc_word] = *report.mcc;

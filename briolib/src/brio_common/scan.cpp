@@ -12,15 +12,16 @@
 #include "parse/answer.h"
 #include "parse/scan_list.h"
 
-static constexpr char kLogTag[] = "briolib/src/brio_common";
+constexpr char kLogTag[] = "briolib/src/brio_common";
+
+using namespace brio;
 
 namespace {
 
-using brio::UrcDataLock;
-using brio::parse::kScanEntriesMax;
-using brio::parse::ScanEntry;
-using brio::parse::ScanFault;
-using brio::parse::ScanStep;
+using parse::kScanEntriesMax;
+using parse::ScanEntry;
+using parse::ScanFault;
+using parse::ScanStep;
 
 constexpr int32_t kDeregisterTimeoutSeconds = 80;
 constexpr int32_t kScanTimeoutSeconds = 300;
@@ -29,8 +30,7 @@ constexpr uint8_t kRatUnknown = 255;
 constexpr char kUnknownRat[] = "F";
 
 // The whole list of the longest answer; the last of the entries is never listed.
-static_assert(BRIO_SCAN_BUFFER_SIZE >
-              BRIO_LINE_DATA_MAX + (kScanEntriesMax - 1) * brio::parse::kScanEntryGrowth);
+static_assert(BRIO_SCAN_BUFFER_SIZE > BRIO_LINE_DATA_MAX + (kScanEntriesMax - 1) * parse::kScanEntryGrowth);
 
 // The network in use, as a scan's entries name it.
 struct CurrentNetwork {
@@ -60,7 +60,7 @@ class MaskedLetters {
  public:
   explicit MaskedLetters(const char* text) {
     bool missing = text == nullptr || *text == '\0';
-    brio::copy_text(text_, sizeof(text_), missing ? "NULL" : text);
+    copy_text(text_, sizeof(text_), missing ? "NULL" : text);
     if (!missing) briolib_obfuscate_alphabet(text_, '*');
   }
   const char* text() const { return text_; }
@@ -94,7 +94,7 @@ void prv_briolib_ms_display_err_info(const ScanFault& fault, const char* respons
 
 bool prv_known(const ScanEntry* entries, size_t count, const ScanEntry& entry) {
   for (size_t i = 0; i < count; i++) {
-    if (brio::parse::same_network(entries[i], entry)) return true;
+    if (parse::same_network(entries[i], entry)) return true;
   }
   return false;
 }
@@ -102,25 +102,25 @@ bool prv_known(const ScanEntry* entries, size_t count, const ScanEntry& entry) {
 // Fills `entries` from the answer's line; their number. The last of 32 comes back cleared: this is meant.
 size_t prv_briolib_ms_parse_results(char* line, ScanEntry (&entries)[kScanEntriesMax]) {
   char response[kResponseHead + 1];
-  brio::copy_text(response, sizeof(response), line);
+  copy_text(response, sizeof(response), line);
   ScanFault fault = {};
-  brio::parse::ScanList list;
-  fault.error = brio::parse::start_scan(line, &list);
-  if (fault.error != brio::parse::kScanOk) {
+  parse::ScanList list;
+  fault.error = parse::start_scan(line, &list);
+  if (fault.error != parse::kScanOk) {
     prv_briolib_ms_display_err_info(fault, response, nullptr);
     return 0;
   }
   size_t count = 0;
   ScanEntry entry;
   for (;;) {
-    ScanStep step = brio::parse::next_scan_entry(&list, &entry, &fault);
+    ScanStep step = parse::next_scan_entry(&list, &entry, &fault);
     if (step == ScanStep::kEnd) return count;
     if (step == ScanStep::kError) prv_briolib_ms_display_err_info(fault, response, &entry);
     if (step != ScanStep::kEntry || prv_known(entries, count, entry)) continue;
     entries[count++] = entry;
     if (count == kScanEntriesMax) {
       BLIB_E("prv_briolib_ms_parse_results::Number of carrier entries exceeds maximum");
-      fault = {brio::parse::kScanTooMany, nullptr};
+      fault = {parse::kScanTooMany, nullptr};
       prv_briolib_ms_display_err_info(fault, response, &entries[count - 1]);
       return count;
     }
@@ -141,7 +141,7 @@ void prv_briolib_ms_fill_buffer(const ScanEntry* entries, size_t count, ScanTarg
   if (size > sizeof(target->text)) size = sizeof(target->text);
   for (size_t i = 0; i < count; i++) {
     if (entries[i].stat == nullptr) continue;  // the cleared last entry
-    if (!brio::parse::append_scan_entry(entries[i], target->text, size, &target->used)) {
+    if (!parse::append_scan_entry(entries[i], target->text, size, &target->used)) {
       BLIB_E("prv_briolib_ms_fill_buffer::Scan Buffer Full");
       return;
     }
@@ -156,7 +156,7 @@ uint32_t recv_func_prv_briolib_parse_scan_results(const ATResponse* response, vo
     BLIB_E("recv_func_prv_briolib_parse_scan_results::Data ptr NULL");
     return BRIO_STATUS_INVALID;
   }
-  char* line = brio::parse::answer_line(response);
+  char* line = parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("recv_func_prv_briolib_parse_scan_results::response is invalid");
     return BRIO_STATUS_INVALID;
@@ -198,8 +198,8 @@ uint32_t brio_get_current_network(void) {
     rat = g_brio_lib_atcmd_data.rat;
     if (rat != kRatUnknown) {
       current.rat[0] = rat < sizeof(kRatFamilies) ? kRatFamilies[rat] : kUnknownRat[0];
-      brio::copy_text(current.mcc, sizeof(current.mcc), g_brio_lib_atcmd_data.mcc);
-      brio::copy_text(current.mnc, sizeof(current.mnc), g_brio_lib_atcmd_data.mnc);
+      copy_text(current.mcc, sizeof(current.mcc), g_brio_lib_atcmd_data.mcc);
+      copy_text(current.mnc, sizeof(current.mnc), g_brio_lib_atcmd_data.mnc);
     }
     s_current_network = current;
   }
@@ -224,7 +224,7 @@ uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size) {
   // A modem that was cut off may echo again.
   if (status == BLPKT_STATUS_TIMEOUT &&
       prv_send("ATE0", NUMERIC, kEchoTimeoutSeconds) != BLPKT_STATUS_SCAN_ABORTED) {
-    brio::sleep_seconds(1);
+    sleep_seconds(1);
   }
   if (goes_on) {
     status = blpkt_atcmd_request_with_callback_timeout("AT+COPS=?", SINGLELINE, "+COPS",
@@ -241,7 +241,7 @@ uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size) {
       UrcDataLock lock;
       const CurrentNetwork& current = s_current_network;
       if (strcmp(current.rat, kUnknownRat) != 0) {
-        brio::parse::mark_current_network(target.text, current.mcc, current.mnc, current.rat);
+        parse::mark_current_network(target.text, current.mcc, current.mnc, current.rat);
       }
     }
     memcpy(buffer, target.text, target.used + 1);

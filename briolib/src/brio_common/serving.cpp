@@ -10,9 +10,11 @@
 #include "brio_common/shared_data.h"
 #include "parse/answer.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/brio_common";
+
+using namespace brio;
+
+namespace {
 
 // Parser selector of the clock request: its user value.
 constexpr uint16_t kSelectorClock = 4;
@@ -21,26 +23,26 @@ constexpr uint16_t kSelectorClock = 4;
 // masked before it is cut: the late answer to another question, an IMSI say, keeps its length.
 template <size_t N>
 void prv_cut(const char* line, char (&text)[N], char (&log_text)[N]) {
-  brio::copy_text(text, N, line);
-  brio::copy_text(log_text, N, brio::masked_line(line).c_str());
+  copy_text(text, N, line);
+  copy_text(log_text, N, masked_line(line).c_str());
 }
 
 // `text` is the operator where it was found whole, else the answer; as the log may show it.
-void prv_log_cops_failure(brio::parse::CopsResult result, const char* text) {
+void prv_log_cops_failure(parse::CopsResult result, const char* text) {
   switch (result) {
-    case brio::parse::CopsResult::kOk:
+    case parse::CopsResult::kOk:
       break;
-    case brio::parse::CopsResult::kNoMode:
-    case brio::parse::CopsResult::kNoOperator:
+    case parse::CopsResult::kNoMode:
+    case parse::CopsResult::kNoOperator:
       BLIB_D(BRIO_LOG_DEBUG, "no valid MCCMNC found %s", text);
       break;
-    case brio::parse::CopsResult::kNoClosingQuote:
+    case parse::CopsResult::kNoClosingQuote:
       BLIB_W(":no valid MCCMNC found %s:", text);
       break;
-    case brio::parse::CopsResult::kBadLength:
+    case parse::CopsResult::kBadLength:
       BLIB_W(":no valid MCCMNC found, incorrect len %s:", text);
       break;
-    case brio::parse::CopsResult::kBadFormat:
+    case parse::CopsResult::kBadFormat:
       BLIB_W(":no valid MCCMNC found, incorrect format %s:", text);
       break;
   }
@@ -48,23 +50,23 @@ void prv_log_cops_failure(brio::parse::CopsResult result, const char* text) {
 
 // Response callback of "AT+COPS?" (read thread).
 uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*, uint16_t) {
-  using brio::parse::CopsResult;
-  const char* line = brio::parse::answer_line(response);
+  using parse::CopsResult;
+  const char* line = parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("recv_func_prv_briolib_update_mcc_mnc::response is invalid");
     return BRIO_STATUS_INVALID;
   }
-  char text[brio::parse::kCopsTextMax + 1];
+  char text[parse::kCopsTextMax + 1];
   char log_text[sizeof(text)];
   prv_cut(line, text, log_text);
   BLIB_D(BRIO_LOG_DEBUG, "AT+COPS: %s", log_text);
 
-  brio::parse::CopsAnswer answer;
-  const CopsResult result = brio::parse::parse_cops(text, &answer);
+  parse::CopsAnswer answer;
+  const CopsResult result = parse::parse_cops(text, &answer);
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   if (answer.mode) {
     BLIB_D(BRIO_LOG_DEBUG, "OP Mode %d", static_cast<uint8_t>(*answer.mode));
-    brio::UrcDataLock lock;
+    UrcDataLock lock;
     data.cops_mode = *answer.mode;
   }
   if (result != CopsResult::kOk) {
@@ -76,20 +78,20 @@ uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*,
     prv_log_cops_failure(result, shown);
     return BRIO_STATUS_FAILURE;
   }
-  brio::UrcDataLock lock;
+  UrcDataLock lock;
   memcpy(data.mcc, answer.mcc, sizeof(data.mcc));
   memcpy(data.mnc, answer.mnc, sizeof(data.mnc));
   return BRIO_STATUS_OK;
 }
 
 // What is stored now, for the log. The caller holds the URC-data mutex.
-const brio_atcmd_data& prv_store_lte_info(const brio::parse::LteInfo& info) {
+const brio_atcmd_data& prv_store_lte_info(const parse::LteInfo& info) {
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   if (info.emm_state) data.emm_state = *info.emm_state;
   if (info.emm_substate) data.emm_substate = *info.emm_substate;
   if (info.rrc_state) data.rrc_state = *info.rrc_state;
-  if (info.mcc != nullptr) brio::copy_padded(data.mcc, sizeof(data.mcc), info.mcc);
-  if (info.mnc != nullptr) brio::copy_padded(data.mnc, sizeof(data.mnc), info.mnc);
+  if (info.mcc != nullptr) copy_padded(data.mcc, sizeof(data.mcc), info.mcc);
+  if (info.mnc != nullptr) copy_padded(data.mnc, sizeof(data.mnc), info.mnc);
   if (info.tac) data.tac = *info.tac;
   if (info.cell_id) data.cell_id = *info.cell_id;
   return data;
@@ -97,7 +99,7 @@ const brio_atcmd_data& prv_store_lte_info(const brio::parse::LteInfo& info) {
 
 // Response callback of "AT+GTLTEINFO?" (read thread).
 uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16_t) {
-  char* line = brio::parse::answer_line(response);
+  char* line = parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("briolib_update_lte_info:at_resp is invalid:");
     return BRIO_STATUS_INVALID;
@@ -106,12 +108,12 @@ uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16
     BLIB_E("recv_func_at_req_get_lte_info:resp is invalid:");
     return BRIO_STATUS_INVALID;
   }
-  brio::parse::LteInfo info = {};
-  if (at_tok_start(&line) == 0) info = brio::parse::parse_lte_info(line);
+  parse::LteInfo info = {};
+  if (at_tok_start(&line) == 0) info = parse::parse_lte_info(line);
 
   brio_atcmd_data data;
   {
-    brio::UrcDataLock lock;
+    UrcDataLock lock;
     data = prv_store_lte_info(info);
   }
   BLIB_D(BRIO_LOG_DEBUG,
@@ -121,11 +123,11 @@ uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16
 }
 
 // What is stored now, for the log. The caller holds the URC-data mutex.
-const brio_atcmd_data& prv_store_serving_cell(const brio::parse::ServingCell& cell) {
+const brio_atcmd_data& prv_store_serving_cell(const parse::ServingCell& cell) {
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  if (cell.plmn_text != nullptr) brio::copy_padded(data.plmn_text, sizeof(data.plmn_text), cell.plmn_text);
+  if (cell.plmn_text != nullptr) copy_padded(data.plmn_text, sizeof(data.plmn_text), cell.plmn_text);
   if (cell.nmo) data.nmo = *cell.nmo;
-  if (cell.band_text != nullptr) brio::copy_padded(data.band_text, sizeof(data.band_text), cell.band_text);
+  if (cell.band_text != nullptr) copy_padded(data.band_text, sizeof(data.band_text), cell.band_text);
   if (cell.lac) data.lac = *cell.lac;
   if (cell.tac) data.tac = *cell.tac;
   if (cell.rac) data.rac = *cell.rac;
@@ -133,7 +135,7 @@ const brio_atcmd_data& prv_store_serving_cell(const brio::parse::ServingCell& ce
   return data;
 }
 
-void prv_log_serving_cell(const brio::parse::ServingCell& cell, const brio_atcmd_data& data) {
+void prv_log_serving_cell(const parse::ServingCell& cell, const brio_atcmd_data& data) {
   if (cell.rat) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: RAT[%d]", *cell.rat);
   if (cell.plmn_text != nullptr) {
     BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: PLMN %s", data.plmn_text);
@@ -150,7 +152,7 @@ void prv_log_serving_cell(const brio::parse::ServingCell& cell, const brio_atcmd
 
 // Response callback of "AT+GTSCINFO?" (read thread).
 uint32_t recv_func_at_req_get_gtscinfo(const ATResponse* response, void*, uint16_t) {
-  char* line = brio::parse::answer_line(response);
+  char* line = parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("recv_func_at_req_get_gtscinfo:at_resp is invalid:");
     return BRIO_STATUS_INVALID;
@@ -161,10 +163,10 @@ uint32_t recv_func_at_req_get_gtscinfo(const ATResponse* response, void*, uint16
   }
   BLIB_D(BRIO_LOG_PARSE, "recv_func_at_req_get_gtscinfo callback %s", line);
   if (at_tok_start(&line) != 0) return BRIO_STATUS_INVALID;
-  const brio::parse::ServingCell cell = brio::parse::parse_serving_cell(line);
+  const parse::ServingCell cell = parse::parse_serving_cell(line);
   brio_atcmd_data data;
   {
-    brio::UrcDataLock lock;
+    UrcDataLock lock;
     data = prv_store_serving_cell(cell);
   }
   prv_log_serving_cell(cell, data);
@@ -177,7 +179,7 @@ void prv_log_state(const char* name, std::optional<uint8_t> state) {
 
 // Response callback of "AT+GTSCSTAT?" (read thread).
 uint32_t recv_func_at_req_get_gtscstat(const ATResponse* response, void*, uint16_t) {
-  char* line = brio::parse::answer_line(response);
+  char* line = parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("briolib_get_gtscstat:at_resp is invalid:");
     return BRIO_STATUS_INVALID;
@@ -188,10 +190,10 @@ uint32_t recv_func_at_req_get_gtscstat(const ATResponse* response, void*, uint16
   }
   BLIB_D(BRIO_LOG_PARSE, "get_gtscstat callback called %s", line);
   if (at_tok_start(&line) != 0) return BRIO_STATUS_INVALID;
-  const brio::parse::ProtocolStates states = brio::parse::parse_protocol_states(line);
+  const parse::ProtocolStates states = parse::parse_protocol_states(line);
 
   {
-    brio::UrcDataLock lock;
+    UrcDataLock lock;
     brio_atcmd_data& data = g_brio_lib_atcmd_data;
     if (states.pdp) data.pdp_state = *states.pdp;
     if (states.mm) data.mm_state = *states.mm;
@@ -220,11 +222,11 @@ uint32_t recv_func_prv_briolib_get_timezone(const ATResponse* response, void* us
     BLIB_W(":no valid tz info found, bad response[%d]:", response->status);
     return BRIO_STATUS_FAILURE;
   }
-  char text[brio::parse::kClockTextMax + 1];
+  char text[parse::kClockTextMax + 1];
   char log_text[sizeof(text)];
   prv_cut(line, text, log_text);
   BLIB_D(BRIO_LOG_DEBUG, "atcmd AT+CCLK %s", log_text);
-  const std::optional<int32_t> zone = brio::parse::parse_clock_zone(text);
+  const std::optional<int32_t> zone = parse::parse_clock_zone(text);
   if (!zone) {
     BLIB_W(":no valid tz info found %s:", log_text);
     return BRIO_STATUS_FAILURE;
@@ -293,7 +295,7 @@ uint32_t brio_get_data_service_mode(uint32_t* out) {
   enum DataServiceMode : uint32_t { kNone = 0, kGsm = 1, kEdge = 2, kUmts = 3, kLte = 5 };
   // By access technology of 3GPP TS 27.007.
   static constexpr DataServiceMode kModes[] = {kGsm, kNone, kUmts, kEdge, kUmts, kUmts, kUmts, kLte};
-  brio::UrcDataLock lock;
+  UrcDataLock lock;
   const uint8_t rat = g_brio_lib_atcmd_data.rat;
   *out = rat < sizeof(kModes) / sizeof(kModes[0]) ? kModes[rat] : kNone;
   return BRIO_STATUS_OK;
@@ -301,13 +303,13 @@ uint32_t brio_get_data_service_mode(uint32_t* out) {
 
 uint32_t briolib_plmn_get_mcc_mnc(const uint8_t plmn[3], char* mcc, char* mnc) {
   if (plmn == nullptr || mcc == nullptr || mnc == nullptr) return BRIO_STATUS_INVALID;
-  brio::parse::plmn_to_text(plmn, mcc, mnc);
+  parse::plmn_to_text(plmn, mcc, mnc);
   return BRIO_STATUS_OK;
 }
 
 uint32_t briolib_mccmnc_to_plmn(const char* mcc, const char* mnc, uint8_t plmn[3]) {
   if (mcc == nullptr || mnc == nullptr || plmn == nullptr) return BRIO_STATUS_INVALID;
-  brio::parse::text_to_plmn(mcc, mnc, plmn);
+  parse::text_to_plmn(mcc, mnc, plmn);
   return BRIO_STATUS_OK;
 }
 

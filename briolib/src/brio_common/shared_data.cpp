@@ -10,14 +10,16 @@
 #include "base/words.h"
 #include "brio/brio_at.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/brio_common";
+
+using namespace brio;
+
+namespace {
 
 // Error-checking mutexes: a caller that locks twice or unlocks what it does not hold gets status 4 instead of
 // a dead-lock.
 
-// Guards g_brio_lib_atcmd_data, brio::g_sim_status, s_pdp_event and s_prev_pdp_event. The library-state mutex
+// Guards g_brio_lib_atcmd_data, g_sim_status, s_pdp_event and s_prev_pdp_event. The library-state mutex
 // may be held when this one is taken, never the other way round.
 pthread_mutex_t s_urc_data_mutex = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
 
@@ -35,7 +37,7 @@ uint32_t prv_mutex_status(int result) {
 
 template <size_t N>
 void prv_set_text(char (&field)[N], const char* text) {
-  brio::copy_text(field, N, text);
+  copy_text(field, N, text);
 }
 
 }  // namespace
@@ -68,7 +70,7 @@ void briolib_init_atcmd_data(int32_t keep) {
     data.carrier_config = -1;
     data.carrier_word = 0x00FF;
     data.time_info[kTimeZoneWord] = 0xFFFFFFFF;
-    brio::g_sim_status = SIM_NOT_READ;
+    g_sim_status = SIM_NOT_READ;
   }
   data.rac = 0x00FF;
   data.signal_a = 255;
@@ -92,7 +94,7 @@ void briolib_init_atcmd_data(int32_t keep) {
 }
 
 void briolib_invalid_cached_bars() {
-  brio::relaxed_store<uint8_t>(brio::g_cached_bars_valid, 0);
+  relaxed_store<uint8_t>(g_cached_bars_valid, 0);
 }
 
 uint32_t briolib_get_sim_plmn_data(sim_plmn_data* record) {

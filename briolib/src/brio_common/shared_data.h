@@ -1,6 +1,5 @@
 // The locks of the shared data, and what is kept beside the shared modem-data record.
-#ifndef BRIOLIB_BRIO_COMMON_SHARED_DATA_H
-#define BRIOLIB_BRIO_COMMON_SHARED_DATA_H
+#pragma once
 
 #include <stdint.h>
 
@@ -46,5 +45,3 @@ extern uint16_t g_sim_status;
 extern uint8_t g_cached_bars_valid;
 
 }  // namespace brio
-
-#endif

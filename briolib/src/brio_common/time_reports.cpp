@@ -7,7 +7,7 @@
 #include "brio_common/shared_data.h"
 #include "parse/time_report.h"
 
-static constexpr char kLogTag[] = "briolib/src/at_parse";
+constexpr char kLogTag[] = "briolib/src/at_parse";
 
 namespace brio {
 namespace {

@@ -1,6 +1,5 @@
 // Network time results: +CTZV and indicator 9 of +CIEV. Rows of the report table (reports/report_table.h).
-#ifndef BRIOLIB_BRIO_COMMON_TIME_REPORTS_H
-#define BRIOLIB_BRIO_COMMON_TIME_REPORTS_H
+#pragma once
 
 namespace brio {
 
@@ -8,5 +7,3 @@ void report_ctzv(char* rest, void* argument_a, void* argument_b);
 void report_ciev(char* rest, void* argument_a, void* argument_b);
 
 }  // namespace brio
-
-#endif

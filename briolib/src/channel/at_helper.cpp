@@ -11,9 +11,11 @@
 #include "base/masked.h"
 #include "brio/brio_at.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/at_helper";
+
+using namespace brio;
+
+namespace {
 
 // Result of process_line.
 constexpr int32_t kFinal = 0;
@@ -68,10 +70,10 @@ void prv_take_final(const char* line, const FinalResult& result, ATResponse* rec
 // Whether the answer has room for the line; always where nobody counts.
 bool prv_take_room(const char* line, size_t* held) {
   if (held == nullptr) return true;
-  if (*held > brio::kAnswerBytesMax) return false;
+  if (*held > kAnswerBytesMax) return false;
   *held += sizeof(ATLine) + strlen(line) + 1;
-  if (*held <= brio::kAnswerBytesMax) return true;
-  BLIB_E("answer:limit=%zu:answer too long, dropping its further lines\n", brio::kAnswerBytesMax);
+  if (*held <= kAnswerBytesMax) return true;
+  BLIB_E("answer:limit=%zu:answer too long, dropping its further lines\n", kAnswerBytesMax);
   return false;
 }
 
@@ -95,7 +97,7 @@ size_t prv_drop_nuls(char* text, size_t length) {
 
 // Brings an incomplete line to the start of the buffer; the number of bytes that are held there.
 size_t prv_keep_leftover(char* buffer, char* leftover) {
-  char* partial = brio::skip_line_ends(leftover);
+  char* partial = skip_line_ends(leftover);
   BLIB_D(BRIO_LOG_AT_DETAIL, "Non empty buffer at the beginning: %s\n", partial);
   if (find_next_EOL(partial) != nullptr) {
     BLIB_E(":ERROR::full line found in leftover buffer\n");
@@ -163,11 +165,11 @@ char* read_line(int32_t fd, char* buffer, char** leftover, int32_t* count) {
   // A NUL of the modem would hide everything behind it.
   fresh[prv_drop_nuls(fresh, static_cast<size_t>(got))] = '\0';
   BLIB_D(BRIO_LOG_AT_DETAIL, "AT data[%s]\n", fresh);
-  return brio::skip_line_ends(buffer);
+  return skip_line_ends(buffer);
 }
 
 int32_t process_line(const char* line, ATResponse* record, uint32_t type, const char* prefix) {
-  return brio::process_answer_line(line, record, type, prefix, nullptr);
+  return process_answer_line(line, record, type, prefix, nullptr);
 }
 
 int32_t brio::process_answer_line(const char* line, ATResponse* record, uint32_t type, const char* prefix,
@@ -186,23 +188,23 @@ int32_t brio::process_answer_line(const char* line, ATResponse* record, uint32_t
   switch (type) {
     case NUMERIC:
       if (record->intermediates != nullptr) {
-        BLIB_E("AT:ERROR: line %s:\n", brio::masked_line(line).c_str());
+        BLIB_E("AT:ERROR: line %s:\n", masked_line(line).c_str());
         return kViolation;
       }
       break;
     case SINGLELINE:
       if (record->intermediates != nullptr) {
-        BLIB_E("AT:ERROR: line %s prefix %s:\n", brio::masked_line(line).c_str(), prefix);
+        BLIB_E("AT:ERROR: line %s prefix %s:\n", masked_line(line).c_str(), prefix);
         return kViolation;
       }
       if (!str_starts_with(line, prefix)) {
-        BLIB_E("processLine:ERROR 2: line %s resp_prefix %s:\n", brio::masked_line(line).c_str(), prefix);
+        BLIB_E("processLine:ERROR 2: line %s resp_prefix %s:\n", masked_line(line).c_str(), prefix);
         return kPrefixMissing;
       }
       break;
     case MULTILINE:
       if (!str_starts_with(line, prefix)) {
-        BLIB_E("AT:ERROR: line %s prefix %s:\n", brio::masked_line(line).c_str(), prefix);
+        BLIB_E("AT:ERROR: line %s prefix %s:\n", masked_line(line).c_str(), prefix);
         return kViolation;
       }
       break;

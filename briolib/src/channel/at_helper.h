@@ -1,6 +1,5 @@
 // What the line processor and the read thread share beyond the exported interface.
-#ifndef BRIOLIB_AT_HELPER_H
-#define BRIOLIB_AT_HELPER_H
+#pragma once
 
 #include <stddef.h>
 #include <stdint.h>
@@ -29,5 +28,3 @@ inline char* skip_line_ends(char* text) {
 }
 
 }  // namespace brio
-
-#endif

@@ -17,11 +17,11 @@
 #include "channel/brio_pktio.h"
 #include "channel/brio_queue.h"
 
-namespace {
-
-using brio::MutexGuard;
-
 constexpr char kLogTag[] = "briolib/src/brio_blpkt";
+
+using namespace brio;
+
+namespace {
 
 constexpr uint32_t kKindResponse = 0;
 constexpr uint32_t kKindUrc = 1;
@@ -54,7 +54,7 @@ struct CurrentRequest {
 pthread_mutex_t s_lifecycle_mutex = PTHREAD_MUTEX_INITIALIZER;
 // Serialises whole requests, the wait included, in the order in which they came. Taken before the response
 // mutex.
-brio::FairLock s_send_mutex;
+FairLock s_send_mutex;
 __thread bool t_holds_send_mutex;
 // Orders the producers of the response queue and guards s_request. The read thread holds it while a response
 // callback runs, so a request that has cleared s_request knows that nobody writes into its caller's memory.
@@ -95,7 +95,7 @@ blpkt_callback s_default_log_callback;
 
 // False when this thread holds it already, or must not wait for another one's request.
 bool prv_take_send_mutex() {
-  if (t_holds_send_mutex || !brio::may_send()) return false;
+  if (t_holds_send_mutex || !may_send()) return false;
   s_send_mutex.lock();
   t_holds_send_mutex = true;
   return true;
@@ -132,7 +132,7 @@ void prv_copy_event(void* destination, const void* source, uint32_t, uint32_t) {
 }
 
 void* prv_event_thread(void*) {
-  brio::this_thread_is(brio::Thread::kEvent);
+  this_thread_is(Thread::kEvent);
   EventElement event = {};
   while (q_get_with_copy_callback(s_event_queue, &event, prv_copy_event, 0, -1) == Q_OK) {
     t_report_in_hand = ++s_reports_taken;
@@ -141,7 +141,7 @@ void* prv_event_thread(void*) {
       BLIB_E("URC error:log.payload is NULL:\n");
       continue;
     }
-    brio::kReportParser(event.payload, nullptr, nullptr);
+    kReportParser(event.payload, nullptr, nullptr);
     BLIB_D(BRIO_LOG_EVENT, "payload pointer to be freed[%p]\n", static_cast<void*>(event.payload));
     mempool_free(s_pool, event.payload);
   }
@@ -151,7 +151,7 @@ void* prv_event_thread(void*) {
 // Queues a status without waking the requester. Caller holds the response mutex.
 bool prv_queue_response(int32_t status) {
   uint32_t result = Q_FULL;
-  if (!s_slot_in_use) result = brio::queue_put(s_response_queue, &status, sizeof(status));
+  if (!s_slot_in_use) result = queue_put(s_response_queue, &status, sizeof(status));
   if (result == Q_OK) {
     s_slot_in_use = true;
     return true;
@@ -164,7 +164,7 @@ bool prv_queue_response(int32_t status) {
 // destroy the queue.
 bool prv_queue_response_and_wake(int32_t status) {
   if (!prv_queue_response(status)) return false;
-  brio::queue_wake(s_response_queue);
+  queue_wake(s_response_queue);
   return true;
 }
 
@@ -182,7 +182,7 @@ void prv_convert_and_queue_resp_packet(const ATResponse* response) {
     if (late && command != s_unanswered_command) return;  // its request has had its status, an abort's
     uint32_t status = BLPKT_STATUS_SUCCESS;
     if (response->status != 0) {
-      BLIB_E("blpktstat:AT_err_string:%s:\n", brio::masked_line(response->final_response).c_str());
+      BLIB_E("blpktstat:AT_err_string:%s:\n", masked_line(response->final_response).c_str());
       status = BLPKT_STATUS_ERROR;
     } else if (s_request.callback != nullptr && !late && !s_slot_in_use) {
       status = s_request.callback(response, s_request.user_data, s_request.user_value);
@@ -192,7 +192,7 @@ void prv_convert_and_queue_resp_packet(const ATResponse* response) {
     if (prv_queue_response(static_cast<int32_t>(status))) queued = s_response_queue;
   }
   // The requester takes the response mutex right away. The queue outlives the read thread.
-  if (queued != nullptr) brio::queue_wake(queued);
+  if (queued != nullptr) queue_wake(queued);
 }
 
 // Read thread: one unsolicited line goes to the event thread, or is dropped when that one is too far behind.
@@ -318,8 +318,8 @@ bool prv_start() {
     s_slot_in_use = false;
     s_channel_lost = false;
   }
-  s_reports_taken = brio::relaxed_load(s_reports_queued);
-  int err = brio::start_thread(&s_event_thread, prv_event_thread, nullptr);
+  s_reports_taken = relaxed_load(s_reports_queued);
+  int err = start_thread(&s_event_thread, prv_event_thread, nullptr);
   if (err != 0) {
     BLIB_E("createth:err=%d:cant create thread\n", err);
     return false;
@@ -339,7 +339,7 @@ void prv_tear_down() {
   if (s_event_thread_running) {
     q_cancel(s_event_queue);
     prv_give_send_mutex();  // the host may have forgotten it; the event thread may wait for it
-    brio::join_thread(s_event_thread);
+    join_thread(s_event_thread);
     s_event_thread_running = false;
   }
   {
@@ -386,7 +386,7 @@ bool blpkt_end_scan() {
 }
 
 uint32_t blpkt_abort_scan() {
-  if (brio::refused_here("brio_abort_manual_nw_scan")) return BLPKT_STATUS_ERROR;
+  if (refused_here("brio_abort_manual_nw_scan")) return BLPKT_STATUS_ERROR;
   MutexGuard lock(s_response_mutex);
   if (s_scans == 0) return BLPKT_STATUS_ERROR;
   s_scan_aborted = true;
@@ -401,11 +401,11 @@ uint32_t blpkt_report_in_hand() {
 }
 
 uint32_t blpkt_last_report() {
-  return brio::relaxed_load(s_reports_queued);
+  return relaxed_load(s_reports_queued);
 }
 
 uint32_t blpkt_init(void) {
-  if (brio::refused_here("blpkt_init")) return BLPKT_STATUS_ERROR;
+  if (refused_here("blpkt_init")) return BLPKT_STATUS_ERROR;
   MutexGuard lifecycle(s_lifecycle_mutex);
   prv_tear_down();
   if (prv_start()) return BLPKT_STATUS_SUCCESS;
@@ -414,7 +414,7 @@ uint32_t blpkt_init(void) {
 }
 
 void blpkt_shutdown(void) {
-  if (brio::refused_here("blpkt_shutdown")) return;
+  if (refused_here("blpkt_shutdown")) return;
   MutexGuard lifecycle(s_lifecycle_mutex);
   prv_tear_down();
 }
@@ -459,7 +459,7 @@ uint32_t blpkt_atcmd_request_with_callback(const char* command, uint32_t type, c
 }
 
 uint32_t blpkt_abort_manual_nw_scan(void) {
-  if (brio::refused_here("blpkt_abort_manual_nw_scan")) return BLPKT_STATUS_ERROR;
+  if (refused_here("blpkt_abort_manual_nw_scan")) return BLPKT_STATUS_ERROR;
   MutexGuard lock(s_response_mutex);
   return prv_queue_response_and_wake(BLPKT_STATUS_SCAN_ABORTED) ? BLPKT_STATUS_SCAN_ABORTED
                                                                 : BLPKT_STATUS_ERROR;

@@ -1,6 +1,5 @@
 // What the packet layer offers inside the library, beside brio/brio_at.h.
-#ifndef BRIOLIB_BRIO_BLPKT_H
-#define BRIOLIB_BRIO_BLPKT_H
+#pragma once
 
 #include <stdint.h>
 
@@ -29,5 +28,3 @@ bool blpkt_end_scan();
 // Aborts the scan that runs, whatever it waits for: BLPKT_STATUS_SCAN_ABORTED, or BLPKT_STATUS_ERROR when
 // there is none. Not on the library's own threads.
 uint32_t blpkt_abort_scan();
-
-#endif

@@ -6,9 +6,11 @@
 #include "base/log.h"
 #include "brio/brio_at.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/brio_mempool";
+
+using namespace brio;
+
+namespace {
 
 struct Group;
 
@@ -197,7 +199,7 @@ void mempool_destroy(mempool* pool) {
 }
 
 void mempool_dump(mempool* pool) {
-  if (!brio::log_on(BRIO_LOG_MEMPOOL)) return;
+  if (!log_on(BRIO_LOG_MEMPOOL)) return;
   if (pool == nullptr) {
     BLIB_D(BRIO_LOG_MEMPOOL, "pool == NULL\n\n");
     return;

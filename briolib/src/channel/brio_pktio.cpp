@@ -18,13 +18,11 @@
 #include "channel/at_helper.h"
 #include "channel/brio_pktio_ports.h"
 
-namespace {
-
-using brio::MutexGuard;
-using brio::Ports;
-using brio::skip_line_ends;
-
 constexpr char kLogTag[] = "briolib/src/brio_pktio";
+
+using namespace brio;
+
+namespace {
 
 constexpr uint32_t kOk = 0;
 constexpr uint32_t kFailed = 1;
@@ -117,7 +115,7 @@ void prv_retire_ports() {
     if (ports.stop_read >= 0) shutdown(ports.stop_read, SHUT_RDWR);
     while (s_port_users > 0) pthread_cond_wait(&s_ports_unused, &s_ports_mutex);
   }
-  brio::close_ports(ports);
+  close_ports(ports);
 }
 
 void prv_drop_response() {
@@ -163,7 +161,7 @@ Verdict prv_classify(const char* line) {
     s_response_serial = s_command.serial;
   }
   const char* prefix = s_command.has_prefix ? s_command.prefix : nullptr;
-  int32_t result = brio::process_answer_line(line, s_response, s_command.type, prefix, &s_response_bytes);
+  int32_t result = process_answer_line(line, s_response, s_command.type, prefix, &s_response_bytes);
   if (result == 0) return Verdict::kComplete;
   if (result != 1) return Verdict::kViolation;
   return prefix != nullptr && strcmp(prefix, kBasPrefix) == 0 ? Verdict::kGoOnBas : Verdict::kGoOn;
@@ -310,7 +308,7 @@ bool prv_serve_ports(const Ports& ports, const fd_set& watched, int highest) {
 }
 
 void* prv_read_thread(void*) {
-  brio::this_thread_is(brio::Thread::kRead);
+  this_thread_is(Thread::kRead);
   Ports ports;
   {
     MutexGuard lock(s_ports_mutex);
@@ -336,19 +334,19 @@ void* prv_read_thread(void*) {
 // Makes the read thread leave its select; it closes the ports itself.
 void prv_request_stop() {
   MutexGuard lock(s_ports_mutex);
-  if (brio::send_stop(s_ports.stop_write)) return;
+  if (send_stop(s_ports.stop_write)) return;
   BLIB_W("socketpair:errno=%d:unable to write to socket pair\n", errno);
   if (s_ports.stop_write < 0) return;  // the thread has ended by itself
   BLIB_E("socketpair:write:error on socket pair\n");
   // The end of the stream stops the thread as well.
-  brio::hang_up(&s_ports.stop_write);
+  hang_up(&s_ports.stop_write);
 }
 
 // Caller holds the lifecycle mutex.
 void prv_end_thread() {
   if (!s_thread_running) return;
   prv_request_stop();
-  brio::join_thread(s_thread);
+  join_thread(s_thread);
   s_thread_running = false;
 }
 
@@ -359,11 +357,10 @@ bool prv_wait_writable(const Ports& ports, const timespec& start) {
   int ready;
   do {
     timespec now = start;
-    brio::clock_monotonic(&now);
+    clock_monotonic(&now);
     auto waited = now.tv_sec - start.tv_sec;
-    ready = waited < kWriteWaitSeconds
-                ? brio::clock_poll(watched, 2, kWriteWaitSeconds - static_cast<int>(waited))
-                : 0;
+    ready =
+        waited < kWriteWaitSeconds ? clock_poll(watched, 2, kWriteWaitSeconds - static_cast<int>(waited)) : 0;
   } while (ready < 0 && errno == EINTR);
   if (ready < 0) return false;
   if (ready > 0 && watched[1].revents == 0) return true;
@@ -374,7 +371,7 @@ bool prv_wait_writable(const Ports& ports, const timespec& start) {
 // Everything in one write. A port that has room for a part only fails like any short write.
 bool prv_write_whole(const Ports& ports, const char* bytes, size_t length) {
   timespec start = {};
-  brio::clock_monotonic(&start);
+  clock_monotonic(&start);
   ssize_t written;
   int refusals = 0;
   do {
@@ -416,12 +413,12 @@ void pktio_set_shutdown_callback(void (*callback)(void*), void* context) {
 }
 
 uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* context) {
-  if (brio::refused_here("pktio_init")) return kFailed;
+  if (refused_here("pktio_init")) return kFailed;
   MutexGuard lifecycle(s_lifecycle_mutex);
   prv_end_thread();
   Ports ports;
-  if (!brio::open_ports(query_port, &ports)) {
-    brio::close_ports(ports);
+  if (!open_ports(query_port, &ports)) {
+    close_ports(ports);
     return kFailed;
   }
   s_packet_cb = callback;
@@ -433,7 +430,7 @@ uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* cont
     MutexGuard lock(s_ports_mutex);
     s_ports = ports;
   }
-  int err = brio::start_thread(&s_thread, prv_read_thread, nullptr);
+  int err = start_thread(&s_thread, prv_read_thread, nullptr);
   if (err != 0) {
     BLIB_E("create_th:err=%d:cant create thread\n", err);
     prv_retire_ports();
@@ -444,7 +441,7 @@ uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* cont
 }
 
 uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* response_prefix) {
-  if (command == nullptr || brio::refused_in_forked_child("pktio_at_send_cmd")) return kFailed;
+  if (command == nullptr || refused_in_forked_child("pktio_at_send_cmd")) return kFailed;
   prv_set_command(type, response_prefix);
   memset(s_send_buffer, 0, sizeof(s_send_buffer));
   size_t length = strnlen(command, sizeof(s_send_buffer) - 1);
@@ -461,7 +458,7 @@ uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* respo
 }
 
 void pktio_shutdown(void) {
-  if (brio::refused_here("pktio_shutdown")) return;
+  if (refused_here("pktio_shutdown")) return;
   MutexGuard lifecycle(s_lifecycle_mutex);
   prv_end_thread();
 }

@@ -1,6 +1,5 @@
 // What the packet layer needs of the serial ports beyond the exported interface.
-#ifndef BRIOLIB_BRIO_PKTIO_H
-#define BRIOLIB_BRIO_PKTIO_H
+#pragma once
 
 #include <stdint.h>
 
@@ -12,5 +11,3 @@ uint32_t pktio_reset_command();
 // Whether the answer that the read thread is handing to the packet callback belongs to a command that is
 // over, `*command`: its request has returned, and the next one may wait already. False on any other thread.
 bool pktio_answer_is_late(uint32_t* command);
-
-#endif

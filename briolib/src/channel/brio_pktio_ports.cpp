@@ -10,10 +10,10 @@
 #include "base/log.h"
 #include "base/paths.h"
 
+constexpr char kLogTag[] = "briolib/src/brio_pktio";
+
 namespace brio {
 namespace {
-
-constexpr char kLogTag[] = "briolib/src/brio_pktio";
 
 constexpr speed_t kBaudRate = B921600;
 

@@ -1,6 +1,5 @@
 // The descriptors of the read thread: the two serial ports and the socket pair that stops the thread.
-#ifndef BRIOLIB_BRIO_PKTIO_PORTS_H
-#define BRIOLIB_BRIO_PKTIO_PORTS_H
+#pragma once
 
 namespace brio {
 
@@ -19,5 +18,3 @@ bool open_ports(const char* query_port, Ports* ports);
 void close_ports(const Ports& ports);
 
 }  // namespace brio
-
-#endif

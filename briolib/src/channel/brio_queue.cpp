@@ -14,6 +14,10 @@
 #include "base/guards.h"
 #include "base/log.h"
 
+constexpr char kLogTag[] = "briolib/src/brio_queue";
+
+using namespace brio;
+
 struct queue {
   pthread_mutex_t mutex;   // guards in, out, flags and the storage
   pthread_cond_t changed;  // on the monotonic clock; an element was added or the queue was cancelled
@@ -26,8 +30,6 @@ struct queue {
 };
 
 namespace {
-
-constexpr char kLogTag[] = "briolib/src/brio_queue";
 
 // With in equal to out, kFull tells a full queue from an empty one. kCancelled is permanent.
 constexpr uint16_t kFull = 1;
@@ -56,16 +58,16 @@ void prv_default_copy(void* destination, const void* source, uint32_t size, uint
 
 // Caller holds the queue's mutex.
 void prv_dump(queue* q) {
-  if (!brio::log_on(BRIO_LOG_QUEUE)) return;
-  brio::MutexGuard dump_lock(s_dump_mutex);
+  if (!log_on(BRIO_LOG_QUEUE)) return;
+  MutexGuard dump_lock(s_dump_mutex);
   size_t total = static_cast<size_t>(q->capacity) * q->element_size;
   size_t used = 0;
   for (size_t i = 0; i < total; i++) {
-    if (i % brio::kQueueDumpBytes == 0) used = 0;
+    if (i % kQueueDumpBytes == 0) used = 0;
     size_t element = i / q->element_size;
     bool ends_element = (i + 1) % q->element_size == 0;
-    int length = snprintf(brio::g_queue_dump + used, sizeof(brio::g_queue_dump) - used, "%s%02x%s%s",
-                          used > 0 ? " " : "", q->storage[i], ends_element && element == q->in ? " i" : "",
+    int length = snprintf(g_queue_dump + used, sizeof(g_queue_dump) - used, "%s%02x%s%s", used > 0 ? " " : "",
+                          q->storage[i], ends_element && element == q->in ? " i" : "",
                           ends_element && element == q->out ? " o" : "");
     if (length > 0) used += static_cast<size_t>(length);
   }
@@ -99,14 +101,14 @@ uint32_t prv_wait_element(queue* q, int32_t timeout_seconds) {
   if (timeout_seconds == 0) return Q_EMPTY;
   timespec deadline = {};
   if (timeout_seconds > 0) {
-    if (!brio::clock_monotonic(&deadline)) return Q_CLOCK;
+    if (!clock_monotonic(&deadline)) return Q_CLOCK;
     // Where time_t has 32 bits the longest time-outs end beyond it.
     if (__builtin_add_overflow(deadline.tv_sec, timeout_seconds, &deadline.tv_sec)) {
       deadline.tv_sec = std::numeric_limits<time_t>::max();
     }
   }
   while (prv_is_empty(q)) {
-    int result = timeout_seconds > 0 ? brio::clock_wait_until(&q->changed, &q->mutex, &deadline)
+    int result = timeout_seconds > 0 ? clock_wait_until(&q->changed, &q->mutex, &deadline)
                                      : pthread_cond_wait(&q->changed, &q->mutex);
     // A time-out stands even when an element arrived at the same moment: that one waits for the next take.
     if (result == ETIMEDOUT) return Q_TIMEOUT;
@@ -117,7 +119,7 @@ uint32_t prv_wait_element(queue* q, int32_t timeout_seconds) {
 
 uint32_t prv_put(queue* q, const void* source, q_copy copy, uint32_t size) {
   if (q == nullptr || source == nullptr || copy == nullptr) return Q_INVALID;
-  brio::MutexGuard lock(q->mutex);
+  MutexGuard lock(q->mutex);
   if ((q->flags & kFull) != 0) return Q_FULL;
   copy(prv_slot(q, q->in), source, size, q->element_size);
   q->in = prv_next(q, q->in);
@@ -173,7 +175,7 @@ void brio::queue_wake(queue* q) {
 uint32_t q_add_with_copy_callback(queue* q, const void* source, q_copy copy, uint32_t size) {
   uint32_t status = prv_put(q, source, copy, size);
   // Not under the lock, which the woken consumer needs at once: one switch to it instead of three.
-  if (status == Q_OK) brio::queue_wake(q);
+  if (status == Q_OK) queue_wake(q);
   return status;
 }
 
@@ -184,7 +186,7 @@ uint32_t q_add(queue* q, const void* source, uint32_t size) {
 uint32_t q_get_with_copy_callback(queue* q, void* destination, q_copy copy, uint32_t size,
                                   int32_t timeout_seconds) {
   if (q == nullptr || copy == nullptr) return Q_INVALID;
-  brio::MutexGuard lock(q->mutex);
+  MutexGuard lock(q->mutex);
   uint32_t status = prv_wait_element(q, timeout_seconds);
   if (status != Q_OK) return status;
   copy(destination, prv_slot(q, q->out), size, q->element_size);
@@ -201,7 +203,7 @@ uint32_t q_get(queue* q, void* destination, uint32_t size, int32_t timeout_secon
 
 void q_cancel(queue* q) {
   if (q == nullptr) return;
-  brio::MutexGuard lock(q->mutex);
+  MutexGuard lock(q->mutex);
   q->flags |= kCancelled;
   pthread_cond_signal(&q->changed);
 }
@@ -216,6 +218,6 @@ uint32_t q_element_size(const queue* q) {
 
 void queue_dump_all(queue* q) {
   if (q == nullptr) return;
-  brio::MutexGuard lock(q->mutex);
+  MutexGuard lock(q->mutex);
   prv_dump(q);
 }

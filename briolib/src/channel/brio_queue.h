@@ -1,7 +1,6 @@
 // q_add in two steps, for a producer that holds a lock which the woken consumer needs at once; what a dump
 // left.
-#ifndef BRIOLIB_BRIO_QUEUE_H
-#define BRIOLIB_BRIO_QUEUE_H
+#pragma once
 
 #include <stddef.h>
 #include <stdint.h>
@@ -22,5 +21,3 @@ constexpr size_t kQueueDumpBytes = 16;
 extern char g_queue_dump[kQueueDumpBytes * 8];
 
 }  // namespace brio
-
-#endif

@@ -13,9 +13,11 @@
 #include "channel/brio_blpkt.h"
 #include "parse/manual_selection.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/brio_common";
+
+using namespace brio;
+
+namespace {
 
 constexpr int32_t kEchoTimeoutSeconds = 1;
 constexpr int kEchoAttempts = 3;
@@ -29,7 +31,7 @@ constexpr size_t kManualSelectionLine = 127;  // characters of the stored select
 // Read thread, whenever it ends. It must not wait for the state mutex: brio_open may hold that while it joins
 // this thread.
 void prv_channel_lost(void*) {
-  brio::relaxed_store(brio::g_state.modem_failed, 1u);
+  relaxed_store(g_state.modem_failed, 1u);
   blpkt_channel_lost();
 }
 
@@ -39,7 +41,7 @@ uint32_t prv_send(const char* command, int32_t timeout_seconds) {
 }
 
 // The next line, "\n" included, of a longer one its first characters; false at the end of the file.
-bool prv_next_config_line(brio::InputFile* file, char (&line)[kLogConfigLine + 1]) {
+bool prv_next_config_line(InputFile* file, char (&line)[kLogConfigLine + 1]) {
   size_t length = 0;
   int c = 0;
   while (c != '\n' && (c = file->next()) >= 0) {
@@ -50,7 +52,7 @@ bool prv_next_config_line(brio::InputFile* file, char (&line)[kLogConfigLine + 1
 }
 
 void prv_read_log_config() {
-  brio::InputFile file(brio::kLogConfigFile);
+  InputFile file(kLogConfigFile);
   if (!file) {
     BLIB_D(BRIO_LOG_CONFIG, "No log config file detected");
     return;
@@ -58,10 +60,10 @@ void prv_read_log_config() {
   char buffer[kLogConfigLine + 1];
   while (prv_next_config_line(&file, buffer)) {
     BLIB_D(BRIO_LOG_CONFIG, "log config file: %s", buffer);
-    const char* line = brio::trim(buffer);
+    const char* line = trim(buffer);
     if (*line == '\0' || *line == '#') continue;
     // Text that is no number counts as what the conversion gives, 0: every debug line off.
-    briolib_log_set_log_mask(brio::hexadecimal(line));
+    briolib_log_set_log_mask(hexadecimal(line));
     return;
   }
 }
@@ -75,7 +77,7 @@ bool prv_start_channel(const char* query_port) {
     return false;
   }
   // From here on a lost channel counts, also one that is lost while the library opens.
-  brio::relaxed_store(brio::g_state.modem_failed, 0u);
+  relaxed_store(g_state.modem_failed, 0u);
   if (pktio_init(query_port, blpkt_handle_packet, nullptr) != 0) {
     BLIB_E("pktioinit::pktio failed to initialize");
     pktio_shutdown();
@@ -94,7 +96,7 @@ bool prv_switch_echo_off() {
   for (int left = kEchoAttempts - 1; left >= 0; left--) {
     if (prv_send("ATE0", kEchoTimeoutSeconds) == BLPKT_STATUS_SUCCESS) return true;
     BLIB_E("AT::failed to set echo, retry left[%d]", left);
-    brio::sleep_seconds(kRetryPauseSeconds);
+    sleep_seconds(kRetryPauseSeconds);
   }
   return false;
 }
@@ -103,19 +105,19 @@ bool prv_switch_radio_on() {
   for (int left = kRadioAttempts - 1; left >= 0; left--) {
     if (prv_send("AT+CFUN=1", BLPKT_DEFAULT_TIMEOUT_SECONDS) == BLPKT_STATUS_SUCCESS) return true;
     BLIB_E("AT::failed to set cfun1, retry left[%d]", left);
-    brio::sleep_seconds(kRetryPauseSeconds);
+    sleep_seconds(kRetryPauseSeconds);
   }
   return false;
 }
 
-void prv_brio_atcmd_mcs(const brio::parse::ManualSelection& selection) {
+void prv_brio_atcmd_mcs(const parse::ManualSelection& selection) {
   BLIB_D(BRIO_LOG_DEBUG, "de-registration from the network");
   uint32_t status = prv_send("AT+COPS=2", kDeregisterTimeoutSeconds);
   if (status != BLPKT_STATUS_SUCCESS) {
     BLIB_E("prv_brio_atcmd_mcs::de-registration from the network failed!");
     if (status == BLPKT_STATUS_TIMEOUT) {
       prv_send("ATE0", kEchoTimeoutSeconds);
-      brio::sleep_seconds(kRetryPauseSeconds);
+      sleep_seconds(kRetryPauseSeconds);
     }
   }
   BLIB_PLAIN("prv_brio_atcmd_mcs::set manual network select as mcs");
@@ -133,8 +135,8 @@ void prv_brio_atcmd_mcs(const brio::parse::ManualSelection& selection) {
 // A manual selection that another program stored is carried over a restart.
 void prv_replay_manual_selection() {
   char line[kManualSelectionLine + 1];
-  brio::InputFile(brio::kManualSelectionFile).line(line, sizeof(line));
-  const std::optional<brio::parse::ManualSelection> selection = brio::parse::parse_manual_selection(line);
+  InputFile(kManualSelectionFile).line(line, sizeof(line));
+  const std::optional<parse::ManualSelection> selection = parse::parse_manual_selection(line);
   if (selection) prv_brio_atcmd_mcs(*selection);
 }
 
@@ -143,7 +145,7 @@ void prv_start_sar() {
   constexpr int16_t kSarCarriers[] = {202, 216};
   int16_t carrier;
   {
-    brio::UrcDataLock lock;
+    UrcDataLock lock;
     carrier = g_brio_lib_atcmd_data.carrier_config;
   }
   for (int16_t sar_carrier : kSarCarriers) {
@@ -155,15 +157,15 @@ void prv_start_sar() {
 
 uint32_t brio_open(const char* query_port) {
   // Before the mutex: in a forked child another thread of the parent may hold it.
-  if (brio::refused_here("brio_open")) return BRIO_STATUS_BUSY;
-  const brio::ProcessClaim claim;
-  brio::MutexGuard state_guard(brio::g_state_mutex);
-  if (brio::g_state.library_open != 0 || brio::g_state.closing != 0) return BRIO_STATUS_BUSY;
+  if (refused_here("brio_open")) return BRIO_STATUS_BUSY;
+  const ProcessClaim claim;
+  MutexGuard state_guard(g_state_mutex);
+  if (g_state.library_open != 0 || g_state.closing != 0) return BRIO_STATUS_BUSY;
 
   prv_read_log_config();
   at_parse_init();
   {
-    brio::UrcDataLock lock;
+    UrcDataLock lock;
     briolib_init_atcmd_data(0);
   }
   if (!prv_start_channel(query_port)) return BRIO_STATUS_FAILURE;
@@ -184,27 +186,27 @@ uint32_t brio_open(const char* query_port) {
 
   // modem_failed was cleared when the channel was started and is left alone here: a port that was lost since
   // then would otherwise be forgotten, and every request of a library that looks healthy would fail.
-  brio::relaxed_store(brio::g_state.library_open, 1u);
+  relaxed_store(g_state.library_open, 1u);
   return BRIO_STATUS_OK;
 }
 
 uint32_t brio_close(void) {
-  if (brio::refused_here("brio_close")) return BRIO_STATUS_BUSY;
-  const brio::ProcessClaim claim;
+  if (refused_here("brio_close")) return BRIO_STATUS_BUSY;
+  const ProcessClaim claim;
   bool was_open;
   {
-    brio::MutexGuard state_guard(brio::g_state_mutex);
+    MutexGuard state_guard(g_state_mutex);
     // A close that meets another one leaves the work to that one.
-    if (brio::g_state.closing != 0) return BRIO_STATUS_OK;
-    was_open = brio::g_state.library_open != 0;
-    brio::relaxed_store(brio::g_state.closing, 1u);
+    if (g_state.closing != 0) return BRIO_STATUS_OK;
+    was_open = g_state.library_open != 0;
+    relaxed_store(g_state.closing, 1u);
   }
   // Not under the mutex: the gate answers 3 meanwhile instead of waiting.
   if (was_open) prv_stop_channel();
 
-  brio::MutexGuard state_guard(brio::g_state_mutex);
-  brio::relaxed_store(brio::g_state.library_open, 0u);
-  brio::relaxed_store(brio::g_state.closing, 0u);
-  brio::relaxed_store(brio::g_state.modem_failed, 0u);
+  MutexGuard state_guard(g_state_mutex);
+  relaxed_store(g_state.library_open, 0u);
+  relaxed_store(g_state.closing, 0u);
+  relaxed_store(g_state.modem_failed, 0u);
   return BRIO_STATUS_OK;
 }

@@ -1,6 +1,5 @@
 // The first steps of every response callback: the answer's line, and its text behind the result name.
-#ifndef BRIOLIB_PARSE_ANSWER_H
-#define BRIOLIB_PARSE_ANSWER_H
+#pragma once
 
 #include <string.h>
 
@@ -26,5 +25,3 @@ inline const char* answer_payload(const char* line) {
 bool answer_text(const char* line, char* text, size_t capacity);
 
 }  // namespace brio::parse
-
-#endif

@@ -1,6 +1,5 @@
 // The modem's signal bars: "+GTBARS", answered and unsolicited.
-#ifndef BRIOLIB_PARSE_BARS_H
-#define BRIOLIB_PARSE_BARS_H
+#pragma once
 
 #include <stdint.h>
 
@@ -20,5 +19,3 @@ struct BarsReport {
 BarsReport parse_bars(char* text, bool is_answer);
 
 }  // namespace brio::parse
-
-#endif

@@ -1,6 +1,5 @@
 // The BAS antenna status: "+BAS" answered, "+BASURC" unsolicited.
-#ifndef BRIOLIB_PARSE_BAS_H
-#define BRIOLIB_PARSE_BAS_H
+#pragma once
 
 #include <stdint.h>
 
@@ -18,5 +17,3 @@ struct BasReport {
 BasReport parse_bas(char* text, bool is_answer);
 
 }  // namespace brio::parse
-
-#endif

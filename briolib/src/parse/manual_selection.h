@@ -1,6 +1,5 @@
 // The stored manual network selection. Pure: text in, values out.
-#ifndef BRIOLIB_PARSE_MANUAL_SELECTION_H
-#define BRIOLIB_PARSE_MANUAL_SELECTION_H
+#pragma once
 
 #include <stdint.h>
 
@@ -18,5 +17,3 @@ struct ManualSelection {
 std::optional<ManualSelection> parse_manual_selection(char* line);
 
 }  // namespace brio::parse
-
-#endif

@@ -1,7 +1,6 @@
 // Carrier configuration, data context and WAN type: answers, file lines and the command that is built of
 // them.
-#ifndef BRIOLIB_PARSE_MODEM_CONFIG_H
-#define BRIOLIB_PARSE_MODEM_CONFIG_H
+#pragma once
 
 #include <stddef.h>
 #include <stdint.h>
@@ -50,5 +49,3 @@ const char* override_apn(char* line, size_t length);
 bool build_remove_command(const char* path, const char* device_path, char* command, size_t capacity);
 
 }  // namespace brio::parse
-
-#endif

@@ -1,6 +1,5 @@
 // The answer to "AT+GTMODINFO?".
-#ifndef BRIOLIB_PARSE_MODEM_INFO_H
-#define BRIOLIB_PARSE_MODEM_INFO_H
+#pragma once
 
 #include "brio/brio_types.h"
 
@@ -10,5 +9,3 @@ namespace brio::parse {
 void parse_modem_info(char* line, modem_info* info);
 
 }  // namespace brio::parse
-
-#endif

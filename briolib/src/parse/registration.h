@@ -1,6 +1,5 @@
 // Registration lines "+CREG" and "+CGREG", and the SIM toolkit REFRESH. Pure: text in, values out.
-#ifndef BRIOLIB_PARSE_REGISTRATION_H
-#define BRIOLIB_PARSE_REGISTRATION_H
+#pragma once
 
 #include <stddef.h>
 #include <stdint.h>
@@ -33,5 +32,3 @@ inline constexpr uint32_t kProactiveCommandMin = 24;
 bool is_usim_refresh(const char* text);
 
 }  // namespace brio::parse
-
-#endif

@@ -1,6 +1,5 @@
 // Network reject reports "+GTOTAREJECT". Pure: text in, values out.
-#ifndef BRIOLIB_PARSE_REJECT_H
-#define BRIOLIB_PARSE_REJECT_H
+#pragma once
 
 #include <stdint.h>
 
@@ -22,5 +21,3 @@ RejectReport parse_reject(char* payload);
 bool is_fatal_reject(uint8_t procedure, uint8_t cause);
 
 }  // namespace brio::parse
-
-#endif

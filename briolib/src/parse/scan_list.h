@@ -1,6 +1,5 @@
 // The answer to a network scan ("AT+COPS=?", 3GPP TS 27.007) and the list that the host gets of it.
-#ifndef BRIOLIB_PARSE_SCAN_LIST_H
-#define BRIOLIB_PARSE_SCAN_LIST_H
+#pragma once
 
 #include <stddef.h>
 #include <stdint.h>
@@ -78,5 +77,3 @@ bool append_scan_entry(const ScanEntry& entry, char* buffer, size_t size, size_t
 void mark_current_network(char* list, const char* mcc, const char* mnc, const char* rat);
 
 }  // namespace brio::parse
-
-#endif

@@ -1,7 +1,6 @@
 // Finds the operators in a network scan's answer. Their names may hold commas, brackets and quotes, so an
 // operator is found by the numbers and the bracket at its end, and its names are cut then.
-#ifndef BRIOLIB_PARSE_SCAN_OPERATOR_H
-#define BRIOLIB_PARSE_SCAN_OPERATOR_H
+#pragma once
 
 #include <stddef.h>
 
@@ -27,5 +26,3 @@ ScanOperator find_operator(char* first);
 bool list_goes_on(const char* text);
 
 }  // namespace brio::parse
-
-#endif

@@ -1,6 +1,5 @@
 // Answers about the serving network. Pure: text in, values out.
-#ifndef BRIOLIB_PARSE_SERVING_H
-#define BRIOLIB_PARSE_SERVING_H
+#pragma once
 
 #include <stdint.h>
 
@@ -84,5 +83,3 @@ void plmn_to_text(const uint8_t plmn[3], char mcc[4], char mnc[4]);
 void text_to_plmn(const char* mcc, const char* mnc, uint8_t plmn[3]);
 
 }  // namespace brio::parse
-
-#endif

@@ -1,7 +1,6 @@
 // SIM elementary files: the answer to "AT+CRSM=176,..." and the contents of the files, and the ICCID of
 // "AT+CCID". File numbers and contents are those of 3GPP TS 31.102.
-#ifndef BRIOLIB_PARSE_SIM_FILE_H
-#define BRIOLIB_PARSE_SIM_FILE_H
+#pragma once
 
 #include <stdint.h>
 
@@ -62,5 +61,3 @@ void iccid_from_file(const char* data, char (&iccid)[21]);
 void iccid_from_line(const char* rest, char (&iccid)[24]);
 
 }  // namespace brio::parse
-
-#endif

@@ -1,6 +1,5 @@
 // The SIM's identities as the modem prints them, and what follows from an IMSI.
-#ifndef BRIOLIB_PARSE_SIM_IDENTITY_H
-#define BRIOLIB_PARSE_SIM_IDENTITY_H
+#pragma once
 
 #include <stddef.h>
 
@@ -30,5 +29,3 @@ void imsi_prefix(const char* imsi, char prefix[kImsiPrefixSize]);
 void home_plmn(const char* imsi, char mcc[4], char mnc[4]);
 
 }  // namespace brio::parse
-
-#endif

@@ -1,6 +1,5 @@
 // The answer to "AT+GTSIMSTATUS?".
-#ifndef BRIOLIB_PARSE_SIM_STATUS_H
-#define BRIOLIB_PARSE_SIM_STATUS_H
+#pragma once
 
 #include <stdint.h>
 
@@ -19,5 +18,3 @@ struct SimStatus {
 SimStatus parse_sim_status(char* payload);
 
 }  // namespace brio::parse
-
-#endif

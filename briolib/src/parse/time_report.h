@@ -1,6 +1,5 @@
 // Network time reports: +CTZV and indicator 9 of +CIEV.
-#ifndef BRIOLIB_PARSE_TIME_REPORT_H
-#define BRIOLIB_PARSE_TIME_REPORT_H
+#pragma once
 
 #include <stdint.h>
 
@@ -34,5 +33,3 @@ TimeReport parse_ctzv(char* text);
 TimeReport parse_ciev(char* text);
 
 }  // namespace brio::parse
-
-#endif

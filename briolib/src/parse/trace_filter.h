@@ -1,6 +1,5 @@
 // The trace filter file, line by line, and the name of the trace file.
-#ifndef BRIOLIB_PARSE_TRACE_FILTER_H
-#define BRIOLIB_PARSE_TRACE_FILTER_H
+#pragma once
 
 #include <stddef.h>
 #include <time.h>
@@ -36,5 +35,3 @@ inline constexpr size_t kTraceNameSize = 160;
 void trace_file_name(const char* prefix, const tm& start, char (&name)[kTraceNameSize]);
 
 }  // namespace brio::parse
-
-#endif

@@ -7,17 +7,15 @@
 #include "parse/sim_file.h"
 #include "reports/report_table.h"
 
-static constexpr char kLogTag[] = "briolib/src/at_parse";
+constexpr char kLogTag[] = "briolib/src/at_parse";
+
+using namespace brio;
 
 namespace {
 
-using brio::kReports;
-using brio::LogText;
-using brio::ReportRow;
-
 const ReportRow* prv_find(const char* name) {
   size_t low = 0;
-  size_t high = brio::kReportCount;
+  size_t high = kReportCount;
   while (low < high) {
     size_t middle = (low + high) / 2;
     int order = strcmp(name, kReports[middle].name);
@@ -34,14 +32,14 @@ const ReportRow* prv_find(const char* name) {
 // The command is the argument of "+CRSM" lines only.
 bool prv_iccid_file_read(const char* name, const void* argument_a) {
   return str_starts_with(name, "CRSM") != 0 &&
-         brio::parse::crsm_file(static_cast<const char*>(argument_a)) == brio::parse::SimFile::kIccid;
+         parse::crsm_file(static_cast<const char*>(argument_a)) == parse::SimFile::kIccid;
 }
 
 // What its parser left of the text after the name, for the log.
 LogText prv_log_rest(const char* name, const char* rest, const void* argument_a) {
-  if (strcmp(name, "CCID") == 0) return brio::masked_identity(rest);
+  if (strcmp(name, "CCID") == 0) return masked_identity(rest);
   if (strcmp(name, "CRSM") == 0) {
-    return brio::masked_sim_file(rest, prv_iccid_file_read(name, argument_a));
+    return masked_sim_file(rest, prv_iccid_file_read(name, argument_a));
   }
   return LogText(rest);
 }
@@ -49,7 +47,7 @@ LogText prv_log_rest(const char* name, const char* rest, const void* argument_a)
 }  // namespace
 
 void at_parse_init() {
-  for (size_t i = 0; i < brio::kReportCount; i++) {
+  for (size_t i = 0; i < kReportCount; i++) {
     BLIB_D(BRIO_LOG_DISPATCH, "prefix_to_parser map[%zu]: %s\n", i, kReports[i].name);
   }
 }
@@ -58,9 +56,9 @@ uint32_t at_parse(char* line, void* argument_a, void* argument_b) {
   if (line == nullptr) return BRIO_STATUS_FAILURE;
   char* name = line + strspn(line, "+:");
   BLIB_D(BRIO_LOG_DISPATCH, "at_parse input:%s\n",
-         brio::masked_line(line, prv_iccid_file_read(name, argument_a)).c_str());
+         masked_line(line, prv_iccid_file_read(name, argument_a)).c_str());
   if (*line != '+') {
-    BLIB_W(":line doesn't start with + skip parse%s:\n", brio::masked_line(line).c_str());
+    BLIB_W(":line doesn't start with + skip parse%s:\n", masked_line(line).c_str());
     return BRIO_STATUS_FAILURE;
   }
   name = line + 1 + strspn(line + 1, ":");
@@ -70,7 +68,7 @@ uint32_t at_parse(char* line, void* argument_a, void* argument_b) {
 
   const ReportRow* row = prv_find(name);
   if (row == nullptr) {
-    BLIB_W(":No URC Callback func avail %s:\n", brio::masked_line(name).c_str());
+    BLIB_W(":No URC Callback func avail %s:\n", masked_line(name).c_str());
     return BRIO_STATUS_FAILURE;
   }
   if (row->log_name != nullptr) {

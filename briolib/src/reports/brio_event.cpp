@@ -5,7 +5,9 @@
 #include "brio/brio.h"
 #include "brio/briolib.h"
 
-static constexpr char kLogTag[] = "briolib/src/brio_event";
+constexpr char kLogTag[] = "briolib/src/brio_event";
+
+using namespace brio;
 
 namespace {
 
@@ -16,7 +18,7 @@ brio_event_callback s_event_callbacks[BRIO_EVENT_COUNT];
 
 uint32_t brio_set_callback_for_event_id(uint32_t id, brio_event_callback callback) {
   if (id >= BRIO_EVENT_COUNT) return BRIO_STATUS_INVALID;
-  brio::relaxed_store(s_event_callbacks[id], callback);
+  relaxed_store(s_event_callbacks[id], callback);
   return BRIO_STATUS_OK;
 }
 
@@ -26,8 +28,8 @@ void briolib_exec_event_callback(uint32_t id, uint32_t data_size, const void* da
     return;
   }
   if (id >= BRIO_EVENT_COUNT) return;
-  brio_event_callback callback = brio::relaxed_load(s_event_callbacks[id]);
+  brio_event_callback callback = relaxed_load(s_event_callbacks[id]);
   if (callback == nullptr) return;
-  const brio::InEventCallback scope;
+  const InEventCallback scope;
   callback(id, data_size, data);
 }

@@ -1,7 +1,6 @@
 // The result names that the library knows. at_parse finds them; the rows are in life/report_table.cpp, above
 // every parser.
-#ifndef BRIOLIB_REPORTS_REPORT_TABLE_H
-#define BRIOLIB_REPORTS_REPORT_TABLE_H
+#pragma once
 
 #include <stddef.h>
 
@@ -19,5 +18,3 @@ extern const ReportRow kReports[];  // sorted by name
 extern const size_t kReportCount;
 
 }  // namespace brio
-
-#endif

@@ -16,11 +16,11 @@
 #include "parse/answer.h"
 #include "parse/bars.h"
 
-static constexpr char kLogTag[] = "briolib/src/brio_bars";
+constexpr char kLogTag[] = "briolib/src/brio_bars";
+
+using namespace brio;
 
 namespace {
-
-using brio::UrcDataLock;
 
 constexpr uint8_t kBarsUnknown = 255;
 constexpr int64_t kPollPeriodSeconds = 91;
@@ -50,7 +50,7 @@ pthread_mutex_t s_bars_mutex = PTHREAD_MUTEX_INITIALIZER;
 uint32_t s_need_clear_sms = 255;
 
 uint32_t recv_func_at_req_get_bars(const ATResponse* response, void* data, uint16_t /*user_value*/) {
-  char* line = brio::parse::answer_line(response);
+  char* line = parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("recv_func_at_req_get_bars:at_resp is invalid:\n");
     return BRIO_STATUS_INVALID;
@@ -65,7 +65,7 @@ uint32_t recv_func_at_req_get_bars(const ATResponse* response, void* data, uint1
     BLIB_E("recv_func_at_req_get_bars:data is invalid:\n");
     return BRIO_STATUS_INVALID;
   }
-  const brio::parse::BarsReport report = brio::parse::parse_bars(line, true);
+  const parse::BarsReport report = parse::parse_bars(line, true);
   if (report.rat) reply->rat = static_cast<uint8_t>(*report.rat);
   if (report.bars) reply->bars = static_cast<uint8_t>(*report.bars);
   if (report.rssi) reply->rssi = static_cast<uint8_t>(*report.rssi);
@@ -80,20 +80,20 @@ uint32_t prv_poll() {
                                                       recv_func_at_req_get_bars, &s_reply, kPollUserValue);
   if (status != BLPKT_STATUS_SUCCESS) return BRIO_STATUS_UNAVAILABLE;
   timespec now;
-  if (brio::clock_monotonic(&now)) s_last_poll = now;
+  if (clock_monotonic(&now)) s_last_poll = now;
   if (s_reply.bars == kBarsUnknown) return BRIO_STATUS_OK;
   UrcDataLock lock;
   g_brio_lib_atcmd_data.signal_b = s_reply.ecno;
   g_brio_lib_atcmd_data.signal_a = s_reply.rssi;
   g_brio_lib_atcmd_data.bars = s_reply.bars;
-  brio::relaxed_store<uint8_t>(brio::g_cached_bars_valid, 1);
+  relaxed_store<uint8_t>(g_cached_bars_valid, 1);
   return BRIO_STATUS_OK;
 }
 
 // Whether the last poll is at least 91 s away, in either direction. False when the clock cannot be read.
 bool prv_poll_due() {
   timespec now;
-  if (!brio::clock_monotonic(&now)) return false;
+  if (!clock_monotonic(&now)) return false;
   int64_t seconds = static_cast<int64_t>(now.tv_sec) - static_cast<int64_t>(s_last_poll.tv_sec);
   return seconds >= kPollPeriodSeconds || seconds <= -kPollPeriodSeconds;
 }
@@ -113,7 +113,7 @@ uint32_t prv_get_bars(uint32_t* out, int32_t mode) {
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
 
-  if (brio::relaxed_load(brio::g_cached_bars_valid) == 0) {
+  if (relaxed_load(g_cached_bars_valid) == 0) {
     status = prv_poll();
     if (status != BRIO_STATUS_OK) return status;
   } else {
@@ -175,7 +175,7 @@ void briolib_parse_gtbars(char* payload) {
     return;
   }
   BLIB_D(BRIO_LOG_DEBUG, "gtbars: %s\n", payload);
-  const brio::parse::BarsReport report = brio::parse::parse_bars(payload, false);
+  const parse::BarsReport report = parse::parse_bars(payload, false);
   if (report.rat) BLIB_D(BRIO_LOG_PARSE, "gtbars urc rat[%d]\n", *report.rat);
   UrcDataLock lock;
   brio_atcmd_data& data = g_brio_lib_atcmd_data;

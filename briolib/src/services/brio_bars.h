@@ -1,6 +1,5 @@
 // What the URC dispatch needs of the bars module beside briolib_parse_gtbars.
-#ifndef BRIOLIB_BRIO_BARS_H
-#define BRIOLIB_BRIO_BARS_H
+#pragma once
 
 #include <stdint.h>
 
@@ -13,5 +12,3 @@ void briolib_need_clear_sms();
 uint32_t briolib_sms_to_clear();
 
 }  // namespace brio
-
-#endif

@@ -7,9 +7,11 @@
 #include "base/log.h"
 #include "brio/briolib.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/brio_log";
+
+using namespace brio;
+
+namespace {
 
 constexpr size_t kFileBlock = 512;
 
@@ -53,12 +55,12 @@ uint32_t briolib_get_file_md5_hash(const char* path, uint8_t digest[16]) {
     return 0;
   }
   Md5 md5;
-  brio::InputFile file(brio::open_input(path));
+  InputFile file(open_input(path));
   if (!file) {
     BLIB_E("briolib_get_file_md5_hash::Error in fopen\n");
     return 0;
   }
-  brio::HeapText block(static_cast<char*>(malloc(kFileBlock)));
+  HeapText block(static_cast<char*>(malloc(kFileBlock)));
   if (!block) {
     BLIB_E("briolib_get_file_md5_hash::Error in malloc\n");
     return 0;

@@ -13,9 +13,11 @@
 #include "services/brio_sim.h"
 #include "services/carriers.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/brio_factory_test";
+
+using namespace brio;
+
+namespace {
 
 constexpr size_t kCarrierCommandSize = 20;
 
@@ -25,9 +27,9 @@ uint32_t prv_send(const char* command) {
 
 // The WAN type is then decided afresh. The child inherits no descriptor: all of ours are close-on-exec.
 void prv_remove_wan_info() {
-  brio::DevicePath path(brio::kWanInfoFile);
+  DevicePath path(kWanInfoFile);
   char command[PATH_MAX * 2];
-  if (!brio::parse::build_remove_command(path.c_str(), brio::kWanInfoFile, command, sizeof(command)) ||
+  if (!parse::build_remove_command(path.c_str(), kWanInfoFile, command, sizeof(command)) ||
       system(command) != 0) {
     BLIB_E("factory_test::Failed to remove waninfo file\n");
   }
@@ -61,14 +63,14 @@ uint32_t brio_turn_off_rf(void) {
 }
 
 uint32_t brio_carrier_selection(void) {
-  char imsi[brio::parse::kImsiSize];
-  if (!brio::read_sim_imsi(imsi)) {
+  char imsi[parse::kImsiSize];
+  if (!read_sim_imsi(imsi)) {
     BLIB_E("factory_test:invalid IMSI:can't read SIM\n");
     return BRIO_STATUS_INVALID;
   }
-  char prefix[brio::parse::kImsiPrefixSize];
-  brio::parse::imsi_prefix(imsi, prefix);
-  const brio::Carrier* carrier = brio::carrier_of_sim(prefix);
+  char prefix[parse::kImsiPrefixSize];
+  parse::imsi_prefix(imsi, prefix);
+  const Carrier* carrier = carrier_of_sim(prefix);
   if (carrier == nullptr) {
     BLIB_E("factory_test:carrier selection:mccmnc not supported: %s\n", prefix);
     return BRIO_STATUS_INVALID;

@@ -17,9 +17,11 @@
 #include "services/brio_sim.h"
 #include "services/carriers.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/brio_misc";
+
+using namespace brio;
+
+namespace {
 
 constexpr uint16_t kCarrierUnknown = 0xFFFF;
 constexpr uint32_t kModeStoredByHost = 255;
@@ -34,8 +36,7 @@ int s_apn_override_file = -1;
 // The response callbacks below run on the read thread.
 
 uint32_t recv_func_prv_briolib_carrier_confg(const ATResponse* response, void* user_data, uint16_t) {
-  const std::optional<uint16_t> carrier_id =
-      brio::parse::parse_carrier_id(brio::parse::answer_line(response));
+  const std::optional<uint16_t> carrier_id = parse::parse_carrier_id(parse::answer_line(response));
   if (!carrier_id) {
     BLIB_E("recv_func_prv_briolib_carrier_confg::response is invalid\n");
     return BRIO_STATUS_INVALID;
@@ -46,22 +47,22 @@ uint32_t recv_func_prv_briolib_carrier_confg(const ATResponse* response, void* u
 }
 
 uint32_t recv_func_prv_briolib_check_apn_setting(const ATResponse* response, void* user_data, uint16_t size) {
-  const char* line = brio::parse::answer_line(response);
-  const char* payload = brio::parse::answer_payload(line);
+  const char* line = parse::answer_line(response);
+  const char* payload = parse::answer_payload(line);
   if (payload == nullptr) {
     BLIB_E("prv_briolib_check_apn_setting::response is invalid\n");
     return BRIO_STATUS_INVALID;
   }
   char* answer = static_cast<char*>(user_data);
-  brio::copy_text(answer, size, payload);
+  copy_text(answer, size, payload);
   char shown[kApnAnswerSize];
-  brio::copy_text(shown, sizeof(shown), brio::parse::answer_payload(brio::masked_line(line).c_str()));
+  copy_text(shown, sizeof(shown), parse::answer_payload(masked_line(line).c_str()));
   BLIB_PLAIN("APN::[%s]\n", shown);
   return 0;
 }
 
 uint32_t recv_func_prv_briolib_get_model(const ATResponse* response, void* user_data, uint16_t) {
-  if (!brio::parse::parse_model(brio::parse::answer_line(response), static_cast<char*>(user_data))) {
+  if (!parse::parse_model(parse::answer_line(response), static_cast<char*>(user_data))) {
     BLIB_E("recv_func_prv_briolib_get_model::response is invalid\n");
     return BRIO_STATUS_INVALID;
   }
@@ -70,20 +71,20 @@ uint32_t recv_func_prv_briolib_get_model(const ATResponse* response, void* user_
 
 // True when the override file decides: with a first line `command` is built, else it stays empty.
 bool prv_apn_override(char* command) {
-  brio::InputFile file(brio::kApnOverrideFile);
+  InputFile file(kApnOverrideFile);
   if (!file) return false;
   char line[kFileLineSize];
   const size_t length = file.line(line, sizeof(line));
   if (s_apn_override_file >= 0) close(s_apn_override_file);
   s_apn_override_file = file.release();
   if (length == 0) return true;
-  const char* apn = brio::parse::override_apn(line, length);
+  const char* apn = parse::override_apn(line, length);
   if (apn == nullptr) {
-    BLIB_E("checkAPN:name=%s:APN refused, no override\n", brio::kApnOverrideFile);
+    BLIB_E("checkAPN:name=%s:APN refused, no override\n", kApnOverrideFile);
     return false;
   }
   BLIB_I("APN:updated to:[%s]\n", apn);
-  brio::parse::build_apn_command(apn, command);
+  parse::build_apn_command(apn, command);
   return true;
 }
 
@@ -96,31 +97,31 @@ uint32_t prv_apn_of_sim(char* command) {
     BLIB_E("checkAPN::failed to get APN value\n");
     return BRIO_STATUS_TIMEOUT;
   }
-  char imsi[brio::parse::kImsiSize];
-  if (!brio::read_sim_imsi(imsi)) {
+  char imsi[parse::kImsiSize];
+  if (!read_sim_imsi(imsi)) {
     BLIB_E("checkAPN:invalid IMSI:can't read SIM\n");
     return BRIO_STATUS_INVALID;
   }
-  char prefix[brio::parse::kImsiPrefixSize];
-  brio::parse::imsi_prefix(imsi, prefix);
+  char prefix[parse::kImsiPrefixSize];
+  parse::imsi_prefix(imsi, prefix);
   const char* apn;
-  if (strstr(prefix, brio::kApnGroupANetwork) != nullptr) {
+  if (strstr(prefix, kApnGroupANetwork) != nullptr) {
     BLIB_D(BRIO_LOG_DEBUG, "carrier is ATT\n");
-    apn = brio::kApnGroupA;
+    apn = kApnGroupA;
   } else {
     BLIB_D(BRIO_LOG_DEBUG, "apn check carrier is VOD/DOCO/etc\n");
-    apn = brio::kApnGroupB;
+    apn = kApnGroupB;
   }
   // Anywhere in the answer, not only in its APN field.
-  if (strstr(answer, apn) == nullptr) brio::parse::build_apn_command(apn, command);
+  if (strstr(answer, apn) == nullptr) parse::build_apn_command(apn, command);
   return BRIO_STATUS_OK;
 }
 
 // The first line of the WAN information file that holds the key decides; 0 without one.
-uint8_t prv_wan_type_of_file(brio::InputFile* file) {
+uint8_t prv_wan_type_of_file(InputFile* file) {
   char line[kFileLineSize];
   while (file->line(line, sizeof(line)) > 0) {
-    const std::optional<uint8_t> type = brio::parse::parse_wan_type_line(line);
+    const std::optional<uint8_t> type = parse::parse_wan_type_line(line);
     if (type) return *type;
   }
   return BRIO_WAN_TYPE_UNKNOWN;
@@ -138,17 +139,17 @@ uint32_t briolib_check_carrier_confg(void) {
   }
   {
     // One word, but whoever copies the record under the mutex reads it whole.
-    brio::UrcDataLock lock;
+    UrcDataLock lock;
     g_brio_lib_atcmd_data.carrier_config = static_cast<int16_t>(carrier_id);
   }
-  char imsi[brio::parse::kImsiSize];
-  if (!brio::read_sim_imsi(imsi)) {
+  char imsi[parse::kImsiSize];
+  if (!read_sim_imsi(imsi)) {
     BLIB_E("checkFDCAR:invalid IMSI:can't read SIM\n");
     return BRIO_STATUS_INVALID;
   }
-  char prefix[brio::parse::kImsiPrefixSize];
-  brio::parse::imsi_prefix(imsi, prefix);
-  if (brio::carrier_accepts_sim(carrier_id, prefix)) return BRIO_STATUS_OK;
+  char prefix[parse::kImsiPrefixSize];
+  parse::imsi_prefix(imsi, prefix);
+  if (carrier_accepts_sim(carrier_id, prefix)) return BRIO_STATUS_OK;
   BLIB_PLAIN("Need udpate carrier ID, currentID[%d],mccmnc[%s]::\n", carrier_id, prefix);
   uint32_t status = brio_carrier_selection();
   if (status != BRIO_STATUS_OK) {
@@ -158,7 +159,7 @@ uint32_t briolib_check_carrier_confg(void) {
 }
 
 uint32_t briolib_check_apn_setting(void) {
-  char command[brio::parse::kApnCommandSize] = {};
+  char command[parse::kApnCommandSize] = {};
   if (!prv_apn_override(command)) {
     uint32_t status = prv_apn_of_sim(command);
     if (status != BRIO_STATUS_OK) return status;
@@ -174,21 +175,21 @@ uint32_t briolib_check_apn_setting(void) {
 uint32_t briolib_update_wan_type(void) {
   uint32_t status = BRIO_STATUS_OK;
   uint8_t type = BRIO_WAN_TYPE_UNKNOWN;
-  brio::InputFile file(brio::kWanInfoFile);
+  InputFile file(kWanInfoFile);
   if (file) {
     type = prv_wan_type_of_file(&file);
   } else {
-    char model[brio::parse::kModelSize] = {};
+    char model[parse::kModelSize] = {};
     uint32_t result = blpkt_atcmd_request_with_callback(
         "AT+CGMM", NUMERIC, "+CGMM", recv_func_prv_briolib_get_model, model, sizeof(model) - 1);
     if (result == BLPKT_STATUS_SUCCESS) {
-      type = brio::parse::wan_type_of_model(model);
+      type = parse::wan_type_of_model(model);
     } else {
       status = BRIO_STATUS_UNAVAILABLE;
     }
   }
   BLIB_PLAIN("WAN_TYPE:updated to:[%d]\n", type);
-  brio::UrcDataLock lock;
+  UrcDataLock lock;
   g_brio_lib_atcmd_data.wan_type = type;
   return status;
 }
@@ -196,6 +197,6 @@ uint32_t briolib_update_wan_type(void) {
 uint32_t briolib_get_snapshot_mode(uint32_t mode) {
   if (mode != kModeStoredByHost) return mode;
   char line[kSelectionLineSize];
-  brio::InputFile(brio::kManualSelectionFile).line(line, sizeof(line));
-  return brio::parse::snapshot_mode_of_line(line);
+  InputFile(kManualSelectionFile).line(line, sizeof(line));
+  return parse::snapshot_mode_of_line(line);
 }

@@ -11,9 +11,11 @@
 #include "parse/answer.h"
 #include "parse/modem_info.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/brio_modem_info";
+
+using namespace brio;
+
+namespace {
 
 constexpr char kUnknownText[] = " ";
 
@@ -23,7 +25,7 @@ modem_info s_cached_modem_info;
 uint32_t s_modem_info_valid;
 
 void prv_store(const modem_info& info) {
-  brio::MutexGuard lock(s_modem_info_mutex);
+  MutexGuard lock(s_modem_info_mutex);
   s_cached_modem_info = info;
   s_modem_info_valid = 1;
 }
@@ -32,15 +34,15 @@ void prv_store(const modem_info& info) {
 // the request returns: by then the library may have been opened anew, with another modem.
 uint32_t recv_func_prv_briolib_get_modem_info(const ATResponse* response, void*, uint16_t) {
   modem_info info = {};
-  char* line = brio::parse::answer_line(response);
-  const char* payload = brio::parse::answer_payload(line);
+  char* line = parse::answer_line(response);
+  const char* payload = parse::answer_payload(line);
   if (line == nullptr) {
     BLIB_E("prv_briolib_get_modem_info:at_resp is invalid:\n");
   } else if (payload == nullptr || *payload == '\0') {
     BLIB_E("prv_briolib_get_modem_info:resp is invalid:\n");
   } else {
     BLIB_D(BRIO_LOG_DEBUG, "recv_func_prv_briolib_get_modem_info called %s\n", payload);
-    brio::parse::parse_modem_info(line, &info);
+    parse::parse_modem_info(line, &info);
     BLIB_D(BRIO_LOG_MODEM_INFO, "fw_ver[%s]imei[%s]serial[%s]hw_ver[%s]fault_ct[%d]\n", info.fw_ver,
            info.imei, info.serial, info.hw_ver, info.fault_ct);
   }
@@ -49,7 +51,7 @@ uint32_t recv_func_prv_briolib_get_modem_info(const ATResponse* response, void*,
 }
 
 bool prv_copy_cached(modem_info* record) {
-  brio::MutexGuard lock(s_modem_info_mutex);
+  MutexGuard lock(s_modem_info_mutex);
   *record = s_cached_modem_info;
   return s_modem_info_valid != 0;
 }
@@ -76,15 +78,15 @@ uint32_t brio_copy_modem_info(modem_info* record) {
   if (record == nullptr) return BRIO_STATUS_INVALID;
   modem_info cache;
   const bool valid = prv_copy_cached(&cache);
-  brio::copy_text(record->fw_ver, sizeof(record->fw_ver), valid ? cache.fw_ver : kUnknownText);
-  brio::copy_text(record->imei, sizeof(record->imei), valid ? cache.imei : kUnknownText);
-  brio::copy_text(record->hw_ver, sizeof(record->hw_ver), valid ? cache.hw_ver : kUnknownText);
-  brio::copy_text(record->serial, sizeof(record->serial), valid ? cache.serial : kUnknownText);
+  copy_text(record->fw_ver, sizeof(record->fw_ver), valid ? cache.fw_ver : kUnknownText);
+  copy_text(record->imei, sizeof(record->imei), valid ? cache.imei : kUnknownText);
+  copy_text(record->hw_ver, sizeof(record->hw_ver), valid ? cache.hw_ver : kUnknownText);
+  copy_text(record->serial, sizeof(record->serial), valid ? cache.serial : kUnknownText);
   return BRIO_STATUS_OK;
 }
 
 void briolib_reset_modem_info(void) {
-  brio::MutexGuard lock(s_modem_info_mutex);
+  MutexGuard lock(s_modem_info_mutex);
   s_modem_info_valid = 0;
   memset(&s_cached_modem_info, 0, sizeof(s_cached_modem_info));
 }

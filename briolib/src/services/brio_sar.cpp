@@ -4,14 +4,12 @@
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 
+constexpr char kLogTag[] = "briolib/src/brio_misc";
+
 // Written by the proximity monitor, read by the diagnostic page without a lock; accessed relaxed.
 int32_t g_pre_sar_mode = BRIO_SAR_OFF;
 
-namespace {
-
-constexpr char kLogTag[] = "briolib/src/brio_misc";
-
-}  // namespace
+namespace {}  // namespace
 
 uint32_t brio_set_sar_pwr(uint32_t on) {
   uint32_t status = briolib_check_library_status();

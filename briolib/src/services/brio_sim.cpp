@@ -13,16 +13,18 @@
 #include "brio_common/shared_data.h"
 #include "parse/answer.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/brio_sim";
+
+using namespace brio;
+
+namespace {
 
 constexpr uint32_t kLockStatusUnknown = 15;
 
 // What briolib_get_sim_iccid and briolib_get_sim_imsi hand out by pointer; every read overwrites its half.
 struct CachedIdentities {
-  char iccid[brio::parse::kIccidSize];
-  char imsi[brio::parse::kImsiSize];
+  char iccid[parse::kIccidSize];
+  char imsi[parse::kImsiSize];
   char spare;
 };
 CachedIdentities s_cached_sim_iccid_imsi;
@@ -50,35 +52,35 @@ brio_sim_status prv_sim_status(uint32_t card_status) {
 
 template <size_t N>
 void prv_store(const char (&text)[N], char* half) {
-  brio::MutexGuard lock(s_identity_mutex);
+  MutexGuard lock(s_identity_mutex);
   memcpy(half, text, N);
 }
 
 // The response callbacks below run on the read thread.
 
 uint32_t prv_briolib_get_value(const ATResponse* response, void* user_data, uint16_t) {
-  char* input_line = brio::parse::answer_line(response);
+  char* input_line = parse::answer_line(response);
   if (input_line == nullptr) {
     BLIB_E("prv_briolib_get_value:input_line passed is NULL:\n");
     return 2;
   }
-  return at_parse(brio::skip_spaces(input_line), nullptr, user_data);
+  return at_parse(skip_spaces(input_line), nullptr, user_data);
 }
 
 uint32_t recv_func_prv_briolib_get_iccid(const ATResponse* response, void* user_data, uint16_t) {
-  char iccid[brio::parse::kIccidSize] = {};
-  if (!brio::parse::parse_iccid(brio::parse::answer_line(response), iccid)) {
+  char iccid[parse::kIccidSize] = {};
+  if (!parse::parse_iccid(parse::answer_line(response), iccid)) {
     BLIB_E("recv_func_prv_briolib_get_iccid::response is invalid\n");
     return BRIO_STATUS_INVALID;
   }
   prv_store(iccid, static_cast<char*>(user_data));
-  BLIB_D(BRIO_LOG_DEBUG, "ICCID %s\n", brio::masked_identity(iccid).c_str());
+  BLIB_D(BRIO_LOG_DEBUG, "ICCID %s\n", masked_identity(iccid).c_str());
   return 0;
 }
 
 uint32_t recv_func_prv_briolib_get_imsi(const ATResponse* response, void* user_data, uint16_t) {
-  char imsi[brio::parse::kImsiSize] = {};
-  if (!brio::parse::parse_imsi(brio::parse::answer_line(response), imsi)) {
+  char imsi[parse::kImsiSize] = {};
+  if (!parse::parse_imsi(parse::answer_line(response), imsi)) {
     BLIB_E("recv_func_prv_briolib_get_imsi::response is invalid\n");
     return BRIO_STATUS_INVALID;
   }
@@ -94,12 +96,12 @@ bool prv_read(const char* command, const char* prefix, recv_func callback, char 
       BLPKT_STATUS_SUCCESS) {
     return false;
   }
-  brio::MutexGuard lock(s_identity_mutex);
+  MutexGuard lock(s_identity_mutex);
   memcpy(text, half, N);
   return true;
 }
 
-bool prv_read_iccid(char (&iccid)[brio::parse::kIccidSize]) {
+bool prv_read_iccid(char (&iccid)[parse::kIccidSize]) {
   return prv_read("AT+CCID", "+CCID", recv_func_prv_briolib_get_iccid, s_cached_sim_iccid_imsi.iccid, iccid);
 }
 
@@ -129,36 +131,36 @@ uint32_t brio_get_wn3_sim_status(uint32_t* out) {
   uint32_t status = brio_get_sim_status(&card);
   if (status != BRIO_STATUS_OK) return status;
   *out = prv_sim_status(card.card_status);
-  brio::UrcDataLock lock;
-  brio::g_sim_status = static_cast<uint16_t>(*out);
+  UrcDataLock lock;
+  g_sim_status = static_cast<uint16_t>(*out);
   return BRIO_STATUS_OK;
 }
 
 char* briolib_get_sim_iccid(void) {
-  char iccid[brio::parse::kIccidSize];
+  char iccid[parse::kIccidSize];
   return prv_read_iccid(iccid) ? s_cached_sim_iccid_imsi.iccid : nullptr;
 }
 
 char* briolib_get_sim_imsi(void) {
-  char imsi[brio::parse::kImsiSize];
-  return brio::read_sim_imsi(imsi) ? s_cached_sim_iccid_imsi.imsi : nullptr;
+  char imsi[parse::kImsiSize];
+  return read_sim_imsi(imsi) ? s_cached_sim_iccid_imsi.imsi : nullptr;
 }
 
 uint32_t brio_get_sim_info(sim_identity* block) {
   if (block == nullptr) return BRIO_STATUS_INVALID;
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
-  char imsi[brio::parse::kImsiSize];
-  char iccid[brio::parse::kIccidSize];
-  const bool have_imsi = brio::read_sim_imsi(imsi);
+  char imsi[parse::kImsiSize];
+  char iccid[parse::kIccidSize];
+  const bool have_imsi = read_sim_imsi(imsi);
   const bool have_iccid = prv_read_iccid(iccid);
   if (!have_imsi || !have_iccid) {
     BLIB_E("SIM info:failed to get iccid/imsi:\n");
     return BRIO_STATUS_FAILURE;
   }
   memset(block, 0, sizeof(*block));
-  brio::copy_text(block->iccid, sizeof(block->iccid), iccid);
-  brio::copy_text(block->imsi, sizeof(block->imsi), imsi);
+  copy_text(block->iccid, sizeof(block->iccid), iccid);
+  copy_text(block->imsi, sizeof(block->imsi), imsi);
   return BRIO_STATUS_OK;
 }
 
@@ -167,14 +169,14 @@ uint32_t brio_get_sim_plmn_info(sim_plmn_data* record, uint32_t size) {
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
   {
-    brio::StaticDataLock lock;
+    StaticDataLock lock;
     status = briolib_get_sim_plmn_data(record);
   }
   if (status != BRIO_STATUS_OK || record->home_mcc[0] != '\0') return status;
-  char imsi[brio::parse::kImsiSize];
-  if (!brio::read_sim_imsi(imsi)) return BRIO_STATUS_FAILURE;
+  char imsi[parse::kImsiSize];
+  if (!read_sim_imsi(imsi)) return BRIO_STATUS_FAILURE;
   // Into the caller's copy only: the stored record keeps an empty home PLMN, so that a changed SIM is seen.
-  brio::parse::home_plmn(imsi, record->home_mcc, record->home_mnc);
+  parse::home_plmn(imsi, record->home_mcc, record->home_mnc);
   BLIB_PLAIN("HPLMN:%s-%s:\n", record->home_mcc, record->home_mnc);
   return BRIO_STATUS_OK;
 }

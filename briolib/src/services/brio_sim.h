@@ -1,6 +1,5 @@
 // The SIM's identity for the library's own use.
-#ifndef BRIOLIB_BRIO_SIM_H
-#define BRIOLIB_BRIO_SIM_H
+#pragma once
 
 #include "parse/sim_identity.h"
 
@@ -11,5 +10,3 @@ namespace brio {
 bool read_sim_imsi(char (&imsi)[parse::kImsiSize]);
 
 }  // namespace brio
-
-#endif

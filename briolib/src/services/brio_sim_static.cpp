@@ -14,9 +14,11 @@
 #include "parse/sim_file.h"
 #include "services/static_info.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/brio_sim";
+
+using namespace brio;
+
+namespace {
 
 // READ BINARY (176) of files of 3GPP TS 31.102 and TS 51.011, besides EF ICCID.
 constexpr const char* kReadFiles[] = {
@@ -31,19 +33,19 @@ constexpr const char* kReadFiles[] = {
 // Without these first files there is nothing worth dumping.
 constexpr size_t kNeededFiles = 2;
 
-// Non-zero once brio::g_sim_info_hash is the digest of the file.
+// Non-zero once g_sim_info_hash is the digest of the file.
 uint32_t s_sim_info_md5_status;
 
 // Runs on the read thread. `user_data` is the command, which tells the parser whose contents the line holds.
 uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_data, uint16_t) {
-  char* line = brio::parse::answer_line(response);
+  char* line = parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("recv_func_prv_briolib_get_crsm::response is invalid\n");
     return BRIO_STATUS_INVALID;
   }
   BLIB_D(BRIO_LOG_DEBUG, "get crsm [%s]\n",
-         brio::parse::crsm_log_text(line, static_cast<const char*>(user_data)).c_str());
-  return at_parse(brio::skip_spaces(line), user_data, nullptr);
+         parse::crsm_log_text(line, static_cast<const char*>(user_data)).c_str());
+  return at_parse(skip_spaces(line), user_data, nullptr);
 }
 
 uint32_t prv_read_file(const char* command) {
@@ -59,13 +61,13 @@ uint32_t brio_get_sim_static_info(int32_t force) {
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
   BLIB_D(BRIO_LOG_DEBUG, "collecting static info of modem\n");
-  prv_read_file(brio::parse::kReadIccidCommand);
+  prv_read_file(parse::kReadIccidCommand);
 
-  const bool file_exists = static_cast<bool>(brio::InputFile(brio::kStaticInfoFile));
+  const bool file_exists = static_cast<bool>(InputFile(kStaticInfoFile));
   if (file_exists && force == 0) return BRIO_STATUS_OK;
   if (file_exists && briolib_get_sim_info_md5_status() == 0) {
     // A file that cannot be read through leaves the digest unknown: the dump writes the file anew.
-    briolib_get_file_md5_hash(brio::DevicePath(brio::kStaticInfoFile).c_str(), brio::g_sim_info_hash);
+    briolib_get_file_md5_hash(DevicePath(kStaticInfoFile).c_str(), g_sim_info_hash);
     briolib_set_sim_info_md5_status(1);
   }
 
@@ -78,9 +80,9 @@ uint32_t brio_get_sim_static_info(int32_t force) {
 }
 
 uint32_t briolib_get_sim_info_md5_status(void) {
-  return brio::relaxed_load(s_sim_info_md5_status) != 0 ? 1 : 0;
+  return relaxed_load(s_sim_info_md5_status) != 0 ? 1 : 0;
 }
 
 void briolib_set_sim_info_md5_status(uint32_t value) {
-  brio::relaxed_store(s_sim_info_md5_status, value);
+  relaxed_store(s_sim_info_md5_status, value);
 }

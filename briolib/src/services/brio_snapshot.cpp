@@ -6,6 +6,8 @@
 #include "brio/briolib.h"
 #include "brio_common/shared_data.h"
 
+using namespace brio;
+
 namespace {
 
 constexpr char kLibraryVersion[] = "S30J38";
@@ -17,7 +19,7 @@ constexpr uint8_t kRatUnknown = 255;
 uint32_t s_snapshot_calls;
 
 bool prv_queries_bas() {
-  brio::UrcDataLock lock;
+  UrcDataLock lock;
   const brio_atcmd_data& data = g_brio_lib_atcmd_data;
   return data.bas_query_flag == 1 && (data.ps_reg_status == 1 || data.ps_reg_status == 2);
 }
@@ -27,7 +29,7 @@ void prv_refresh() {
   briolib_get_gtscinfo();
   uint8_t rat;
   {
-    brio::UrcDataLock lock;
+    UrcDataLock lock;
     rat = g_brio_lib_atcmd_data.rat;
   }
   if (rat == kRatLte) {
@@ -43,7 +45,7 @@ void prv_refresh() {
 
 template <size_t N>
 void prv_copy_text(char (&destination)[N], const char* source) {
-  brio::copy_text(destination, N, source);
+  copy_text(destination, N, source);
 }
 
 // The caller holds the URC-data mutex.
@@ -75,7 +77,7 @@ void prv_copy_shared_data(atcmd_snapshot* record) {
   record->rat_valid = data.rat_valid;
   record->spare_state = data.spare_state;
   record->carrier_config = data.carrier_config;
-  record->sim_status = brio::g_sim_status;
+  record->sim_status = g_sim_status;
   record->curr_lte_ant = data.curr_lte_ant;
   record->bas_value_a = static_cast<int16_t>(data.bas_value_a);
   record->bas_value_b = static_cast<int16_t>(data.bas_value_b);
@@ -101,7 +103,7 @@ uint32_t briolib_get_atcmd_snapshot(atcmd_snapshot* record, uint32_t no_refresh)
   memset(record, 0, sizeof(*record));
   uint8_t cops_mode;
   {
-    brio::UrcDataLock lock;
+    UrcDataLock lock;
     prv_copy_shared_data(record);
     cops_mode = static_cast<uint8_t>(g_brio_lib_atcmd_data.cops_mode);
   }

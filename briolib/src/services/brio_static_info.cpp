@@ -11,6 +11,10 @@
 #include "brio_common/shared_data.h"
 #include "services/static_info.h"
 
+constexpr char kLogTag[] = "briolib/src/brio_log";
+
+using namespace brio;
+
 namespace brio {
 
 uint8_t g_sim_info_hash[16];
@@ -18,8 +22,6 @@ uint8_t g_sim_info_hash[16];
 }  // namespace brio
 
 namespace {
-
-constexpr char kLogTag[] = "briolib/src/brio_log";
 
 constexpr mode_t kFileMode = 0644;
 
@@ -41,32 +43,32 @@ void briolib_log_dump_static_info(void) {
   sim_plmn_data plmn = {};
   sim_info_data info = {};
   {
-    brio::StaticDataLock lock;
+    StaticDataLock lock;
     briolib_get_sim_plmn_data(&plmn);
     briolib_get_sim_info_data(&info);
   }
-  char text[brio::kStaticInfoSize];
-  brio::static_info_text(plmn, info, text);
+  char text[kStaticInfoSize];
+  static_info_text(plmn, info, text);
 
   const char* const strings[] = {text};
-  uint8_t digest[sizeof(brio::g_sim_info_hash)];
+  uint8_t digest[sizeof(g_sim_info_hash)];
   if (briolib_get_md5_hash(strings, 1, digest) == 0) {
     BLIB_E("briolib_log_dump_static_info::ERR:get_md5_hash failed\n");
     return;
   }
-  if (memcmp(digest, brio::g_sim_info_hash, sizeof(digest)) == 0) return;
+  if (memcmp(digest, g_sim_info_hash, sizeof(digest)) == 0) return;
 
-  brio::Descriptor file(brio::open_output(brio::kStaticInfoFile, O_WRONLY | O_TRUNC, kFileMode));
+  Descriptor file(open_output(kStaticInfoFile, O_WRONLY | O_TRUNC, kFileMode));
   if (!file.valid()) {
-    BLIB_E("briolib_log_dump_static_info::ERR:log_file_handle NULL file_path=%s\n", brio::kStaticInfoFile);
+    BLIB_E("briolib_log_dump_static_info::ERR:log_file_handle NULL file_path=%s\n", kStaticInfoFile);
     return;
   }
-  memcpy(brio::g_sim_info_hash, digest, sizeof(digest));
+  memcpy(g_sim_info_hash, digest, sizeof(digest));
   briolib_set_sim_info_md5_status(1);
   if (!prv_write_all(file.get(), text, strlen(text))) {
-    BLIB_E("briolib_log_dump_static_info:file_path=%s,errno=%d:cant write static info\n",
-           brio::kStaticInfoFile, errno);
+    BLIB_E("briolib_log_dump_static_info:file_path=%s,errno=%d:cant write static info\n", kStaticInfoFile,
+           errno);
     // The file holds neither the old nor the new text: with an unknown digest the next dump writes again.
-    memset(brio::g_sim_info_hash, 0, sizeof(brio::g_sim_info_hash));
+    memset(g_sim_info_hash, 0, sizeof(g_sim_info_hash));
   }
 }

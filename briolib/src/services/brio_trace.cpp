@@ -20,9 +20,11 @@
 #include "brio/briolib.h"
 #include "parse/trace_filter.h"
 
-namespace {
-
 constexpr char kLogTag[] = "briolib/src/brio_trace";
+
+using namespace brio;
+
+namespace {
 
 constexpr size_t kBlockSize = 1023;
 constexpr mode_t kTraceFileMode = 0444;
@@ -55,7 +57,7 @@ void prv_close(int* fd) {
 }
 
 void prv_release() {
-  brio::MutexGuard guard(s_capture_mutex);
+  MutexGuard guard(s_capture_mutex);
   if (s_capture.port >= 0) {
     flock(s_capture.port, LOCK_UN);
     prv_close(&s_capture.port);
@@ -138,7 +140,7 @@ void prv_copy_until_stopped(int port, int stop, int log) {
 }
 
 void* prv_log_rw_thread(void*) {
-  brio::this_thread_is(brio::Thread::kTrace);
+  this_thread_is(Thread::kTrace);
   pthread_mutex_lock(&s_capture_mutex);
   Capture own = s_capture;
   pthread_mutex_unlock(&s_capture_mutex);
@@ -180,25 +182,25 @@ void prv_configure_port(int port) {
 }
 
 uint32_t prv_read_log_from_tst(const char* log_path) {
-  brio::Descriptor port(brio::open_device(brio::kTracePort, O_RDWR | O_NOCTTY | O_NONBLOCK));
+  Descriptor port(open_device(kTracePort, O_RDWR | O_NOCTTY | O_NONBLOCK));
   if (!port.valid() || port.get() >= FD_SETSIZE) {
-    BLIB_E("brio_read_log_from_tst:port=\"%s\":can't open debug port\n", brio::kTracePort);
+    BLIB_E("brio_read_log_from_tst:port=\"%s\":can't open debug port\n", kTracePort);
     return BRIO_STATUS_FATAL;
   }
   if (flock(port.get(), LOCK_EX | LOCK_NB) != 0) {
-    BLIB_E("brio_read_log_from_tst:port=\"%s\":locked by other process\n", brio::kTracePort);
+    BLIB_E("brio_read_log_from_tst:port=\"%s\":locked by other process\n", kTracePort);
     return BRIO_STATUS_FATAL;
   }
   PortLock lock(port.get());
   prv_configure_port(port.get());
   // O_APPEND: a second start within the same second continues the earlier trace.
-  brio::Descriptor log(brio::open_output(log_path, O_WRONLY | O_APPEND, kTraceFileMode));
+  Descriptor log(open_output(log_path, O_WRONLY | O_APPEND, kTraceFileMode));
   if (!log.valid()) {
     BLIB_E("brio_read_log_from_tst:log=\"%s\":can't open log file\n", log_path);
     return BRIO_STATUS_FATAL;
   }
   int sockets[2];
-  if (!brio::open_control_sockets(sockets)) {
+  if (!open_control_sockets(sockets)) {
     BLIB_E("brio_read_log_from_tst:errno=%d:can't create socket pair\n", errno);
     return BRIO_STATUS_FAILURE;
   }
@@ -209,7 +211,7 @@ uint32_t prv_read_log_from_tst(const char* log_path) {
   s_capture.sockets[1] = sockets[1];
   s_capture.log = log.release();
   pthread_mutex_unlock(&s_capture_mutex);
-  int error = brio::start_thread(&s_thread, prv_log_rw_thread, nullptr);
+  int error = start_thread(&s_thread, prv_log_rw_thread, nullptr);
   if (error != 0) {
     BLIB_E("brio_read_log_from_tst:err=%d:cant create thread\n", error);
     prv_release();
@@ -227,7 +229,7 @@ uint32_t prv_request(const char* command) {
 
 // The next line without its "\n", of a longer one the first kTraceLineMax + 1 characters; false at the end of
 // the file.
-bool prv_next_line(brio::InputFile* file, char (&line)[brio::parse::kTraceLineMax + 1], size_t* length) {
+bool prv_next_line(InputFile* file, char (&line)[parse::kTraceLineMax + 1], size_t* length) {
   *length = 0;
   int c = file->next();
   if (c < 0) return false;
@@ -238,15 +240,15 @@ bool prv_next_line(brio::InputFile* file, char (&line)[brio::parse::kTraceLineMa
 }
 
 // Sends every command of the filter file. `*switch_off` is set when the modem's trace is to be stopped.
-uint32_t prv_send_filter_to_tst(brio::InputFile* file, bool* switch_off) {
-  using brio::parse::TraceFilterLine;
+uint32_t prv_send_filter_to_tst(InputFile* file, bool* switch_off) {
+  using parse::TraceFilterLine;
   uint32_t status = BRIO_STATUS_FAILURE;
-  char line[brio::parse::kTraceLineMax + 1];
+  char line[parse::kTraceLineMax + 1];
   size_t length;
   int commands = 0;
   while (prv_next_line(file, line, &length)) {
-    char command[brio::parse::kTraceCommandSize];
-    TraceFilterLine kind = brio::parse::trace_filter_line(line, length, command);
+    char command[parse::kTraceCommandSize];
+    TraceFilterLine kind = parse::trace_filter_line(line, length, command);
     if (kind == TraceFilterLine::kIgnored) continue;
     if (kind == TraceFilterLine::kInvalid || ++commands > kFilterCommandsMax) {
       BLIB_E("brio_send_filter_to_tst:Invalid filter format:\n");
@@ -268,7 +270,7 @@ uint32_t prv_apply_filter(const char* filter_path) {
   uint32_t status = BRIO_STATUS_OK;
   if (filter_path == nullptr) {
     switch_off = true;
-  } else if (brio::InputFile file(filter_path); file) {
+  } else if (InputFile file(filter_path); file) {
     BLIB_I(":name=\"%s\":file detected\n", filter_path);
     status = prv_send_filter_to_tst(&file, &switch_off);
   } else {
@@ -292,29 +294,29 @@ uint32_t brio_trace_tst_log(const char* filter_path, const char* log_prefix) {
   status = prv_apply_filter(filter_path);
   if (status != BRIO_STATUS_OK || filter_path == nullptr || log_prefix == nullptr) return status;
 
-  time_t now = brio::clock_wall();
+  time_t now = clock_wall();
   tm start = {};
   tzset();  // the zone may have changed since the process began
   localtime_r(&now, &start);
-  char name[brio::parse::kTraceNameSize];
-  brio::parse::trace_file_name(log_prefix, start, name);
+  char name[parse::kTraceNameSize];
+  parse::trace_file_name(log_prefix, start, name);
   BLIB_I("brio_trace_tst_log:name=\"%s\":start to catch tst log\n", name);
   return prv_read_log_from_tst(name);
 }
 
 void brio_trace_tst_stop() {
-  if (brio::refused_here("brio_trace_tst_stop") || s_running <= 0) return;
+  if (refused_here("brio_trace_tst_stop") || s_running <= 0) return;
   pthread_mutex_lock(&s_capture_mutex);
   int* stop = &s_capture.sockets[1];
-  if (!brio::send_stop(*stop)) {
+  if (!send_stop(*stop)) {
     BLIB_W("brio_trace_log_shutdown:errno=%d:unable to write to socket pair\n", errno);
     if (*stop != -1) {
       BLIB_E("brio_trace_log_shutdown:write:error on socket pair\n");
       // The end of stream stops the thread, which then releases the rest.
-      brio::hang_up(stop);
+      hang_up(stop);
     }
   }
   pthread_mutex_unlock(&s_capture_mutex);
-  brio::join_thread(s_thread);
+  join_thread(s_thread);
   s_running = 0;
 }

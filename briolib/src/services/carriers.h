@@ -1,7 +1,6 @@
 // Carrier configurations of the modem and the SIM home networks that belong to them. The check at open
 // (brio_misc) and the selection (brio_factory_test) read this one table.
-#ifndef BRIOLIB_CARRIERS_H
-#define BRIOLIB_CARRIERS_H
+#pragma once
 
 #include <stddef.h>
 #include <stdint.h>
@@ -37,5 +36,3 @@ inline bool carrier_accepts_sim(uint16_t carrier_id, const char* prefix) {
 }
 
 }  // namespace brio
-
-#endif

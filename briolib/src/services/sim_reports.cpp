@@ -10,7 +10,7 @@
 #include "parse/sim_file.h"
 #include "parse/sim_status.h"
 
-static constexpr char kLogTag[] = "briolib/src/at_parse";
+constexpr char kLogTag[] = "briolib/src/at_parse";
 
 namespace brio {
 namespace {

@@ -1,6 +1,5 @@
 // SIM results: card status, ICCID, elementary files. Rows of the report table (reports/report_table.h).
-#ifndef BRIOLIB_SERVICES_SIM_REPORTS_H
-#define BRIOLIB_SERVICES_SIM_REPORTS_H
+#pragma once
 
 namespace brio {
 
@@ -9,5 +8,3 @@ void report_ccid(char* rest, void* argument_a, void* argument_b);
 void report_crsm(char* rest, void* argument_a, void* argument_b);
 
 }  // namespace brio
-
-#endif

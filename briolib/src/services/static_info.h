@@ -1,7 +1,6 @@
 // The static information file: the SIM's PLMN lists and location files as text, rewritten only when the
 // text's MD5 digest changes.
-#ifndef BRIOLIB_STATIC_INFO_H
-#define BRIOLIB_STATIC_INFO_H
+#pragma once
 
 #include <stddef.h>
 #include <stdint.h>
@@ -22,5 +21,3 @@ inline constexpr size_t kStaticInfoSize = 4096;
 void static_info_text(const sim_plmn_data& plmn, const sim_info_data& info, char text[kStaticInfoSize]);
 
 }  // namespace brio
-
-#endif

@@ -87,8 +87,9 @@ const EventCallback kEventCallbacks[kEventCallbackCount] = {
 
 }  // namespace brio
 
+using namespace brio;
+
 uint32_t wabs_report_event(const void* event) {
-  using brio::kSourceFile;
   if (event == nullptr) return WABS_STATUS_OK;
   const char* name = NipcGetEventName(event);
   const char* source = NipcGetEventSource(event);

@@ -9,10 +9,7 @@
 #include "base/text.h"
 #include "host/module_state.h"
 
-using brio::g_module;
-using brio::kMccFile;
-using brio::kSourceFile;
-using brio::log_get_error;
+using namespace brio;
 
 namespace {
 
@@ -41,8 +38,8 @@ uint32_t s_home_mnc;
 // host may have filled the whole field.
 uint32_t prv_number(const char (&field)[4]) {
   char digits[sizeof(field)];
-  brio::copy_text(digits, sizeof(digits), field);
-  const int32_t number = brio::decimal(digits);
+  copy_text(digits, sizeof(digits), field);
+  const int32_t number = decimal(digits);
   return number > 0 ? static_cast<uint32_t>(number) : 0;
 }
 
@@ -90,7 +87,7 @@ void prv_cannot_open() {
 // True when the file does not hold `mcc`; a file that cannot be read counts as unchanged, so that it is left
 // alone.
 bool prv_differs_from_file(const char* mcc) {
-  brio::Descriptor file(brio::open_input(brio::DevicePath(kMccFile).c_str()));
+  Descriptor file(open_input(DevicePath(kMccFile).c_str()));
   if (!file.valid() && errno == ENOENT) {
     MODULE_D_OF("prv_report_mcc_change", WABS_LOG_FLOW, "def:current MCC = %s no previous MCC", mcc);
     return true;
@@ -113,14 +110,14 @@ void prv_report_mcc_change(const char* mcc) {
   // The file holds three digits and is rewritten in place: a shorter text would leave a digit of the old one.
   if (!prv_three_digits(mcc) || !prv_differs_from_file(mcc)) return;
   MODULE_I("brio:mccchanged:mcc=%s:mcc has changed", mcc);
-  brio::Descriptor file(brio::open_output(kMccFile, O_WRONLY, kMccFileMode));
+  Descriptor file(open_output(kMccFile, O_WRONLY, kMccFileMode));
   if (!file.valid()) {
     prv_cannot_open();
   } else if (!prv_write_whole(file.get(), mcc, kMccDigits)) {
     MODULE_E("brio:writefile:name=\"%s\",errno=%d:can't write file", kMccFile, errno);
     // A file that is too short cannot be read, so it would never be written again.
     if (lseek(file.get(), 0, SEEK_END) < static_cast<off_t>(kMccDigits)) {
-      unlink(brio::DevicePath(kMccFile).c_str());
+      unlink(DevicePath(kMccFile).c_str());
     }
   }
 }
@@ -133,7 +130,7 @@ void prv_update_mcc(const char (&updated)[4], uint32_t* mcc) {
   if (strcmp(updated, s_cached.mcc) != 0) {
     MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "brio:UPDATED MCC %s CACHED MCC %sDIFFER", updated, s_cached.mcc);
     prv_report_mcc_change(updated);
-    brio::copy_text(s_cached.mcc, sizeof(s_cached.mcc), updated);
+    copy_text(s_cached.mcc, sizeof(s_cached.mcc), updated);
   }
   *mcc = prv_number(updated);
   MODULE_D_OF(kGetMccMnc, WABS_LOG_VALUE, "brio:UPDATED MCC=%d", *mcc);
@@ -147,7 +144,7 @@ void prv_update_mnc(const char (&updated)[4], uint32_t* mnc) {
   if (strcmp(updated, s_cached.mnc) != 0) {
     MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "brio:UPDATED MNC %s and CACHED MNC %sDIFFER", updated,
                 s_cached.mnc);
-    brio::copy_text(s_cached.mnc, sizeof(s_cached.mnc), updated);
+    copy_text(s_cached.mnc, sizeof(s_cached.mnc), updated);
   }
   *mnc = prv_number(updated);
   MODULE_D_OF(kGetMccMnc, WABS_LOG_VALUE, "brio:UPDATED MNC=%d", *mnc);
@@ -160,7 +157,7 @@ uint32_t wabs_get_mcc_mnc(uint32_t* mcc, uint32_t* mnc) {
   if (mcc == nullptr || mnc == nullptr) MODULE_RETURN(WABS_STATUS_NULL_POINTER);
   MODULE_D(WABS_LOG_FLOW, "brio:getting mcc and mnc to see if it has changed");
 
-  if (brio::relaxed_load(g_module.mcc_mnc_refresh) == 0) {
+  if (relaxed_load(g_module.mcc_mnc_refresh) == 0) {
     *mcc = prv_number(s_cached.mcc);
     *mnc = prv_number(s_cached.mnc);
     MODULE_D(WABS_LOG_VALUE, "brio:CACHED MCC/MNC=%d-%d", *mcc, *mnc);
@@ -168,11 +165,11 @@ uint32_t wabs_get_mcc_mnc(uint32_t* mcc, uint32_t* mnc) {
   }
 
   // Cleared before the library is asked: a change that comes in between asks again.
-  brio::relaxed_store(g_module.mcc_mnc_refresh, 0u);
+  relaxed_store(g_module.mcc_mnc_refresh, 0u);
   char texts[sizeof(PlmnTexts)] = {};
   uint32_t status = brio_get_mcc_mnc(texts);
   if (status != BRIO_STATUS_OK) {
-    brio::relaxed_store(g_module.mcc_mnc_refresh, 1u);
+    relaxed_store(g_module.mcc_mnc_refresh, 1u);
     log_get_error("mcc_mnc", status);
     MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   }

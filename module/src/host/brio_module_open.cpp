@@ -168,30 +168,30 @@ uint32_t prv_open() {
 }  // namespace
 }  // namespace brio
 
-using brio::kSourceFile;
+using namespace brio;
 
 uint32_t wabs_open(void) {
   MODULE_ENTER();
-  if (brio::refused_here("wabs_open")) MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
-  uint32_t status = brio::prv_open();
+  if (refused_here("wabs_open")) MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
+  uint32_t status = prv_open();
   if (status != WABS_STATUS_OK) {
-    brio::prv_close_library();
-    brio::prv_close_prox();
-    brio::prv_close_ipc();
+    prv_close_library();
+    prv_close_prox();
+    prv_close_ipc();
   }
   MODULE_RETURN(status);
 }
 
 uint32_t wabs_close(void) {
   MODULE_ENTER();
-  if (brio::refused_here("wabs_close")) MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
-  brio::prv_close_prox();
-  brio::prv_close_library();
-  MODULE_RETURN(brio::prv_close_ipc());
+  if (refused_here("wabs_close")) MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
+  prv_close_prox();
+  prv_close_library();
+  MODULE_RETURN(prv_close_ipc());
 }
 
 uint32_t wabs_is_blib_open(void) {
-  return brio::module_is_open() ? 1 : 0;
+  return module_is_open() ? 1 : 0;
 }
 
 uint32_t wabs_get_module_flags(uint32_t* flags) {

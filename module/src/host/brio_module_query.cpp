@@ -6,10 +6,7 @@
 #include "host/module_state.h"
 #include "nipc/nipc.h"
 
-using brio::g_module;
-using brio::kSourceFile;
-using brio::log_get_error;
-using brio::module_is_open;
+using namespace brio;
 
 namespace {
 
@@ -133,7 +130,7 @@ uint32_t wabs_get_module_time(time_t* utc, int32_t* offset_seconds) {
   MODULE_ENTER();
   if (utc == nullptr || offset_seconds == nullptr) MODULE_RETURN(WABS_STATUS_NULL_POINTER);
 
-  int32_t zone = brio::relaxed_load(g_module.cached_time_zone);
+  int32_t zone = relaxed_load(g_module.cached_time_zone);
   if (zone == kZoneUnknown) {
     network_time record = {};
     uint32_t status = brio_get_network_time(&record);

@@ -1,6 +1,5 @@
 // What the files of the host module interface share: state, event table and log helpers.
-#ifndef BRIO_MODULE_STATE_H
-#define BRIO_MODULE_STATE_H
+#pragma once
 
 #include <stdint.h>
 
@@ -50,5 +49,3 @@ uint32_t log_return(const char* function, int line, uint32_t result);
 // An operation begins with MODULE_ENTER and leaves by MODULE_RETURN only.
 #define MODULE_ENTER() MODULE_D(WABS_LOG_FLOW, "def:Enter")
 #define MODULE_RETURN(result) return ::brio::log_return(__func__, __LINE__, result)
-
-#endif

@@ -13,17 +13,20 @@
 #include "page/log_611_net.h"
 #include "page/log_611_sections.h"
 
+constexpr char kSourceFile[] = "log_611";
+
+using namespace brio;
+
 uint32_t g_611_urc_on;
 
 namespace {
 
-using brio::page::NetInfo;
-using brio::page::PageInput;
-using brio::page::TrafficSample;
-using brio::page::View;
-using brio::page::Writer;
+using page::NetInfo;
+using page::PageInput;
+using page::TrafficSample;
+using page::View;
+using page::Writer;
 
-constexpr char kSourceFile[] = "log_611";
 constexpr uint32_t kFullView = 1;
 constexpr uint32_t kBasReportsOn = 1;
 constexpr uint32_t kBasReportsOff = 2;
@@ -32,7 +35,7 @@ constexpr uint8_t kRatLte = 7;
 // The page's own state lives as long as the library. Host thread only.
 bool s_exited;            // the screen was left: the next call only takes note of it
 bool s_static_info_read;  // the SIM's static information was read in this visit
-TrafficSample s_previous_sample = {0, brio::page::kUnknownCounter, brio::page::kUnknownCounter};
+TrafficSample s_previous_sample = {0, page::kUnknownCounter, page::kUnknownCounter};
 
 // Only then does the modem report its antennas' values.
 bool prv_reports_bas(const atcmd_snapshot& snapshot) {
@@ -41,7 +44,7 @@ bool prv_reports_bas(const atcmd_snapshot& snapshot) {
 
 uint64_t prv_monotonic_ms() {
   timespec now;
-  if (!brio::clock_monotonic(&now)) {
+  if (!clock_monotonic(&now)) {
     MODULE_E("brio:monotime:err=%d:can't get monotonic time", errno);
     return 0;
   }
@@ -50,9 +53,9 @@ uint64_t prv_monotonic_ms() {
 
 // The name stands in the log line.
 void brio_module_update_ppp(NetInfo* net) {
-  brio::page::read_addresses(brio::page::kWwanInterface, net);
+  page::read_addresses(page::kWwanInterface, net);
   TrafficSample now;
-  brio::page::read_counters(brio::page::kWwanInterface, &now);
+  page::read_counters(page::kWwanInterface, &now);
   now.time_ms = prv_monotonic_ms();
   uint64_t diff = 0;
   if (s_previous_sample.time_ms != 0) {
@@ -61,7 +64,7 @@ void brio_module_update_ppp(NetInfo* net) {
         WABS_LOG_VALUE, "brio:now=%llu,last=%llu,diff=%llu\n", static_cast<unsigned long long>(now.time_ms),
         static_cast<unsigned long long>(s_previous_sample.time_ms), static_cast<unsigned long long>(diff));
   }
-  brio::page::compute_rates(s_previous_sample, now, diff, net);
+  page::compute_rates(s_previous_sample, now, diff, net);
   net->rx_bytes = now.rx_bytes;
   net->tx_bytes = now.tx_bytes;
   s_previous_sample = now;
@@ -78,25 +81,25 @@ void prv_static_info(Writer& page) {
     }
     s_static_info_read = true;
   }
-  brio::InputFile file(brio::kStaticInfoFile);
+  InputFile file(kStaticInfoFile);
   if (!file) {
     MODULE_E("brio:611:no static info found \n:Bad Param");
     return;
   }
-  brio::page::write_static_info(page, &file);
+  page::write_static_info(page, &file);
 }
 
 void prv_brio_get611_display(Writer& page, const atcmd_snapshot& snapshot, View view) {
   sim_info_data sim;
   {
-    brio::StaticDataLock lock;
+    StaticDataLock lock;
     briolib_get_sim_info_data(&sim);
   }
   sim.iccid[sizeof(sim.iccid) - 1] = '\0';  // a host may have filled the whole field
   NetInfo net;
   brio_module_update_ppp(&net);
-  const PageInput input = {&snapshot, sim.iccid, &net, brio::relaxed_load(g_pre_sar_mode), view};
-  if (!brio::page::write_sections(page, input)) {
+  const PageInput input = {&snapshot, sim.iccid, &net, relaxed_load(g_pre_sar_mode), view};
+  if (!page::write_sections(page, input)) {
     MODULE_E("brio:611:Exiting due to error in prv_brio_get611_display \n:strdup failed ");
     return;
   }

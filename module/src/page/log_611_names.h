@@ -1,6 +1,5 @@
 // The value-to-name tables of the diagnostic page.
-#ifndef BRIO_LOG_611_NAMES_H
-#define BRIO_LOG_611_NAMES_H
+#pragma once
 
 #include <stdint.h>
 
@@ -39,5 +38,3 @@ inline const char* name_of(const Table& table, uint32_t value) {
 }
 
 }  // namespace brio::names
-
-#endif

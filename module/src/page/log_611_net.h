@@ -1,6 +1,5 @@
 // What the diagnostic page tells about the modem's network interface.
-#ifndef BRIO_LOG_611_NET_H
-#define BRIO_LOG_611_NET_H
+#pragma once
 
 #include <stddef.h>
 #include <stdint.h>
@@ -46,5 +45,3 @@ void read_counters(const char* interface, TrafficSample* sample);
 void compute_rates(const TrafficSample& previous, const TrafficSample& now, uint64_t diff_ms, NetInfo* net);
 
 }  // namespace brio::page
-
-#endif

@@ -1,6 +1,5 @@
 // The text of the diagnostic page, built from values only: no lock, no log, no file, no modem.
-#ifndef BRIO_LOG_611_SECTIONS_H
-#define BRIO_LOG_611_SECTIONS_H
+#pragma once
 
 #include <stddef.h>
 #include <stdint.h>
@@ -48,5 +47,3 @@ bool write_sections(Writer& page, const PageInput& input);
 void write_static_info(Writer& page, InputFile* file);
 
 }  // namespace brio::page
-
-#endif

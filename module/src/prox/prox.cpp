@@ -22,9 +22,11 @@
 #include "prox/prox_state.h"
 #include "sar_names.h"
 
-namespace {
-
 constexpr char kSourceFile[] = "prox";
+
+using namespace brio;
+
+namespace {
 
 constexpr char kControl[] = "prox_ctrl0";
 constexpr char kSensorSelect[] = "sensor_sel";
@@ -65,7 +67,7 @@ pthread_mutex_t s_control_mutex = PTHREAD_MUTEX_INITIALIZER;
 uint32_t s_control;
 
 // Monitor thread only, and prox_open while there is none.
-brio::prox::State s_state;
+prox::State s_state;
 uint16_t s_carrier_id = kCarrierUnknown;
 
 // ---- Sensor entries
@@ -73,8 +75,8 @@ uint16_t s_carrier_id = kCarrierUnknown;
 // Opens "directory/entry"; the directory ends in a slash of its own, the doubled one is meant.
 int prv_open_entry(const char* name, int flags) {
   char path[PATH_MAX];
-  snprintf(path, sizeof(path), "%s/%s", brio::kProxDirectory, name);
-  int fd = brio::open_device(path, flags);
+  snprintf(path, sizeof(path), "%s/%s", kProxDirectory, name);
+  int fd = open_device(path, flags);
   if (fd < 0) MODULE_E("proxlib:sys entry:name=%s, errno=%d:can't open", name, errno);
   return fd;
 }
@@ -101,7 +103,7 @@ template <typename Attempt>
 bool prv_attempt(Attempt attempt) {
   for (int i = 1; !attempt(); i++) {
     if (i == kAttempts) return false;
-    brio::sleep_milliseconds(kAttemptPauseMs);
+    sleep_milliseconds(kAttemptPauseMs);
   }
   return true;
 }
@@ -109,7 +111,7 @@ bool prv_attempt(Attempt attempt) {
 uint32_t prv_prox_reg_write(const char* name, uint32_t value) {
   char text[7];
   snprintf(text, sizeof(text), "%x", value);
-  brio::Descriptor entry(prv_open_entry(name, O_RDWR));
+  Descriptor entry(prv_open_entry(name, O_RDWR));
   if (!entry.valid()) return kOpenFailed;
   if (prv_attempt([&] { return prv_write_text(entry.get(), text, strlen(text)); })) return kOk;
   MODULE_E("proxlib:sys entry:name=%s,errno=%d:can't write the sys entry", name, errno);
@@ -117,7 +119,7 @@ uint32_t prv_prox_reg_write(const char* name, uint32_t value) {
 }
 
 uint32_t prv_prox_reg_read(const char* name, uint32_t* value) {
-  brio::Descriptor entry(prv_open_entry(name, O_RDONLY));
+  Descriptor entry(prv_open_entry(name, O_RDONLY));
   if (!entry.valid()) return kOpenFailed;
   char text[kValueMax + 1];
   bool have = prv_attempt([&] { return prv_read_text(entry.get(), text); });
@@ -136,7 +138,7 @@ uint32_t prv_prox_reg_read(const char* name, uint32_t* value) {
 }
 
 uint32_t prv_write_control(uint32_t value) {
-  brio::MutexGuard guard(s_control_mutex);
+  MutexGuard guard(s_control_mutex);
   s_control = value;
   return prv_prox_reg_write(kControl, value);
 }
@@ -159,7 +161,7 @@ uint32_t prv_prox_set_sar(uint32_t mode) {
 }
 
 uint32_t prv_to_slow_scan() {
-  s_state.period_seconds = brio::prox::kSlowPeriodSeconds;
+  s_state.period_seconds = prox::kSlowPeriodSeconds;
   return prv_write_control(kScanSlow);
 }
 
@@ -169,8 +171,8 @@ bool prv_read_sensor() {
   if (prv_prox_reg_write(kSensorSelect, 1) != kOk) return false;
   if (prv_prox_reg_read(kDiff, &diff) != kOk) return false;
   if (prv_prox_reg_read(kAverage, &average) != kOk) return false;
-  brio::prox::store_readings(&s_state, diff, average);
-  if (s_state.calibration != brio::prox::Calibration::kUnexamined) return true;
+  prox::store_readings(&s_state, diff, average);
+  if (s_state.calibration != prox::Calibration::kUnexamined) return true;
   uint32_t offset = 0;
   uint32_t useful = 0;
   if (prv_prox_reg_read(kOffset, &offset) != kOk) return false;
@@ -181,7 +183,7 @@ bool prv_read_sensor() {
 }
 
 void prv_log_readings(const char* mode_name) {
-  using brio::prox::Calibration;
+  using prox::Calibration;
   if (s_state.calibration == Calibration::kUnexamined) {
     MODULE_D_OF("prv_update_prox_reading", WABS_LOG_VALUE, "proxlib:Offset[%d]Useful[%d]SAR[%s]",
                 static_cast<int16_t>(s_state.offset), static_cast<int16_t>(s_state.useful), mode_name);
@@ -194,33 +196,33 @@ void prv_log_readings(const char* mode_name) {
 
 // False while SAR control is disabled.
 bool prv_check_calibration(const char* mode_name) {
-  using brio::prox::Calibration;
+  using prox::Calibration;
   if (s_state.calibration == Calibration::kUnexamined) {
-    brio::prox::examine_calibration(&s_state);
+    prox::examine_calibration(&s_state);
     if (s_state.calibration == Calibration::kBad) {
       MODULE_I("proxlib:Offset[%d]Useful[%d]OffsetTh[%d]UsefulTh[%d]SAR[%s]::Disabling SAR",
                static_cast<int16_t>(s_state.offset), static_cast<int16_t>(s_state.useful),
-               brio::prox::kOffsetThreshold, brio::prox::kUsefulThreshold, mode_name);
+               prox::kOffsetThreshold, prox::kUsefulThreshold, mode_name);
     }
   }
   return s_state.calibration == Calibration::kGood;
 }
 
-void prv_log_transition(const brio::prox::Action& action) {
-  using brio::prox::Transition;
-  const char* name = brio::sar_name(action.mode);
+void prv_log_transition(const prox::Action& action) {
+  using prox::Transition;
+  const char* name = sar_name(action.mode);
   switch (action.transition) {
     case Transition::kNone:
       break;
     case Transition::kOffToOn:
-      MODULE_I("proxlib:Diff[%d]Th[%d]SAR[%s]SAR detected::", s_state.diff, brio::prox::kDiffThreshold, name);
+      MODULE_I("proxlib:Diff[%d]Th[%d]SAR[%s]SAR detected::", s_state.diff, prox::kDiffThreshold, name);
       break;
     case Transition::kOnToOff:
-      MODULE_I("proxlib:Diff[%d]Th[%d]SAR[%s]SAR released::", s_state.diff, brio::prox::kDiffThreshold, name);
+      MODULE_I("proxlib:Diff[%d]Th[%d]SAR[%s]SAR released::", s_state.diff, prox::kDiffThreshold, name);
       break;
     case Transition::kInitToOn:
       MODULE_I("proxlib:Diff[%d]curAvg[%d]prevAvg[%d]AvgTx[%d]SAR[%s]INIT->ON::", s_state.diff,
-               s_state.current_average, s_state.previous_average, brio::prox::kAverageDropThreshold, name);
+               s_state.current_average, s_state.previous_average, prox::kAverageDropThreshold, name);
       break;
     case Transition::kInitToOff:
       MODULE_I("proxlib:Diff[%d]curAvg[%d]prevAvg[%d]SAR[%s]INIT->OFF::", s_state.diff,
@@ -230,7 +232,7 @@ void prv_log_transition(const brio::prox::Action& action) {
 }
 
 void prv_poll() {
-  if (brio::prox::count_poll(&s_state)) {
+  if (prox::count_poll(&s_state)) {
     MODULE_I("proxlib:::2min timer expired, now using slower scan rate");
     uint32_t status = prv_to_slow_scan();
     if (status != kOk) {
@@ -238,16 +240,16 @@ void prv_poll() {
     }
   }
   if (!prv_read_sensor()) return;
-  int32_t mode = brio::relaxed_load(g_pre_sar_mode);
-  const char* mode_name = brio::sar_name(mode);
+  int32_t mode = relaxed_load(g_pre_sar_mode);
+  const char* mode_name = sar_name(mode);
   prv_log_readings(mode_name);
   if (!prv_check_calibration(mode_name)) return;
 
-  brio::prox::Action action = brio::prox::decide(s_state, mode);
-  if (action.transition == brio::prox::Transition::kNone) return;
+  prox::Action action = prox::decide(s_state, mode);
+  if (action.transition == prox::Transition::kNone) return;
   // A command that failed leaves the mode, so that the next poll tries again.
   if (action.command && prv_prox_set_sar(static_cast<uint32_t>(action.mode)) != kOk) return;
-  brio::relaxed_store(g_pre_sar_mode, action.mode);
+  relaxed_store(g_pre_sar_mode, action.mode);
   prv_log_transition(action);
   if (action.to_slow_period) {
     uint32_t status = prv_to_slow_scan();
@@ -264,7 +266,7 @@ bool prv_monitor(int socket) {
     FD_ZERO(&read_set);
     FD_SET(socket, &read_set);
     fd_set except_set = read_set;
-    if (brio::clock_select(socket + 1, &read_set, &except_set, s_state.period_seconds) < 0) {
+    if (clock_select(socket + 1, &read_set, &except_set, s_state.period_seconds) < 0) {
       if (errno == EINTR) continue;
       MODULE_E("proxlib:select:errno=%d:failed--pausing read thread", errno);
       return false;
@@ -290,7 +292,7 @@ bool prv_monitor(int socket) {
 // The thread's own end, and the other one if prox_close has not taken it out. No later run's sockets can be
 // there yet: prox_open joins this thread first.
 void prv_close_sockets(int own) {
-  brio::MutexGuard guard(s_sockets_mutex);
+  MutexGuard guard(s_sockets_mutex);
   close(own);
   s_sockets[0] = -1;
   if (s_sockets[1] >= 1) close(s_sockets[1]);
@@ -298,7 +300,7 @@ void prv_close_sockets(int own) {
 }
 
 void* prv_update_prox_reading(void* argument) {
-  brio::this_thread_is(brio::Thread::kMonitor);
+  this_thread_is(Thread::kMonitor);
   int own = static_cast<int>(reinterpret_cast<intptr_t>(argument));
   if (!prv_monitor(own)) MODULE_E("proxlib:Monitor thread::Error thread exit");
   prv_close_sockets(own);
@@ -309,15 +311,15 @@ void* prv_update_prox_reading(void* argument) {
 
 // Ends the conversation with the monitor thread: it sees the end of stream and closes its own socket.
 void prv_let_go_of_monitor() {
-  brio::MutexGuard guard(s_sockets_mutex);
-  brio::hang_up(&s_sockets[1]);
+  MutexGuard guard(s_sockets_mutex);
+  hang_up(&s_sockets[1]);
   s_sockets[0] = -1;
 }
 
 // False when there was no thread to join.
 bool prv_join_monitor() {
   if (!s_thread_started) return false;
-  brio::join_thread(s_thread);
+  join_thread(s_thread);
   s_thread_started = false;
   return true;
 }
@@ -342,7 +344,7 @@ void prv_not_closed_properly() {
 }  // namespace
 
 uint32_t prox_open() {
-  if (brio::refused_here("prox_open")) return 3;
+  if (refused_here("prox_open")) return 3;
   // A monitor that was never closed, or not joined then, ends before the next one starts.
   prv_let_go_of_monitor();
   prv_join_monitor();
@@ -356,7 +358,7 @@ uint32_t prox_open() {
   MODULE_I("proxlib:prox init::prox sensor is enabled with scan cycle 0x%x", kEnableFast);
 
   int sockets[2];
-  if (!brio::open_control_sockets(sockets)) {
+  if (!open_control_sockets(sockets)) {
     MODULE_E("proxlib:socketpair:errno=%d:can't create socket pair", errno);
     prv_disable_sensor();
     return 5;
@@ -366,12 +368,12 @@ uint32_t prox_open() {
   s_sockets[1] = sockets[1];
   pthread_mutex_unlock(&s_sockets_mutex);
 
-  brio::prox::start_run(&s_state);
-  brio::relaxed_store(g_pre_sar_mode, static_cast<int32_t>(BRIO_SAR_INIT));
+  prox::start_run(&s_state);
+  relaxed_store(g_pre_sar_mode, static_cast<int32_t>(BRIO_SAR_INIT));
   MODULE_I("proxlib:prox init::prox sensor init is done");
 
   void* own = reinterpret_cast<void*>(static_cast<intptr_t>(sockets[0]));
-  int error = brio::start_thread(&s_thread, prv_update_prox_reading, own);
+  int error = start_thread(&s_thread, prv_update_prox_reading, own);
   if (error != 0) {
     MODULE_E("proxlib:pthread:status=%d:can't create thread", error);
     prv_close_sockets(sockets[0]);
@@ -384,13 +386,13 @@ uint32_t prox_open() {
 }
 
 void prox_close() {
-  if (brio::refused_here("prox_close")) return;
+  if (refused_here("prox_close")) return;
   if (!prv_switch_off()) {
     prv_not_closed_properly();
     return;
   }
   pthread_mutex_lock(&s_sockets_mutex);
-  bool sent = brio::send_stop(s_sockets[1]);
+  bool sent = send_stop(s_sockets[1]);
   int error = errno;
   pthread_mutex_unlock(&s_sockets_mutex);
   if (!sent) {

@@ -1,6 +1,5 @@
 // What the proximity monitor decides, without sensor, modem, thread or log.
-#ifndef BRIO_PROX_STATE_H
-#define BRIO_PROX_STATE_H
+#pragma once
 
 #include <stdint.h>
 
@@ -64,5 +63,3 @@ void examine_calibration(State* state);
 Action decide(const State& state, int32_t mode);
 
 }  // namespace brio::prox
-
-#endif
