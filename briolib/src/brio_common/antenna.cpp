@@ -4,6 +4,8 @@
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "brio_common/shared_data.h"
+#include "brio_common/steps.h"
+#include "channel/request.h"
 #include "parse/answer.h"
 #include "parse/bas.h"
 
@@ -15,8 +17,6 @@ namespace {
 
 constexpr uint8_t kAntennaUnknown = 0xFF;
 constexpr uint16_t kBasValueUnknown = 0xFFFF;
-// User value of the status request; nothing reads it.
-constexpr uint16_t kBasUserValue = 6;
 
 // Antenna choice - 1 is the modem's own argument.
 constexpr const char* kLockCommands[] = {
@@ -68,14 +68,11 @@ void briolib_parse_bas_status(char* payload, bas_status* record) {
 }
 
 uint32_t brio_get_bas_status(bas_status* record) {
-  uint32_t status = briolib_check_library_status();
-  if (status != BRIO_STATUS_OK) {
-    BLIB_E("brio_get_bas_status::improper brio library status");
-    return status;
-  }
+  uint32_t status = gate("brio_get_bas_status");
+  if (status != BRIO_STATUS_OK) return status;
   if (record == nullptr) return BRIO_STATUS_INVALID;
-  status = blpkt_atcmd_request_with_callback("AT@EPHY:EPHY_BAS_STATUS(2)", SINGLELINE, "+BAS",
-                                             recv_func_prv_briolib_read_bas_status, record, kBasUserValue);
+  status = query("AT@EPHY:EPHY_BAS_STATUS(2)", SINGLELINE, kBasPrefix, recv_func_prv_briolib_read_bas_status,
+                 record);
   if (status != BLPKT_STATUS_SUCCESS) {
     BLIB_E("get_bas_status::get bas status failed");
     return BRIO_STATUS_TIMEOUT;  // whatever the failure was
@@ -84,11 +81,8 @@ uint32_t brio_get_bas_status(bas_status* record) {
 }
 
 uint32_t brio_get_curr_lte_ant(uint32_t* out) {
-  uint32_t status = briolib_check_library_status();
-  if (status != BRIO_STATUS_OK) {
-    BLIB_E("brio_get_curr_lte_ant::improper brio library status");
-    return status;
-  }
+  uint32_t status = gate("brio_get_curr_lte_ant");
+  if (status != BRIO_STATUS_OK) return status;
   if (out == nullptr) return BRIO_STATUS_INVALID;
   uint8_t antenna = kAntennaUnknown;
   {
@@ -110,13 +104,12 @@ uint32_t brio_get_curr_lte_ant(uint32_t* out) {
 uint32_t brio_set_lte_ant(uint32_t choice) {
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
-  blpkt_atcmd_request_with_callback("AT@GTICOM:SIO_PSVCTRL(0)", NUMERIC, nullptr, nullptr, nullptr, 0);
+  send_command("AT@GTICOM:SIO_PSVCTRL(0)");
   if (choice == 0 || choice > kLockCommandCount) {
     BLIB_E("LTE ant lock:err:can't lock ANT[%d]", choice);
     return BRIO_STATUS_INVALID;
   }
-  status =
-      blpkt_atcmd_request_with_callback(kLockCommands[choice - 1], NUMERIC, nullptr, nullptr, nullptr, 0);
+  status = send_command(kLockCommands[choice - 1]);
   if (status != BLPKT_STATUS_SUCCESS) {
     BLIB_E("setANT:err_no=%d:can't set LTE ANT", status);
   }

@@ -5,6 +5,7 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "base/text.h"
+#include "brio_common/facts.h"
 #include "brio_common/shared_data.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_misc";
@@ -105,7 +106,7 @@ uint32_t brio_get_roaming_status(uint32_t* out) {
   if (status != BRIO_STATUS_OK) return status;
   UrcDataLock lock;
   const uint8_t cs_reg_status = g_brio_lib_atcmd_data.cs_reg_status;
-  *out = cs_reg_status == 1 || cs_reg_status == 2 ? cs_reg_status : 0;
+  *out = is_registered(cs_reg_status) ? cs_reg_status : 0;
   return BRIO_STATUS_OK;
 }
 
@@ -118,7 +119,7 @@ uint32_t brio_get_pdp_context_activation_allowed(uint32_t* attached, uint32_t* a
     UrcDataLock lock;
     ps_reg_status = g_brio_lib_atcmd_data.ps_reg_status;
   }
-  if (ps_reg_status == 1 || ps_reg_status == 2) {
+  if (is_registered(ps_reg_status)) {
     *attached = 1;
     *allowed = 1;
     prv_refresh_placeholder_plmn();

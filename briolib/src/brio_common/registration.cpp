@@ -8,8 +8,11 @@
 #include "base/text.h"
 #include "base/words.h"
 #include "brio/brio_at.h"
+#include "brio_common/facts.h"
 #include "brio_common/shared_data.h"
+#include "brio_common/steps.h"
 #include "channel/brio_blpkt.h"
+#include "channel/request.h"
 #include "parse/answer.h"
 #include "parse/registration.h"
 #include "parse/sim_file.h"
@@ -20,45 +23,33 @@ using namespace brio;
 
 namespace {
 
-// Parser selectors: user values of the requests.
-constexpr uint16_t kSelectorQuery = 1;
-constexpr uint16_t kSelectorCrsm = 23;
-
-constexpr char kBasPrefix[] = "+BAS";
-
 // The latest report when the file was last read. Event thread only.
 uint32_t s_refreshed_up_to;
 // The latest report when the reading's answer came: a relaxed word, written by the read thread.
 uint32_t s_reports_at_answer;
 
-// Final result only, default time-out.
 uint32_t prv_send(const char* command) {
-  return blpkt_atcmd_request_with_callback(command, NO_RESULT, nullptr, nullptr, nullptr, 0);
+  return send_command(command, NO_RESULT);
 }
 
 uint32_t prv_send_bas(const char* command) {
-  return blpkt_atcmd_request_with_callback(command, SINGLELINE, kBasPrefix, nullptr, nullptr, 0);
-}
-
-// A request's selector as at_parse passes it on.
-void* prv_selector(uint16_t user_value) {
-  return reinterpret_cast<void*>(static_cast<uintptr_t>(user_value));
+  return query(command, SINGLELINE, kBasPrefix, nullptr);
 }
 
 // Response callback of "AT+CREG?" and "AT+CGREG?" (read thread).
-uint32_t recv_func_prv_briolib_get_reg(const ATResponse* response, void*, uint16_t user_value) {
+uint32_t recv_func_prv_briolib_get_reg(const ATResponse* response, void*, uint16_t) {
   char* line = parse::answer_line(response);
   if (line == nullptr) {
     BLIB_E("recv_func_prv_briolib_get_reg::response is invalid");
     return BRIO_STATUS_INVALID;
   }
-  uint32_t result = at_parse(skip_spaces(line), nullptr, prv_selector(user_value));
+  uint32_t result = at_parse(skip_spaces(line), nullptr, line);
   BLIB_D(BRIO_LOG_MODEM_INFO, "atcmd creg/cgreg blpkt_ret:%d", result);
   return result;
 }
 
 // Response callback of the ICCID file's reading (read thread). The user data is the text of the command.
-uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_data, uint16_t user_value) {
+uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_data, uint16_t) {
   relaxed_store(s_reports_at_answer, blpkt_last_report());
   char* line = parse::answer_line(response);
   if (line == nullptr) {
@@ -68,7 +59,7 @@ uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_d
   line = skip_spaces(line);
   BLIB_D(BRIO_LOG_DEBUG, "get crsm [%s]",
          parse::crsm_log_text(line, static_cast<const char*>(user_data)).c_str());
-  uint32_t result = at_parse(line, user_data, prv_selector(user_value));
+  uint32_t result = at_parse(line, user_data, nullptr);
   BLIB_D(BRIO_LOG_DEBUG, "atcmd crsm blpkt_ret[%d]", result);
   return result;
 }
@@ -83,7 +74,7 @@ bool prv_clear_if_unregistered() {
 
 bool prv_store_cs_stat(int32_t stat) {
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  data.cs_reg_status = stat == 1 ? 1 : stat == 5 ? 2 : stat == 3 ? 3 : 0;
+  data.cs_reg_status = stat == 1 ? kHome : stat == 5 ? kRoaming : stat == 3 ? kDenied : kNotRegistered;
   return prv_clear_if_unregistered();
 }
 
@@ -94,15 +85,15 @@ bool prv_store_ps_stat(int32_t stat) {
   switch (stat) {
     case 1:
     case 5:
-      data.ps_reg_status = stat == 1 ? 1 : 2;
+      data.ps_reg_status = stat == 1 ? kHome : kRoaming;
       attached = 1;
       break;
     case 3:
       // A denied PS registration is kept in the CS field, and the PS field keeps its value. This is meant.
-      data.cs_reg_status = 3;
+      data.cs_reg_status = kDenied;
       break;
     default:
-      data.ps_reg_status = 0;
+      data.ps_reg_status = kNotRegistered;
       cleared = prv_clear_if_unregistered();
       break;
   }
@@ -175,7 +166,7 @@ bool prv_store_registration(const parse::Registration& line, const DomainRow& do
   if (line.rat) data.rat = *line.rat;
   if (line.band) data.band = *line.band;
   if (line.reject_cause) data.reject_bytes[domain.cause] = *line.reject_cause;
-  if (data.rat < 255) data.rat_valid = 1;
+  if (data.rat < kRatUnknown) data.rat_valid = 1;
   return cleared;
 }
 
@@ -207,18 +198,18 @@ uint32_t s_prev_pdp_event[2];
 
 uint32_t briolib_atcmd_enable_urc(uint32_t mode) {
   switch (mode) {
-    case 0:
+    case kStartupReports:
       prv_enable_startup_urcs();
       return BRIO_STATUS_OK;
-    case 1:
+    case kBasReportsOn:
       prv_send("AT@GTICOM:SIO_PSVCTRL(0)");
       return briolib_translate_status(prv_send_bas("AT@EPHY:EPHY_BAS_STATUS(1)"), 0);
-    case 2:
+    case kBasReportsOff:
       prv_send_bas("AT@EPHY:EPHY_BAS_STATUS(0)");
       return briolib_translate_status(prv_send("AT@GTICOM:SIO_PSVCTRL(0)"), 0);
-    case 3:
+    case kBarsReportsOn:
       return briolib_translate_status(prv_send("AT+GTBARS=1"), 0);
-    case 4:
+    case kBarsReportsOff:
       return briolib_translate_status(prv_send("AT+GTBARS=0"), 0);
     default:
       return BRIO_STATUS_OK;
@@ -227,12 +218,9 @@ uint32_t briolib_atcmd_enable_urc(uint32_t mode) {
 
 uint32_t brio_atcmd_enable_urc(uint32_t mode) {
   // The modes above 1 are used on the way down, when the library may already be failing: they pass no gate.
-  if (mode <= 1) {
-    uint32_t status = briolib_check_library_status();
-    if (status != BRIO_STATUS_OK) {
-      BLIB_E("brio_atcmd_enable_urc::improper brio library status");
-      return status;
-    }
+  if (mode <= kBasReportsOn) {
+    const uint32_t status = gate("brio_atcmd_enable_urc");
+    if (status != BRIO_STATUS_OK) return status;
   }
   return briolib_atcmd_enable_urc(mode);
 }
@@ -244,8 +232,7 @@ uint32_t briolib_atcmd_query_reg_status(void) {
     char prefix[kRegistrationCommandSize];
     snprintf(command, sizeof(command), "AT+%s?", domain.result);
     snprintf(prefix, sizeof(prefix), "+%s", domain.result);
-    status = blpkt_atcmd_request_with_callback(command, SINGLELINE, prefix, recv_func_prv_briolib_get_reg,
-                                               nullptr, kSelectorQuery);
+    status = query(command, SINGLELINE, prefix, recv_func_prv_briolib_get_reg);
   }
   return status;
 }
@@ -260,7 +247,7 @@ void brio::registration_line(Domain which, char* payload, bool is_query) {
   if (payload == nullptr) {
     BLIB_E("briolib_parse_reg_status:reg_payload is NULL:");
     UrcDataLock lock;
-    if (data.rat < 255) data.rat_valid = 1;
+    if (data.rat < kRatUnknown) data.rat_valid = 1;
     return;
   }
   bool with_band = false;
@@ -302,8 +289,7 @@ void briolib_parse_stkpci(char* payload) {
   // The parser of the answer learns from the command which file it holds; it only reads that text.
   const char* command = parse::kReadIccidCommand;
   const uint32_t status =
-      blpkt_atcmd_request_with_callback(command, SINGLELINE, "+CRSM", recv_func_prv_briolib_get_crsm,
-                                        const_cast<char*>(command), kSelectorCrsm);
+      query(command, SINGLELINE, "+CRSM", recv_func_prv_briolib_get_crsm, const_cast<char*>(command));
   if (report == 0) return;
   s_refreshed_up_to =
       status == BLPKT_STATUS_SUCCESS ? relaxed_load(s_reports_at_answer) : blpkt_last_report();

@@ -1,14 +1,16 @@
 // Network scan, its abort, automatic selection, and the network that the device is on.
 #include <string.h>
 
-#include "base/clock.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
+#include "brio_common/facts.h"
 #include "brio_common/shared_data.h"
+#include "brio_common/steps.h"
 #include "channel/brio_blpkt.h"
+#include "channel/request.h"
 #include "parse/answer.h"
 #include "parse/scan_list.h"
 
@@ -23,10 +25,7 @@ using parse::ScanEntry;
 using parse::ScanFault;
 using parse::ScanStep;
 
-constexpr int32_t kDeregisterTimeoutSeconds = 80;
 constexpr int32_t kScanTimeoutSeconds = 300;
-constexpr int32_t kEchoTimeoutSeconds = 1;
-constexpr uint8_t kRatUnknown = 255;
 constexpr char kUnknownRat[] = "F";
 
 // The whole list of the longest answer; the last of the entries is never listed.
@@ -172,20 +171,6 @@ uint32_t recv_func_prv_briolib_parse_scan_results(const ATResponse* response, vo
   return BRIO_STATUS_OK;
 }
 
-uint32_t prv_send(const char* command, uint32_t type, int32_t timeout_seconds) {
-  return blpkt_atcmd_request_with_callback_timeout(command, type, nullptr, nullptr, nullptr, 0,
-                                                   timeout_seconds);
-}
-
-// The status gate of the operations that send, with their name in the log.
-uint32_t prv_gate(const char* name) {
-  uint32_t status = briolib_check_library_status();
-  if (status != BRIO_STATUS_OK) {
-    BLIB_E("%s::improper brio library status", name);
-  }
-  return status;
-}
-
 }  // namespace
 
 uint32_t brio_get_current_network(void) {
@@ -211,7 +196,7 @@ uint32_t brio_get_current_network(void) {
 }
 
 uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size) {
-  uint32_t status = prv_gate("brio_atcmd_scan_network");
+  uint32_t status = gate("brio_atcmd_scan_network");
   if (status != BRIO_STATUS_OK) return status;
   if (buffer == nullptr) return BRIO_STATUS_INVALID;
   BLIB_D(BRIO_LOG_DEBUG, "brio_atcmd_scan_network");
@@ -219,13 +204,9 @@ uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size) {
   ScanTarget target;
   target.used = 0;
   blpkt_begin_scan();
-  status = prv_send("AT+COPS=2", NUMERIC, kDeregisterTimeoutSeconds);
+  status = deregister();
   const bool goes_on = status <= BLPKT_STATUS_TIMEOUT;
-  // A modem that was cut off may echo again.
-  if (status == BLPKT_STATUS_TIMEOUT &&
-      prv_send("ATE0", NUMERIC, kEchoTimeoutSeconds) != BLPKT_STATUS_SCAN_ABORTED) {
-    sleep_seconds(1);
-  }
+  if (status == BLPKT_STATUS_TIMEOUT) recover_from_timeout();
   if (goes_on) {
     status = blpkt_atcmd_request_with_callback_timeout("AT+COPS=?", SINGLELINE, "+COPS",
                                                        recv_func_prv_briolib_parse_scan_results, &target,
@@ -234,7 +215,7 @@ uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size) {
   if (blpkt_end_scan()) status = BLPKT_STATUS_SCAN_ABORTED;
   if (!goes_on) return briolib_translate_status(status, 0);
 
-  if (status == BLPKT_STATUS_TIMEOUT) prv_send("ATE0", NUMERIC, kEchoTimeoutSeconds);
+  if (status == BLPKT_STATUS_TIMEOUT) switch_echo_off();
   const bool filled = status == BLPKT_STATUS_SUCCESS && target.used > 0;
   if (filled) {
     {
@@ -252,9 +233,9 @@ uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size) {
 }
 
 uint32_t brio_atcmd_scan_abort(void) {
-  uint32_t status = prv_gate("brio_atcmd_scan_abort");
+  uint32_t status = gate("brio_atcmd_scan_abort");
   if (status != BRIO_STATUS_OK) return status;
-  return briolib_translate_status(prv_send("^", NO_RESULT, BLPKT_DEFAULT_TIMEOUT_SECONDS), 0);
+  return briolib_translate_status(send_command("^", NO_RESULT), 0);
 }
 
 uint32_t brio_abort_manual_nw_scan(void) {
@@ -264,7 +245,7 @@ uint32_t brio_abort_manual_nw_scan(void) {
 }
 
 uint32_t brio_atcmd_set_auto_mode(void) {
-  uint32_t status = prv_gate("brio_atcmd_set_auto_mode");
+  uint32_t status = gate("brio_atcmd_set_auto_mode");
   if (status != BRIO_STATUS_OK) return status;
-  return briolib_translate_status(prv_send("AT+COPS=0", NO_RESULT, BLPKT_DEFAULT_TIMEOUT_SECONDS), 0);
+  return briolib_translate_status(send_command("AT+COPS=0", NO_RESULT), 0);
 }

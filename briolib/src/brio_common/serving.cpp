@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "brio/brio_at.h"
 #include "brio_common/shared_data.h"
+#include "channel/request.h"
 #include "parse/answer.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";
@@ -15,9 +16,6 @@ constexpr char kLogTag[] = "briolib/src/brio_common";
 using namespace brio;
 
 namespace {
-
-// Parser selector of the clock request: its user value.
-constexpr uint16_t kSelectorClock = 4;
 
 // The first characters of an answer, as far as a parser looks at them, and their copy for the log. It is
 // masked before it is cut: the late answer to another question, an IMSI say, keeps its length.
@@ -236,32 +234,28 @@ uint32_t recv_func_prv_briolib_get_timezone(const ATResponse* response, void* us
   return BRIO_STATUS_OK;
 }
 
-// One query whose answer is a single line with the prefix.
-uint32_t prv_query(const char* command, const char* prefix, recv_func callback) {
-  return briolib_translate_status(
-      blpkt_atcmd_request_with_callback(command, SINGLELINE, prefix, callback, nullptr, 0), 0);
-}
-
 }  // namespace
 
 uint32_t briolib_update_mcc_mnc(void) {
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
-  uint32_t result = blpkt_atcmd_request_with_callback("AT+COPS?", NUMERIC, "+COPS",
-                                                      recv_func_prv_briolib_update_mcc_mnc, nullptr, 0);
+  uint32_t result = query("AT+COPS?", NUMERIC, "+COPS", recv_func_prv_briolib_update_mcc_mnc);
   return result == BLPKT_STATUS_SUCCESS ? BRIO_STATUS_OK : BRIO_STATUS_TIMEOUT;
 }
 
 uint32_t briolib_update_lte_info(void) {
-  return prv_query("AT+GTLTEINFO?", "+GTLTEINFO", recv_func_at_req_get_lte_info);
+  return briolib_translate_status(
+      query("AT+GTLTEINFO?", SINGLELINE, "+GTLTEINFO", recv_func_at_req_get_lte_info), 0);
 }
 
 uint32_t briolib_get_gtscinfo(void) {
-  return prv_query("AT+GTSCINFO?", "+GTSCINFO", recv_func_at_req_get_gtscinfo);
+  return briolib_translate_status(
+      query("AT+GTSCINFO?", SINGLELINE, "+GTSCINFO", recv_func_at_req_get_gtscinfo), 0);
 }
 
 uint32_t briolib_get_gtscstat(void) {
-  return prv_query("AT+GTSCSTAT?", "+GTSCSTAT", recv_func_at_req_get_gtscstat);
+  return briolib_translate_status(
+      query("AT+GTSCSTAT?", SINGLELINE, "+GTSCSTAT", recv_func_at_req_get_gtscstat), 0);
 }
 
 uint32_t brio_get_network_time(network_time* record) {
@@ -269,8 +263,7 @@ uint32_t brio_get_network_time(network_time* record) {
   if (status != BRIO_STATUS_OK) return status;
   if (record == nullptr) return BRIO_STATUS_INVALID;
   int32_t zone = 0;
-  uint32_t result = blpkt_atcmd_request_with_callback(
-      "AT+CCLK?", NUMERIC, "+CCLK", recv_func_prv_briolib_get_timezone, &zone, kSelectorClock);
+  uint32_t result = query("AT+CCLK?", NUMERIC, "+CCLK", recv_func_prv_briolib_get_timezone, &zone);
   if (result != BLPKT_STATUS_SUCCESS) return BRIO_STATUS_TIMEOUT;
   *record = {};
   record->time_zone = zone;
@@ -316,8 +309,7 @@ uint32_t briolib_mccmnc_to_plmn(const char* mcc, const char* mnc, uint8_t plmn[3
 uint32_t brio_clear_sms(void) {
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
-  if (blpkt_atcmd_request_with_callback("AT+CMGD=1,4", NUMERIC, nullptr, nullptr, nullptr, 0) !=
-      BLPKT_STATUS_SUCCESS) {
+  if (send_command("AT+CMGD=1,4") != BLPKT_STATUS_SUCCESS) {
     BLIB_E("clearSMS::failed to clear SMS");
     return BRIO_STATUS_TIMEOUT;
   }

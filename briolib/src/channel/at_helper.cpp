@@ -17,12 +17,6 @@ using namespace brio;
 
 namespace {
 
-// Result of process_line.
-constexpr int32_t kFinal = 0;
-constexpr int32_t kMoreExpected = 1;
-constexpr int32_t kPrefixMissing = 2;
-constexpr int32_t kViolation = 3;
-
 constexpr int32_t kAnswerSuccess = 0;
 constexpr int32_t kAnswerError = 1;
 

@@ -23,9 +23,6 @@ using namespace brio;
 
 namespace {
 
-constexpr uint32_t kKindResponse = 0;
-constexpr uint32_t kKindUrc = 1;
-
 // Most reports are short; two blocks hold a line that fills the reader's buffer.
 constexpr mempool_def kPoolDefinition[] = {{64, 25},   {128, 15}, {256, 10}, {1024, 10},
                                            {1656, 10}, {2400, 2}, {0, 0}};

@@ -17,6 +17,7 @@
 #include "brio/brio_at.h"
 #include "channel/at_helper.h"
 #include "channel/brio_pktio_ports.h"
+#include "channel/request.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_pktio";
 
@@ -27,18 +28,12 @@ namespace {
 constexpr uint32_t kOk = 0;
 constexpr uint32_t kFailed = 1;
 
-constexpr uint32_t kKindResponse = 0;
-constexpr uint32_t kKindUrc = 1;
-
 constexpr size_t kSendBufferSize = 512;
 constexpr size_t kPrefixSize = 512;
 // How long a command waits for a modem that has stopped taking bytes.
 constexpr int kWriteWaitSeconds = 20;
 // How often a port may refuse a command that it has just reported room for.
 constexpr int kWriteRefusals = 16;
-
-// The answer to this command carries lines that must not be judged by its prefix.
-constexpr char kBasPrefix[] = "+BAS";
 
 // One port's bytes. Read thread only, while it runs.
 struct LineBuffer {
@@ -162,8 +157,8 @@ Verdict prv_classify(const char* line) {
   }
   const char* prefix = s_command.has_prefix ? s_command.prefix : nullptr;
   int32_t result = process_answer_line(line, s_response, s_command.type, prefix, &s_response_bytes);
-  if (result == 0) return Verdict::kComplete;
-  if (result != 1) return Verdict::kViolation;
+  if (result == kFinal) return Verdict::kComplete;
+  if (result != kMoreExpected) return Verdict::kViolation;
   return prefix != nullptr && strcmp(prefix, kBasPrefix) == 0 ? Verdict::kGoOnBas : Verdict::kGoOn;
 }
 

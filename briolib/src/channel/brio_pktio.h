@@ -3,6 +3,13 @@
 
 #include <stdint.h>
 
+namespace brio {
+
+// What the packet callback is handed.
+enum PacketKind : uint32_t { kKindResponse = 0, kKindUrc = 1 };
+
+}  // namespace brio
+
 // No command is outstanding any more: what arrives on the query port from now on is discarded. When this
 // returns, the read thread uses neither the type nor the prefix of the last command. Returns the number of
 // that command.

@@ -8,10 +8,14 @@
 #include "base/text.h"
 #include "base/words.h"
 #include "brio/brio_at.h"
+#include "brio_common/facts.h"
 #include "brio_common/library_state.h"
 #include "brio_common/shared_data.h"
+#include "brio_common/steps.h"
 #include "channel/brio_blpkt.h"
+#include "channel/request.h"
 #include "parse/manual_selection.h"
+#include "services/carriers.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";
 
@@ -19,10 +23,8 @@ using namespace brio;
 
 namespace {
 
-constexpr int32_t kEchoTimeoutSeconds = 1;
 constexpr int kEchoAttempts = 3;
 constexpr int kRadioAttempts = 2;
-constexpr int32_t kDeregisterTimeoutSeconds = 80;
 constexpr unsigned kRetryPauseSeconds = 1;
 
 constexpr size_t kLogConfigLine = 31;         // characters of a log configuration's line that count
@@ -33,11 +35,6 @@ constexpr size_t kManualSelectionLine = 127;  // characters of the stored select
 void prv_channel_lost(void*) {
   relaxed_store(g_state.modem_failed, 1u);
   blpkt_channel_lost();
-}
-
-uint32_t prv_send(const char* command, int32_t timeout_seconds) {
-  return blpkt_atcmd_request_with_callback_timeout(command, NUMERIC, nullptr, nullptr, nullptr, 0,
-                                                   timeout_seconds);
 }
 
 // The next line, "\n" included, of a longer one its first characters; false at the end of the file.
@@ -94,7 +91,7 @@ void prv_stop_channel() {
 
 bool prv_switch_echo_off() {
   for (int left = kEchoAttempts - 1; left >= 0; left--) {
-    if (prv_send("ATE0", kEchoTimeoutSeconds) == BLPKT_STATUS_SUCCESS) return true;
+    if (switch_echo_off() == BLPKT_STATUS_SUCCESS) return true;
     BLIB_E("AT::failed to set echo, retry left[%d]", left);
     sleep_seconds(kRetryPauseSeconds);
   }
@@ -103,7 +100,7 @@ bool prv_switch_echo_off() {
 
 bool prv_switch_radio_on() {
   for (int left = kRadioAttempts - 1; left >= 0; left--) {
-    if (prv_send("AT+CFUN=1", BLPKT_DEFAULT_TIMEOUT_SECONDS) == BLPKT_STATUS_SUCCESS) return true;
+    if (send_command("AT+CFUN=1") == BLPKT_STATUS_SUCCESS) return true;
     BLIB_E("AT::failed to set cfun1, retry left[%d]", left);
     sleep_seconds(kRetryPauseSeconds);
   }
@@ -112,20 +109,17 @@ bool prv_switch_radio_on() {
 
 void prv_brio_atcmd_mcs(const parse::ManualSelection& selection) {
   BLIB_D(BRIO_LOG_DEBUG, "de-registration from the network");
-  uint32_t status = prv_send("AT+COPS=2", kDeregisterTimeoutSeconds);
+  uint32_t status = deregister();
   if (status != BLPKT_STATUS_SUCCESS) {
     BLIB_E("prv_brio_atcmd_mcs::de-registration from the network failed!");
-    if (status == BLPKT_STATUS_TIMEOUT) {
-      prv_send("ATE0", kEchoTimeoutSeconds);
-      sleep_seconds(kRetryPauseSeconds);
-    }
+    if (status == BLPKT_STATUS_TIMEOUT) recover_from_timeout();
   }
   BLIB_PLAIN("prv_brio_atcmd_mcs::set manual network select as mcs");
-  status = prv_send(selection.command, selection.timeout_seconds);
+  status = send_command(selection.command, NUMERIC, selection.timeout_seconds);
   if (status == BLPKT_STATUS_TIMEOUT) {
     BLIB_E("prv_brio_atcmd_mcs::set manual network select as mcs timed out!");
     // The modem may have been left echoing.
-    prv_send("ATE0", kEchoTimeoutSeconds);
+    switch_echo_off();
   }
   if (status != BLPKT_STATUS_SUCCESS) {
     BLIB_E("AT::failed to set manual network select");
@@ -142,15 +136,12 @@ void prv_replay_manual_selection() {
 
 // These carrier configurations start with the SAR back-off engaged.
 void prv_start_sar() {
-  constexpr int16_t kSarCarriers[] = {202, 216};
   int16_t carrier;
   {
     UrcDataLock lock;
     carrier = g_brio_lib_atcmd_data.carrier_config;
   }
-  for (int16_t sar_carrier : kSarCarriers) {
-    if (carrier == sar_carrier) briolib_set_sar_pwr(1);
-  }
+  if (carrier_backs_off(static_cast<uint16_t>(carrier))) briolib_set_sar_pwr(1);
 }
 
 }  // namespace
@@ -178,7 +169,7 @@ uint32_t brio_open(const char* query_port) {
   // What fails from here on is logged where it fails and does not keep the library from opening.
   prv_replay_manual_selection();
   briolib_update_wan_type();
-  briolib_atcmd_enable_urc(0);
+  briolib_atcmd_enable_urc(kStartupReports);
   briolib_check_carrier_confg();
   briolib_check_apn_setting();
   briolib_atcmd_query_reg_status();

@@ -12,7 +12,9 @@
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
+#include "brio_common/facts.h"
 #include "brio_common/shared_data.h"
+#include "channel/request.h"
 #include "parse/answer.h"
 #include "parse/bars.h"
 
@@ -25,11 +27,8 @@ namespace {
 constexpr uint8_t kBarsUnknown = 255;
 constexpr int64_t kPollPeriodSeconds = 91;
 constexpr size_t kShortestLine = 8;
-// User value of the poll request; nothing reads it.
-constexpr uint16_t kPollUserValue = 6;
 
 enum ReadingMode : int32_t { kReadingApplication = 1, kPlainRead = 2 };
-enum UrcGroup : uint32_t { kBarsReportsOn = 3, kBarsReportsOff = 4 };
 
 // Last answer to a poll. Every value is cut to 8 bits, also a negative one: this is meant, unlike in an
 // unsolicited report.
@@ -76,8 +75,7 @@ uint32_t recv_func_at_req_get_bars(const ATResponse* response, void* data, uint1
 // Polls the modem and stores what is valid. 0, or 7 with the shared record unchanged. The period until the
 // next poll begins with the answer.
 uint32_t prv_poll() {
-  uint32_t status = blpkt_atcmd_request_with_callback("AT+GTBARS?", SINGLELINE, "+GTBARS",
-                                                      recv_func_at_req_get_bars, &s_reply, kPollUserValue);
+  uint32_t status = query("AT+GTBARS?", SINGLELINE, "+GTBARS", recv_func_at_req_get_bars, &s_reply);
   if (status != BLPKT_STATUS_SUCCESS) return BRIO_STATUS_UNAVAILABLE;
   timespec now;
   if (clock_monotonic(&now)) s_last_poll = now;

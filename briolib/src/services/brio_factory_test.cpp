@@ -9,6 +9,7 @@
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
+#include "channel/request.h"
 #include "parse/modem_config.h"
 #include "services/brio_sim.h"
 #include "services/carriers.h"
@@ -20,10 +21,6 @@ using namespace brio;
 namespace {
 
 constexpr size_t kCarrierCommandSize = 20;
-
-uint32_t prv_send(const char* command) {
-  return blpkt_atcmd_request_with_callback(command, NUMERIC, nullptr, nullptr, nullptr, 0);
-}
 
 // The WAN type is then decided afresh. The child inherits no descriptor: all of ours are close-on-exec.
 void prv_remove_wan_info() {
@@ -38,7 +35,7 @@ void prv_remove_wan_info() {
 }  // namespace
 
 uint32_t brio_set_fake_security_mode(uint32_t on) {
-  uint32_t result = prv_send(on != 0 ? "AT*FAKECFG=1" : "AT*FAKECFG=0");
+  uint32_t result = send_command(on != 0 ? "AT*FAKECFG=1" : "AT*FAKECFG=0");
   if (result != BLPKT_STATUS_SUCCESS) {
     // The same text for both directions.
     BLIB_E("factory_test:err_no=%d:can't turn off fake security\n", result);
@@ -47,7 +44,7 @@ uint32_t brio_set_fake_security_mode(uint32_t on) {
 }
 
 uint32_t brio_clear_mru(void) {
-  uint32_t result = prv_send("AT*MRUCLEAR");
+  uint32_t result = send_command("AT*MRUCLEAR");
   if (result != BLPKT_STATUS_SUCCESS) {
     BLIB_E("factory_test:err_no=%d:can't clear MRU\n", result);
   }
@@ -55,7 +52,7 @@ uint32_t brio_clear_mru(void) {
 }
 
 uint32_t brio_turn_off_rf(void) {
-  uint32_t result = prv_send("AT+CFUN=0");
+  uint32_t result = send_command("AT+CFUN=0");
   if (result != BLPKT_STATUS_SUCCESS) {
     BLIB_E("factory_test:err_no=%d:can't turn off RF mode\n", result);
   }
@@ -79,7 +76,7 @@ uint32_t brio_carrier_selection(void) {
   char command[kCarrierCommandSize];
   snprintf(command, sizeof(command), "at+gtfdcar=%u", carrier->carrier_id);
   BLIB_I("factory_test:carrier selection cmd %s:\n", command);
-  uint32_t result = prv_send(command);
+  uint32_t result = send_command(command);
   if (result != BLPKT_STATUS_SUCCESS) {
     BLIB_E("factory_test:err_no=%d:can't set SBP carrier mode\n", result);
   }

@@ -11,6 +11,7 @@
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "brio_common/shared_data.h"
+#include "channel/request.h"
 #include "parse/answer.h"
 #include "parse/modem_config.h"
 #include "services/apn.h"
@@ -23,7 +24,6 @@ using namespace brio;
 
 namespace {
 
-constexpr uint16_t kCarrierUnknown = 0xFFFF;
 constexpr uint32_t kModeStoredByHost = 255;
 constexpr size_t kFileLineSize = 256;
 constexpr size_t kSelectionLineSize = 128;
@@ -91,8 +91,8 @@ bool prv_apn_override(char* command) {
 // Leaves `command` empty when the modem holds the APN of the SIM's carrier group.
 uint32_t prv_apn_of_sim(char* command) {
   char answer[kApnAnswerSize] = {};
-  uint32_t result = blpkt_atcmd_request_with_callback(
-      "AT+CGDCONT?", NUMERIC, "+CGDCONT", recv_func_prv_briolib_check_apn_setting, answer, sizeof(answer));
+  uint32_t result = query("AT+CGDCONT?", NUMERIC, "+CGDCONT", recv_func_prv_briolib_check_apn_setting, answer,
+                          sizeof(answer));
   if (result != BLPKT_STATUS_SUCCESS) {
     BLIB_E("checkAPN::failed to get APN value\n");
     return BRIO_STATUS_TIMEOUT;
@@ -131,8 +131,8 @@ uint8_t prv_wan_type_of_file(InputFile* file) {
 
 uint32_t briolib_check_carrier_confg(void) {
   uint16_t carrier_id = kCarrierUnknown;
-  uint32_t result = blpkt_atcmd_request_with_callback("AT+GTFDCAR?", NUMERIC, "+GTFDCAR",
-                                                      recv_func_prv_briolib_carrier_confg, &carrier_id, 1);
+  uint32_t result =
+      query("AT+GTFDCAR?", NUMERIC, "+GTFDCAR", recv_func_prv_briolib_carrier_confg, &carrier_id);
   if (result != BLPKT_STATUS_SUCCESS) {
     BLIB_E("checkFDCAR::failed to get carrier_id value[%d]\n", carrier_id);
     return BRIO_STATUS_TIMEOUT;
@@ -165,7 +165,7 @@ uint32_t briolib_check_apn_setting(void) {
     if (status != BRIO_STATUS_OK) return status;
   }
   if (command[0] == '\0') return BRIO_STATUS_OK;
-  uint32_t result = blpkt_atcmd_request_with_callback(command, NUMERIC, nullptr, nullptr, nullptr, 0);
+  uint32_t result = send_command(command);
   if (result != BLPKT_STATUS_SUCCESS) {
     BLIB_E("checkAPN:err_no=%d:can't set APN\n", result);
   }
@@ -180,8 +180,7 @@ uint32_t briolib_update_wan_type(void) {
     type = prv_wan_type_of_file(&file);
   } else {
     char model[parse::kModelSize] = {};
-    uint32_t result = blpkt_atcmd_request_with_callback(
-        "AT+CGMM", NUMERIC, "+CGMM", recv_func_prv_briolib_get_model, model, sizeof(model) - 1);
+    uint32_t result = query("AT+CGMM", NUMERIC, "+CGMM", recv_func_prv_briolib_get_model, model);
     if (result == BLPKT_STATUS_SUCCESS) {
       type = parse::wan_type_of_model(model);
     } else {

@@ -8,6 +8,7 @@
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
+#include "channel/request.h"
 #include "parse/answer.h"
 #include "parse/modem_info.h"
 
@@ -64,9 +65,7 @@ uint32_t brio_get_modem_info(modem_info* record) {
   if (!prv_copy_cached(&cached)) {
     uint32_t status = briolib_check_library_status();
     if (status != BRIO_STATUS_OK) return status;
-    uint32_t result =
-        blpkt_atcmd_request_with_callback("AT+GTMODINFO?", SINGLELINE, "+GTMODINFO",
-                                          recv_func_prv_briolib_get_modem_info, nullptr, sizeof(modem_info));
+    uint32_t result = query("AT+GTMODINFO?", SINGLELINE, "+GTMODINFO", recv_func_prv_briolib_get_modem_info);
     if (result != BLPKT_STATUS_SUCCESS) return BRIO_STATUS_FAILURE;
     prv_copy_cached(&cached);
   }

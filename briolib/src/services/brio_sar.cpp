@@ -3,6 +3,7 @@
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
+#include "channel/request.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_misc";
 
@@ -22,5 +23,5 @@ uint32_t brio_set_sar_pwr(uint32_t on) {
 
 uint32_t briolib_set_sar_pwr(uint32_t on) {
   const char* command = on != 0 ? "AT+BODYSARON=1" : "AT+BODYSARON=0";
-  return blpkt_atcmd_request_with_callback(command, NO_RESULT, nullptr, nullptr, nullptr, 0);
+  return brio::send_command(command, NO_RESULT);
 }

@@ -11,6 +11,7 @@
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "brio_common/shared_data.h"
+#include "channel/request.h"
 #include "parse/answer.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_sim";
@@ -92,10 +93,7 @@ uint32_t recv_func_prv_briolib_get_imsi(const ATResponse* response, void* user_d
 // Reads a text into its half of the cache and copies it from there.
 template <size_t N>
 bool prv_read(const char* command, const char* prefix, recv_func callback, char (&half)[N], char (&text)[N]) {
-  if (blpkt_atcmd_request_with_callback(command, NUMERIC, prefix, callback, half, N) !=
-      BLPKT_STATUS_SUCCESS) {
-    return false;
-  }
+  if (query(command, NUMERIC, prefix, callback, half) != BLPKT_STATUS_SUCCESS) return false;
   MutexGuard lock(s_identity_mutex);
   memcpy(text, half, N);
   return true;
@@ -117,8 +115,7 @@ uint32_t brio_get_sim_status(sim_card_status* record) {
   record->lock_status = kLockStatusUnknown;
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
-  uint32_t result = blpkt_atcmd_request_with_callback("AT+GTSIMSTATUS?", SINGLELINE, "+GTSIMSTATUS",
-                                                      prv_briolib_get_value, record, sizeof(*record));
+  uint32_t result = query("AT+GTSIMSTATUS?", SINGLELINE, "+GTSIMSTATUS", prv_briolib_get_value, record);
   BLIB_I("get_sim_info:card_status[%d], Lock_status[%d]:\n", record->card_status, record->lock_status);
   if (result != BLPKT_STATUS_SUCCESS) return briolib_translate_status(result, 0);
   return BRIO_STATUS_OK;

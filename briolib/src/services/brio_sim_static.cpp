@@ -10,6 +10,7 @@
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
+#include "channel/request.h"
 #include "parse/answer.h"
 #include "parse/sim_file.h"
 #include "services/static_info.h"
@@ -50,9 +51,7 @@ uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_d
 
 uint32_t prv_read_file(const char* command) {
   // The parser takes a copy of the command; it travels as an untyped pointer.
-  return blpkt_atcmd_request_with_callback(command, SINGLELINE, "+CRSM", recv_func_prv_briolib_get_crsm,
-                                           const_cast<char*>(command),
-                                           static_cast<uint16_t>(strlen(command)));
+  return query(command, SINGLELINE, "+CRSM", recv_func_prv_briolib_get_crsm, const_cast<char*>(command));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include "base/text.h"
 #include "brio/brio.h"
 #include "brio/briolib.h"
+#include "brio_common/facts.h"
 #include "brio_common/shared_data.h"
 
 using namespace brio;
@@ -12,8 +13,6 @@ namespace {
 
 constexpr char kLibraryVersion[] = "S30J38";
 constexpr uint32_t kRefreshEvery = 3;  // the page is polled; the modem is asked on every third call
-constexpr uint8_t kRatLte = 7;
-constexpr uint8_t kRatUnknown = 255;
 
 // Calls that may refresh. Host thread only.
 uint32_t s_snapshot_calls;
@@ -21,7 +20,7 @@ uint32_t s_snapshot_calls;
 bool prv_queries_bas() {
   UrcDataLock lock;
   const brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  return data.bas_query_flag == 1 && (data.ps_reg_status == 1 || data.ps_reg_status == 2);
+  return data.bas_query_flag == 1 && is_registered(data.ps_reg_status);
 }
 
 // Serving-cell data from the modem into the shared record. A query that fails leaves the older values.

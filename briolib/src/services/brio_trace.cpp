@@ -18,6 +18,7 @@
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
+#include "channel/request.h"
 #include "parse/trace_filter.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_trace";
@@ -223,10 +224,6 @@ uint32_t prv_read_log_from_tst(const char* log_path) {
 
 // ---- Filter
 
-uint32_t prv_request(const char* command) {
-  return blpkt_atcmd_request_with_callback(command, NUMERIC, nullptr, nullptr, nullptr, 0);
-}
-
 // The next line without its "\n", of a longer one the first kTraceLineMax + 1 characters; false at the end of
 // the file.
 bool prv_next_line(InputFile* file, char (&line)[parse::kTraceLineMax + 1], size_t* length) {
@@ -255,7 +252,7 @@ uint32_t prv_send_filter_to_tst(InputFile* file, bool* switch_off) {
       *switch_off = true;
       return BRIO_STATUS_INVALID;
     }
-    status = prv_request(command);
+    status = send_command(command);
     if (status != 0) {
       BLIB_E("brio_send_filter_to_tst:error sending filter:\n");
       *switch_off = true;
@@ -279,7 +276,7 @@ uint32_t prv_apply_filter(const char* filter_path) {
     status = BRIO_STATUS_UNAVAILABLE;
   }
   if (switch_off) {
-    for (const char* command : kSwitchOffCommands) prv_request(command);
+    for (const char* command : kSwitchOffCommands) send_command(command);
   }
   return status;
 }

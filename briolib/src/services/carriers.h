@@ -1,5 +1,5 @@
-// Carrier configurations of the modem and the SIM home networks that belong to them. The check at open
-// (brio_misc) and the selection (brio_factory_test) read this one table.
+// Carrier configurations of the modem, the SIM home networks that belong to them, and which of them back the
+// transmit power off near a body.
 #pragma once
 
 #include <stddef.h>
@@ -12,13 +12,15 @@ struct Carrier {
   const char* imsi_prefix;  // sought anywhere in the IMSI's first six characters
   uint16_t carrier_id;
   const char* name;
+  bool backs_off;  // starts with the body-SAR back-off, which then follows the proximity sensor
 };
 
 // Searched in this order.
 inline constexpr Carrier kCarriers[] = {
-    {"310410", 201, "ATT"}, {"302720", 201, "ROGERS"}, {"44010", 216, "DOCOMO"},
-    {"23415", 202, "VOD"},  {"20404", 202, "VOD"},
+    {"310410", 201, "ATT", false}, {"302720", 201, "ROGERS", false}, {"44010", 216, "DOCOMO", true},
+    {"23415", 202, "VOD", true},   {"20404", 202, "VOD", true},
 };
+inline constexpr uint16_t kCarrierUnknown = 0xFFFF;
 
 // First row whose IMSI prefix stands in `prefix`, or null.
 inline const Carrier* carrier_of_sim(const char* prefix) {
@@ -31,6 +33,13 @@ inline const Carrier* carrier_of_sim(const char* prefix) {
 inline bool carrier_accepts_sim(uint16_t carrier_id, const char* prefix) {
   for (const Carrier& carrier : kCarriers) {
     if (carrier.carrier_id == carrier_id && strstr(prefix, carrier.imsi_prefix) != nullptr) return true;
+  }
+  return false;
+}
+
+inline bool carrier_backs_off(uint16_t carrier_id) {
+  for (const Carrier& carrier : kCarriers) {
+    if (carrier.carrier_id == carrier_id) return carrier.backs_off;
   }
   return false;
 }

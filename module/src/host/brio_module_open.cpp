@@ -7,6 +7,7 @@
 #include "brio/prox.h"
 #include "host/module_state.h"
 #include "nipc/nipc.h"
+#include "services/carriers.h"
 
 namespace brio {
 
@@ -24,10 +25,6 @@ uint32_t log_return(const char* function, int line, uint32_t result) {
 namespace {
 
 constexpr char kIpcService[] = "com.quarto.brio_module";
-
-constexpr uint16_t kCarrierUnknown = 0xFFFF;
-// Carriers on which the body-SAR back-off follows the proximity sensor; an unknown one counts as such.
-constexpr uint16_t kSarCarriers[] = {kCarrierUnknown, 202, 216};
 
 // Rounds that the wait for the SIM's status and the wait for its identity have together.
 constexpr uint32_t kSimRounds = 4;
@@ -66,9 +63,7 @@ void prv_start_trace() {
 void prv_start_prox() {
   uint16_t carrier = kCarrierUnknown;
   brio_get_carrier_id(&carrier);
-  bool follows_sensor = false;
-  for (uint16_t sar_carrier : kSarCarriers) follows_sensor = follows_sensor || carrier == sar_carrier;
-  if (!follows_sensor) return;
+  if (carrier != kCarrierUnknown && !carrier_backs_off(carrier)) return;
   if (prox_open() == 0) {
     g_module.prox_open = 1;
   } else {

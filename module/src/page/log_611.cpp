@@ -8,6 +8,7 @@
 #include "brio/brio_module.h"
 #include "brio/briolib.h"
 #include "brio/wabs.h"
+#include "brio_common/facts.h"
 #include "brio_common/shared_data.h"
 #include "module_log.h"
 #include "page/log_611_net.h"
@@ -28,9 +29,6 @@ using page::View;
 using page::Writer;
 
 constexpr uint32_t kFullView = 1;
-constexpr uint32_t kBasReportsOn = 1;
-constexpr uint32_t kBasReportsOff = 2;
-constexpr uint8_t kRatLte = 7;
 
 // The page's own state lives as long as the library. Host thread only.
 bool s_exited;            // the screen was left: the next call only takes note of it

@@ -8,6 +8,7 @@
 #include "base/guards.h"
 #include "base/text.h"
 #include "brio/brio_module.h"
+#include "brio_common/facts.h"
 #include "page/log_611_names.h"
 
 // Item numbers repeat and blanks stand before line ends: both belong to the page, which other programs read.
@@ -19,7 +20,6 @@ using names::name_of;
 
 constexpr uint8_t kRatGsm = 0;
 constexpr uint8_t kRatEdge = 3;
-constexpr uint8_t kRatLte = 7;
 constexpr uint8_t kNmoUnknown = 255;
 constexpr size_t kStaticInfoLine = 149;  // one line of the static information file and its NUL
 

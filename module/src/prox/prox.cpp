@@ -21,6 +21,7 @@
 #include "module_log.h"
 #include "prox/prox_state.h"
 #include "sar_names.h"
+#include "services/carriers.h"
 
 constexpr char kSourceFile[] = "prox";
 
@@ -49,9 +50,6 @@ constexpr uint32_t kOk = 0;
 constexpr uint32_t kOpenFailed = 3;
 constexpr uint32_t kAccessFailed = 4;
 constexpr uint32_t kCommandFailed = 5;
-
-constexpr uint16_t kCarrierUnknown = 0xFFFF;
-constexpr uint16_t kSarCarriers[] = {202, 216};
 
 // Guards s_sockets, the pair of the running monitor or -1. The first socket belongs to the monitor thread: it
 // alone closes it, so its select and read need no lock. The second is closed by whoever takes it out here.
@@ -147,10 +145,8 @@ uint32_t prv_write_control(uint32_t value) {
 
 uint32_t prv_prox_set_sar(uint32_t mode) {
   if (s_carrier_id == kCarrierUnknown) brio_get_carrier_id(&s_carrier_id);
-  bool wanted = false;
-  for (uint16_t carrier : kSarCarriers) wanted = wanted || carrier == s_carrier_id;
   // Elsewhere the mode is followed without telling the modem.
-  if (!wanted) return kOk;
+  if (!carrier_backs_off(s_carrier_id)) return kOk;
   uint32_t status = brio_set_sar_pwr(mode);
   if (status != BRIO_STATUS_OK) {
     MODULE_I("proxlib:::brio_rc [%d]", status);

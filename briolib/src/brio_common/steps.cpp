@@ -1,0 +1,37 @@
+#include "brio_common/steps.h"
+
+#include "base/clock.h"
+#include "base/log.h"
+#include "brio/briolib.h"
+#include "channel/request.h"
+
+constexpr char kLogTag[] = "briolib/src/brio_common";
+
+namespace brio {
+namespace {
+
+constexpr int32_t kDeregisterTimeoutSeconds = 80;
+constexpr int32_t kEchoTimeoutSeconds = 1;
+constexpr unsigned kPauseSeconds = 1;
+
+}  // namespace
+
+uint32_t gate(const char* operation) {
+  const uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) BLIB_E("%s::improper brio library status", operation);
+  return status;
+}
+
+uint32_t deregister() {
+  return send_command("AT+COPS=2", NUMERIC, kDeregisterTimeoutSeconds);
+}
+
+uint32_t switch_echo_off() {
+  return send_command("ATE0", NUMERIC, kEchoTimeoutSeconds);
+}
+
+void recover_from_timeout() {
+  if (switch_echo_off() != BLPKT_STATUS_SCAN_ABORTED) sleep_seconds(kPauseSeconds);
+}
+
+}  // namespace brio

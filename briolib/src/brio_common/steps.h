@@ -1,0 +1,21 @@
+// Steps that several operations take.
+#pragma once
+
+#include <stdint.h>
+
+namespace brio {
+
+// The status gate; a status other than 0 is logged with the operation's name.
+uint32_t gate(const char* operation);
+
+// Takes the modem off the network, which may last 80 s. BLPKT_STATUS_*.
+uint32_t deregister();
+
+// "ATE0", which is given a second. BLPKT_STATUS_*.
+uint32_t switch_echo_off();
+
+// After a time-out: a modem that was cut off may echo again. Pauses unless the scan that this belongs to was
+// aborted.
+void recover_from_timeout();
+
+}  // namespace brio

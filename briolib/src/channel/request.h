@@ -1,0 +1,29 @@
+// How the layers above send a command: the packet layer's call (brio/brio_at.h) without what is mostly left
+// out. Both return BLPKT_STATUS_* or the callback's status.
+#pragma once
+
+#include "brio/brio_at.h"
+
+namespace brio {
+
+// The answer to a command with this prefix carries lines that must not be judged by it.
+inline constexpr char kBasPrefix[] = "+BAS";
+
+// A command of which only the final result counts. NO_RESULT reports any other line as an error, NUMERIC
+// takes one.
+inline uint32_t send_command(const char* command, uint32_t shape = NUMERIC) {
+  return blpkt_atcmd_request_with_callback(command, shape, nullptr, nullptr, nullptr, 0);
+}
+
+inline uint32_t send_command(const char* command, uint32_t shape, int32_t timeout_seconds) {
+  return blpkt_atcmd_request_with_callback_timeout(command, shape, nullptr, nullptr, nullptr, 0,
+                                                   timeout_seconds);
+}
+
+// A command whose answer the callback takes apart (read thread); `data` and `value` are handed to it.
+inline uint32_t query(const char* command, uint32_t shape, const char* prefix, recv_func callback,
+                      void* data = nullptr, uint16_t value = 0) {
+  return blpkt_atcmd_request_with_callback(command, shape, prefix, callback, data, value);
+}
+
+}  // namespace brio
