@@ -201,7 +201,7 @@ struct Page {
 };
 
 uint32_t build(char* buffer, uint32_t capacity, const Page& v, const std::string& info) {
-  Writer page(buffer, capacity);
+  brio::TextWriter page(buffer, capacity);
   require(write_sections(
       page, {&v.snapshot, v.iccid, &v.net, v.sar_mode, v.view % 2 != 0 ? View::kFull : View::kMasked}));
   const int memory = memfd_create("static_info", 0);

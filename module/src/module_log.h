@@ -11,7 +11,7 @@
 
 #include <syslog.h>
 
-#include "base/words.h"
+#include "base/relaxed.h"
 #include "brio/wabs.h"
 
 namespace brio {

@@ -13,7 +13,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "base/words.h"
+#include "base/relaxed.h"
 #include "brio/brio.h"
 #include "brio/brio_module.h"
 #include "brio/wabs.h"

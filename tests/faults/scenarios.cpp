@@ -13,7 +13,7 @@
 #include <regex>
 #include <utility>
 
-#include "base/words.h"
+#include "base/relaxed.h"
 #include "brio/brio.h"
 #include "brio/briolib.h"
 #include "brio/wabs.h"

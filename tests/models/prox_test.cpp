@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "base/clock.h"
-#include "base/words.h"
+#include "base/relaxed.h"
 #include "brio/brio.h"
 #include "brio/prox.h"
 #include "support/random.h"

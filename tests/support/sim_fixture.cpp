@@ -1,6 +1,6 @@
 #include "support/sim_fixture.h"
 
-#include "base/words.h"
+#include "base/relaxed.h"
 #include "brio/brio.h"
 
 void SimFixture::SetUp() {

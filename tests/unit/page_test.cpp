@@ -12,7 +12,7 @@
 namespace {
 
 using namespace brio::names;
-using brio::page::Writer;
+using brio::TextWriter;
 
 // Other programs read the names: none may change unnoticed.
 TEST(Page, NamesStay) {
@@ -45,7 +45,7 @@ TEST(Page, CopiesStaticInfo) {
     EXPECT_EQ(pwrite(memory, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
     brio::InputFile file(memory);
     char buffer[4096] = "";
-    Writer page(buffer, room ? sizeof buffer : 0);
+    TextWriter page(buffer, room ? sizeof buffer : 0);
     brio::page::write_static_info(page, &file);
     EXPECT_EQ(room ? text : "", buffer);
     EXPECT_TRUE(room || lseek(memory, 0, SEEK_CUR) == 0);

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "base/masked.h"
+#include "base/log_text.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <vector>
 
-#include "base/words.h"
+#include "base/relaxed.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/brio_module.h"

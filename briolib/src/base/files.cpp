@@ -70,6 +70,34 @@ int open_output(const char* device_path, int flags, mode_t mode) {
   return prv_unless(error, fd);
 }
 
+size_t write_all(int fd, const char* data, size_t size) {
+  size_t done = 0;
+  while (done < size) {
+    errno = 0;
+    const ssize_t count = write(fd, data + done, size - done);
+    if (count > 0) {
+      done += static_cast<size_t>(count);
+    } else if (errno != EINTR) {
+      break;
+    }
+  }
+  return done;
+}
+
+size_t read_all(int fd, char* data, size_t size) {
+  size_t done = 0;
+  while (done < size) {
+    errno = 0;
+    const ssize_t count = read(fd, data + done, size - done);
+    if (count > 0) {
+      done += static_cast<size_t>(count);
+    } else if (errno != EINTR) {
+      break;
+    }
+  }
+  return done;
+}
+
 InputFile::InputFile(const char* device_path)
     : fd_(open_input(DevicePath(device_path).c_str())), name_(device_path) {
   if (!fd_.valid() && errno != ENOENT) fail();

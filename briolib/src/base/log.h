@@ -11,7 +11,7 @@
 #include <stdarg.h>
 #include <syslog.h>
 
-#include "base/words.h"
+#include "base/relaxed.h"
 #include "brio/brio.h"
 #include "brio/brio_log_bits.h"
 

@@ -1,7 +1,7 @@
 #include "base/own_threads.h"
 
 #include "base/log.h"
-#include "base/words.h"
+#include "base/relaxed.h"
 
 constexpr char kLogTag[] = "briolib/src/base";
 

@@ -4,7 +4,7 @@
 #include "base/guards.h"
 #include "base/log.h"
 #include "base/own_threads.h"
-#include "base/words.h"
+#include "base/relaxed.h"
 #include "brio/briolib.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";

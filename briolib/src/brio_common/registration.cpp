@@ -5,8 +5,8 @@
 #include <string.h>
 
 #include "base/log.h"
+#include "base/relaxed.h"
 #include "base/text.h"
-#include "base/words.h"
 #include "brio/brio_at.h"
 #include "brio_common/facts.h"
 #include "brio_common/shared_data.h"

@@ -7,6 +7,6 @@ namespace brio {
 enum Domain { kCs, kPs };
 
 // Stores and logs the text after a registration line's name, cut up in place. May raise events.
-void registration_line(Domain domain, char* payload, bool is_query);
+void registration_line(Domain which, char* payload, bool is_query);
 
 }  // namespace brio

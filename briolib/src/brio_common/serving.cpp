@@ -4,7 +4,7 @@
 #include <string.h>
 
 #include "base/log.h"
-#include "base/masked.h"
+#include "base/log_text.h"
 #include "base/text.h"
 #include "brio/brio_at.h"
 #include "brio_common/shared_data.h"

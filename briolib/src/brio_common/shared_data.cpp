@@ -6,8 +6,8 @@
 #include <string.h>
 
 #include "base/log.h"
+#include "base/relaxed.h"
 #include "base/text.h"
-#include "base/words.h"
 #include "brio/brio_at.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";

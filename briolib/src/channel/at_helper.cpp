@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "base/log.h"
-#include "base/masked.h"
+#include "base/log_text.h"
 #include "brio/brio_at.h"
 
 constexpr char kLogTag[] = "briolib/src/at_helper";

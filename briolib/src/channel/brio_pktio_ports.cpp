@@ -9,31 +9,17 @@
 #include "base/control_sockets.h"
 #include "base/log.h"
 #include "base/paths.h"
+#include "base/serial.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_pktio";
 
 namespace brio {
 namespace {
 
-constexpr speed_t kBaudRate = B921600;
-
-// Raw bytes; a read takes what is there and never waits.
-void prv_set_raw(int fd) {
-  termios attributes;
-  if (tcgetattr(fd, &attributes) != 0) return;
-  cfmakeraw(&attributes);
-  attributes.c_cflag |= CLOCAL | CREAD;
-  attributes.c_cc[VMIN] = 0;
-  attributes.c_cc[VTIME] = 0;
-  cfsetispeed(&attributes, kBaudRate);
-  cfsetospeed(&attributes, kBaudRate);
-  tcsetattr(fd, TCSANOW, &attributes);
-}
-
 // A serial port, ready for use, or -1 with errno. Non-blocking, because an open must not wait for a carrier.
 int prv_open_serial(const char* path) {
   int fd = open_device(path, O_RDWR | O_NOCTTY | O_NONBLOCK);
-  if (fd >= 0) prv_set_raw(fd);
+  if (fd >= 0) set_raw(fd);
   return fd;
 }
 

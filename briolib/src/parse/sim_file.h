@@ -4,7 +4,7 @@
 
 #include <stdint.h>
 
-#include "base/masked.h"
+#include "base/log_text.h"
 #include "brio/brio_types.h"
 
 namespace brio::parse {

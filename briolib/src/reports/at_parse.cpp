@@ -2,7 +2,7 @@
 #include <string.h>
 
 #include "base/log.h"
-#include "base/masked.h"
+#include "base/log_text.h"
 #include "brio/briolib.h"
 #include "parse/sim_file.h"
 #include "reports/report_table.h"

@@ -1,7 +1,7 @@
 // The table of library event callbacks.
 #include "base/log.h"
 #include "base/own_threads.h"
-#include "base/words.h"
+#include "base/relaxed.h"
 #include "brio/brio.h"
 #include "brio/briolib.h"
 

@@ -8,7 +8,7 @@
 #include "base/clock.h"
 #include "base/guards.h"
 #include "base/log.h"
-#include "base/words.h"
+#include "base/relaxed.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"

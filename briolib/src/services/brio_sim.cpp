@@ -6,7 +6,7 @@
 
 #include "base/guards.h"
 #include "base/log.h"
-#include "base/masked.h"
+#include "base/log_text.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"

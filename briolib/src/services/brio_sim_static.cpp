@@ -6,7 +6,7 @@
 #include "base/guards.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/words.h"
+#include "base/relaxed.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"

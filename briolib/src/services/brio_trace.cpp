@@ -5,7 +5,6 @@
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/select.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include "base/clock.h"
@@ -15,6 +14,7 @@
 #include "base/log.h"
 #include "base/own_threads.h"
 #include "base/paths.h"
+#include "base/serial.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
@@ -72,21 +72,11 @@ void prv_release() {
 // ---- Copy thread
 
 void prv_write_block(int log, const char* block, size_t size) {
-  size_t written = 0;
-  while (written < size) {
-    ssize_t count = write(log, block + written, size - written);
-    if (count > 0) {
-      written += static_cast<size_t>(count);
-      continue;
-    }
-    if (count < 0 && errno == EINTR) continue;
-    // Whatever the reason, it is reported as a full disk, and once only.
-    if (s_disk_full_reported == 0) {
-      s_disk_full_reported = 1;
-      BLIB_E("brio_writeline:bytes=%zu:write error: No space left on device\n", written);
-    }
-    return;
-  }
+  const size_t written = write_all(log, block, size);
+  // Whatever the reason, it is reported as a full disk, and once only.
+  if (written == size || s_disk_full_reported != 0) return;
+  s_disk_full_reported = 1;
+  BLIB_E("brio_writeline:bytes=%zu:write error: No space left on device\n", written);
 }
 
 // One block from the port to the file; false when the port is lost.
@@ -142,9 +132,11 @@ void prv_copy_until_stopped(int port, int stop, int log) {
 
 void* prv_log_rw_thread(void*) {
   this_thread_is(Thread::kTrace);
-  pthread_mutex_lock(&s_capture_mutex);
-  Capture own = s_capture;
-  pthread_mutex_unlock(&s_capture_mutex);
+  Capture own;
+  {
+    MutexGuard guard(s_capture_mutex);
+    own = s_capture;
+  }
   prv_copy_until_stopped(own.port, own.sockets[0], own.log);
   prv_release();
   return nullptr;
@@ -169,19 +161,6 @@ class PortLock {
   int port_;
 };
 
-void prv_configure_port(int port) {
-  fcntl(port, F_SETFL, 0);
-  termios settings;
-  if (tcgetattr(port, &settings) != 0) return;
-  cfmakeraw(&settings);
-  settings.c_cflag |= CLOCAL | CREAD;
-  settings.c_cc[VMIN] = 0;
-  settings.c_cc[VTIME] = 0;
-  cfsetispeed(&settings, B921600);
-  cfsetospeed(&settings, B921600);
-  tcsetattr(port, TCSANOW, &settings);
-}
-
 uint32_t prv_read_log_from_tst(const char* log_path) {
   Descriptor port(open_device(kTracePort, O_RDWR | O_NOCTTY | O_NONBLOCK));
   if (!port.valid() || port.get() >= FD_SETSIZE) {
@@ -193,7 +172,8 @@ uint32_t prv_read_log_from_tst(const char* log_path) {
     return BRIO_STATUS_FATAL;
   }
   PortLock lock(port.get());
-  prv_configure_port(port.get());
+  fcntl(port.get(), F_SETFL, 0);
+  set_raw(port.get());
   // O_APPEND: a second start within the same second continues the earlier trace.
   Descriptor log(open_output(log_path, O_WRONLY | O_APPEND, kTraceFileMode));
   if (!log.valid()) {
@@ -206,12 +186,10 @@ uint32_t prv_read_log_from_tst(const char* log_path) {
     return BRIO_STATUS_FAILURE;
   }
   lock.keep();
-  pthread_mutex_lock(&s_capture_mutex);
-  s_capture.port = port.release();
-  s_capture.sockets[0] = sockets[0];
-  s_capture.sockets[1] = sockets[1];
-  s_capture.log = log.release();
-  pthread_mutex_unlock(&s_capture_mutex);
+  {
+    MutexGuard guard(s_capture_mutex);
+    s_capture = {port.release(), {sockets[0], sockets[1]}, log.release()};
+  }
   int error = start_thread(&s_thread, prv_log_rw_thread, nullptr);
   if (error != 0) {
     BLIB_E("brio_read_log_from_tst:err=%d:cant create thread\n", error);
@@ -281,6 +259,21 @@ uint32_t prv_apply_filter(const char* filter_path) {
   return status;
 }
 
+// ---- Stop
+
+void prv_request_stop() {
+  MutexGuard guard(s_capture_mutex);
+  int* stop = &s_capture.sockets[1];
+  if (!send_stop(*stop)) {
+    BLIB_W("brio_trace_log_shutdown:errno=%d:unable to write to socket pair\n", errno);
+    if (*stop != -1) {
+      BLIB_E("brio_trace_log_shutdown:write:error on socket pair\n");
+      // The end of stream stops the thread, which then releases the rest.
+      hang_up(stop);
+    }
+  }
+}
+
 }  // namespace
 
 uint32_t brio_trace_tst_log(const char* filter_path, const char* log_prefix) {
@@ -303,17 +296,7 @@ uint32_t brio_trace_tst_log(const char* filter_path, const char* log_prefix) {
 
 void brio_trace_tst_stop() {
   if (refused_here("brio_trace_tst_stop") || s_running <= 0) return;
-  pthread_mutex_lock(&s_capture_mutex);
-  int* stop = &s_capture.sockets[1];
-  if (!send_stop(*stop)) {
-    BLIB_W("brio_trace_log_shutdown:errno=%d:unable to write to socket pair\n", errno);
-    if (*stop != -1) {
-      BLIB_E("brio_trace_log_shutdown:write:error on socket pair\n");
-      // The end of stream stops the thread, which then releases the rest.
-      hang_up(stop);
-    }
-  }
-  pthread_mutex_unlock(&s_capture_mutex);
+  prv_request_stop();
   join_thread(s_thread);
   s_running = 0;
 }

@@ -3,7 +3,7 @@
 #include <stddef.h>
 
 #include "base/log.h"
-#include "base/masked.h"
+#include "base/log_text.h"
 #include "base/text.h"
 #include "brio/briolib.h"
 #include "brio_common/shared_data.h"

@@ -1,41 +1,27 @@
 #include "services/static_info.h"
 
-#include <stdarg.h>
-#include <stdio.h>
+#include <errno.h>
+#include <string.h>
 
 #include "base/enum_table.h"
+#include "base/files.h"
+#include "base/guards.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/text_writer.h"
+#include "brio/briolib.h"
+#include "brio_common/shared_data.h"
+
+constexpr char kLogTag[] = "briolib/src/brio_log";
 
 namespace brio {
 namespace {
 
+constexpr mode_t kFileMode = 0644;
 constexpr uint16_t kEntriesPerLine = 5;
 
 constexpr enum_pair kAccessTechnologies[] = {
     {1, "G"}, {2, "W"}, {4, "L"}, {6, "LW"}, {5, "LG"}, {3, "WG"}, {7, "LWG"},
-};
-
-// Appends while there is room.
-class Writer {
- public:
-  Writer(char* text, size_t capacity) : text_(text), room_(capacity) { *text_ = '\0'; }
-
-  __attribute__((format(printf, 2, 3))) void print(const char* format, ...) {
-    if (room_ == 0) return;
-    va_list arguments;
-    va_start(arguments, format);
-    int length = vsnprintf(text_, room_, format, arguments);
-    va_end(arguments);
-    if (length < 0 || static_cast<size_t>(length) >= room_) {
-      room_ = 0;
-      return;
-    }
-    text_ += length;
-    room_ -= static_cast<size_t>(length);
-  }
-
- private:
-  char* text_;
-  size_t room_;
 };
 
 const char* access_technology(uint8_t mask) {
@@ -44,35 +30,76 @@ const char* access_technology(uint8_t mask) {
   return name != nullptr ? name : "Null";
 }
 
-void print_list(Writer* writer, const char* heading, const plmn_entry* entries, uint16_t count,
+void print_list(TextWriter* writer, const char* heading, const plmn_entry* entries, uint16_t count,
                 uint16_t capacity) {
   if (count == 0) return;
   // The count tells what the SIM held, which may be more than was kept.
   if (count > capacity) count = capacity;
-  writer->print("%s", heading);
+  writer->add("%s", heading);
   for (uint16_t i = 0; i < count; i++) {
     const plmn_entry& entry = entries[i];
-    writer->print("%3.3s%3.3s%-3s", entry.mcc, entry.mnc, access_technology(entry.access_tech));
+    writer->add("%3.3s%3.3s%-3s", entry.mcc, entry.mnc, access_technology(entry.access_tech));
     if (i + 1 == count) {
-      writer->print("\n");
+      writer->add("\n");
     } else {
-      writer->print("%s", (i + 1) % kEntriesPerLine == 0 ? "\n      " : " ");
+      writer->add("%s", (i + 1) % kEntriesPerLine == 0 ? "\n      " : " ");
     }
   }
 }
 
 }  // namespace
 
+uint8_t g_sim_info_hash[16];
+
 void static_info_text(const sim_plmn_data& plmn, const sim_info_data& info, char text[kStaticInfoSize]) {
-  Writer writer(text, kStaticInfoSize);
+  TextWriter writer(text, kStaticInfoSize);
   print_list(&writer, "UPLMN: ", plmn.uplmn, plmn.uplmn_count, BRIO_UPLMN_MAX);
   print_list(&writer, "OPLMN: ", plmn.oplmn, plmn.oplmn_count, BRIO_OPLMN_MAX);
   print_list(&writer, "FPLMN: ", plmn.fplmn, plmn.fplmn_count, BRIO_FPLMN_MAX);
   print_list(&writer, "HPLMN: ", plmn.hplmn, plmn.hplmn_count, BRIO_HPLMN_MAX);
   print_list(&writer, "EHPLMN: ", plmn.ehplmn, plmn.ehplmn_count, BRIO_EHPLMN_MAX);
-  writer.print("PSLOCI: %.*s\n", static_cast<int>(sizeof(info.psloci) - 1), info.psloci);
-  writer.print("LOCI: %.*s\n", static_cast<int>(sizeof(info.loci) - 1), info.loci);
-  writer.print("EPSLOCI: %.*s\n", static_cast<int>(sizeof(info.epsloci) - 1), info.epsloci);
+  writer.add("PSLOCI: %.*s\n", static_cast<int>(sizeof(info.psloci) - 1), info.psloci);
+  writer.add("LOCI: %.*s\n", static_cast<int>(sizeof(info.loci) - 1), info.loci);
+  writer.add("EPSLOCI: %.*s\n", static_cast<int>(sizeof(info.epsloci) - 1), info.epsloci);
 }
 
 }  // namespace brio
+
+using namespace brio;
+
+void briolib_log_dump_static_info(void) {
+  BLIB_D(BRIO_LOG_DEBUG, "briolib_log_dump_static_info \n\n");
+  sim_plmn_data plmn = {};
+  sim_info_data info = {};
+  {
+    StaticDataLock lock;
+    briolib_get_sim_plmn_data(&plmn);
+    briolib_get_sim_info_data(&info);
+  }
+  char text[kStaticInfoSize];
+  static_info_text(plmn, info, text);
+
+  const size_t length = strlen(text);
+
+  const char* const strings[] = {text};
+  uint8_t digest[sizeof(g_sim_info_hash)];
+  if (briolib_get_md5_hash(strings, 1, digest) == 0) {
+    BLIB_E("briolib_log_dump_static_info::ERR:get_md5_hash failed\n");
+    return;
+  }
+  if (memcmp(digest, g_sim_info_hash, sizeof(digest)) == 0) return;
+
+  Descriptor file(open_output(kStaticInfoFile, O_WRONLY | O_TRUNC, kFileMode));
+  if (!file.valid()) {
+    BLIB_E("briolib_log_dump_static_info::ERR:log_file_handle NULL file_path=%s\n", kStaticInfoFile);
+    return;
+  }
+  memcpy(g_sim_info_hash, digest, sizeof(digest));
+  briolib_set_sim_info_md5_status(1);
+  if (write_all(file.get(), text, length) != length) {
+    BLIB_E("briolib_log_dump_static_info:file_path=%s,errno=%d:cant write static info\n", kStaticInfoFile,
+           errno);
+    // The file holds neither the old nor the new text: with an unknown digest the next dump writes again.
+    memset(g_sim_info_hash, 0, sizeof(g_sim_info_hash));
+  }
+}

@@ -51,35 +51,6 @@ bool prv_three_digits(const char* mcc) {
   return strlen(mcc) == kMccDigits && strspn(mcc, "0123456789") == kMccDigits;
 }
 
-// Reads until `size` bytes are there; false on an error or a file that ends before (errno is 0 then).
-bool prv_read_whole(int fd, char* data, size_t size) {
-  size_t done = 0;
-  while (done < size) {
-    errno = 0;
-    ssize_t count = read(fd, data + done, size - done);
-    if (count > 0) {
-      done += static_cast<size_t>(count);
-    } else if (count == 0 || errno != EINTR) {
-      return false;
-    }
-  }
-  return true;
-}
-
-bool prv_write_whole(int fd, const char* data, size_t size) {
-  size_t done = 0;
-  while (done < size) {
-    errno = 0;
-    ssize_t count = write(fd, data + done, size - done);
-    if (count > 0) {
-      done += static_cast<size_t>(count);
-    } else if (count == 0 || errno != EINTR) {
-      return false;
-    }
-  }
-  return true;
-}
-
 void prv_cannot_open() {
   MODULE_E("brio:openfile:name=\"%s\",errno=%d:can't open file", kMccFile, errno);
 }
@@ -97,7 +68,7 @@ bool prv_differs_from_file(const char* mcc) {
     return false;
   }
   char previous[kMccDigits + 1] = {};
-  if (!prv_read_whole(file.get(), previous, kMccDigits)) {
+  if (read_all(file.get(), previous, kMccDigits) != kMccDigits) {
     MODULE_E("brio:readfile:name=\"%s\",errno=%d:can't read file", kMccFile, errno);
     return false;
   }
@@ -113,7 +84,7 @@ void prv_report_mcc_change(const char* mcc) {
   Descriptor file(open_output(kMccFile, O_WRONLY, kMccFileMode));
   if (!file.valid()) {
     prv_cannot_open();
-  } else if (!prv_write_whole(file.get(), mcc, kMccDigits)) {
+  } else if (write_all(file.get(), mcc, kMccDigits) != kMccDigits) {
     MODULE_E("brio:writefile:name=\"%s\",errno=%d:can't write file", kMccFile, errno);
     // A file that is too short cannot be read, so it would never be written again.
     if (lseek(file.get(), 0, SEEK_END) < static_cast<off_t>(kMccDigits)) {

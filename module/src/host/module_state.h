@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "base/words.h"
+#include "base/relaxed.h"
 #include "brio/brio.h"
 #include "brio/wabs.h"
 #include "module_log.h"

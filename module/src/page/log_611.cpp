@@ -26,7 +26,6 @@ using page::NetInfo;
 using page::PageInput;
 using page::TrafficSample;
 using page::View;
-using page::Writer;
 
 constexpr uint32_t kFullView = 1;
 
@@ -68,7 +67,7 @@ void brio_module_update_ppp(NetInfo* net) {
   s_previous_sample = now;
 }
 
-void prv_static_info(Writer& page) {
+void prv_static_info(TextWriter& page) {
   if (page.room() == 0) return;
   if (!s_static_info_read) {
     uint32_t status = brio_get_sim_static_info(1);
@@ -87,7 +86,7 @@ void prv_static_info(Writer& page) {
   page::write_static_info(page, &file);
 }
 
-void prv_brio_get611_display(Writer& page, const atcmd_snapshot& snapshot, View view) {
+void prv_brio_get611_display(TextWriter& page, const atcmd_snapshot& snapshot, View view) {
   sim_info_data sim;
   {
     StaticDataLock lock;
@@ -114,7 +113,7 @@ uint32_t brio_module_get_log_string(char* buffer, uint32_t* size, uint32_t mode)
   }
   uint32_t no_size = 0;
   if (size == nullptr) size = &no_size;
-  Writer page(buffer, *size);
+  TextWriter page(buffer, *size);
 
   atcmd_snapshot snapshot;
   uint32_t status = briolib_get_atcmd_snapshot(&snapshot, 0);

@@ -1,8 +1,6 @@
 #include "page/log_611_sections.h"
 
 #include <limits.h>
-#include <stdarg.h>
-#include <stdio.h>
 #include <string.h>
 
 #include "base/guards.h"
@@ -37,7 +35,7 @@ Reject prv_reject(const atcmd_snapshot& snapshot, RejectIndex index) {
           snapshot.reject_words[2 * index + 1]};
 }
 
-void prv_modem(Writer& page, const PageInput& input) {
+void prv_modem(TextWriter& page, const PageInput& input) {
   const atcmd_snapshot& s = *input.snapshot;
   const char* sim_status = name_of(names::kSimStatus, s.sim_status);
   const char* wan_type = name_of(names::kWanType, s.wan_type);
@@ -65,7 +63,7 @@ void prv_modem(Writer& page, const PageInput& input) {
   }
 }
 
-void prv_registration(Writer& page, const PageInput& input) {
+void prv_registration(TextWriter& page, const PageInput& input) {
   const atcmd_snapshot& s = *input.snapshot;
   page.add(
       "3  ******** STATUS ******** \n"
@@ -75,7 +73,7 @@ void prv_registration(Writer& page, const PageInput& input) {
       name_of(names::kRegistrationStatus, s.ps_reg_status), s.ps_reg_status);
 }
 
-void prv_network_full(Writer& page, const atcmd_snapshot& s, int nmo) {
+void prv_network_full(TextWriter& page, const atcmd_snapshot& s, int nmo) {
   const char* mode = name_of(names::kSelectionMode, s.snapshot_mode);
   const char* rat = name_of(names::kRat, s.rat);
   // The band number comes with the registration reports of this hardware only.
@@ -105,7 +103,7 @@ void prv_network_full(Writer& page, const atcmd_snapshot& s, int nmo) {
   }
 }
 
-void prv_network_masked(Writer& page, const atcmd_snapshot& s, int nmo) {
+void prv_network_masked(TextWriter& page, const atcmd_snapshot& s, int nmo) {
   char band[sizeof(s.band_text)];
   copy_text(band, sizeof(band), s.band_text);
   mask_band(band);
@@ -119,7 +117,7 @@ void prv_network_masked(Writer& page, const atcmd_snapshot& s, int nmo) {
   if (s.rat != kRatLte) page.add("4.4 Network Op Mode: %d \n", nmo);
 }
 
-void prv_network(Writer& page, const PageInput& input) {
+void prv_network(TextWriter& page, const PageInput& input) {
   const atcmd_snapshot& s = *input.snapshot;
   const int nmo = s.nmo == kNmoUnknown ? kNmoUnknown : s.nmo + 1;
   if (input.view == View::kFull) {
@@ -147,7 +145,7 @@ constexpr SignalScale kRsrp = {
 constexpr SignalScale kRscp = {
     96, 121, "5.3 RSCP: < -120 ", "5.3 RSCP: %d ", "5.3 RSCP: >= -25 ", "5.3 RSCP: N/A "};
 
-void prv_signal(Writer& page, const SignalScale& scale, int32_t raw) {
+void prv_signal(TextWriter& page, const SignalScale& scale, int32_t raw) {
   if (raw < 1) {
     page.add("%s", scale.below);
   } else if (raw < scale.top) {
@@ -159,7 +157,7 @@ void prv_signal(Writer& page, const SignalScale& scale, int32_t raw) {
 
 // Half decibels above -24. The integer part loses its sign between -1 and 0, and 48 prints as 0.5: both are
 // kept.
-void prv_ecio(Writer& page, int32_t raw) {
+void prv_ecio(TextWriter& page, int32_t raw) {
   if (raw < 1) {
     page.add("ECIO: < -24 \n");
   } else if (raw <= 48) {
@@ -171,7 +169,7 @@ void prv_ecio(Writer& page, int32_t raw) {
   }
 }
 
-void prv_rf_status(Writer& page, const PageInput& input) {
+void prv_rf_status(TextWriter& page, const PageInput& input) {
   const atcmd_snapshot& s = *input.snapshot;
   if (input.view == View::kFull) {
     page.add("5  ******** RF STATUS ********\n5.1 RAT: %s (%d) \n", name_of(names::kRat, s.rat), s.rat);
@@ -204,7 +202,7 @@ void prv_rf_status(Writer& page, const PageInput& input) {
   page.add("5.4 SAR Pwr backoff: %s\n", name_of(names::kSarMode, static_cast<uint32_t>(input.sar_mode)));
 }
 
-void prv_status_lte(Writer& page, const PageInput& input) {
+void prv_status_lte(TextWriter& page, const PageInput& input) {
   const atcmd_snapshot& s = *input.snapshot;
   const Reject emm = prv_reject(s, kEmm);
   const Reject esm = prv_reject(s, kEsm);
@@ -228,7 +226,7 @@ void prv_status_lte(Writer& page, const PageInput& input) {
            name_of(names::kEsmRejectCause, esm.cause), esm.cause, esm.mcc, esm.mnc);
 }
 
-void prv_status_gsm_wcdma(Writer& page, const PageInput& input) {
+void prv_status_gsm_wcdma(TextWriter& page, const PageInput& input) {
   const atcmd_snapshot& s = *input.snapshot;
   const Reject cs = prv_reject(s, kCs);
   const Reject ps = prv_reject(s, kPs);
@@ -278,7 +276,7 @@ void prv_mask_unless_status(char* address) {
   mask_ip_address(address);
 }
 
-void prv_addresses(Writer& page, const NetInfo& net, const char* address, const char* destination) {
+void prv_addresses(TextWriter& page, const NetInfo& net, const char* address, const char* destination) {
   page.add(
       "IP address: %s\n"
       "Dest ip address: %s\n"
@@ -287,7 +285,7 @@ void prv_addresses(Writer& page, const NetInfo& net, const char* address, const 
       address, destination, net.rx_bytes, net.tx_bytes, prv_clamp(net.rx_rate), prv_clamp(net.tx_rate));
 }
 
-bool prv_wwan(Writer& page, const PageInput& input) {
+bool prv_wwan(TextWriter& page, const PageInput& input) {
   const NetInfo& net = *input.net;
   page.add("******** WWAN Info ********\n");
   if (input.view == View::kFull) {
@@ -306,22 +304,7 @@ bool prv_wwan(Writer& page, const PageInput& input) {
 
 }  // namespace
 
-void Writer::add(const char* format, ...) {
-  if (buffer_ == nullptr || room_ == 0) return;
-  // A longer write than INT_MAX cannot be made, so no larger limit is needed.
-  const size_t limit = room_ < INT_MAX ? room_ : INT_MAX;
-  va_list arguments;
-  va_start(arguments, format);
-  int length = vsnprintf(buffer_ + (capacity_ - room_), limit, format, arguments);
-  va_end(arguments);
-  if (length < 0 || static_cast<size_t>(length) >= limit) {
-    room_ = 0;
-  } else {
-    room_ -= static_cast<uint32_t>(length);
-  }
-}
-
-bool write_sections(Writer& page, const PageInput& input) {
+bool write_sections(TextWriter& page, const PageInput& input) {
   prv_modem(page, input);
   prv_registration(page, input);
   prv_network(page, input);
@@ -336,7 +319,7 @@ bool write_sections(Writer& page, const PageInput& input) {
   return true;
 }
 
-void write_static_info(Writer& page, InputFile* file) {
+void write_static_info(TextWriter& page, InputFile* file) {
   char line[kStaticInfoLine];
   while (page.room() > 0 && file->line(line, sizeof(line)) > 0) page.add("%s", line);
 }

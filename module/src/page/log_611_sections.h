@@ -5,29 +5,11 @@
 #include <stdint.h>
 
 #include "base/files.h"
+#include "base/text_writer.h"
 #include "brio/brio_types.h"
 #include "page/log_611_net.h"
 
 namespace brio::page {
-
-// Appends formatted text to a caller's buffer. The first write that does not fit leaves what fits of it,
-// NUL-terminated, and uses up all room; later writes do nothing. So the buffer always holds the first
-// characters of the whole page. A null buffer or a capacity of 0 takes nothing.
-class Writer {
- public:
-  Writer(char* buffer, uint32_t capacity) : buffer_(buffer), capacity_(capacity), room_(capacity) {}
-
-  void add(const char* format, ...) __attribute__((format(printf, 2, 3)));
-
-  // Bytes left, the terminating NUL of what stands there included.
-  uint32_t room() const { return room_; }
-  uint32_t written() const { return capacity_ - room_; }
-
- private:
-  char* buffer_;
-  uint32_t capacity_;
-  uint32_t room_;
-};
 
 enum class View { kMasked, kFull };
 
@@ -41,9 +23,9 @@ struct PageInput {
 
 // Everything up to and with the heading of the PLMN section. False when memory for a masked address was
 // short; the page ends there.
-bool write_sections(Writer& page, const PageInput& input);
+bool write_sections(TextWriter& page, const PageInput& input);
 
 // What stands below that heading: `file` line by line, as far as there is room.
-void write_static_info(Writer& page, InputFile* file);
+void write_static_info(TextWriter& page, InputFile* file);
 
 }  // namespace brio::page

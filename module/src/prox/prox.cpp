@@ -16,7 +16,7 @@
 #include "base/guards.h"
 #include "base/own_threads.h"
 #include "base/paths.h"
-#include "base/words.h"
+#include "base/relaxed.h"
 #include "brio/brio.h"
 #include "module_log.h"
 #include "prox/prox_state.h"
@@ -312,6 +312,12 @@ void prv_let_go_of_monitor() {
   s_sockets[0] = -1;
 }
 
+// 0, or the errno of a "STOP" that could not be sent.
+int prv_request_stop() {
+  MutexGuard guard(s_sockets_mutex);
+  return send_stop(s_sockets[1]) ? 0 : errno;
+}
+
 // False when there was no thread to join.
 bool prv_join_monitor() {
   if (!s_thread_started) return false;
@@ -359,10 +365,11 @@ uint32_t prox_open() {
     prv_disable_sensor();
     return 5;
   }
-  pthread_mutex_lock(&s_sockets_mutex);
-  s_sockets[0] = sockets[0];
-  s_sockets[1] = sockets[1];
-  pthread_mutex_unlock(&s_sockets_mutex);
+  {
+    MutexGuard guard(s_sockets_mutex);
+    s_sockets[0] = sockets[0];
+    s_sockets[1] = sockets[1];
+  }
 
   prox::start_run(&s_state);
   relaxed_store(g_pre_sar_mode, static_cast<int32_t>(BRIO_SAR_INIT));
@@ -387,11 +394,8 @@ void prox_close() {
     prv_not_closed_properly();
     return;
   }
-  pthread_mutex_lock(&s_sockets_mutex);
-  bool sent = send_stop(s_sockets[1]);
-  int error = errno;
-  pthread_mutex_unlock(&s_sockets_mutex);
-  if (!sent) {
+  const int error = prv_request_stop();
+  if (error != 0) {
     MODULE_E("proxlib:sockpair:errno=%d:can't access s_sockets[1]", error);
     if (error != EBADF) {
       prv_not_closed_properly();

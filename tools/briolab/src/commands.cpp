@@ -9,7 +9,7 @@
 #include <regex>
 #include <sstream>
 
-#include "base/words.h"
+#include "base/relaxed.h"
 #include "brio/brio.h"
 #include "brio/brio_module.h"
 #include "brio/briolib.h"

@@ -9,7 +9,7 @@
 #include <tuple>
 #include <type_traits>
 
-#include "base/words.h"
+#include "base/relaxed.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/brio_module.h"

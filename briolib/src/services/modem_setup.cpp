@@ -4,7 +4,7 @@
 
 #include "base/files.h"
 #include "base/log.h"
-#include "base/masked.h"
+#include "base/log_text.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "brio/brio.h"

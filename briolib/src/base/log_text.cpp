@@ -1,4 +1,4 @@
-#include "base/masked.h"
+#include "base/log_text.h"
 
 #include <stddef.h>
 #include <string.h>
