@@ -4,40 +4,23 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
 
 #include "kit/exact_text.h"
 #include "kit/log.h"
+#include "require.h"
 
 namespace fuzz {
 
 using Bytes = std::string_view;
 
-inline void require(bool holds, const char* what = "", const char* file = __builtin_FILE(),
-                    int line = __builtin_LINE()) {
-  if (holds) return;
-  fprintf(stderr, "%s:%d: does not hold %s\n", file, line, what);
-  abort();
-}
-
-// The texts end inside their fields.
-template <size_t... N>
-void require_text(const char (&... texts)[N]) {
-  (require(memchr(texts, '\0', N) != nullptr), ...);
-}
-
 // A writable copy of a text up to its first NUL, in a heap block that ends with its NUL.
 struct Text : ExactText {
   explicit Text(Bytes bytes)
-      : ExactText(std::string(bytes.substr(0, bytes.find('\0')))), length(strlen(get())) {
-    commas = static_cast<size_t>(std::count(get(), get() + length, ','));
-  }
-  bool holds(const char* place) { return !place || (place >= get() && place <= get() + length); }
-  size_t length, commas;
+      : ExactText(std::string(bytes.substr(0, bytes.find('\0')))), length(strlen(get())) {}
+  size_t length;
 };
 
 // Takes what comes up to `end`, which is dropped, or all there is.

@@ -2,8 +2,6 @@
 // docs/briolab.md. What cannot be run is left out. An input that begins with "# threads" has the library's
 // threads and the modem's ports; below any other one the packet layer is replaced: a request is answered at
 // once and on the caller's thread.
-#include <regex.h>
-
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
@@ -16,88 +14,73 @@
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "brio/wabs.h"
+#include "functions.h"
 #include "fuzz.h"
 #include "kit/calls.h"
 #include "kit/clock.h"
 #include "kit/process.h"
 #include "kit_commands.h"
-#include "record.h"
 #include "session.h"
 
 namespace fuzz {
 
-using lab::Arguments;
 using lab::Session;
 
 constexpr size_t kCommandsMax = 64;
 
-// ---- What the functions may answer (abi/operations.def)
+// ---- What the shared modem-data record, the SIM blocks and the events may look like, whatever a modem sent
 
-enum Check { kNone, kPlain, kNull, kHost, kHostNull, kGated };
-
-struct Function {
-  const char* name;
-  Check check;
-  const char* answer = "";
-  long long least = 0;
-};
-
-#define ANY "( untouched| \".*\")"
-constexpr Function kFunctions[] = {
-#define OPERATION(result, name, arguments, session, ...) {#name, __VA_ARGS__},
-#include "operations.def"
-};
-
-bool matches(const char* pattern, const std::string& line) {
-  static std::mutex s_mutex;  // asynchronous calls end on their own threads
-  const std::lock_guard<std::mutex> guard(s_mutex);
-  static auto& s_compiled = *new std::map<const char*, regex_t>;
-  auto [found, fresh] = s_compiled.try_emplace(pattern);
-  const std::string whole = std::string("^(") + pattern + ")$";
-  require(!fresh || regcomp(&found->second, whole.c_str(), REG_EXTENDED | REG_NOSUB) == 0, pattern);
-  return regexec(&found->second, line.c_str(), 0, nullptr, 0) == 0;
+// The texts end inside their fields.
+template <size_t... N>
+void require_text(const char (&... texts)[N]) {
+  (require(memchr(texts, '\0', N) != nullptr), ...);
 }
 
-// A function that is called with these words and whose answer must be one that it may give.
-std::string checked(const Function& function, const lab::Call& call, Arguments& words) {
-  const auto all = Arguments(words).words();
-  for (const auto& word : all)
-    if (word.find("..") != std::string::npos) throw lab::UsageError("a path that leaves the root");
-  const bool null = std::count(all.begin(), all.end(), "null") != 0;
-  const bool closed = wabs_is_blib_open() == 0;
-  const std::string gate = std::to_string(briolib_check_library_status());
-  const std::string line = call(words), status = line.substr(0, line.find(' '));
-  const std::string told = std::string(function.name) + ": " + line;
-  const Check check = function.check;
-  if (closed && (check == kHost || check == kHostNull)) {
-    require(matches("1( untouched)*|1 \"[norvik]*\"", line), told.c_str());
-  } else if (null && (check == kNull || check == kHostNull)) {
-    require(matches("11( untouched)*", line), told.c_str());
-  } else if (check == kGated && gate != "0") {
-    require(status == gate || (status == "6" && matches(function.answer, line)), told.c_str());
-  } else if (check != kGated || status != std::to_string(briolib_check_library_status())) {
-    require(matches(function.answer, line), told.c_str());
+// Size of each event's data; the network time is announced with 4 bytes and has 16.
+uint32_t check_event(uint32_t id, uint32_t size, const void* data) {
+  static constexpr uint32_t kSizes[BRIO_EVENT_COUNT] = {4, 8, 4, 4, 0, 0, 2, 0, 0, 4};
+  require(id < BRIO_EVENT_COUNT && size == kSizes[id] && (size != 0) == (data != nullptr));
+  if (id == BRIO_EVENT_BARS_CHANGED) {
+    const int32_t bars = g_brio_lib_atcmd_data.bars;
+    require(memcmp(data, &bars, sizeof(bars)) == 0);
+  } else if (id == BRIO_EVENT_PDP_ACTIVATION_ALLOWED) {
+    require(memcmp(data, s_pdp_event, size) == 0);
+  } else if (id == BRIO_EVENT_TIME_INFO) {
+    require(memcmp(data, g_brio_lib_atcmd_data.time_info, sizeof(network_time)) == 0);
   }
-  if (function.least != 0 && status == "0") require(lab::to_number(all[0]) >= function.least, told.c_str());
-  return line;
+  return 0;
 }
 
-// Leaves those functions that are checked.
-void check_functions() {
-  std::map<std::string, lab::Call> table;
-  for (const auto& function : kFunctions) {
-    const std::string name = function.name;
-    const auto found = lab::calls().find(name);
-    if (found == lab::calls().end()) continue;
-    const bool host = name.rfind("wabs_", 0) == 0 || name.rfind("brio_", 0) == 0;
-    require(!host || function.check != kNone, function.name);
-    if (function.check == kNone) continue;
-    const auto run = [&function, call = found->second](Arguments& words) {
-      return checked(function, call, words);
-    };
-    table[name] = {run, found->second.words};
-  }
-  lab::calls() = table;
+void watch_events() {
+  for (uint32_t id = 0; id < BRIO_EVENT_COUNT; id++) brio_set_callback_for_event_id(id, check_event);
+}
+
+// Also that nobody holds a data mutex.
+void check_record() {
+  require(briolib_lock_urc_data_mutex() == 0);
+  const brio_atcmd_data& d = g_brio_lib_atcmd_data;
+  require_text(d.mcc, d.mnc, d.plmn_text, d.band_text);
+  require(d.cs_reg_status <= 3 && d.ps_reg_status <= 2 && d.rat_valid <= 1);
+  require(d.cops_mode >= -1 && d.cops_mode <= 1 && d.band <= 1900);
+  require(d.rat == 0xFF || d.rat_valid == 1);
+  require(d.reject_bytes[0] == 0 && d.spare_state == 0);
+  require(s_pdp_event[0] == s_pdp_event[1] && s_pdp_event[0] <= 1);
+  require(briolib_unlock_urc_data_mutex() == 0);
+}
+
+void check_sim_blocks() {
+  static sim_plmn_data plmn;
+  sim_info_data info;
+  require(briolib_lock_static_data_mutex() == 0);
+  require(briolib_get_sim_plmn_data(&plmn) == 0 && briolib_get_sim_info_data(&info) == 0);
+  require(briolib_unlock_static_data_mutex() == 0);
+  require_text(info.psloci, info.loci, info.epsloci, info.iccid);
+  const auto check_list = [](const auto& list) {
+    for (const plmn_entry& entry : list) require(entry.mcc[3] == '\0' && entry.mnc[3] == '\0');
+  };
+  const auto check_lists = [&](const auto&... lists) { (check_list(lists), ...); };
+  check_lists(plmn.uplmn, plmn.oplmn, plmn.fplmn, plmn.hplmn, plmn.ehplmn);
+  require(plmn.home_mcc[0] == '\0' && plmn.home_mnc[0] == '\0');  // derived in callers' copies only
 }
 
 // ---- The packet layer, replaced
@@ -249,11 +232,19 @@ void play(Session& session, Bytes input) {
   check_files(session, files);
 }
 
+// Functions that are not checked are no part of an input.
+void leave_checked() {
+  const auto known = check_functions();
+  auto& table = lab::calls();
+  for (auto each = table.begin(); each != table.end();)
+    each = known.count(each->first) != 0 ? std::next(each) : table.erase(each);
+}
+
 void run(Bytes input) {
   static bool s_prepared = false;
   const bool first = !std::exchange(s_prepared, true);
   if (first) lab::add_kit_commands();
-  if (first) check_functions();
+  if (first) leave_checked();
   wabs_set_log_mask(0);
   briolib_log_set_log_mask(0);
   briolib_set_sim_info_md5_status(1);
