@@ -1,5 +1,5 @@
-// What both halves of bench/endurance.cpp share: the device with its simulated modem, what the library can
-// know of it, the host's operations, what happens to a modem, and what may be wrong with an answer.
+// What both halves of bench/endurance.cpp share: the device with its simulated modem, what happens to it, and
+// the host's operations with what they must answer.
 #ifndef BENCH_ENDURANCE_H
 #define BENCH_ENDURANCE_H
 
@@ -42,6 +42,9 @@ inline Tally g_tally;
 
 // Any thread. Ends the programme when there are too many.
 void complain(const std::string& what);
+inline void expect(bool right, const std::string& what) {
+  if (!right) complain(what);
+}
 
 struct Device {
   Device();
@@ -56,6 +59,7 @@ struct Device {
   modemsim::DeviceRoot root{"endurance"};
   Modem modem;
   Relaxed<long> asked, scans_asked;  // commands that are answered, and scans that are not
+  Relaxed<bool> echoes;              // plugged in anew, until ATE0
 
  private:
   void observe(const modemsim::Traffic& traffic);
@@ -66,60 +70,36 @@ struct Device {
   Relaxed<long> said_;
 };
 
-// What the library can know, by the reports and answers so far.
-struct Known {
-  State modem;  // as it is
-  int cs = 0, ps = 0, rat = 255, bars = 255;
-  bool network = false, bars_valid = false;
-  std::string plmn = "untouched untouched";  // as last served to the host
+// What the modem is in: some networks, all else differs as well; then a search, and one that denies it.
+constexpr unsigned kNetworks = 6, kSituations = 8;
+void situate(Modem& modem, unsigned situation);
+// Networks change by way of a search.
+unsigned next_situation(unsigned situation);
+// What changes nothing that anybody asks for, and lines that are none.
+void report_something(Modem& modem);
 
-  void see();  // the registration reports of the modem's state
-  void leave() { cs = ps = 0, rat = bars = 255, network = bars_valid = false; }
-  bool attached() const { return ps == 1 || ps == 2; }
-  bool serves() const { return attached() && network; }
-};
-// All that it can know where nobody knows what came first.
-const std::vector<Known>& possible();
-
-enum Who {
-  kAnyone,
-  kCrowd,
-  kHost,
-  kAlone
-};  // kCrowd: many threads only; kHost: one thread; kAlone: that one only
-
+enum Who { kAnyone, kCrowd, kHost, kAlone };  // kCrowd: for its status only; kAlone: by one thread only
 struct Operation {
-  std::string line;  // the library's function and its arguments, as briolab takes them
+  const char* line;  // the library's function and its arguments, as briolab takes them
   Who who;
-  std::string (*truth)(const Known& known);  // what it gives beside the status 0
-  uint32_t refused = 0, unheard = 0;  // its statuses when the modem answers with an error, and not at all
-  const char* command = nullptr;      // the beginning of the one command on which these depend
 };
 extern const std::vector<Operation> kOperations;
-const Operation& operation(const char* line);
+inline constexpr char kFile[] = "request";  // asks for a file of the SIM, one of hundreds
 
 struct Answer {
   uint32_t status;
   std::string text, wanted;  // wanted: where it depends on what was asked alone
 };
 Answer call(const std::string& line);
-Answer ask(const Operation& what);
-// Complains unless the status is one of the `allowed` bits, and the answer of a success what can be `known`.
-void judge(const Operation& what, const Answer& answer, uint32_t allowed, const std::vector<Known>& known,
-           const char* circumstances = "");
-inline uint32_t bits(std::initializer_list<uint32_t> statuses) {
-  uint32_t all = 0;
-  for (const uint32_t status : statuses) all |= 1u << status % 32;
-  return all;
-}
+Answer call(const Operation& what);
+// What a freshly opened library on an undisturbed modem answers in each situation is what any other must.
+void learn(Device& device);
+// Complains unless a success is what it must be, in any situation or in this one, and a failure a documented
+// one that something has `disturbed`.
+void judge(const Operation& what, const Answer& answer, bool disturbed, unsigned situation = kSituations);
 
-// What happens to the modem, which reports it when it has been told to.
-void change_network(Modem& modem);
-void change_something(Modem& modem);
-
-enum Effect { kNone, kRefused, kUnheard, kSpoilt, kGone };
+enum Effect { kNone, kFails, kGone };
 struct Trouble {
-  const char* name;
   Effect effect;
   bool in_crowd;  // leaves nothing for the next request
   void (*make)(Fault& fault);

@@ -3,7 +3,7 @@
 // reports, refuses, falls silent and pulls the modem out. A request that nothing disturbed must succeed, and
 // no answer be another's.
 #include <chrono>
-#include <cstring>
+#include <set>
 #include <thread>
 
 #include "brio/brio.h"
@@ -63,28 +63,25 @@ class Crowd {
   bool undisturbed(Causes before, int own = 0) const {
     return static_cast<int32_t>(before) == own && before == causes_;
   }
-  void expect(const char* name, uint32_t status, bool in_peace, uint32_t documented) {
-    if (((in_peace ? 1 : documented | 1) & bits({status})) != 0) return;
+  static void expect(const char* name, uint32_t status, bool in_peace, const std::set<uint32_t>& documented) {
+    if (status == 0 || (!in_peace && documented.count(status) != 0)) return;
     complain(std::string(name) + ": status " + std::to_string(status) + (in_peace ? " undisturbed" : ""));
   }
 
   bool ask(const Operation& what) {
     const Causes before = causes_;
-    Answer answer = endurance::ask(what);
+    const Answer answer = call(what);
     const bool in_peace = undisturbed(before);
-    const uint32_t gate = what.who == kHost ? 1 : bits({0, BRIO_STATUS_NOT_OPEN, BRIO_STATUS_FATAL});
-    g_tally.asked += 1;
     g_tally.undisturbed += in_peace;
-    // A request that no gate holds back may meet a modem that still echoes.
-    if (!in_peace && answer.text == "\"OK\"") answer.status = what.refused;
-    judge(what, answer, in_peace ? 1 : gate | bits({what.refused, what.unheard}), possible(),
-          in_peace ? "undisturbed" : "");
+    judge(what, answer, !in_peace);
     return answer.status == 0;
   }
 
   void request() {
-    const Operation& what = below(4) == 0 ? kOperations[0] : one_of(kOperations);
+    const Operation& what = below(4) == 0 ? kOperations[1] : one_of(kOperations);  // a SIM file
     if (what.who != kAnyone && what.who != kCrowd) return;
+    // No gate holds this one back, and the echo of a modem that was just plugged in may take its answer away.
+    if (what.line == kFile && device_.echoes) return pause(3000);
     // A closed library answers at once: most of the time shall go to an open one.
     const bool done = ask(what);
     if (!done || below(8) == 0) pause(done ? 500 : 3000);
@@ -94,7 +91,8 @@ class Crowd {
 
   void world() {
     const unsigned what = ++steps_ % 400 == 200 ? 999 : below(1000);
-    if (what < 970) change_something(modem_);
+    if (what < 500) report_something(modem_);
+    if (what >= 500 && what < 970) situate(modem_, situation_ = next_situation(situation_));
     if (what >= 970 && what < 985) modem_.chunk(below(4) != 0 ? 0 : 1 + below(9));
     if (what >= 985 && what < 992) modem_.stream_trace(below(300000));
     if (what >= 992 && what < 998) trouble();
@@ -122,6 +120,7 @@ class Crowd {
   void unplug() {
     causes_ += kBegins;
     modem_.unplug();
+    device_.echoes = true;
     causes_ += kBegins;
     lost_ += 1;
     pause(50000);
@@ -150,7 +149,7 @@ class Crowd {
     causes_ += kEnds * lost_.value.exchange(0);
     const Causes before = causes_;
     const uint32_t status = wabs_open();
-    expect("wabs_open", status, undisturbed(before, 1), bits({WABS_STATUS_LIBRARY_FAILURE}));
+    expect("wabs_open", status, undisturbed(before, 1), {WABS_STATUS_LIBRARY_FAILURE});
     is_open_ = status == 0;
     if (!is_open_) return;
     g_tally.opens += 1;
@@ -159,13 +158,13 @@ class Crowd {
 
   void close() {
     if (is_open_) causes_ += kBegins;
-    expect("wabs_close", wabs_close(), true, 0);
+    expect("wabs_close", wabs_close(), true, {});
     is_open_ = false;
     device_.check_traces();
   }
 
   void poll() {
-    const Operation& what = one_of(kOperations);
+    const Operation& what = below(4) == 0 ? kOperations[1] : one_of(kOperations);  // a SIM file
     if (what.who == kHost) ask(what);
   }
 
@@ -180,7 +179,7 @@ class Crowd {
     device_.root.sensor("prox_diff", below(2) == 0 ? 200 : 0);
     if (below(4) != 0) return;
     prox_close();
-    expect("prox_open", prox_open(), true, 0);
+    expect("prox_open", prox_open(), true, {});
   }
 
   void capture() {
@@ -189,9 +188,8 @@ class Crowd {
     device_.check_traces();
     test_clock::set_wall(wall_++);  // each file has a name of its own
     const uint32_t status = brio_trace_tst_log("/var/local/wan/debug/trace_filter.cfg", "/mnt/us/trace_log");
-    // Seldom the filter's command fails with 2 although nothing was disturbed; why is not known yet.
-    expect("brio_trace_tst_log", status, undisturbed(before) && status != BLPKT_STATUS_ERROR,
-           bits({0, 1, 2, BRIO_STATUS_FATAL, BRIO_STATUS_FAILURE}));
+    expect("brio_trace_tst_log", status, undisturbed(before),
+           {0, 1, 2, BRIO_STATUS_FATAL, BRIO_STATUS_FAILURE});
   }
 
   void log() {
@@ -216,7 +214,7 @@ class Crowd {
     aborter.join();
     const bool is_aborted = status == WABS_STATUS_SCAN_ABORTED && released == WABS_STATUS_SCAN_ABORTED;
     expect("wabs_do_manual_nw_scan", is_aborted ? 0 : status, undisturbed(before) && !is_aborted,
-           bits({WABS_STATUS_LIBRARY_FAILURE, WABS_STATUS_SCAN_RUNNING, WABS_STATUS_SCAN_ABORTED}));
+           {WABS_STATUS_LIBRARY_FAILURE, WABS_STATUS_SCAN_RUNNING, WABS_STATUS_SCAN_ABORTED});
     wabs_send_abort_cmd();
     wabs_set_auto_mode();
   }
@@ -227,7 +225,7 @@ class Crowd {
   const long undisturbed_, asked_, unplugged_ = g_tally.unplugged;
   Relaxed<Causes> causes_{{1}};  // closed
   Relaxed<int> lost_;
-  unsigned steps_ = 0;
+  unsigned steps_ = 0, situation_ = kNetworks;
   bool is_open_ = false;
   time_t wall_ = 1900000000;
 };

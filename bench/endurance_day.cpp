@@ -1,6 +1,6 @@
 // A simulated day on a clock that only moves when it is told to: the host polls, pages are looked at,
 // networks searched, the device sleeps, the modem reports, and every few minutes something is wrong. Every
-// answer is held against what the modem knew at that moment.
+// answer is held against that of a freshly opened library.
 #include <signal.h>
 #include <sys/resource.h>
 
@@ -18,7 +18,7 @@
 namespace endurance {
 namespace {
 
-constexpr unsigned kPolls = 2880, kPollPeriod = 30, kBarsPeriod = 91;
+constexpr unsigned kPolls = 864, kPollPeriod = 100;  // beyond it bars are asked for anew
 constexpr char kNoise[] = "NOISE~";
 
 class Day {
@@ -31,15 +31,13 @@ class Day {
     test_clock::manual_select(true);
     log_capture::hand_to(nullptr);
     briolib_log_set_log_mask(BRIO_LOG_AT_DETAIL);
+    static const bool s_learned = (learn(device_), true);
+    expect(s_learned, "");
     open();
-    ask("wabs_get_bars");  // good ones: the modem is told to report none; the zone of an earlier day is
-                           // forgotten
-    modem_.urc("+CTZV: -28,\"26/03/07,09:05:00\"");
     for (unsigned i = 0; i < kPolls; i++) {
       advance(kPollPeriod);
       happen();
-      ask("wabs_get_bars");
-      for (int more = 0; more < 3; more++) ask(any([](auto& each) { return each.who == kHost; }));
+      for (int more = 0; more < 4; more++) ask(any(kHost));
     }
     close();
     log_capture::take();
@@ -51,106 +49,56 @@ class Day {
     static constexpr struct {
       unsigned per_day;
       void (Day::*happens)();
-    } kRows[] = {{600, &Day::report},    {30, &Day::question}, {10, &Day::look},     {4, &Day::search},
-                 {8, &Day::sleep},       {8, &Day::grip},      {8, &Day::trace},     {60, &Day::trouble},
-                 {4, &Day::unplug},      {4, &Day::no_card},   {6, &Day::hard_open}, {4, &Day::full_disk},
-                 {10, &Day::torn_report}};
-    if (known_.cs == 0 && below(4) == 0) change(change_network);
+    } kRows[] = {{600, &Day::report},  {150, &Day::move},      {30, &Day::question}, {10, &Day::look},
+                 {4, &Day::search},    {8, &Day::sleep},       {8, &Day::grip},      {8, &Day::trace},
+                 {60, &Day::trouble},  {4, &Day::unplug},      {4, &Day::no_card},   {6, &Day::hard_open},
+                 {4, &Day::full_disk}, {10, &Day::torn_report}};
     for (const auto& row : kRows)
       if (below(kPolls) < row.per_day) (this->*row.happens)();
   }
 
-  void advance(unsigned seconds) {
+  static void advance(unsigned seconds) {
     test_clock::advance(seconds);
-    test_clock::set_wall(1800000000 + now());
-  }
-  static long now() {
     timespec time = {};
     brio::clock_monotonic(&time);
-    return time.tv_sec;
-  }
-  static void expect(bool right, const std::string& what) {
-    if (!right) complain(what);
+    test_clock::set_wall(1800000000 + time.tv_sec);
   }
 
   // ---- Questions
 
-  template <typename Condition>
-  static const Operation& any(Condition condition) {
+  static const Operation& any(Who who) {
     const Operation* each = nullptr;
-    while (each == nullptr || !condition(*each)) each = &one_of(kOperations);
+    while (each == nullptr || each->who != who) each = &one_of(kOperations);
     return *each;
   }
 
-  void ask(const char* line) { ask(operation(line)); }
-  void ask(const Operation& what, const Trouble* trouble = nullptr) {
-    if (what.who == kAlone) call("wabs_get_current_network");  // for a scan to mark
+  void ask(const Operation& what, bool disturbed = false) {
     modem_.clear_commands();
     log_capture::clear();
-    const State before = modem_.state();
-    Answer answer = endurance::ask(what);
-    g_tally.asked += 1;
+    const Answer answer = call(what);
     device_.settle();
-    const auto commands = modem_.commands();
-    const auto sent = [&](const char* command) {
-      return std::find(commands.begin(), commands.end(), command) != commands.end();
-    };
-    known_.modem = what.who == kAlone ? before : modem_.state();
-    learn(sent, what.line == "wabs_get_bars");
-    if (answer.text == Known().plmn && !known_.serves()) answer.text = known_.plmn;
-    const uint32_t allowed[] = {1, bits({what.refused}), bits({what.unheard}),
-                                // Junk may spoil its answer, but never gives another.
-                                bits({0, what.refused, what.unheard, BRIO_STATUS_INVALID}),
-                                bits({what.refused})};
-    judge(what, answer, trouble != nullptr ? allowed[trouble->effect] : 1, {known_},
-          trouble != nullptr ? trouble->name : "");
-    if (known_.serves() && what.line == "wabs_get_mcc_mnc") known_.plmn = answer.text;
-    if (what.who != kAlone) return;
-    call("wabs_set_auto_mode");  // brings the modem back
-    device_.settle();
-    known_.leave();
-    known_.modem = modem_.state();
-    known_.see();
-  }
-
-  // What the commands of an operation tell the library.
-  template <typename Sent>
-  void learn(Sent sent, bool bars) {
-    const bool registered = known_.modem.cs_stat == 1 || known_.modem.cs_stat == 5, reported = is_low_;
-    if (sent("AT+CREG?")) known_.see();
-    if ((sent("AT+COPS?") && registered) || sent("AT+GTLTEINFO?")) known_.network = true;
-    if (sent("AT+GTBARS=1")) is_low_ = true;
-    if (sent("AT+GTBARS=0")) is_low_ = false;
-    if (sent("AT+GTBARS?")) {
-      known_.bars = known_.modem.bars;
-      known_.bars_valid = true;
-      polled_at_ = now();
-    } else if (bars && known_.attached()) {
-      // The modem reports low signal by itself. After a reopening it does not, and the library goes by the
-      // last value on purpose.
-      expect(known_.bars_valid, "bars were never asked for");
-      expect(reported || now() - polled_at_ < kBarsPeriod, "bars are too old");
-    }
+    judge(what, answer, disturbed, situation_);
   }
 
   // One answer that something is wrong with, then the same without.
   void trouble() {
-    const Operation& what = any([](auto& each) { return each.command != nullptr; });
+    const Operation& what = any(below(2) == 0 ? kHost : kAnyone);
     const Trouble& trouble = one_of(kTroubles);
-    begin(trouble, what.command);
+    begin(trouble);
     if (trouble.effect == kGone) device_.listen(false);
-    ask(what, &trouble);
+    ask(what, trouble.effect != kNone);
+    const bool sent = !modem_.commands().empty();
     end();
-    if (trouble.effect == kGone) return recover();
-    if (trouble.effect == kUnheard) modem_.raw(Port::kQuery, "\r\n+CCLK: \"late\"\r\n\r\nOK\r\n");
+    if (trouble.effect == kGone && sent) return recover();
+    device_.listen(true);
+    modem_.raw(Port::kQuery, "\r\n+CCLK: \"late\"\r\n\r\nOK\r\n");
     throw_away();
     ask(what);
   }
 
-  void begin(const Trouble& trouble, const char* command, unsigned skip = 0) {
+  void begin(const Trouble& trouble, unsigned skip = 0) {
     g_tally.troubles += 1;
     Fault fault;
-    fault.command = command;
     fault.skip = static_cast<int>(skip);
     fault.times = 1;
     trouble.make(fault);
@@ -187,13 +135,9 @@ class Day {
     expect(status == wanted, "wabs_open: status " + std::to_string(status));
     if (status != 0) return device_.listen(false);
     g_tally.opens += 1;
-    device_.settle();
-    const std::string plmn = known_.plmn;
-    known_ = Known();
-    known_.plmn = plmn;
-    known_.modem = modem_.state();
-    known_.see();
     traced_ = 0;
+    device_.settle();
+    move_anew();
   }
 
   void close() {
@@ -203,47 +147,58 @@ class Day {
     device_.check_traces();
   }
 
+  void plug() {
+    expect(modem_.plug(), "the modem does not come back");
+    open();
+  }
+
   // A modem that has gone: requests fail, and opening anew mends that.
   void recover() {
     g_tally.unplugged += 1;
     device_.listen(false);
     expect(process::eventually([] { return briolib_check_library_status() == BRIO_STATUS_FATAL; }),
            "not lost");
-    for (const char* name : {"wabs_get_bars", "wabs_get_roaming_status", "brio_get_bas_status"}) {
+    for (const char* name : {"wabs_get_bars", "wabs_get_roaming_status", "brio_get_bas_status"})
       expect(call(name).status != 0, std::string(name) + " of a lost modem");
-    }
     close();
     open(WABS_STATUS_LIBRARY_FAILURE);  // it is still away
-    expect(modem_.plug(), "the modem does not come back");
-    open();
+    plug();
   }
 
   // ---- An ordinary day
 
-  void change(void (*what)(Modem&)) {
-    what(modem_);
+  void move() {
+    situation_ = next_situation(situation_);
+    situate(modem_, situation_);
     device_.settle();
-    known_.modem = modem_.state();
-    known_.see();
-    if (known_.modem.bars_reports) known_.bars = known_.modem.bars;
+    advance(kPollPeriod);
+    ask(kOperations[0]);               // so the library learns where it is
+    call("wabs_get_current_network");  // for a scan to mark
   }
-  void report() { change(change_something); }
-  void question() {
-    ask(any([](auto& each) { return each.who == kAnyone; }));
+  // From a search, wherever the modem has registered by itself.
+  void move_anew() {
+    situate(modem_, situation_ = kNetworks);
+    move();
   }
+  void report() {
+    report_something(modem_);
+    device_.settle();
+  }
+  void question() { ask(any(kAnyone)); }
   void look() {
-    ask("wabs_get_bars");  // keeps the rest current
     call("wabs_exit_611_logging");
     expect(call("wabs_get_log_string 6144 1").text == "\"\"", "a page before the visit");
     std::string page;
     for (unsigned i = 1 + below(6); i > 0; i--) page = call("wabs_get_log_string 6144 1").text;
-    if (modem_.state().rat == 7) known_.network = true;
-    for (const std::string& part :
-         {"Version:  " + known_.modem.firmware, "IMEI:  " + known_.modem.imei,
-          "(" + std::to_string(known_.cs) + ") \\n3.2", "(" + std::to_string(known_.ps) + ") \\n4"})
+    for (const std::string& part : {"Version:  " + State().firmware, "IMEI:  " + State().imei})
       expect(page.find(part) != page.npos, "not on the page: " + part);
   }
-  void search() { ask("wabs_do_manual_nw_scan 3072"); }
+  void search() {
+    if (situation_ >= kNetworks) return;
+    ask(any(kAlone));
+    call("wabs_set_auto_mode");
+    move_anew();
+  }
   void sleep() {
     advance(600 + below(7200));
     for (unsigned i = below(4); i > 0; i--) report();
@@ -273,7 +228,7 @@ class Day {
   }
   void no_card() {
     modem_.with_state([](State& state) { state.card_status = 2; });
-    ask("brio_get_wn3_sim_status");
+    expect(call("brio_get_wn3_sim_status").text == std::to_string(NO_SIM), "a card that is none");
     close();
     open(WABS_STATUS_LIBRARY_FAILURE);
     modem_.with_state([](State& state) { state.card_status = 3; });
@@ -282,14 +237,13 @@ class Day {
   // The opening may fail; the next one is whole.
   void hard_open() {
     close();
-    begin(one_of(kTroubles), "", below(25));
+    begin(one_of(kTroubles), below(25));
     modem_.wait_open(Port::kQuery, false);
     const uint32_t status = wabs_open();
     expect(status == 0 || status == WABS_STATUS_LIBRARY_FAILURE, "wabs_open with trouble");
     end();
     close();
-    expect(modem_.plug(), "the modem does not come back");
-    open();
+    plug();
   }
   // What is written to files fails.
   void full_disk() {
@@ -299,7 +253,7 @@ class Day {
     const rlimit none = {0, limit.rlim_max};
     setrlimit(RLIMIT_FSIZE, &none);
     look();
-    ask("wabs_get_mcc_mnc");
+    question();
     setrlimit(RLIMIT_FSIZE, &limit);
   }
   // In pieces of a few bytes, and torn by an answer.
@@ -318,9 +272,8 @@ class Day {
 
   Device& device_;
   Modem& modem_;
-  Known known_;
-  bool is_low_ = false;  // the library has asked for reports of low signal
-  long polled_at_ = 0, traced_ = 0;
+  unsigned situation_ = kNetworks;
+  long traced_ = 0;
 };
 
 }  // namespace

@@ -1,8 +1,13 @@
-// The device, what the library can know of it, what the host asks, and what happens to the modem.
+// The device, what happens to it, what the host asks and what the answers must be.
+#include <regex.h>
+
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <map>
+#include <set>
 #include <utility>
 
 #include "brio/brio.h"
@@ -10,6 +15,7 @@
 #include "brio/briolib.h"
 #include "brio/wabs.h"
 #include "endurance.h"
+#include "functions.h"
 #include "kit/clock.h"
 #include "kit/process.h"
 #include "lab/functions.h"
@@ -28,21 +34,11 @@ namespace endurance {
 namespace {
 
 using std::to_string;
-using namespace std::string_literals;
-using K = const Known&;
 
-constexpr char kFile[] = "a piece of a SIM file";
-
-// A network, its technology, and what callers of the library and of the host interface know that as.
-struct Place {
+constexpr struct {
   const char* numeric;
   int stat, rat;
-  const char *mode, *host_mode;
-};
-constexpr Place kPlaces[] = {{"23415", 1, 7, "5", "4"},
-                             {"26201", 5, 2, "3", "1"},
-                             {"20404", 5, 0, "1", "3"},
-                             {"310410", 5, 3, "2", "2"}};
+} kPlaces[] = {{"23415", 1, 7}, {"26201", 5, 2}, {"20404", 5, 0}, {"310410", 5, 3}};
 constexpr const char* kClocks[] = {"26/03/07,09:05:00-28", "26/03/07,17:05:00+04", "26/07/07,18:05:00+08"};
 constexpr int kAntennas[][3] = {{320, 288, 0}, {160, 480, 1}, {16, 32, 0}};
 
@@ -57,132 +53,74 @@ std::string contents(unsigned file) {
 State first_state() {
   State state;
   state.imsi = "234151234567890";
-  state.iccid = "89441000301234567890";
   state.carrier_id = 202;  // with a proximity monitor
   state.apn = "internet";
   state.bas_detail = "";  // in pieces, that line fails the request: nothing tells it from an answer
-  state.operator_numeric = state.plmn_text = kPlaces[0].numeric;
-  for (const Place& place : kPlaces)
-    state.operators.push_back({1, "At (home)", "", place.numeric, place.rat});
+  for (const auto& place : kPlaces) state.operators.push_back({1, "At (home)", "", place.numeric, place.rat});
   state.operators.push_back({3, "Not for us", "", "23410", 7});
   for (unsigned i = kFirstFile; i < kFirstFile + kFiles; i++)
     state.files[static_cast<int>(i)] = contents(10 * i);
   return state;
 }
 
-// Home and roaming by 1 and 2, denied 3, anything else 0.
-int registration(int stat) {
-  return stat == 1 ? 1 : stat == 5 ? 2 : stat == 3 ? 3 : 0;
-}
+// What was learned. Written before there are threads.
+std::array<std::map<std::string, std::set<std::string>>, kSituations + 1> s_known;
 
-// ---- What the answers must be
-
-std::string zone(K known) {
-  return to_string(900 * atoi(known.modem.clock.c_str() + known.modem.clock.find_first_of("+-")));
+bool documented(const std::string& name, const std::string& shown) {
+  std::string answer = "[0-5].*";  // of a plain request
+  for (const auto& function : fuzz::kFunctions)
+    if (name == function.name) answer = function.answer + std::string("|[13]( .*)?");  // or the gate's
+  regex_t compiled;
+  expect(regcomp(&compiled, ("^(" + answer + ")$").c_str(), REG_EXTENDED | REG_NOSUB) == 0, answer);
+  const bool fits = regexec(&compiled, shown.c_str(), 0, nullptr, 0) == 0;
+  regfree(&compiled);
+  return fits;
 }
-std::string serving(K known) {
-  const std::string& numeric = known.modem.operator_numeric;
-  return known.serves() ? numeric.substr(0, 3) + " " + to_string(atoi(numeric.c_str() + 3)) : known.plmn;
-}
-std::string plmn(K known) {
-  const std::string text = known.network ? known.modem.operator_numeric : BRIO_PLMN_UNKNOWN BRIO_PLMN_UNKNOWN;
-  return lab::quoted(text.substr(0, 3) + '\0' + (text.substr(3) + std::string(2, '\0')).substr(0, 4));
-}
-std::string antennas(K known) {
-  const int raw[] = {known.modem.bas_a / 16, known.modem.bas_b / 16}, first = known.modem.antenna == 1;
-  return "value_a=" + to_string(raw[first]) + " value_b=" + to_string(raw[1 - first]) +
-         " antenna=" + to_string(known.modem.antenna);
-}
-template <auto kMode>
-std::string mode(K known) {
-  const auto here =
-      std::find_if(std::begin(kPlaces), std::end(kPlaces), [&](auto& each) { return each.rat == known.rat; });
-  return here != std::end(kPlaces) ? here->*kMode : "0";
-}
-std::string scan_list(K known) {
-  std::string list;
-  for (const auto& each : known.modem.operators) {
-    const bool here = known.network && each.numeric == known.modem.operator_numeric && each.rat == known.rat;
-    if (each.stat == 3) continue;
-    list += (here && each.rat != 3 ? "2," : "1,") + each.numeric.substr(0, 3) + "," + each.numeric.substr(3) +
-            "," + to_string(each.rat) + ",\"\",\"" + each.long_name + "\",\"\";";  // it knows no EDGE
-  }
-  return lab::quoted(list);
-}
-std::string identity(K known) {
-  return "iccid=" + lab::quoted(known.modem.iccid) + " imsi=" + lab::quoted(known.modem.imsi);
-}
-std::string modem_info(K known) {
-  return "fw_ver=" + lab::quoted(known.modem.firmware) + " serial=" + lab::quoted(known.modem.serial) +
-         " imei=" + lab::quoted(known.modem.imei) + " hw_ver=" + lab::quoted(known.modem.hardware) +
-         " fault_ct=0";
-}
-std::string nothing(K) {
-  return "";
-}
-
-constexpr uint32_t kFailed = BRIO_STATUS_FAILURE, kTimeout = BRIO_STATUS_TIMEOUT,
-                   kAway = BRIO_STATUS_UNAVAILABLE, kHostFailed = WABS_STATUS_LIBRARY_FAILURE,
-                   kScans = WABS_STATUS_SCAN_RUNNING, kError = BLPKT_STATUS_ERROR,
-                   kLate = BLPKT_STATUS_TIMEOUT;
 
 }  // namespace
 
-const std::vector<Operation> kOperations = {
-    {kFile, kAnyone, nothing, kError, kLate, "AT+CRSM=176"},
-    {"brio_get_sim_info", kAnyone, identity, kFailed, kFailed, "AT+CIMI"},
-    {"brio_get_modem_info", kAnyone, modem_info, kFailed, kFailed},
-    {"brio_get_sim_plmn_info 1", kAnyone, [](K) { return "home_mcc=\"234\" home_mnc=\"15\""s; }, kFailed,
-     kFailed},
-    {"brio_get_wn3_sim_status", kAnyone,
-     [](K k) { return to_string(k.modem.card_status == 3 ? SIM_STATUS_OK : NO_SIM); }, kFailed, kTimeout,
-     "AT+GTSIMSTATUS?"},
-    {"brio_get_network_time", kAnyone,
-     [](K k) { return "time_zone=" + to_string(atoi(zone(k).c_str()) / 900) + " dst=0"; }, kTimeout, kTimeout,
-     "AT+CCLK?"},
-    {"brio_get_bas_status", kAnyone, antennas, kTimeout, kTimeout, "AT@EPHY:EPHY_BAS_STATUS(2)"},
-    {"brio_get_mcc_mnc xxxxxxxx", kAnyone, plmn},
-    {"brio_get_carrier_id", kAnyone, [](K k) { return to_string(k.modem.carrier_id); }},
-    {"brio_get_data_service_mode", kAnyone, mode<&Place::mode>},
-    {"brio_get_roaming_status", kAnyone, [](K k) { return to_string(k.cs % 3); }},
-    {"brio_get_pdp_context_activation_allowed", kAnyone, [](K k) { return k.attached() ? "1 1"s : "0 0"; }},
-    {"brio_get_curr_lte_ant", kCrowd, [](K k) { return to_string(k.modem.antenna); }, kAway, kAway},
-    {"briolib_update_lte_info", kCrowd, nothing, kFailed, kTimeout},
-    {"briolib_get_gtscinfo", kCrowd, nothing, kFailed, kTimeout},
-    {"briolib_get_gtscstat", kCrowd, nothing, kFailed, kTimeout},
-    {"brio_get_current_network", kCrowd, nothing},
-    {"brio_clear_sms", kCrowd, nothing, kTimeout, kTimeout},
-    {"brio_clear_mru", kCrowd, nothing, kFailed, kTimeout},
-    {"brio_atcmd_set_auto_mode", kCrowd, nothing, kFailed, kTimeout},
-    {"brio_set_lte_ant 3", kCrowd, nothing, kFailed, kTimeout},
-    {"brio_set_sar_pwr 1", kCrowd, nothing, kError, kLate},
-    {"wabs_get_bars", kHost,
-     [](K k) { return to_string(k.attached() ? uint32_t(std::max(k.bars, 1)) : WABS_BARS_NOT_ATTACHED); },
-     kHostFailed, kHostFailed},
-    {"wabs_get_data_service_mode", kHost, mode<&Place::host_mode>, kHostFailed, kHostFailed},
-    {"wabs_get_roaming_status", kHost, [](K k) { return k.cs == 1   ? "0"s
-                                                        : k.cs == 2 ? "1"
-                                                                    : "8"; },
-     kHostFailed, kHostFailed},
-    {"wabs_get_mcc_mnc", kHost, serving, kHostFailed, kHostFailed},
-    {"wabs_get_module_time", kHost, zone, kHostFailed, kHostFailed},
-    {"wabs_get_imsi 16", kHost, [](K k) { return lab::quoted(k.modem.imsi); }},
-    {"wabs_get_radio_serial_number 16", kHost, [](K k) { return lab::quoted(k.modem.imei); }},
-    {"wabs_get_radio_cert_param1 24", kHost, [](K k) { return lab::quoted(k.modem.iccid); }},
-    {"wabs_get_firmware_version 64", kHost, [](K k) { return lab::quoted(k.modem.firmware); }},
-    {"wabs_get_hplmn_mcc_mnc", kHost, [](K) { return "234 15"s; }, kHostFailed, kHostFailed},
-    {"wabs_do_manual_nw_scan 3072", kAlone, scan_list, kHostFailed, kScans, "AT+COPS=?"},
-};
+const std::vector<Operation> kOperations = {{"wabs_get_bars", kHost},
+                                            {kFile, kAnyone},
+                                            {"brio_get_sim_info", kAnyone},
+                                            {"brio_get_modem_info", kAnyone},
+                                            {"brio_get_sim_plmn_info 1", kAnyone},
+                                            {"brio_get_wn3_sim_status", kAnyone},
+                                            {"brio_get_network_time", kAnyone},
+                                            {"brio_get_bas_status", kAnyone},
+                                            {"brio_get_mcc_mnc xxxxxxxx", kAnyone},
+                                            {"brio_get_carrier_id", kAnyone},
+                                            {"brio_get_data_service_mode", kAnyone},
+                                            {"brio_get_roaming_status", kAnyone},
+                                            {"brio_get_pdp_context_activation_allowed", kAnyone},
+                                            {"brio_get_curr_lte_ant", kAnyone},
+                                            {"briolib_update_lte_info", kCrowd},
+                                            {"briolib_get_gtscinfo", kCrowd},
+                                            {"briolib_get_gtscstat", kCrowd},
+                                            {"brio_get_current_network", kCrowd},
+                                            {"brio_clear_sms", kCrowd},
+                                            {"brio_clear_mru", kCrowd},
+                                            {"brio_atcmd_set_auto_mode", kCrowd},
+                                            {"brio_set_lte_ant 3", kCrowd},
+                                            {"brio_set_sar_pwr 1", kCrowd},
+                                            {"wabs_get_data_service_mode", kHost},
+                                            {"wabs_get_roaming_status", kHost},
+                                            {"wabs_get_mcc_mnc", kHost},
+                                            {"wabs_get_module_time", kHost},
+                                            {"wabs_get_imsi 16", kHost},
+                                            {"wabs_get_radio_serial_number 16", kHost},
+                                            {"wabs_get_radio_cert_param1 24", kHost},
+                                            {"wabs_get_firmware_version 64", kHost},
+                                            {"wabs_get_hplmn_mcc_mnc", kHost},
+                                            {"wabs_do_manual_nw_scan 3072", kAlone}};
 
 const std::vector<Trouble> kTroubles = {
-    {"an error", kRefused, true, [](Fault& fault) { fault.replace = true, fault.reply = "\r\nERROR\r\n"; }},
-    {"a CME error", kRefused, true,
-     [](Fault& fault) { fault.replace = true, fault.reply = "\r\n+CME ERROR: 14\r\n"; }},
-    {"silence", kUnheard, true, [](Fault& fault) { fault.silent = true; }},
-    {"blank lines", kNone, true, [](Fault& fault) { fault.before = "\r\n\r\n\r\n"; }},
-    {"joined lines", kNone, true, [](Fault& fault) { fault.joined = true; }},
-    {"junk", kSpoilt, false, [](Fault& fault) { fault.before = "\r\n~~ \x01\x02 junk\r\n\r\n$$\r\n"; }},
-    {"unplugging", kGone, false, [](Fault& fault) { fault.unplug = true; }},
+    {kFails, true, [](Fault& fault) { fault.replace = true, fault.reply = "\r\nERROR\r\n"; }},
+    {kFails, true, [](Fault& fault) { fault.replace = true, fault.reply = "\r\n+CME ERROR: 14\r\n"; }},
+    {kFails, true, [](Fault& fault) { fault.silent = true; }},
+    {kNone, true, [](Fault& fault) { fault.before = "\r\n\r\n\r\n"; }},
+    {kNone, true, [](Fault& fault) { fault.joined = true; }},
+    {kFails, false, [](Fault& fault) { fault.before = "\r\n~~ \x01\x02 junk\r\n\r\n$$\r\n"; }},
+    {kGone, false, [](Fault& fault) { fault.unplug = true; }},
 };
 
 void complain(const std::string& what) {
@@ -191,114 +129,90 @@ void complain(const std::string& what) {
   if (count == 50) fprintf(stderr, "endurance: gives up\n"), _exit(1);
 }
 
-const Operation& operation(const char* line) {
-  return *std::find_if(kOperations.begin(), kOperations.end(), [&](auto& each) { return each.line == line; });
-}
-
 Answer call(const std::string& line) {
   lab::Arguments words(line);
-  const std::string name = words.text(), result = lab::calls().at(name)(words);
+  const std::string result = lab::calls().at(words.text())(words);
   const size_t end = std::min(result.find(' '), result.size() - 1);
   return {static_cast<uint32_t>(std::stoul(result)), result.substr(end + 1), ""};
 }
 
-Answer ask(const Operation& what) {
-  if (what.line != kFile) return call(what.line);
+Answer call(const Operation& what) {
+  g_tally.asked += 1;
+  if (what.line != kFile) return call(std::string(what.line));
   const unsigned file = kFirstFile + below(kFiles);
   Answer answer = call("request AT+CRSM=176," + to_string(file) + ",0,0,0 type=2 prefix=+CRSM");
   answer.wanted = lab::quoted("+CRSM: 144,0,\"" + contents(10 * file) + "\"") + " \"OK\"";
   return answer;
 }
 
-void judge(const Operation& what, const Answer& answer, uint32_t allowed, const std::vector<Known>& known,
-           const char* circumstances) {
-  // Of a record, its last fields.
-  const auto is_it = [&](const std::string& wanted) {
-    const std::string text = " " + answer.text, end = " " + wanted;
-    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-  };
-  const auto says = [&](K each) { return is_it(what.truth(each)); };
-  const bool right =
-      answer.wanted.empty() ? std::any_of(known.begin(), known.end(), says) : is_it(answer.wanted);
-  if ((allowed & bits({answer.status})) != 0 && (answer.status != 0 || right)) return;
-  complain(what.line + " " + circumstances + ": status " + to_string(answer.status) + ", " + answer.text +
-           " for " + (answer.wanted.empty() ? what.truth(known.back()) : answer.wanted));
-}
-
-const std::vector<Known>& possible() {
-  static const std::vector<Known> s_possible = [] {
-    std::vector<Known> all(2);
-    for (Known& known : all)
-      known.modem = first_state(), known.modem.carrier_id = 0xFFFF, known.modem.clock = "+0";
-    all[1].plmn = "0 0";
-    for (int i = 0; i < 6; i++) {
-      Known here;
-      here.modem = first_state();
-      const Place& place = kPlaces[i % 4];
-      const auto& raw = kAntennas[i % 3];
-      here.modem.operator_numeric = place.numeric, here.modem.rat = place.rat,
-      here.modem.clock = kClocks[i % 3];
-      here.modem.cs_stat = here.modem.ps_stat = place.stat;
-      here.modem.bas_a = raw[0], here.modem.bas_b = raw[1], here.modem.antenna = raw[2];
-      here.see();
-      here.network = true;
-      here.bars = i;
-      all.push_back(here);
+void learn(Device& device) {
+  for (unsigned i = 0; i < kSituations; i++) {
+    const unsigned situation = (i + kNetworks) % kSituations;  // the first ones know no network yet
+    situate(device.modem, situation);
+    expect(wabs_open() == 0, "wabs_open of a healthy modem");
+    for (const auto& what : kOperations) {
+      if (what.who == kCrowd || what.line == kFile || (what.who == kAlone && situation >= kNetworks))
+        continue;
+      call("wabs_get_current_network");
+      const Answer answer = call(what);
+      expect(answer.status == 0, std::string(what.line) + " of a healthy modem");
+      for (const unsigned each : {situation, kSituations}) s_known[each][what.line].insert(answer.text);
     }
-    return all;
-  }();
-  return s_possible;
+    call("wabs_set_auto_mode");
+    wabs_close();
+  }
 }
 
-void Known::see() {
-  cs = registration(modem.cs_stat);
-  if (cs == 0 && ps == 0) leave();
-  const int now = registration(modem.ps_stat);
-  (now == 3 ? cs : ps) = now;  // a denied packet registration counts as a circuit-switched one
-  if (cs == 0 && ps == 0) leave();
-  if (now != 0) rat = modem.rat;
+void judge(const Operation& what, const Answer& answer, bool disturbed, unsigned situation) {
+  // Where no network serves, the host keeps the last one.
+  const auto& known = s_known[situation < kNetworks ? situation : kSituations];
+  const auto found = known.find(what.line);
+  const bool right = !answer.wanted.empty() ? answer.text == answer.wanted
+                                            : what.who == kCrowd || (found != known.end() &&
+                                                                     found->second.count(answer.text) != 0);
+  const std::string shown = to_string(answer.status) + (answer.text.empty() ? "" : " ") + answer.text;
+  if (answer.status == 0 ? right
+                         : disturbed && documented(std::string(what.line, strcspn(what.line, " ")), shown))
+    return;
+  std::string all = answer.wanted;
+  if (found != known.end())
+    for (const auto& each : found->second) all += " or " + each;
+  complain(std::string(what.line) + (disturbed ? " disturbed: " : ": ") + shown + " for " + all);
 }
 
 // ---- What happens
 
-// Networks change by way of a search.
-void change_network(Modem& modem) {
-  modem.update([](State& state) {
-    const Place& place = one_of(kPlaces);
-    const int now = registration(state.cs_stat);
-    const bool is_denied = now != 0 && now != 3 && below(8) == 0;
-    state.cs_stat = state.ps_stat = now == 0 ? place.stat : is_denied ? 3 : 2;
-    state.cs_reject_cause = state.ps_reject_cause = is_denied ? 13 : 0;
-    if (now == 0) state.operator_numeric = state.plmn_text = place.numeric, state.rat = place.rat;
+void situate(Modem& modem, unsigned situation) {
+  const bool registered = situation < kNetworks;
+  const auto& place = kPlaces[situation % 4];
+  const auto& raw = kAntennas[situation % 3];
+  const std::string clock = kClocks[situation % 3];
+  modem.update([&](State& state) {
+    state.cs_stat = state.ps_stat = registered ? place.stat : situation == kNetworks ? 2 : 3;
+    state.cs_reject_cause = state.ps_reject_cause = registered || situation == kNetworks ? 0 : 13;
+    state.bas_a = raw[0], state.bas_b = raw[1], state.antenna = raw[2];
+    if (!registered) return;
+    state.operator_numeric = state.plmn_text = place.numeric, state.rat = place.rat;
+    state.bars = static_cast<int>(2 + situation % 4);  // with fewer, the library goes by reports for good
+    state.rssi = 12 * state.bars, state.clock = clock;
   });
+  const std::string time = ",\"" + clock.substr(0, 17) + "\"", zone = to_string(atoi(clock.c_str() + 17));
+  if (registered) modem.urc(below(2) == 0 ? "+CTZV: " + zone + time : "+CIEV: 9" + time + "," + zone + ",0");
 }
 
-void change_something(Modem& modem) {
+unsigned next_situation(unsigned situation) {
+  if (situation == kNetworks) return below(kNetworks);
+  return situation < kNetworks && below(8) == 0 ? kNetworks + 1 : kNetworks;
+}
+
+void report_something(Modem& modem) {
   static constexpr const char* kReports[] = {
       "+CMTI: \"SM\",1", "+GTOTAREJECT: 1,5,7,262,01",           "RING", "+GTBARS:", "+CREG: ",
       "+CTZV: x,\"y\"",  "+STKPCI: 0,\"D009810301010082028182\""};  // the event thread reads the ICCID then
-  const auto& raw = one_of(kAntennas);
-  const std::string clock = one_of(kClocks), time = ",\"" + clock.substr(0, 17) + "\"";
-  const std::string zone = to_string(atoi(clock.c_str() + 17));
+  if (below(3) != 0) return modem.urc(one_of(kReports));
   std::string junk = below(2) == 0 ? "+UNHEARD: " : "~";
-  const int bars = static_cast<int>(below(6));
-  switch (below(8)) {
-    case 0:
-      return change_network(modem);
-    case 1:
-      return modem.update(
-          [&](State& state) { state.bas_a = raw[0], state.bas_b = raw[1], state.antenna = raw[2]; });
-    case 2:
-      modem.with_state([&](State& state) { state.clock = clock; });
-      return modem.urc(below(2) == 0 ? "+CTZV: " + zone + time : "+CIEV: 9" + time + "," + zone + ",0");
-    case 3:
-      return modem.urc(one_of(kReports));
-    case 4:
-      for (unsigned i = below(1500); i > 0; i--) junk += static_cast<char>(' ' + below(220));
-      return modem.urc(junk);
-    default:
-      return modem.update([&](State& state) { state.bars = bars, state.rssi = 12 * bars; });
-  }
+  for (unsigned i = below(1500); i > 0; i--) junk += static_cast<char>(' ' + below(220));
+  modem.urc(junk);
 }
 
 // ---- The device
@@ -323,6 +237,8 @@ void Device::hold_scans() {
 void Device::observe(const modemsim::Traffic& traffic) {
   if (traffic.to_modem) {
     g_tally.commands += 1;
+    test_clock::keep_wait();  // the request before is over
+    if (traffic.bytes == "ATE0") echoes = false;
     scan_ = holds_scans_ && traffic.bytes == "AT+COPS=?";
     (scan_ ? scans_asked : asked) += 1;
   }
