@@ -79,7 +79,8 @@ TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
        {"--sim page --full", 0, {"SIM ICCID:  89014103211118510720", "IMEI:  356938035643809"}},
        {"--sim trace --seconds 2", 0, {"trace_log_[0-9_]+\\.istp: [1-9][0-9]* bytes"}},
        {watch.c_str(), 0, {"mode=LTE roaming=home network plmn=310-410\n", "report  \\+CREG: 5,LAC,ID,7\n"}},
-       {"--sim -v at AT", 0, {"D blib:.*atcmd request:AT\n", "OK\n"}},
+       {"--sim -v at AT+CIMI", 0, {" query --> AT.CIMI\n.* query <-- .CIMI: 310410000000000\n", "OK\n"}},
+       {"--sim -vv at AT", 0, {"D blib:.*atcmd request:AT\n", "OK\n"}},
        {"demo --seconds 0.2", 0, {"== Opening", "ATE0 +[0-9.]+ ms", "== A network scan", "wabs_close took"}},
        {nothing.c_str(), 1, {"could not be opened on .*/dev/ttyACM2", "errno: 2:can't open device"}},
        {"--library /nonexistent status", 1, {"^brioctl: The module library cannot be loaded"}},
@@ -123,6 +124,32 @@ storm = { urc = "+GTBARS: \u001b[2J", count = 600, every = 0.1 }
                           {"at AT+LIST", 0, {"^\\+LIST: \\\\x1b\\[2J\\\\x7f\\\\xc2\\\\x9b caf\xc3\xa9\nOK"}},
                           {"-v at AT+EVIL", 1, {"\n\\+CME ERROR: \\\\x1b\\]0;\\\\x07\n"}},
                           {"watch --seconds 20 | grep -m 1 +GTBARS", 0, {"report  \\+GTBARS: "}}});
+}
+
+// As docs/recording.md shows it. A host that does the same again follows the recording.
+TEST(Brioctl, RecordsWhatBecomesATest) {
+  modemsim::DeviceRoot home, device;
+  home.write("/walk.sh",
+             "cd " + home.dir() + "\nbrioctl() { " BRIOCTL " \"$@\"; }\nbriolab() { " BRIOLAB " \"$@\"; }\n");
+  const Outcome outcome = run("sed -n '/^```sh/,/^```$/{/^```/d;p}' " DOCS "/recording.md >> " +
+                              home.path("/walk.sh") + "; sh -e " + home.path("/walk.sh"));
+  EXPECT_EQ(0, outcome.status) << outcome.text;
+  const std::string log = home.read("/case/at.log").value_or("");
+  EXPECT_NE(std::string::npos, log.find("query <-- +CIMI: 310410000000000\n")) << outcome.text;
+  EXPECT_EQ(std::string::npos, log.find("3104101")) << log;
+  const std::string session = home.read("/case/case.txt").value_or("");
+  EXPECT_NE(std::string::npos,
+            session.find("\nwabs_get_bars => 0 1 ; sent AT+COPS?, AT+GTBARS?, AT+GTBARS=1\n"));
+
+  modemsim::Modem modem;
+  ASSERT_TRUE(modem.start(device.dir()) && modem.replay(home.path("/case"), 0)) << modem.error();
+  check(BRIOCTL, {{("--root " + device.dir() + " status").c_str(), 0, {"wabs_get_bars +0 ok +1 "}},
+                  {("--root " + device.dir() + " at AT+CSQ").c_str(), 1, {}}});
+  const std::string followed = modem.replayed();
+  EXPECT_TRUE(std::regex_search(
+      followed,
+      std::regex("^([0-9]+) of \\1 .*, [0-9]+ others. First: left .*: the host sent ATE0, .* end$")))
+      << followed;
 }
 
 // Of all that stands beside it.

@@ -49,8 +49,8 @@ Row number_row(const char* name, Call call, T initial, const std::string& unit) 
   return {name, status, status == 0 ? std::to_string(value) : "", unit, true};
 }
 
-Row text_row(const char* name, uint32_t (*call)(char*, uint32_t), const std::string& unit, bool identity,
-             bool show) {
+template <typename Call>
+Row text_row(const char* name, const Call& call, const std::string& unit, bool identity, bool show) {
   char text[64] = "";
   uint32_t status = call(text, sizeof(text));
   return {name, status, status != 0 ? "" : identity ? masked(text, show) : text, unit, false};

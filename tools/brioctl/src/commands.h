@@ -29,6 +29,13 @@ int run_ant(const Options& options, const std::string& choice);
 bool scan_networks(Session& session);
 int run_scan(const Options& options);
 
+// Records a session of this host for `seconds` or, when negative, until interrupted.
+int run_record(Options options, const std::string& dir, double seconds);
+// Records what another host and the modem say to each other. `in_place`: at the ports' own paths.
+int run_tap(const Options& options, const std::string& dir, double seconds, bool in_place);
+// Writes PREFIX.toml and PREFIX.txt; "" for a prefix after the recording.
+int run_import(const std::string& recording, std::string prefix, bool force);
+
 int run_demo(const Options& options, double seconds);
 
 }  // namespace brioctl

@@ -56,12 +56,16 @@ void Library::load(const std::string& wanted) {
     throw Failure("The module library cannot be loaded: " + reason +
                   ".\nName it with --library, or install it where the loader looks (ldconfig -p).");
   }
-#define OPERATION(result, name, ...)                                                        \
-  name = reinterpret_cast<decltype(name)>(dlsym(handle, #name));                            \
-  if (name == nullptr) {                                                                    \
-    throw Failure(path + " does not export " #name                                          \
-                         ": it is another version; rebuild it or name it with --library."); \
-  }
+  const auto resolve = [&](const char* name) {
+    void* function = dlsym(handle, name);
+    if (function == nullptr) {
+      throw Failure(path + " does not export " + name +
+                    ": it is another version; rebuild it or name it with --library.");
+    }
+    return function;
+  };
+#define OPERATION(result, member, ...) \
+  member = {reinterpret_cast<decltype(&::member)>(resolve(#member)), #member};
 #include "operations.def"
 }
 

@@ -10,12 +10,13 @@
 #include "brio/briolib.h"
 #include "brio/prox.h"
 #include "brio/wabs.h"
+#include "called.h"
 
 namespace brioctl {
 
 // Every function that the library exports.
 struct Library {
-#define OPERATION(result, name, ...) decltype(&::name) name = nullptr;
+#define OPERATION(result, name, ...) Called<decltype(&::name)> name;
 #include "operations.def"
   std::string path;
 

@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "printable.h"
+#include "recorder.h"
 
 namespace brioctl::log_sink {
 namespace {
@@ -15,14 +16,14 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 std::mutex s_mutex;  // guards everything below
-bool s_echo = false;
+int s_echo = 0;
+FILE* s_file = nullptr;
 std::string s_first_error;
 std::string s_modem_error;
 std::string s_trace_name;
 std::vector<Request> s_requests;
 Clock::time_point s_request_start;
 std::vector<std::string> s_events;
-const Clock::time_point s_start = Clock::now();
 
 // The text after `mark`, up to `end` (searched from the right) or the end; "" when `mark` is absent.
 std::string between(const std::string& text, const char* mark, const char* end = "") {
@@ -78,24 +79,34 @@ void take(int priority, const char* format, va_list arguments) {
   while (!line.empty() && line.back() == '\n') line.pop_back();
   line = printable(line);
   std::lock_guard<std::mutex> lock(s_mutex);
-  if (s_echo) {
-    double seconds = std::chrono::duration<double>(Clock::now() - s_start).count();
-    fprintf(stderr, "%9.3f  %s\n", seconds, line.c_str());
-  }
+  const std::size_t events = s_events.size();
+  note_request(line);
+  note_event(line);
+  const bool telling = LOG_PRI(priority) <= LOG_WARNING || s_events.size() > events;
+  if (s_echo > (telling ? 0 : 1))
+    fprintf(stderr, "%s log       %s\n", time_of_day(wall_clock_ms()).c_str(), line.c_str());
+  if (s_file != nullptr) fprintf(s_file, "%s %s\n", time_of_day(wall_clock_ms()).c_str(), line.c_str());
   if (LOG_PRI(priority) == LOG_ERR && s_first_error.empty()) s_first_error = line;
   std::string refused = between(line, "AT_err_string:", ":");
   if (!refused.empty()) s_modem_error = refused;
   std::string trace = between(line, "brio_trace_tst_log:name=\"", "\":start to catch");
   if (!trace.empty()) s_trace_name = trace;
-  note_request(line);
-  note_event(line);
 }
 
 }  // namespace
 
-void echo(bool on) {
+void echo(int level) {
   std::lock_guard<std::mutex> lock(s_mutex);
-  s_echo = on;
+  s_echo = level;
+}
+
+bool write_to(const std::string& path) {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  bool good = s_file == nullptr || fclose(s_file) == 0;
+  s_file = nullptr;
+  if (path.empty()) return good;
+  s_file = fopen(path.c_str(), "we");
+  return s_file != nullptr;
 }
 
 std::string first_error() {

@@ -16,8 +16,10 @@ struct Request {
   double milliseconds = 0;
 };
 
-// Prints every line on standard error.
-void echo(bool on);
+// What is printed on standard error: 0 nothing, 1 warnings, errors and events, 2 every line.
+void echo(int level);
+// Writes every line into a file; "" ends it. False when it cannot be written.
+bool write_to(const std::string& path);
 
 // The first error line of the library since clear_errors(), "" when there was none.
 std::string first_error();

@@ -39,8 +39,19 @@ int main(int argc, char** argv) {
       ->excludes(root);
   app.add_option("--speed", options.speed, "Play the scenario this many times as fast")
       ->check(command_line::above_zero);
-  app.add_flag("-v,--verbose", options.verbose, "Show the library's log on standard error");
-  app.add_flag("--identities", options.identities, "Show IMSI and ICCID whole");
+  app.add_flag("-v,--verbose", options.verbose,
+               "Show commands, answers and reports, warnings and errors on standard error; twice: the "
+               "library's whole log");
+  app.add_flag("--identities", options.identities,
+               "Show IMSI and ICCID whole, and leave them and the IMEI in an AT log");
+  app.add_option("--at-log", options.at_log, "Write each line of the query and URC port into this file")
+      ->type_name("FILE")
+      ->check(command_line::not_empty);
+  app.add_option("--query-port", options.ports.query, "Use this tty instead of /dev/ttyACM2")
+      ->type_name("TTY");
+  app.add_option("--urc-port", options.ports.urc, "Use this tty instead of /dev/ttyACM3")->type_name("TTY");
+  app.add_option("--trace-port", options.ports.trace, "Use this tty instead of /dev/ttyACM1")
+      ->type_name("TTY");
 
   double demo_seconds = 4;
   auto* demo =
@@ -91,6 +102,30 @@ int main(int argc, char** argv) {
   auto* ant = app.add_subcommand("ant", "Show the LTE antennas, or choose one");
   ant->add_option("choice", choice, "1, 2 or auto")->check(CLI::IsMember({"1", "2", "auto"}));
 
+  std::string folder;
+  double record_seconds = -1;
+  bool tap = false, in_place = false;
+  auto* record = app.add_subcommand(
+      "record", "Open the modem and keep what is said on its ports in a folder, until Ctrl-C");
+  record->add_option("folder", folder, "Where: at.log and library.log")
+      ->required()
+      ->check(command_line::not_empty);
+  record->add_option("--seconds", record_seconds, "End after this time")->check(command_line::above_zero);
+  auto* tapping =
+      record->add_flag("--tap", tap, "Record another host: pass what it and the modem say to each other");
+  record
+      ->add_flag("--in-place", in_place,
+                 "The tap takes the place of the modem's ports, for a host that knows no others")
+      ->needs(tapping);
+
+  std::string recording, beside;
+  bool force = false;
+  auto* import = app.add_subcommand("import", "Make a scenario and a briolab session of a recording");
+  import->add_option("recording", recording, "An AT log, or the folder of a recording")->required();
+  import->add_option("--to", beside, "Write PREFIX.toml and PREFIX.txt (default: beside the recording)")
+      ->type_name("PREFIX");
+  import->add_flag("--force", force, "Replace files that exist");
+
   int ended = 0;
   if (!command_line::parse(app, argc, argv, &ended)) return ended;
   if (!options.scenario.empty()) options.simulate = true;
@@ -110,6 +145,11 @@ int main(int argc, char** argv) {
     if (*at) return run_at(options, at_command, timeout);
     if (*page) return run_page(options, full, follow);
     if (*trace) return run_trace(options, filter, prefix, trace_seconds);
+    if (*record) {
+      return tap ? run_tap(options, folder, record_seconds, in_place)
+                 : run_record(options, folder, record_seconds);
+    }
+    if (*import) return run_import(recording, beside, force);
     if (*ant) return run_ant(options, choice);
     return run_scan(options);
   } catch (const Failure& failure) {

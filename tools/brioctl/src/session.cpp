@@ -9,6 +9,8 @@
 #include "modemsim/device_root.h"
 #include "modemsim/modem.h"
 #include "modemsim/scenario.h"
+#include "recorder.h"
+#include "relay.h"
 #include "report.h"
 
 namespace brioctl {
@@ -62,21 +64,54 @@ Session::Session(const Options& options) : options_(options), root_(options.root
     }
     root_ = simulation_->device.dir();
   }
-  lib.brio_set_root_dir(root_.c_str());
-  lib.wabs_set_log_mask(options.verbose ? 0xFFFFFFFF : kModuleLog);
-  lib.briolib_log_set_log_mask(options.verbose ? 0xFFFFFFFF & ~(BRIO_LOG_SELECT | BRIO_LOG_AT_DETAIL)
-                                               : kLibraryLog);
+  const bool whole = options.verbose > 1;
+  lib.wabs_set_log_mask.function(whole ? 0xFFFFFFFF : kModuleLog);
+  lib.briolib_log_set_log_mask.function(whole ? 0xFFFFFFFF & ~(BRIO_LOG_SELECT | BRIO_LOG_AT_DETAIL)
+                                              : kLibraryLog);
+  if (options.at_log.empty() && options.verbose == 0) return;
+  recorder_ = std::make_unique<Recorder>(options.identities);
+  if (!options.at_log.empty()) recorder_->write_to(options.at_log);
+  if (options.verbose > 0) recorder_->show();
+  call_listener = [this](bool begins, const std::string& text) { recorder_->journal()->call(begins, text); };
 }
 
 Session::~Session() {
-  close();
+  try {
+    close();
+  } catch (const Failure& failure) {
+    fprintf(stderr, "brioctl: %s\n", failure.what());
+  }
+  call_listener = nullptr;
+}
+
+PortPaths Session::ports() const {
+  const auto path = [this](const std::string& wanted, const char* device_path) {
+    return wanted.empty() ? host_path(device_path) : wanted;
+  };
+  return {path(options_.ports.trace, "/dev/ttyACM1"), path(options_.ports.query, "/dev/ttyACM2"),
+          path(options_.ports.urc, "/dev/ttyACM3")};
+}
+
+// The library opens the device's own ports, others in their place, or a relay.
+void Session::place_ports() {
+  PortPaths paths = ports();
+  if (recorder_ != nullptr) {
+    relay_ = std::make_unique<Relay>(paths.query, paths.urc, recorder_->journal());
+    paths.query = relay_->query_device();
+    paths.urc = relay_->urc_device();
+  }
+  const PortPaths& wanted = options_.ports;
+  const bool elsewhere = relay_ != nullptr || !(wanted.trace + wanted.query + wanted.urc).empty();
+  if (elsewhere) library_root_ = std::make_unique<LinkedRoot>(root_, paths);
+  lib.brio_set_root_dir.function((elsewhere ? library_root_->dir() : root_).c_str());
 }
 
 void Session::open_module() {
+  place_ports();
   log_sink::clear_errors();
   uint32_t status = lib.wabs_open();
   if (status != 0) {
-    throw Failure(explain("The modem could not be opened on " + host_path("/dev/ttyACM2") + " (status " +
+    throw Failure(explain("The modem could not be opened on " + ports().query + " (status " +
                           std::to_string(status) + ", " + status_name(status) +
                           ").\nCheck that it and ttyACM3 exist and that no other program drives the modem"));
   }
@@ -84,11 +119,12 @@ void Session::open_module() {
 }
 
 void Session::open_modem() {
+  place_ports();
   log_sink::clear_errors();
   uint32_t status = lib.brio_open("/dev/ttyACM2");
   if (status != 0) {
-    throw Failure(explain("The modem could not be opened on " + host_path("/dev/ttyACM2") +
-                          " (library status " + std::to_string(status) +
+    throw Failure(explain("The modem could not be opened on " + ports().query + " (library status " +
+                          std::to_string(status) +
                           ").\nCheck that it and ttyACM3 exist and that no other program drives the modem"));
   }
   open_ = kModem;
@@ -98,13 +134,16 @@ void Session::close() {
   if (open_ == kModule) lib.wabs_close();
   if (open_ == kModem) lib.brio_close();
   open_ = kClosed;
+  relay_.reset();
+  library_root_.reset();
+  if (recorder_ != nullptr) recorder_->finish();
 }
 
 std::string Session::modem_name() const {
   if (simulation_ != nullptr) {
     return "simulated, scenario " + fs::path(simulation_->scenario).filename().string();
   }
-  return host_path("/dev/ttyACM2");
+  return ports().query;
 }
 
 }  // namespace brioctl

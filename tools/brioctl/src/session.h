@@ -6,6 +6,7 @@
 #include <string>
 
 #include "library.h"
+#include "ports.h"
 
 namespace brioctl {
 
@@ -14,11 +15,15 @@ struct Options {
   std::string root;      // "" for the device itself
   std::string scenario;  // simulate this scenario: a file, or the name of an installed one
   bool simulate = false;
-  double speed = 1;  // the scenario is played this many times as fast
-  bool verbose = false;
-  bool identities = false;  // show whole IMSI and ICCID
+  double speed = 1;         // the scenario is played this many times as fast
+  int verbose = 0;          // 1: the lines of the ports, warnings and errors; 2: the library's whole log
+  bool identities = false;  // show whole IMSI, ICCID and, in the AT log, IMEI
+  std::string at_log;       // a file, "" for none
+  PortPaths ports;          // "" for the device's own
 };
 
+class Recorder;
+class Relay;
 struct Simulation;
 
 class Session {
@@ -40,11 +45,20 @@ class Session {
   // A file below the root directory as this system sees it.
   std::string host_path(const std::string& device_path) const { return root_ + device_path; }
   bool simulated() const { return simulation_ != nullptr; }
+  // The ports as this system sees them.
+  PortPaths ports() const;
+  // What the AT log has so far; null when none is taken.
+  const Recorder* recorder() const { return recorder_.get(); }
 
  private:
+  void place_ports();
+
   Options options_;
   std::string root_;
   std::unique_ptr<Simulation> simulation_;
+  std::unique_ptr<Recorder> recorder_;
+  std::unique_ptr<Relay> relay_;              // while open
+  std::unique_ptr<LinkedRoot> library_root_;  // while open
   enum { kClosed, kModule, kModem } open_ = kClosed;
 };
 

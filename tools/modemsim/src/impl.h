@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -18,13 +19,14 @@
 
 #include "commands.h"
 #include "modemsim/modem.h"
+#include "modemsim/pty_port.h"
 #include "modemsim/scenario.h"
-#include "port.h"
 #include "state.h"
 
 namespace modemsim {
 
-struct Play;  // a scenario that is being played
+struct Play;    // a scenario that is being played
+struct Replay;  // a recording that is being answered from
 
 struct Modem::Impl {
   struct Waiter {
@@ -62,6 +64,13 @@ struct Modem::Impl {
   void finish_command();
   void drop_current();
   Fault take_fault(const std::string& command);
+  // answers.cpp
+  const Answer* take_answer(const std::string& command);
+  void note_set(const std::string& command);
+  void give_answer(const Answer& answer);
+  bool replay(const std::string& path, double speed);
+  void replay_command(const std::string& command);
+  void finish_reports();
   void report_change(const Reported& before);
   PtyPort& port(Port which) { return ports_[static_cast<std::size_t>(which)]; }
   void write(Port which, const std::string& bytes);
@@ -112,6 +121,8 @@ struct Modem::Impl {
   State state_;
   Network last_network_;
   std::vector<Fault> faults_;
+  std::vector<Answer> answers_;
+  std::map<std::string, std::string> last_sets_;  // by the command's name
   std::string partial_line_;
   std::deque<std::string> queue_;  // commands that wait for the one in work
   std::string current_;
@@ -120,6 +131,8 @@ struct Modem::Impl {
   bool scanning_ = false;
   std::uint64_t work_timer_ = 0;
 
+  std::optional<Answer> answer_;  // of the current command
+  std::shared_ptr<Replay> replay_;
   std::shared_ptr<Play> play_;  // the scenario that is played, or null
   std::uint64_t net_timer_ = 0;
   std::uint64_t trace_rate_ = 0;

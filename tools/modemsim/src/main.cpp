@@ -124,7 +124,8 @@ std::string claim(const std::string& root) {
   return modemsim::foreign_root(root);
 }
 
-int play(std::string root, const std::string& scenario_name, bool verbose, double seconds, double speed) {
+int play(std::string root, const std::string& scenario_name, const std::string& recording, bool verbose,
+         double seconds, double speed) {
   modemsim::Scenario scenario;
   if (!scenario_name.empty()) {
     const std::string file = modemsim::find_scenario(scenario_name);
@@ -146,25 +147,29 @@ int play(std::string root, const std::string& scenario_name, bool verbose, doubl
   if (!problem.empty()) return complain(problem);
   Printer printer;
   modemsim::Modem modem;
-  if (verbose) {
-    modem.observe([&](const modemsim::Traffic& traffic) { printer.traffic(traffic); });
+  if (verbose) modem.observe([&](const modemsim::Traffic& traffic) { printer.traffic(traffic); });
+  // Of a recording the events are what one wants to know: where the host left it.
+  if (verbose || !recording.empty()) {
     modem.observe_events([&](const std::string& text) { printer.event(text); });
   }
-  if (!modem.start(root) || !modem.play(scenario, speed)) return complain(modem.error());
+  if (!modem.start(root)) return complain(modem.error());
+  const bool ready = recording.empty() ? modem.play(scenario, speed) : modem.replay(recording, speed);
+  if (!ready) return complain(modem.error());
   if (!scenario.title.empty()) std::printf("%s\n", printable(scenario.title).c_str());
   std::printf("query port %s/dev/ttyACM2\nURC port   %s/dev/ttyACM3\ntrace port %s/dev/ttyACM1\n",
               root.c_str(), root.c_str(), root.c_str());
   std::printf("End with Ctrl-C.\n");
   std::fflush(stdout);
   wait_for_the_end(signals, seconds);
-  return std::ferror(stdout) == 0 ? 0 : complain("the output cannot be written");
+  if (!recording.empty()) std::printf("%s\n", printable(modem.replayed()).c_str());
+  return std::fflush(stdout) == 0 && std::ferror(stdout) == 0 ? 0 : complain("the output cannot be written");
 }
 
 int run(int argc, char** argv) {
   CLI::App app{kAbout, "modemsim"};
   app.footer(kExample);
   std::string root;
-  std::string scenario;
+  std::string scenario, recording;
   bool commands = false;
   bool verbose = false;
   double seconds = 0;
@@ -173,8 +178,16 @@ int run(int argc, char** argv) {
       ->check(command_line::not_empty);
   app.add_option("--scenario", scenario, "Scenario file, or an installed one: demo, home-lte, rough-day")
       ->check(command_line::not_empty);
-  app.add_option("--speed", speed, "Play the scenario this many times as fast")
-      ->check(command_line::above_zero);
+  auto* replay =
+      app.add_option("--replay", recording,
+                     "Answer as in this AT log, or folder of brioctl record, and tell where the host "
+                     "leaves it")
+          ->type_name("FILE|DIR")
+          ->check(command_line::not_empty);
+  app.get_option("--scenario")->excludes(replay);
+  app.add_option("--speed", speed,
+                 "Play the scenario or the recording this many times as fast; 0: a recording without waiting")
+      ->check(CLI::NonNegativeNumber);
   app.add_option("--seconds", seconds, "End after this time (default: at Ctrl-C)")
       ->check(command_line::above_zero);
   app.add_flag("--list-commands", commands, "Print the commands that the modem knows");
@@ -185,7 +198,11 @@ int run(int argc, char** argv) {
     list_commands();
     return 0;
   }
-  return play(root, scenario, verbose, seconds, speed);
+  if (speed == 0 && recording.empty()) {
+    std::fprintf(stderr, "--speed: only a recording can be played without waiting; give a number above 0\n");
+    return command_line::kUsage;
+  }
+  return play(root, scenario, recording, verbose, seconds, speed);
 }
 
 }  // namespace

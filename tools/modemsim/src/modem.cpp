@@ -381,12 +381,19 @@ void Modem::tell(const std::string& command) {
   impl_->call([&] { impl_->take_line(command); });
 }
 
+void Modem::answer(const Answer& answer) {
+  impl_->call([&] { impl_->answers_.push_back(answer); });
+}
+
 void Modem::fault(const Fault& fault) {
   impl_->call([&] { impl_->faults_.push_back(fault); });
 }
 
 void Modem::clear_faults() {
-  impl_->call([this] { impl_->faults_.clear(); });
+  impl_->call([this] {
+    impl_->faults_.clear();
+    impl_->answers_.clear();
+  });
 }
 
 void Modem::chunk(std::size_t bytes) {

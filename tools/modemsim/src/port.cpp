@@ -1,4 +1,4 @@
-#include "port.h"
+#include "modemsim/pty_port.h"
 
 #include <fcntl.h>
 #include <poll.h>

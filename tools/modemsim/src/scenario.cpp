@@ -259,6 +259,36 @@ Fault read_fault(Reader reader) {
   return fault;
 }
 
+Answer read_answer(Reader reader) {
+  Answer answer;
+  if (!reader.text("command", answer.command) || answer.command.empty()) {
+    fail(reader.file(), reader.table(), reader.name("command") + " is missing: the whole command");
+  }
+  if (reader.find("lines") == nullptr) {
+    fail(reader.file(), reader.table(),
+         reader.name("lines") + " is missing: an empty list is no answer at all");
+  }
+  answer.lines = reader.texts("lines");
+  for (const std::string& line : answer.lines) {
+    if (line.find_first_of("\r\n") != std::string::npos) {
+      reader.wrong(*reader.find("lines"), "lines", "lines without line ends, each one for itself");
+    }
+  }
+  reader.number_into("times", -1, 1000000, answer.times);
+  reader.seconds("delay", answer.delay);
+  reader.text("after", answer.after);
+  for (const auto* table : reader.subs("reports")) {
+    Reader report(reader.file(), *table, reader.name("reports"));
+    TimedLine line;
+    report.seconds("t", line.time);
+    report.text("line", line.line);
+    report.finish();
+    answer.reports.push_back(line);
+  }
+  reader.finish();
+  return answer;
+}
+
 std::map<std::string, std::string> read_files(Reader reader) {
   std::map<std::string, std::string> files;
   for (const auto& [key, node] : reader.table()) {
@@ -385,6 +415,9 @@ Event read_event(Reader reader) {
   for (const auto* table : reader.subs("fault")) {
     event.faults.push_back(read_fault(Reader(reader.file(), *table, reader.name("fault"))));
   }
+  for (const auto* table : reader.subs("answer")) {
+    event.answers.push_back(read_answer(Reader(reader.file(), *table, reader.name("answer"))));
+  }
   if (const auto* table = reader.sub("files")) {
     event.files = read_files(Reader(reader.file(), *table, reader.name("files")));
   }
@@ -430,6 +463,9 @@ Scenario read_scenario(const toml::table& root, const std::string& name) {
   }
   for (const auto* table : reader.subs("fault")) {
     scenario.faults.push_back(read_fault(Reader(scenario.file, *table, "fault")));
+  }
+  for (const auto* table : reader.subs("answer")) {
+    scenario.answers.push_back(read_answer(Reader(scenario.file, *table, "answer")));
   }
   if (const auto* table = reader.sub("files")) {
     scenario.files = read_files(Reader(scenario.file, *table, "files"));

@@ -46,6 +46,7 @@ bool Modem::Impl::play(const Scenario& scenario, double speed) {
   state_ = scenario.state;
   last_network_ = Network();
   faults_ = scenario.faults;
+  answers_ = scenario.answers;
   trace_rate_ = scenario.trace_rate;
   play_ = std::make_shared<Play>();
   play_->scenario = scenario;
@@ -85,8 +86,12 @@ void Modem::Impl::play_event(const std::shared_ptr<Play>& play, const Event& eve
   };
   if (event.plug) report(plug() ? "" : error_);
   if (event.chunk) set_chunk(*event.chunk);
-  if (event.clear_faults) faults_.clear();
+  if (event.clear_faults) {
+    faults_.clear();
+    answers_.clear();
+  }
   faults_.insert(faults_.end(), event.faults.begin(), event.faults.end());
+  answers_.insert(answers_.end(), event.answers.begin(), event.answers.end());
   for (const auto& [path, contents] : event.files) report(write_device_file(root_, path, contents));
   for (const std::string& path : event.remove) report(remove_device_file(root_, path));
   report(write_prox(root_, event.prox, false));

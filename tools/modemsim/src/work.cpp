@@ -1,4 +1,6 @@
 // Commands in work, one after the other: their faults, the time they take, their answers and reports.
+#include <strings.h>
+
 #include <iterator>
 
 #include "impl.h"
@@ -13,6 +15,10 @@ void Modem::Impl::take_line(const std::string& line) {
     log_changed_.notify_all();
   }
   if (observer_) observer_({Port::kQuery, true, line});
+  if (replay_) {
+    replay_command(line);
+    return;
+  }
   if (state_.echo) write(Port::kQuery, line + "\r");
   if (line == "^" && busy_ && scanning_) {
     drop_current();
@@ -28,9 +34,14 @@ void Modem::Impl::work_on_commands() {
     current_ = queue_.front();
     queue_.pop_front();
     fault_ = take_fault(current_);
+    answer_.reset();
+    const bool answers = !fault_.replace && !fault_.silent && !fault_.unplug;
+    if (const Answer* scripted = answers ? take_answer(current_) : nullptr) answer_ = *scripted;
     Parsed parsed;
-    const bool known = parse_command(current_, parsed);
-    const Milliseconds time = fault_.delay + (known ? command_time(parsed, state_) : Milliseconds(0));
+    const bool known = !answer_ && parse_command(current_, parsed);
+    const Milliseconds time = fault_.delay + (answer_ ? answer_->delay
+                                              : known ? command_time(parsed, state_)
+                                                      : Milliseconds(0));
     if (time <= Milliseconds(0)) {
       finish_command();
       continue;
@@ -53,6 +64,9 @@ void Modem::Impl::drop_current() {
 void Modem::Impl::finish_command() {
   const Fault fault = std::move(fault_);
   fault_ = Fault();
+  note_set(current_);
+  const std::optional<Answer> scripted = std::move(answer_);
+  answer_.reset();
   if (fault.unplug) {
     disconnect();
     return;
@@ -63,6 +77,12 @@ void Modem::Impl::finish_command() {
   }
   if (fault.replace) {
     write(Port::kQuery, fault.before + fault.reply + fault.after);
+    return;
+  }
+  if (scripted) {
+    write(Port::kQuery, fault.before);
+    give_answer(*scripted);
+    write(Port::kQuery, fault.after);
     return;
   }
   const Reported before = reported(state_);
@@ -77,7 +97,7 @@ Fault Modem::Impl::take_fault(const std::string& command) {
   Fault chosen;
   bool found = false;
   for (auto it = faults_.begin(); it != faults_.end();) {
-    if (command.compare(0, it->command.size(), it->command) != 0) {
+    if (strncasecmp(command.c_str(), it->command.c_str(), it->command.size()) != 0) {
       ++it;
       continue;
     }

@@ -33,7 +33,7 @@ enum class Port { kTrace, kQuery, kUrc };
 // faults that fit a command the one that was added first applies; `skip` counts every command that fits. A
 // command whose answer is replaced, withheld or cut by unplugging has no effect on the state.
 struct Fault {
-  std::string command;  // prefix of the command, case as sent; "" matches every command
+  std::string command;  // prefix of the command, case does not matter; "" matches every command
   int skip = 0;         // leave this many matching commands alone first
   int times = -1;       // then apply to this many, -1 for ever
   std::string reply;    // raw bytes instead of the answer when `replace`
@@ -44,6 +44,26 @@ struct Fault {
   std::string after;      // raw bytes after it
   bool joined = false;    // no blank lines: each line ends in CR LF only
   bool unplug = false;    // the modem goes away instead of answering
+};
+
+// A report of a scripted answer: so long after the command.
+struct TimedLine {
+  Milliseconds time{0};
+  std::string line;
+};
+
+// A scripted answer: it takes the place of what the state gives and has no effect on the state. Of several
+// for the same command, those whose `after` holds come first, then those without; among these the first one
+// that is not used up.
+struct Answer {
+  std::string command;             // the whole command, case does not matter
+  std::vector<std::string> lines;  // without line ends, the final line included; none: no answer ever comes
+  int times = -1;                  // -1 for ever
+  Milliseconds delay{0};
+  // Holds while this is the last command that set something under its name: after = "AT+COPS=2" until another
+  // AT+COPS=... comes. "" holds always.
+  std::string after;
+  std::vector<TimedLine> reports;
 };
 
 // What went over a port, for an observer. Line ends are part of `bytes` in what the modem writes. An answer
@@ -85,8 +105,10 @@ class Modem {
   // A command as if the query port had brought it. Before start() it is answered at once, to the observer.
   void tell(const std::string& command);
 
+  // Adds a scripted answer. A fault that fits the command comes before it.
+  void answer(const Answer& answer);
   void fault(const Fault& fault);
-  void clear_faults();
+  void clear_faults();  // and scripted answers
   // Answers and reports are written in pieces of this many bytes; 0 writes whole. The next piece follows when
   // the reader has taken the one before, at the latest after 20 ms.
   void chunk(std::size_t bytes);
@@ -122,6 +144,15 @@ class Modem {
   bool play(const Scenario& scenario, double speed = 1);
   // Waits until the last event of the timeline was played; false after `patience`.
   bool wait_played(Milliseconds patience = Milliseconds(10000));
+
+  // From now on the modem answers as it did in an AT log (at_log.h): a file, or the folder of a recording.
+  // Reports come at their place among the commands, at the latest when the next command comes. `speed` times
+  // as fast as recorded; 0: without waiting. A command that is not the next one of the recording is told to
+  // the observer of events, with what was expected, and answered as at its next place in the recording, else
+  // as at its last one, else with ERROR. False with a message in error().
+  bool replay(const std::string& path, double speed = 1);
+  // How far a host has followed the recording: a sentence.
+  std::string replayed();
 
   // Called on the simulator's thread for each command and each write; must not call the modem. Set before
   // start.

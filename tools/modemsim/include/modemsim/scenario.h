@@ -14,6 +14,10 @@
 //   command = "AT+GTSIMSTATUS?"
 //   times = 2
 //   reply = "\r\n+GTSIMSTATUS: 1,0\r\n\r\nOK\r\n"
+//   [[answer]]                     the members of Answer; delay and each report's t in seconds
+//   command = "AT+COPS?"
+//   after = "AT+COPS=2"
+//   lines = ["+COPS: 2", "OK"]
 //   [files]                        placed below the root folder
 //   "/mnt/us/apn" = "broadband\n"
 //   [prox]                         a proximity sensor: diff, avg, offset, use
@@ -58,6 +62,7 @@ struct Event {  // NOLINT(clang-analyzer-optin.performance.Padding): the order o
   std::optional<std::size_t> chunk;
   bool clear_faults = false;
   std::vector<Fault> faults;                 // [[at.fault]] or fault = {..}
+  std::vector<Answer> answers;               // [[at.answer]] or answer = {..}
   std::map<std::string, std::string> files;  // written below the root folder
   std::vector<std::string> remove;           // files taken away
   Prox prox;
@@ -98,6 +103,7 @@ struct Scenario {
   std::string title;
   State state;
   std::vector<Fault> faults;
+  std::vector<Answer> answers;
   std::map<std::string, std::string> files;
   std::optional<Prox> prox;  // none: the device has no sensor
   std::optional<NetCounters> net;

@@ -2,8 +2,8 @@
 //
 // The simulator keeps no descriptor of the host's side, so that it knows when nobody has the port open: the
 // master then reports a hang-up and must not be polled. Opening is learnt through inotify.
-#ifndef MODEMSIM_PORT_H
-#define MODEMSIM_PORT_H
+#ifndef MODEMSIM_PTY_PORT_H
+#define MODEMSIM_PTY_PORT_H
 
 #include <chrono>
 #include <cstddef>

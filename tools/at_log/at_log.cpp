@@ -1,0 +1,238 @@
+#include "at_log.h"
+
+#include <cctype>
+#include <chrono>
+#include <cinttypes>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+
+#include "printable.h"
+
+namespace at_log {
+namespace {
+
+constexpr const char* kPorts[] = {"query", "urc", "host"};
+constexpr std::int64_t kTornAfter = 1000;  // ms
+constexpr std::size_t kMaxLine = 65536;    // a longer line is cut in pieces, each of them torn
+constexpr std::size_t kShownDigits = 6;    // of an identity: the network or the issuer
+
+std::string escaped(const std::string& text) {
+  std::string result;
+  for (std::size_t at = 0;;) {
+    const std::size_t end = text.find('\\', at);
+    result += printable(text.substr(at, end - at));
+    if (end == std::string::npos) return result;
+    result += "\\\\";
+    at = end + 1;
+  }
+}
+
+// The text behind the columns; false for an escape that does not exist.
+bool unescape(const std::string& text, Line& line) {
+  for (std::size_t at = 0; at < text.size(); at++) {
+    if (text[at] != '\\') {
+      line.text += text[at];
+      continue;
+    }
+    if (++at == text.size()) {
+      line.torn = true;
+      return true;
+    }
+    unsigned code = 0;
+    int size = 0;
+    if (text[at] == '\\') {
+      line.text += '\\';
+    } else if (text[at] == 'r' || text[at] == 'n') {
+      line.text += text[at] == 'r' ? '\r' : '\n';
+    } else if (text[at] == 'x' && std::sscanf(text.c_str() + at, "x%2x%n", &code, &size) == 1 && size == 3) {
+      line.text += static_cast<char>(code);
+      at += 2;
+    } else {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool starts(const std::string& text, const char* prefix) {
+  return text.rfind(prefix, 0) == 0;
+}
+
+// Zeros for what follows the first digits of `size` digits at `at`.
+void blank(std::string& text, std::size_t at, std::size_t size) {
+  for (std::size_t i = at + kShownDigits; i < at + size; i++) text[i] = '0';
+}
+
+}  // namespace
+
+std::string format(const Line& line) {
+  const std::time_t seconds = line.wall_ms / 1000;
+  std::tm utc{};
+  gmtime_r(&seconds, &utc);
+  char day[32], columns[96];
+  std::strftime(day, sizeof day, "%Y-%m-%dT%H:%M:%S", &utc);
+  std::snprintf(columns, sizeof columns, "%s.%03dZ %9" PRId64 " %-5s %s ", day,
+                static_cast<int>(line.wall_ms % 1000), line.ms, kPorts[static_cast<int>(line.port)],
+                line.to_modem ? "-->" : "<--");
+  return columns + escaped(line.text) + (line.torn ? "\\" : "");
+}
+
+std::optional<Line> parse(const std::string& text) {
+  if (text.empty() || text[0] == '#') return std::nullopt;
+  std::tm utc{};
+  int milliseconds = 0, size = 0;
+  Line line;
+  char port[8], direction[4];
+  if (std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d.%3dZ %" SCNd64 " %7s %3s%n", &utc.tm_year,
+                  &utc.tm_mon, &utc.tm_mday, &utc.tm_hour, &utc.tm_min, &utc.tm_sec, &milliseconds, &line.ms,
+                  port, direction, &size) != 10) {
+    throw std::invalid_argument("this is no line of an AT log");
+  }
+  utc.tm_year -= 1900;
+  utc.tm_mon -= 1;
+  line.wall_ms = static_cast<std::int64_t>(timegm(&utc)) * 1000 + milliseconds;
+  std::size_t which = 0;
+  while (which < std::size(kPorts) && std::string(port) != kPorts[which]) which++;
+  if (which == std::size(kPorts)) throw std::invalid_argument("the port must be query, urc or host");
+  line.port = static_cast<Port>(which);
+  line.to_modem = std::string(direction) == "-->";
+  if (!line.to_modem && std::string(direction) != "<--") {
+    throw std::invalid_argument("the direction must be --> or <--");
+  }
+  const std::string rest = text.substr(static_cast<std::size_t>(size));
+  if (!unescape(rest.empty() ? rest : rest.substr(1), line)) {
+    throw std::invalid_argument("a backslash must be followed by \\, r, n or xNN");
+  }
+  return line;
+}
+
+std::vector<Line> load(const std::string& path) {
+  const std::string name = std::filesystem::is_directory(path) ? path + "/at.log" : path;
+  std::ifstream file(name);
+  if (!file) throw std::runtime_error(name + " cannot be read");
+  std::vector<Line> lines;
+  std::string text;
+  for (int number = 1; std::getline(file, text); number++) {
+    try {
+      if (auto line = parse(text)) lines.push_back(*line);
+    } catch (const std::invalid_argument& wrong) {
+      throw std::runtime_error(name + ":" + std::to_string(number) + ": " + wrong.what());
+    }
+  }
+  if (lines.empty()) throw std::runtime_error(name + " holds no line of an AT log");
+  return lines;
+}
+
+std::vector<Exchange> exchanges(const std::vector<Line>& lines) {
+  std::vector<Exchange> all;
+  for (const Line& line : lines) {
+    if (line.port == Port::kHost) continue;
+    const bool command = line.port == Port::kQuery && line.to_modem;
+    if (command || all.empty()) {
+      all.emplace_back().command = line;
+      if (!command) all.back().command.text.clear();
+    }
+    if (line.to_modem) continue;
+    (line.port == Port::kUrc ? all.back().reports : all.back().answers).push_back(line);
+  }
+  return all;
+}
+
+void Mask::hide(Line& line) {
+  std::string& text = line.text;
+  if (line.port == Port::kQuery && line.to_modem) command_ = text;
+  const bool file = starts(text, "+CRSM:");
+  // EF_ICCID and EF_IMSI.
+  if (file && command_.find("=176,12258") == std::string::npos &&
+      command_.find("=176,28423") == std::string::npos) {
+    return;
+  }
+  const bool named = starts(text, "+CCID:") || starts(text, "+CIMI:") || starts(text, "+CGSN:");
+  for (std::size_t at = 0; at < text.size();) {
+    // An identity may hold letters (an ICCID does) where the line says that it is one.
+    const auto belongs = [&](char c) {
+      return std::isdigit(c & 0xFF) || ((named || file) && std::isxdigit(c & 0xFF));
+    };
+    std::size_t end = at;
+    while (end < text.size() && belongs(text[end])) end++;
+    const bool word = (at > 0 && std::isalnum(text[at - 1] & 0xFF)) ||
+                      (end < text.size() && std::isalpha(text[end] & 0xFF));
+    if (end - at >= 14 && end - at <= 22 && !word) blank(text, at, end - at);
+    at = end + 1;
+  }
+}
+
+Journal::Journal(bool identities) : identities_(identities), start_(now()) {}
+
+std::int64_t Journal::now() {
+  using namespace std::chrono;
+  return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+void Journal::listen(Listener listener) {
+  listeners_.push_back(std::move(listener));
+}
+
+void Journal::tell(Port port, bool to_modem, std::string text, bool torn) {
+  using namespace std::chrono;
+  Line line;
+  line.wall_ms = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+  line.ms = now() - start_;
+  line.port = port;
+  line.to_modem = to_modem;
+  line.text = std::move(text);
+  line.torn = torn;
+  if (!identities_) mask_.hide(line);
+  for (const Listener& listener : listeners_) listener(line);
+}
+
+void Journal::bytes(Port port, bool to_modem, const char* data, std::size_t size) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  Channel& channel = channels_[static_cast<std::size_t>(port) * 2 + (to_modem ? 1 : 0)];
+  channel.since = now();
+  for (std::size_t i = 0; i < size; i++) {
+    const bool end = data[i] == '\r' || data[i] == '\n';
+    if (!end) channel.partial += data[i];
+    if (end ? !channel.partial.empty() : channel.partial.size() >= kMaxLine) {
+      std::string text;
+      text.swap(channel.partial);
+      tell(port, to_modem, std::move(text), !end);
+    }
+  }
+}
+
+void Journal::call(bool begins, const std::string& text) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  tell(Port::kHost, begins, text, false);
+}
+
+int Journal::tick() {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  std::int64_t next = -1;
+  for (std::size_t i = 0; i < channels_.size(); i++) {
+    Channel& channel = channels_[i];
+    if (channel.partial.empty()) continue;
+    const std::int64_t left = channel.since + kTornAfter - now();
+    if (left > 0) {
+      next = next < 0 || left < next ? left : next;
+      continue;
+    }
+    std::string text;
+    text.swap(channel.partial);
+    tell(static_cast<Port>(i / 2), i % 2 == 1, std::move(text), true);
+  }
+  return static_cast<int>(next);
+}
+
+void Journal::finish() {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  for (std::size_t i = 0; i < channels_.size(); i++) {
+    std::string text;
+    text.swap(channels_[i].partial);
+    if (!text.empty()) tell(static_cast<Port>(i / 2), i % 2 == 1, std::move(text), true);
+  }
+}
+
+}  // namespace at_log

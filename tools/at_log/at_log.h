@@ -1,0 +1,96 @@
+// The AT log: every line of the query and the URC port with its time and direction, and what the host called.
+//
+//   2026-11-22T07:12:03.123Z       312 query --> AT+GTBARS?
+//   2026-11-22T07:12:03.125Z       314 query <-- +GTBARS: 0,7,4,60,30
+//   2026-11-22T07:12:09.001Z      6190 urc   <-- +CREG: 5,"1A2B","01C2D3E4",7
+//   2026-11-22T07:12:03.122Z       311 host  --> wabs_get_bars
+//   2026-11-22T07:12:03.126Z       315 host  <-- 0 4
+//
+// The columns are UTC, milliseconds on the monotonic clock since the log began, port, direction (--> to the
+// modem, or a call of the host; <-- from the modem, or a call's result) and the line without its line end.
+// Control characters and other bytes that are no text stand as \xNN, a backslash as \\; a single backslash at
+// the end says that the line end was missing. Lines that begin with # are remarks.
+#ifndef TOOLS_AT_LOG_H
+#define TOOLS_AT_LOG_H
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace at_log {
+
+enum class Port { kQuery, kUrc, kHost };
+
+struct Line {
+  std::int64_t wall_ms = 0;  // since 1970, UTC
+  std::int64_t ms = 0;       // since the log began, monotonic
+  Port port = Port::kQuery;
+  bool to_modem = false;
+  std::string text;
+  bool torn = false;  // without a line end
+};
+
+std::string format(const Line& line);  // without a line end
+std::optional<Line> parse(
+    const std::string& text);  // nothing for a remark or an empty line; throws std::invalid_argument
+// A file, or the file at.log of a recording's folder. Throws std::runtime_error: a sentence with file and
+// line.
+std::vector<Line> load(const std::string& path);
+
+// A command and what the modem said until the next one.
+struct Exchange {
+  Line command;
+  std::vector<Line> answers, reports;
+};
+
+// What the modem said on its query and its URC port, by command. Reports that came before the first command
+// are those of an exchange without command text.
+std::vector<Exchange> exchanges(const std::vector<Line>& lines);
+
+// Hides IMSI, ICCID and IMEI: from the seventh digit on they become zeros, so that a recording can still be
+// answered from. Remembers the last command: the answer to a SIM file's reading does not name the file.
+class Mask {
+ public:
+  void hide(Line& line);
+
+ private:
+  std::string command_;
+};
+
+// Makes lines of bytes as they pass, and hands them to whoever listens. Any thread.
+class Journal {
+ public:
+  using Listener = std::function<void(const Line&)>;
+
+  explicit Journal(bool identities);
+  void listen(Listener listener);  // before the first bytes
+  void bytes(Port port, bool to_modem, const char* data, std::size_t size);
+  void call(bool begins, const std::string& text);
+  // Ends lines whose line end has not come for a second. How long until the next one needs it; -1 for none.
+  int tick();
+  void finish();  // ends every line
+
+ private:
+  struct Channel {
+    std::string partial;
+    std::int64_t since = 0;  // monotonic, of the last byte
+  };
+  static std::int64_t now();
+  void tell(Port port, bool to_modem, std::string text, bool torn);
+
+  std::mutex mutex_;  // guards everything below; listeners are called with it held
+  bool identities_;
+  std::int64_t start_;
+  Mask mask_;
+  std::vector<Listener> listeners_;
+  std::array<Channel, 4> channels_;  // by port and direction
+};
+
+}  // namespace at_log
+
+#endif

@@ -1,0 +1,42 @@
+// Where the lines of the ports go: the AT log's file, the recording's folder, standard error.
+#ifndef BRIOCTL_RECORDER_H
+#define BRIOCTL_RECORDER_H
+
+#include <cstdio>
+#include <string>
+
+#include "at_log.h"
+
+namespace brioctl {
+
+class Recorder {
+ public:
+  explicit Recorder(bool identities) : journal_(identities) {}
+  ~Recorder();
+  Recorder(const Recorder&) = delete;
+  Recorder& operator=(const Recorder&) = delete;
+
+  // Writes the AT log into a new file; an older one of the name is replaced. Throws Failure.
+  void write_to(const std::string& path);
+  // Shows each line on standard error.
+  void show();
+  at_log::Journal* journal() { return &journal_; }
+  std::size_t lines() const { return lines_; }
+
+  // Ends the file. Throws Failure when it could not be written.
+  void finish();
+
+ private:
+  at_log::Journal journal_;
+  std::string path_;
+  FILE* file_ = nullptr;
+  std::size_t lines_ = 0;
+};
+
+// Time of the day, "07:12:03.123".
+std::string time_of_day(std::int64_t wall_ms);
+std::int64_t wall_clock_ms();
+
+}  // namespace brioctl
+
+#endif

@@ -1,0 +1,179 @@
+#include "relay.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+
+#include "report.h"
+
+namespace brioctl {
+namespace {
+
+constexpr std::size_t kMaxWaiting =
+    65536;  // for a modem that has stopped reading; more is not taken from the host
+
+void signal_event(int event) {
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const ssize_t count = write(event, &one, sizeof one);
+}
+
+}  // namespace
+
+Relay::Relay(const std::string& query_port, const std::string& urc_port, at_log::Journal* journal)
+    : journal_(journal) {
+  ways_[1].port = at_log::Port::kUrc;
+  try {
+    inotify_ = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    stop_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    gone_event_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (inotify_ < 0 || stop_ < 0 || gone_event_ < 0) {
+      throw Failure(std::string("The AT log cannot be taken: ") + std::strerror(errno) + ".");
+    }
+    open_modem(ways_[0], query_port);
+    open_modem(ways_[1], urc_port);
+    for (Way& way : ways_) {
+      const std::string problem = way.host.create(inotify_);
+      if (!problem.empty()) throw Failure("The AT log cannot be taken: " + problem + ".");
+    }
+  } catch (const Failure&) {
+    close_all();
+    throw;
+  }
+  // Signals are the main thread's.
+  sigset_t all, before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  thread_ = std::thread([this] { run(); });
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+Relay::~Relay() {
+  signal_event(stop_);
+  thread_.join();
+  close_all();
+}
+
+void Relay::close_all() {
+  for (Way& way : ways_) {
+    if (way.modem >= 0) close(way.modem);
+    way.host.close();
+  }
+  for (const int fd : {inotify_, stop_, gone_event_}) {
+    if (fd >= 0) close(fd);
+  }
+}
+
+void Relay::open_modem(Way& way, const std::string& path) {
+  way.modem = open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  if (way.modem < 0) throw Failure(path + " cannot be opened: " + std::strerror(errno) + ".");
+  termios settings{};
+  if (tcgetattr(way.modem, &settings) != 0) throw Failure(path + " is no serial port.");
+  cfmakeraw(&settings);
+  settings.c_cflag |= CLOCAL | CREAD;
+  settings.c_cc[VMIN] = 1;  // a read of no bytes is a hang-up then
+  settings.c_cc[VTIME] = 0;
+  cfsetispeed(&settings, B921600);
+  cfsetospeed(&settings, B921600);
+  tcsetattr(way.modem, TCSANOW, &settings);
+}
+
+void Relay::run() {
+  for (;;) {
+    std::array<pollfd, 6> items{};
+    std::size_t count = 0;
+    items[count++] = {stop_, POLLIN, 0};
+    items[count++] = {inotify_, POLLIN, 0};
+    std::array<std::size_t, 2> modem_item{}, host_item{};
+    for (std::size_t i = 0; i < ways_.size(); i++) {
+      Way& way = ways_[i];
+      if (way.modem >= 0) {
+        modem_item[i] = count;
+        items[count++] = {way.modem, static_cast<short>(POLLIN | (way.waiting.empty() ? 0 : POLLOUT)), 0};
+      }
+      if (way.host.is_open()) {
+        host_item[i] = count;
+        const bool room = way.waiting.size() < kMaxWaiting;
+        items[count++] = {way.host.fd(),
+                          static_cast<short>((room ? POLLIN : 0) | (way.host.blocked() ? POLLOUT : 0)), 0};
+      }
+    }
+    poll(items.data(), count, journal_->tick());
+    if (items[0].revents != 0) return;
+    look_who_opened();
+    for (std::size_t i = 0; i < ways_.size(); i++) {
+      Way& way = ways_[i];
+      const auto ready = [&](std::size_t item) {
+        return item != 0 && (items[item].revents & (POLLIN | POLLHUP | POLLERR)) != 0;
+      };
+      if (ready(host_item[i]) && way.host.is_open()) from_host(way);
+      if (ready(modem_item[i]) && way.modem >= 0) from_modem(way);
+      to_modem(way);
+      if (way.host.is_open()) way.host.flush();
+    }
+  }
+}
+
+void Relay::look_who_opened() {
+  alignas(inotify_event) char buffer[1024];
+  for (;;) {
+    const ssize_t size = read(inotify_, buffer, sizeof buffer);
+    if (size <= 0) return;
+    for (ssize_t at = 0; at < size;) {
+      inotify_event event;
+      std::memcpy(&event, buffer + at, sizeof event);
+      at += static_cast<ssize_t>(sizeof event + event.len);
+      for (Way& way : ways_) {
+        if (event.wd != way.host.watch()) continue;
+        if ((event.mask & IN_OPEN) != 0) way.host.device_opened();
+        if ((event.mask & IN_CLOSE) != 0) way.host.device_closed();
+      }
+    }
+  }
+}
+
+void Relay::from_modem(Way& way) {
+  char bytes[4096];
+  const ssize_t size = read(way.modem, bytes, sizeof bytes);
+  if (size > 0) {
+    journal_->bytes(way.port, false, bytes, static_cast<std::size_t>(size));
+    way.host.queue(std::string(bytes, static_cast<std::size_t>(size)));
+  } else if (size == 0 || (errno != EAGAIN && errno != EINTR)) {
+    hang_up();
+  }
+}
+
+void Relay::from_host(Way& way) {
+  char bytes[4096];
+  const std::size_t size = way.host.read(bytes, sizeof bytes);
+  if (size == 0) return;
+  journal_->bytes(way.port, true, bytes, size);
+  way.waiting.append(bytes, size);
+}
+
+void Relay::to_modem(Way& way) {
+  if (way.waiting.empty() || way.modem < 0) return;
+  const ssize_t size = write(way.modem, way.waiting.data(), way.waiting.size());
+  if (size > 0) way.waiting.erase(0, static_cast<std::size_t>(size));
+}
+
+// A modem that goes takes both ports with it.
+void Relay::hang_up() {
+  for (Way& way : ways_) {
+    if (way.modem >= 0) close(way.modem);
+    way.modem = -1;
+    way.waiting.clear();
+    way.host.close();
+  }
+  gone_ = true;
+  signal_event(gone_event_);
+}
+
+}  // namespace brioctl

@@ -1,0 +1,59 @@
+// Stands between a modem's query and URC port and whoever drives it: passes every byte on and tells a
+// journal.
+#ifndef BRIOCTL_RELAY_H
+#define BRIOCTL_RELAY_H
+
+#include <array>
+#include <atomic>
+#include <string>
+#include <thread>
+
+#include "at_log.h"
+#include "modemsim/pty_port.h"
+
+namespace brioctl {
+
+class Relay {
+ public:
+  // Opens both ports of the modem and begins to pass bytes. Throws Failure.
+  Relay(const std::string& query_port, const std::string& urc_port, at_log::Journal* journal);
+  ~Relay();
+  Relay(const Relay&) = delete;
+  Relay& operator=(const Relay&) = delete;
+
+  // What the host opens instead.
+  const std::string& query_device() const { return ways_[0].host.device(); }
+  const std::string& urc_device() const { return ways_[1].host.device(); }
+  // The modem hung up; the host was hung up on, too.
+  bool gone() const { return gone_; }
+  int gone_event() const { return gone_event_; }  // readable from then on
+
+ private:
+  struct Way {
+    at_log::Port port = at_log::Port::kQuery;
+    int modem = -1;
+    modemsim::PtyPort host;
+    std::string waiting;  // for the modem
+  };
+
+  void open_modem(Way& way, const std::string& path);
+  void close_all();
+  void run();
+  void look_who_opened();
+  void from_modem(Way& way);
+  void from_host(Way& way);
+  void to_modem(Way& way);
+  void hang_up();
+
+  at_log::Journal* journal_;
+  std::array<Way, 2> ways_;
+  int inotify_ = -1;
+  int stop_ = -1;  // readable when the thread is to end
+  int gone_event_ = -1;
+  std::atomic<bool> gone_{false};
+  std::thread thread_;
+};
+
+}  // namespace brioctl
+
+#endif
