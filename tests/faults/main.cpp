@@ -13,7 +13,7 @@
 #include <iostream>
 #include <sstream>
 
-#include "base/words.h"
+#include "base/relaxed.h"
 #include "brio/brio.h"
 #include "brio/briolib.h"
 #include "brio/prox.h"

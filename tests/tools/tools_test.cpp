@@ -1,4 +1,5 @@
 // The command-line tools as people and scripts run them: what they print, how they end.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <sys/stat.h>
@@ -57,7 +58,6 @@ void check(const char* program, const std::vector<Case>& cases) {
 
 TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
   modemsim::DeviceRoot empty;
-  const std::string nothing = "--root " + empty.dir() + " status";
   // The report comes again and again: a slow machine opens late.
   empty.write(
       "/roams.toml",
@@ -82,7 +82,6 @@ TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
        {"--sim -v at AT+CIMI", 0, {" query --> AT.CIMI\n.* query <-- .CIMI: 310410000000000\n", "OK\n"}},
        {"--sim -vv at AT", 0, {"D blib:.*atcmd request:AT\n", "OK\n"}},
        {"demo --seconds 0.2", 0, {"== Opening", "ATE0 +[0-9.]+ ms", "== A network scan", "wabs_close took"}},
-       {nothing.c_str(), 1, {"could not be opened on .*/dev/ttyACM2", "errno: 2:can't open device"}},
        {"--library /nonexistent status", 1, {"^brioctl: The module library cannot be loaded"}},
        {"--scenario nosuch status", 1, {"^brioctl: There is no scenario 'nosuch'"}},
        {"--sim at AT --timeout 0", 2, {"not in range 1 to 600"}},
@@ -126,6 +125,38 @@ storm = { urc = "+GTBARS: \u001b[2J", count = 600, every = 0.1 }
                           {"watch --seconds 20 | grep -m 1 +GTBARS", 0, {"report  \\+GTBARS: "}}});
 }
 
+TEST(Brioctl, NamesTheCause) {
+  modemsim::DeviceRoot root, empty;
+  modemsim::Modem modem;
+  ASSERT_TRUE(modem.start(root.dir()));
+  const int port = open(root.path("/dev/ttyACM3").c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_LE(0, port);
+  root.write("/refuses.toml", "[[answer]]\ncommand = 'AT+GTMODINFO?'\nlines = ['+CME ERROR: 10']\n");
+  root.write(
+      "/away.toml",
+      "[state]\nimsi = '310012123456789'\n[[answer]]\ncommand = 'AT+COPS?'\nlines = ['+COPS: 2', 'OK']\n");
+  root.write("/silent.toml", "[[answer]]\ncommand = 'AT+CFUN=1'\nlines = []\n");
+  const std::string here = "--root " + root.dir(), scenario = "--scenario " + root.path("/");
+  check(BRIOCTL,
+        {{(here + " status").c_str(), 1, {"ttyACM3 is held by tools_tests \\(pid [0-9]+\\)"}},
+         {(here + " ports").c_str(), 0, {"ttyACM2 +query", "ttyACM3 +URC .*tools_tests"}},
+         {(here + " --force status").c_str(), 0, {"wabs_get_bars +0 ok"}},
+         {("--root " + empty.dir() + " status").c_str(),
+          1,
+          {"ttyACM2, the modem's query port: there is no such port"}},
+         {(scenario + "refuses.toml status").c_str(),
+          1,
+          {"refused AT\\+GTMODINFO\\?: \\+CME ERROR: 10 \\(SIM not inserted\\)", "--> AT\\+GTMODINFO\\?\n"}},
+         {(scenario + "away.toml status").c_str(),
+          0,
+          {"off the network", "wabs_get_hplmn_mcc_mnc +0 ok +310-01 "}}});
+  close(port);
+  // A signal ends what would wait for 20 seconds.
+  const Outcome ended = run("timeout --preserve-status -s INT 3 " BRIOCTL " " + scenario +
+                            "silent.toml status; echo status $?");
+  EXPECT_NE(std::string::npos, ended.text.find("interrupted.\nstatus 130\n")) << ended.text;
+}
+
 // As docs/recording.md shows it. A host that does the same again follows the recording.
 TEST(Brioctl, RecordsWhatBecomesATest) {
   modemsim::DeviceRoot home, device;
@@ -148,7 +179,7 @@ TEST(Brioctl, RecordsWhatBecomesATest) {
   const std::string followed = modem.replayed();
   EXPECT_TRUE(std::regex_search(
       followed,
-      std::regex("^([0-9]+) of \\1 .*, [0-9]+ others. First: left .*: the host sent ATE0, .* end$")))
+      std::regex("^([0-9]+) of \\1 .*, [0-9]+ others. First: left .*: the host sent AT.COPS., .* end$")))
       << followed;
 }
 

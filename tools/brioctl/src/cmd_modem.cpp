@@ -67,7 +67,7 @@ int run_at(const Options& options, const std::string& command, int timeout) {
     printf("%s\n", refused.c_str());
     return 1;
   }
-  throw Failure(explain("The command could not be sent"));
+  throw Failure(session.explain("The command could not be sent"));
 }
 
 int run_page(const Options& options, bool full, bool follow) {
@@ -129,7 +129,7 @@ int run_ant(const Options& options, const std::string& choice) {
     uint32_t number = choice == "auto" ? 3 : choice == "1" ? 1 : 2;
     status = session.lib.brio_set_lte_ant(number);
     if (status != 0) {
-      throw Failure(explain("The antenna could not be set (status " + std::to_string(status) + ")"));
+      throw Failure(session.explain("The antenna could not be set (status " + std::to_string(status) + ")"));
     }
     printf("Antenna: %s\n", choice == "auto" ? "automatic" : ("locked to " + choice).c_str());
   }
@@ -137,7 +137,8 @@ int run_ant(const Options& options, const std::string& choice) {
   status = session.lib.brio_get_bas_status(&record);
   session.close();
   if (status != 0) {
-    throw Failure(explain("The antenna status could not be read (status " + std::to_string(status) + ")"));
+    throw Failure(
+        session.explain("The antenna status could not be read (status " + std::to_string(status) + ")"));
   }
   // Chosen from 1, reported from 0.
   const std::string in_use = record.antenna < 2 ? std::to_string(record.antenna + 1) : "unknown";

@@ -85,7 +85,7 @@ int run_record(Options options, const std::string& dir, double seconds) {
   if (!log_sink::write_to(dir + "/library.log")) throw Failure(dir + "/library.log cannot be written.");
   printf("Recording %s into %s; Ctrl-C ends it.\n", session.modem_name().c_str(), printable(dir).c_str());
   fflush(stdout);
-  const Recorder& recorder = *session.recorder();
+  const Recorder& recorder = session.recorder();
   int result = 0;
   try {
     session.open_module();

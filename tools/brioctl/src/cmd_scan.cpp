@@ -64,6 +64,7 @@ const char* rat_name(const std::string& rat) {
 
 bool scan_networks(Session& session) {
   const Library& lib = session.lib;
+  session.end_at_signals(2);  // the first one aborts, and the modem returns to its network
   lib.wabs_get_current_network();
   std::vector<char> buffer(WABS_SCAN_BUFFER_SIZE, '\0');
   std::atomic<uint32_t> status{0};
@@ -75,9 +76,10 @@ bool scan_networks(Session& session) {
   bool terminal = isatty(STDERR_FILENO) != 0;
   bool aborted = false;
   for (int tenths = 0; !done; tenths++) {
-    if (interrupted() && !aborted) {
+    if (interrupted() > 0 && !aborted) {
       aborted = true;
-      fprintf(stderr, "%sAborting the scan ...\n", terminal ? "\r" : "");
+      fprintf(stderr, "%sAborting the scan ... (Ctrl-C again: end at once, off the network)\n",
+              terminal ? "\r" : "");
       lib.wabs_abort_manual_nw_scan();
     }
     if (terminal && !aborted && tenths % 10 == 0) {
@@ -91,15 +93,17 @@ bool scan_networks(Session& session) {
   // The released request left the modem searching; and a scan, whatever its end, left it de-registered.
   if (aborted) lib.wabs_send_abort_cmd();
   uint32_t automatic = lib.wabs_set_auto_mode();
+  session.end_at_signals(1);
   if (aborted) {
     printf("Scan aborted; automatic selection %s.\n",
            automatic == 0 ? "is on again" : "could not be restored");
     return false;
   }
   if (status != 0) {
-    printf("%s\n",
-           explain("The scan failed: status " + std::to_string(status) + " (" + status_name(status) + ")")
-               .c_str());
+    printf("%s\n", session
+                       .explain("The scan failed: status " + std::to_string(status) + " (" +
+                                status_name(status) + ")")
+                       .c_str());
     return false;
   }
   printf("%-10s  %-8s  %-11s  %s\n", "Status", "Network", "Technology", "Name");
@@ -108,6 +112,16 @@ bool scan_networks(Session& session) {
            printable(entry.name).c_str());
   }
   return true;
+}
+
+int run_auto(const Options& options) {
+  Session session(options);
+  session.open_module();
+  const uint32_t status = session.lib.wabs_set_auto_mode();
+  if (status != 0) throw Failure(session.explain("Automatic selection could not be restored"));
+  session.close();
+  printf("Automatic selection is on.\n");
+  return 0;
 }
 
 int run_scan(const Options& options) {

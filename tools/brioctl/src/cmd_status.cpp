@@ -1,6 +1,7 @@
 // brioctl status, brioctl watch, and the rows that they share with the demo.
 #include <unistd.h>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
 #include "commands.h"
@@ -9,8 +10,30 @@
 namespace brioctl {
 namespace {
 
-std::string plmn(uint32_t mcc, uint32_t mnc) {
-  return std::to_string(mcc) + "-" + (mnc < 10 ? "0" : "") + std::to_string(mnc);
+// From the library's texts: a number does not tell "01" from "001".
+std::string serving_plmn(const Library& lib) {
+  char text[8] = "";
+  lib.brio_get_mcc_mnc.function(text);
+  const std::string mcc(text, strnlen(text, 4)), mnc(text + 4, strnlen(text + 4, 4));
+  return mcc.find_first_not_of("0123456789") != std::string::npos ? "none" : mcc + "-" + mnc;
+}
+
+// The digits of the IMSI that the library took for the MNC.
+std::string home_plmn(const Library& lib, uint32_t mnc) {
+  char imsi[64] = "";
+  lib.wabs_get_imsi.function(imsi, sizeof imsi);
+  const std::string digits = imsi;
+  if (digits.size() < 6) return "none";
+  const bool three = strtoul(digits.substr(3, 3).c_str(), nullptr, 10) == mnc;
+  return digits.substr(0, 3) + "-" + digits.substr(3, three ? 3 : 2);
+}
+
+// Runs on the library's read thread while the request waits.
+uint32_t recv_func_first_line(const ATResponse* response, void* user_data, uint16_t) {
+  if (response->intermediates != nullptr && response->intermediates->line != nullptr) {
+    *static_cast<std::string*>(user_data) = response->intermediates->line;
+  }
+  return 0;
 }
 
 const char* mode_name(uint32_t mode) {
@@ -90,11 +113,12 @@ std::vector<Row> status_rows(const Library& lib, bool identities) {
 
   uint32_t mcc = 0, mnc = 0;
   uint32_t status = lib.wabs_get_mcc_mnc(&mcc, &mnc);
-  rows.push_back({"wabs_get_mcc_mnc", status, status == 0 ? plmn(mcc, mnc) : "", "serving network", false});
+  rows.push_back(
+      {"wabs_get_mcc_mnc", status, status == 0 ? serving_plmn(lib) : "", "serving network", false});
   mcc = mnc = 0;
   status = lib.wabs_get_hplmn_mcc_mnc(&mcc, &mnc);
   rows.push_back(
-      {"wabs_get_hplmn_mcc_mnc", status, status == 0 ? plmn(mcc, mnc) : "", "home network", false});
+      {"wabs_get_hplmn_mcc_mnc", status, status == 0 ? home_plmn(lib, mnc) : "", "home network", false});
   rows.push_back(time_row(lib));
 
   rows.push_back(text_row("wabs_get_imsi", lib.wabs_get_imsi, "IMSI", true, identities));
@@ -118,11 +142,24 @@ std::vector<Row> status_rows(const Library& lib, bool identities) {
   return rows;
 }
 
+std::string left_deregistered(const Library& lib) {
+  std::string line;
+  lib.blpkt_atcmd_request_with_callback_timeout.function("AT+COPS?", SINGLELINE, "+COPS",
+                                                         recv_func_first_line, &line, 0, 5);
+  if (line.rfind("+COPS: 2", 0) != 0) return "";
+  return "The modem was told to stay off the network (AT+COPS=2), perhaps by a scan that died. \"brioctl "
+         "auto\" lets it "
+         "register again.";
+}
+
 int run_status(const Options& options, bool json) {
   Session session(options);
   session.open_module();
   auto rows = status_rows(session.lib, options.identities);
+  const std::string note = left_deregistered(session.lib);
   session.close();
+  if (interrupted() > 0) throw Failure("interrupted.");
+  if (!note.empty()) fprintf(stderr, "%s\n", note.c_str());
   if (json) {
     fputs(render_json(rows).c_str(), stdout);
   } else {

@@ -13,6 +13,8 @@ namespace brioctl {
 constexpr char kTraceFilter[] = "/var/local/wan/debug/trace_filter.cfg";
 
 std::vector<Row> status_rows(const Library& lib, bool identities);
+// A sentence when the modem was told to stay off the network, "" otherwise.
+std::string left_deregistered(const Library& lib);
 int run_status(const Options& options, bool json);
 // Every `every` seconds, for `seconds` or, when negative, until interrupted.
 int run_watch(const Options& options, double every, double seconds);
@@ -27,6 +29,8 @@ int run_ant(const Options& options, const std::string& choice);
 
 // Scans in an open session and prints the list; false when it failed or was aborted.
 bool scan_networks(Session& session);
+// Tells the modem to select a network by itself.
+int run_auto(const Options& options);
 int run_scan(const Options& options);
 
 // Records a session of this host for `seconds` or, when negative, until interrupted.
@@ -35,6 +39,8 @@ int run_record(Options options, const std::string& dir, double seconds);
 int run_tap(const Options& options, const std::string& dir, double seconds, bool in_place);
 // Writes PREFIX.toml and PREFIX.txt; "" for a prefix after the recording.
 int run_import(const std::string& recording, std::string prefix, bool force);
+
+int run_ports(const Options& options, bool json);
 
 int run_demo(const Options& options, double seconds);
 

@@ -18,10 +18,11 @@ using Clock = std::chrono::steady_clock;
 std::mutex s_mutex;  // guards everything below
 int s_echo = 0;
 FILE* s_file = nullptr;
-std::string s_first_error;
+std::string s_last_error;
 std::string s_modem_error;
 std::string s_trace_name;
 std::vector<Request> s_requests;
+Request s_failed;
 Clock::time_point s_request_start;
 std::vector<std::string> s_events;
 
@@ -47,6 +48,7 @@ void note_request(const std::string& line) {
     s_requests.back().status = atoi(line.c_str() + status + 6);
     s_requests.back().milliseconds =
         std::chrono::duration<double, std::milli>(Clock::now() - s_request_start).count();
+    if (s_requests.back().status != 0) s_failed = s_requests.back();
   }
 }
 
@@ -86,7 +88,7 @@ void take(int priority, const char* format, va_list arguments) {
   if (s_echo > (telling ? 0 : 1))
     fprintf(stderr, "%s log       %s\n", time_of_day(wall_clock_ms()).c_str(), line.c_str());
   if (s_file != nullptr) fprintf(s_file, "%s %s\n", time_of_day(wall_clock_ms()).c_str(), line.c_str());
-  if (LOG_PRI(priority) == LOG_ERR && s_first_error.empty()) s_first_error = line;
+  if (LOG_PRI(priority) == LOG_ERR) s_last_error = line;
   std::string refused = between(line, "AT_err_string:", ":");
   if (!refused.empty()) s_modem_error = refused;
   std::string trace = between(line, "brio_trace_tst_log:name=\"", "\":start to catch");
@@ -109,9 +111,9 @@ bool write_to(const std::string& path) {
   return s_file != nullptr;
 }
 
-std::string first_error() {
+std::string last_error() {
   std::lock_guard<std::mutex> lock(s_mutex);
-  return s_first_error;
+  return s_last_error;
 }
 
 std::string modem_error() {
@@ -121,8 +123,14 @@ std::string modem_error() {
 
 void clear_errors() {
   std::lock_guard<std::mutex> lock(s_mutex);
-  s_first_error.clear();
+  s_last_error.clear();
   s_modem_error.clear();
+  s_failed = {};
+}
+
+Request last_failed() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  return s_failed;
 }
 
 std::string trace_name() {

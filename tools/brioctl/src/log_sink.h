@@ -21,14 +21,16 @@ void echo(int level);
 // Writes every line into a file; "" ends it. False when it cannot be written.
 bool write_to(const std::string& path);
 
-// The first error line of the library since clear_errors(), "" when there was none.
-std::string first_error();
+// The last error line of the library since clear_errors(), "" when there was none.
+std::string last_error();
 // The final line of the last command that the modem refused, "" when there was none.
 std::string modem_error();
 void clear_errors();
 // The device path of the trace file that the library named last.
 std::string trace_name();
 
+// The last request since clear_errors() that did not succeed; no command when all did.
+Request last_failed();
 // Requests seen since the last call.
 std::vector<Request> take_requests();
 // Reports and events seen since the last call, one readable line each.

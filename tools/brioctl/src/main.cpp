@@ -22,7 +22,9 @@ int main(int argc, char** argv) {
       "  brioctl --sim status               one table of what the host reads\n"
       "  brioctl --root ~/desk at ATI       a modem whose ttys are linked below ~/desk/dev\n"
       "  brioctl -v status                  the same on the device, with the library's log\n\n"
-      "Exit status: 0, 1 when the modem or the library refuses, 2 for wrong arguments.");
+      "Exit status: 0, 1 when the modem or the library refuses, 2 for wrong arguments, 128 and the signal's "
+      "number when "
+      "a signal ended it.");
 
   Options options;
   app.add_option("--library", options.library,
@@ -47,6 +49,8 @@ int main(int argc, char** argv) {
   app.add_option("--at-log", options.at_log, "Write each line of the query and URC port into this file")
       ->type_name("FILE")
       ->check(command_line::not_empty);
+  app.add_flag("--force", options.force,
+               "Go on when another program drives the modem; replace files (import)");
   app.add_option("--query-port", options.ports.query, "Use this tty instead of /dev/ttyACM2")
       ->type_name("TTY");
   app.add_option("--urc-port", options.ports.urc, "Use this tty instead of /dev/ttyACM3")->type_name("TTY");
@@ -80,6 +84,10 @@ int main(int argc, char** argv) {
   at->add_option("--timeout", timeout, "Seconds to wait for the answer")
       ->check(CLI::Range(1, 600))
       ->capture_default_str();
+
+  auto* ports = app.add_subcommand("ports", "List serial ports that may be a modem's, and who has them");
+  ports->add_flag("--json", json, "The same for scripts");
+  auto* automatic = app.add_subcommand("auto", "Let the modem select a network by itself again");
 
   app.add_subcommand("scan",
                      "Scan for networks (up to 300 s; Ctrl-C aborts), then select automatically again");
@@ -119,12 +127,10 @@ int main(int argc, char** argv) {
       ->needs(tapping);
 
   std::string recording, beside;
-  bool force = false;
   auto* import = app.add_subcommand("import", "Make a scenario and a briolab session of a recording");
   import->add_option("recording", recording, "An AT log, or the folder of a recording")->required();
   import->add_option("--to", beside, "Write PREFIX.toml and PREFIX.txt (default: beside the recording)")
       ->type_name("PREFIX");
-  import->add_flag("--force", force, "Replace files that exist");
 
   int ended = 0;
   if (!command_line::parse(app, argc, argv, &ended)) return ended;
@@ -132,7 +138,7 @@ int main(int argc, char** argv) {
   install_signals();
   log_sink::echo(options.verbose);
 
-  try {
+  const auto run = [&] {
     if (*demo) {
       if (options.root.empty()) options.simulate = true;
       if (options.scenario.empty()) options.scenario = "demo";
@@ -149,12 +155,25 @@ int main(int argc, char** argv) {
       return tap ? run_tap(options, folder, record_seconds, in_place)
                  : run_record(options, folder, record_seconds);
     }
-    if (*import) return run_import(recording, beside, force);
+    if (*import) return run_import(recording, beside, options.force);
     if (*ant) return run_ant(options, choice);
+    if (*ports) return run_ports(options, json);
+    if (*automatic) return run_auto(options);
     return run_scan(options);
+  };
+  int result = 1;
+  try {
+    result = run();
   } catch (const Failure& failure) {
     fflush(stdout);
     fprintf(stderr, "brioctl: %s\n", printable(failure.what(), '\n').c_str());
+  }
+  // Where a signal is the regular end it is no failure.
+  const bool until_signal = *watch || *trace || *record || *demo || follow;
+  if (interrupted() > 0 && (result != 0 || !until_signal)) return interrupted_status();
+  if (fflush(stdout) != 0) {
+    fprintf(stderr, "brioctl: the output cannot be written.\n");
     return 1;
   }
+  return result;
 }

@@ -26,6 +26,22 @@ std::int64_t wall_clock_ms() {
   return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
 }
 
+Recorder::Recorder(bool identities) : journal_(identities) {
+  constexpr std::size_t kKept = 50;
+  journal_.listen([this](const at_log::Line& line) {
+    if (line.port == at_log::Port::kHost) return;
+    const std::lock_guard<std::mutex> guard(last_mutex_);
+    last_.push_back(line);
+    if (last_.size() > kKept) last_.pop_front();
+  });
+}
+
+std::vector<at_log::Line> Recorder::last(std::size_t count) {
+  const std::lock_guard<std::mutex> guard(last_mutex_);
+  const std::size_t from = last_.size() > count ? last_.size() - count : 0;
+  return {last_.begin() + static_cast<std::ptrdiff_t>(from), last_.end()};
+}
+
 Recorder::~Recorder() {
   if (file_ != nullptr) fclose(file_);
 }

@@ -2,8 +2,12 @@
 #ifndef BRIOCTL_RECORDER_H
 #define BRIOCTL_RECORDER_H
 
+#include <atomic>
 #include <cstdio>
+#include <deque>
+#include <mutex>
 #include <string>
+#include <vector>
 
 #include "at_log.h"
 
@@ -11,7 +15,7 @@ namespace brioctl {
 
 class Recorder {
  public:
-  explicit Recorder(bool identities) : journal_(identities) {}
+  explicit Recorder(bool identities);
   ~Recorder();
   Recorder(const Recorder&) = delete;
   Recorder& operator=(const Recorder&) = delete;
@@ -22,6 +26,8 @@ class Recorder {
   void show();
   at_log::Journal* journal() { return &journal_; }
   std::size_t lines() const { return lines_; }
+  // The last lines of the ports, the newest at the end.
+  std::vector<at_log::Line> last(std::size_t count);
 
   // Ends the file. Throws Failure when it could not be written.
   void finish();
@@ -30,7 +36,9 @@ class Recorder {
   at_log::Journal journal_;
   std::string path_;
   FILE* file_ = nullptr;
-  std::size_t lines_ = 0;
+  std::atomic<std::size_t> lines_{0};
+  std::mutex last_mutex_;  // guards last_
+  std::deque<at_log::Line> last_;
 };
 
 // Time of the day, "07:12:03.123".

@@ -20,7 +20,7 @@ namespace {
 constexpr std::size_t kMaxWaiting =
     65536;  // for a modem that has stopped reading; more is not taken from the host
 
-void signal_event(int event) {
+void wake(int event) {
   const std::uint64_t one = 1;
   [[maybe_unused]] const ssize_t count = write(event, &one, sizeof one);
 }
@@ -32,9 +32,8 @@ Relay::Relay(const std::string& query_port, const std::string& urc_port, at_log:
   ways_[1].port = at_log::Port::kUrc;
   try {
     inotify_ = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-    stop_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    gone_event_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (inotify_ < 0 || stop_ < 0 || gone_event_ < 0) {
+    wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (inotify_ < 0 || wake_ < 0) {
       throw Failure(std::string("The AT log cannot be taken: ") + std::strerror(errno) + ".");
     }
     open_modem(ways_[0], query_port);
@@ -56,7 +55,8 @@ Relay::Relay(const std::string& query_port, const std::string& urc_port, at_log:
 }
 
 Relay::~Relay() {
-  signal_event(stop_);
+  end_ = true;
+  wake(wake_);
   thread_.join();
   close_all();
 }
@@ -66,7 +66,7 @@ void Relay::close_all() {
     if (way.modem >= 0) close(way.modem);
     way.host.close();
   }
-  for (const int fd : {inotify_, stop_, gone_event_}) {
+  for (const int fd : {inotify_, wake_}) {
     if (fd >= 0) close(fd);
   }
 }
@@ -87,9 +87,9 @@ void Relay::open_modem(Way& way, const std::string& path) {
 
 void Relay::run() {
   for (;;) {
-    std::array<pollfd, 6> items{};
+    std::array<pollfd, 7> items{};
     std::size_t count = 0;
-    items[count++] = {stop_, POLLIN, 0};
+    items[count++] = {wake_, POLLIN, 0};
     items[count++] = {inotify_, POLLIN, 0};
     std::array<std::size_t, 2> modem_item{}, host_item{};
     for (std::size_t i = 0; i < ways_.size(); i++) {
@@ -105,8 +105,15 @@ void Relay::run() {
                           static_cast<short>((room ? POLLIN : 0) | (way.host.blocked() ? POLLOUT : 0)), 0};
       }
     }
-    poll(items.data(), count, journal_->tick());
-    if (items[0].revents != 0) return;
+    const int heed = heed_signals();
+    items[count++] = {signal_event(), POLLIN, 0};
+    const int tick = journal_->tick();
+    poll(items.data(), count, heed < 0 || (tick >= 0 && tick < heed) ? tick : heed);
+    if (end_) return;
+    std::uint64_t ignored = 0;
+    for (const int event : {wake_, signal_event()}) {
+      [[maybe_unused]] const ssize_t got = read(event, &ignored, sizeof ignored);
+    }
     look_who_opened();
     for (std::size_t i = 0; i < ways_.size(); i++) {
       Way& way = ways_[i];
@@ -119,6 +126,28 @@ void Relay::run() {
       if (way.host.is_open()) way.host.flush();
     }
   }
+}
+
+void Relay::arm(int signals) {
+  armed_ = signals;
+  wake(wake_);
+}
+
+// How long until the next step, in ms; -1 for none.
+int Relay::heed_signals() {
+  using namespace std::chrono;
+  constexpr milliseconds kGrace(500), kStuck(2500);
+  const auto now = steady_clock::now();
+  if (armed_ == 0 || interrupted() < armed_) {
+    signalled_ = {};
+    return -1;
+  }
+  if (signalled_ == steady_clock::time_point()) signalled_ = now;
+  const auto passed = duration_cast<milliseconds>(now - signalled_);
+  if (passed < kGrace) return static_cast<int>((kGrace - passed).count());
+  if (!gone_) hang_up();
+  if (passed >= kStuck && stuck_) stuck_();
+  return static_cast<int>(std::max(kStuck - passed, milliseconds(1)).count());
 }
 
 void Relay::look_who_opened() {
@@ -173,7 +202,6 @@ void Relay::hang_up() {
     way.host.close();
   }
   gone_ = true;
-  signal_event(gone_event_);
 }
 
 }  // namespace brioctl

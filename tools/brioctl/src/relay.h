@@ -5,6 +5,8 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -26,7 +28,12 @@ class Relay {
   const std::string& urc_device() const { return ways_[1].host.device(); }
   // The modem hung up; the host was hung up on, too.
   bool gone() const { return gone_; }
-  int gone_event() const { return gone_event_; }  // readable from then on
+
+  // From so many signals on (0: never) one that is not heeded within half a second hangs up on the host,
+  // which ends what it waits for. When even that does not help within two more seconds, `stuck` is called on
+  // the relay's thread.
+  void arm(int signals);
+  void on_stuck(std::function<void()> stuck) { stuck_ = std::move(stuck); }  // before arm()
 
  private:
   struct Way {
@@ -44,13 +51,17 @@ class Relay {
   void from_host(Way& way);
   void to_modem(Way& way);
   void hang_up();
+  int heed_signals();
 
   at_log::Journal* journal_;
   std::array<Way, 2> ways_;
   int inotify_ = -1;
-  int stop_ = -1;  // readable when the thread is to end
-  int gone_event_ = -1;
+  int wake_ = -1;  // readable when `end_` or `armed_` changed
+  std::atomic<bool> end_{false};
+  std::atomic<int> armed_{0};
+  std::function<void()> stuck_;
   std::atomic<bool> gone_{false};
+  std::chrono::steady_clock::time_point signalled_{};  // the relay's thread alone
   std::thread thread_;
 };
 

@@ -14,14 +14,17 @@
 namespace brioctl {
 namespace {
 
-int s_signal_event = -1;
-volatile sig_atomic_t s_interrupted = 0;
+int s_pause_event = -1, s_signal_event = -1;
+volatile sig_atomic_t s_interrupted = 0, s_signal = 0;
 
-void on_signal(int) {
-  s_interrupted = 1;
+void on_signal(int number) {
+  s_interrupted = s_interrupted + 1;
+  s_signal = number;
   uint64_t one = 1;
-  ssize_t ignored = write(s_signal_event, &one, sizeof(one));
-  (void)ignored;
+  for (const int event : {s_pause_event, s_signal_event}) {
+    ssize_t ignored = write(event, &one, sizeof(one));
+    (void)ignored;
+  }
 }
 
 std::string padded(const std::string& text, size_t width) {
@@ -55,15 +58,23 @@ std::string status_name(uint32_t status) {
   }
 }
 
+std::string library_status_name(uint32_t status) {
+  static constexpr const char* kNames[] = {"ok",          "not open", "busy",          "modem lost",
+                                           "failure",     "time-out", "no such value", "unavailable",
+                                           "scan aborted"};
+  return status < std::size(kNames) ? kNames[status] : "?";
+}
+
+std::string Row::status_text() const {
+  return std::to_string(status) + " " + (of_library() ? library_status_name(status) : status_name(status));
+}
+
 std::string render_table(std::vector<Row> rows) {
   size_t operation = 9, status = 6, value = 5;
-  auto status_text = [](const Row& row) {
-    return std::to_string(row.status) + " " + status_name(row.status);
-  };
   for (Row& row : rows) {
     row.value = printable(row.value);
     operation = std::max(operation, row.operation.size());
-    status = std::max(status, status_text(row).size());
+    status = std::max(status, row.status_text().size());
     value = std::max(value, row.value.size());
   }
   auto line = [&](const std::string& a, const std::string& b, const std::string& c, const std::string& d) {
@@ -74,7 +85,8 @@ std::string render_table(std::vector<Row> rows) {
   std::string text = line("Operation", "Status", "Value", "Unit or meaning");
   text +=
       line(std::string(operation, '-'), std::string(status, '-'), std::string(value, '-'), "---------------");
-  for (const Row& row : rows) text += line(row.operation, status_text(row), row.value, row.unit);
+  for (const Row& row : rows)
+    text += line(row.operation, row.status_text(), row.value, row.status == 0 ? row.unit : "");
   return text;
 }
 
@@ -83,6 +95,7 @@ std::string render_json(const std::vector<Row>& rows) {
   for (const Row& row : rows) {
     nlohmann::ordered_json entry;
     entry["status"] = row.status;
+    entry["name"] = row.of_library() ? library_status_name(row.status) : status_name(row.status);
     if (row.value.empty()) {
       entry["value"] = nullptr;
     } else if (row.number) {
@@ -90,7 +103,7 @@ std::string render_json(const std::vector<Row>& rows) {
     } else {
       entry["value"] = row.value;
     }
-    if (!row.unit.empty()) entry["unit"] = row.unit;
+    if (row.status == 0 && !row.unit.empty()) entry["unit"] = row.unit;
     values[row.operation] = entry;
   }
   // ASCII only: terminals take DEL and C1 for controls.
@@ -105,11 +118,20 @@ std::string masked(const std::string& digits, bool show) {
   return text;
 }
 
-bool interrupted() {
-  return s_interrupted != 0;
+int interrupted() {
+  return s_interrupted;
+}
+
+int interrupted_status() {
+  return 128 + s_signal;
+}
+
+int signal_event() {
+  return s_signal_event;
 }
 
 void install_signals() {
+  s_pause_event = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   s_signal_event = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   struct sigaction action = {};
   action.sa_handler = on_signal;
@@ -118,10 +140,10 @@ void install_signals() {
 
 bool pause_for(double seconds) {
   auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  while (!interrupted()) {
+  while (interrupted() == 0) {
     double left = std::chrono::duration<double>(until - std::chrono::steady_clock::now()).count();
     if (left <= 0) return true;
-    pollfd event = {s_signal_event, POLLIN, 0};
+    pollfd event = {s_pause_event, POLLIN, 0};
     poll(&event, 1, static_cast<int>(left * 1000) + 1);
   }
   return false;

@@ -21,19 +21,28 @@ struct Row {
   std::string value;    // as printed; "" when there is none
   std::string unit;     // or what the number means
   bool number = false;  // `value` is a decimal number
+
+  bool of_library() const { return operation.rfind("brio_", 0) == 0; }  // its status is a BRIO_STATUS_*
+  std::string status_text() const;
 };
 
 // For people: control characters of a value are escaped.
 std::string render_table(std::vector<Row> rows);
 std::string render_json(const std::vector<Row>& rows);
 
-// Name of a WABS_STATUS_* code.
+// Names of a WABS_STATUS_* and of a BRIO_STATUS_* code.
 std::string status_name(uint32_t status);
+std::string library_status_name(uint32_t status);
 // All but the first six digits replaced, unless `show`.
 std::string masked(const std::string& digits, bool show);
 
-// True once SIGINT or SIGTERM came; install_signals() must have run.
-bool interrupted();
+// How often a signal asked for the end (SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE); install_signals() must
+// have run.
+int interrupted();
+// The exit status of a program that a signal ended: 128 and the signal's number.
+int interrupted_status();
+// Readable when a signal came since it was read last: for the relay.
+int signal_event();
 void install_signals();
 // Waits, at most until interrupted; false when interrupted.
 bool pause_for(double seconds);

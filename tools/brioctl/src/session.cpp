@@ -5,10 +5,12 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "errors.h"
 #include "log_sink.h"
 #include "modemsim/device_root.h"
 #include "modemsim/modem.h"
 #include "modemsim/scenario.h"
+#include "printable.h"
 #include "recorder.h"
 #include "relay.h"
 #include "report.h"
@@ -45,13 +47,6 @@ struct Simulation {
   }
 };
 
-std::string explain(const std::string& what) {
-  std::string text = what;
-  if (!log_sink::modem_error().empty()) text += "; the modem said: " + log_sink::modem_error();
-  if (!log_sink::first_error().empty()) text += "\nFirst error of the library: " + log_sink::first_error();
-  return text + "\nRun the command again with -v to see its whole log.";
-}
-
 Session::Session(const Options& options) : options_(options), root_(options.root) {
   lib.load(options.library);
   if (options.simulate) {
@@ -68,7 +63,6 @@ Session::Session(const Options& options) : options_(options), root_(options.root
   lib.wabs_set_log_mask.function(whole ? 0xFFFFFFFF : kModuleLog);
   lib.briolib_log_set_log_mask.function(whole ? 0xFFFFFFFF & ~(BRIO_LOG_SELECT | BRIO_LOG_AT_DETAIL)
                                               : kLibraryLog);
-  if (options.at_log.empty() && options.verbose == 0) return;
   recorder_ = std::make_unique<Recorder>(options.identities);
   if (!options.at_log.empty()) recorder_->write_to(options.at_log);
   if (options.verbose > 0) recorder_->show();
@@ -84,26 +78,64 @@ Session::~Session() {
   call_listener = nullptr;
 }
 
-PortPaths Session::ports() const {
-  const auto path = [this](const std::string& wanted, const char* device_path) {
-    return wanted.empty() ? host_path(device_path) : wanted;
+PortPaths device_ports(const Options& options, const std::string& root) {
+  const auto path = [&](const std::string& wanted, const char* device_path) {
+    return wanted.empty() ? root + device_path : wanted;
   };
-  return {path(options_.ports.trace, "/dev/ttyACM1"), path(options_.ports.query, "/dev/ttyACM2"),
-          path(options_.ports.urc, "/dev/ttyACM3")};
+  return {path(options.ports.trace, "/dev/ttyACM1"), path(options.ports.query, "/dev/ttyACM2"),
+          path(options.ports.urc, "/dev/ttyACM3")};
 }
 
-// The library opens the device's own ports, others in their place, or a relay.
+// The library opens the host's side of a relay in the place of the modem's ports.
 void Session::place_ports() {
   PortPaths paths = ports();
-  if (recorder_ != nullptr) {
-    relay_ = std::make_unique<Relay>(paths.query, paths.urc, recorder_->journal());
-    paths.query = relay_->query_device();
-    paths.urc = relay_->urc_device();
+  if (!simulated()) check_ports(paths, options_.force);
+  if (!claim_.take(paths.query) && !options_.force) {
+    throw Failure("Another brioctl drives the modem on " + paths.query + ". End it, or go on with --force.");
   }
-  const PortPaths& wanted = options_.ports;
-  const bool elsewhere = relay_ != nullptr || !(wanted.trace + wanted.query + wanted.urc).empty();
-  if (elsewhere) library_root_ = std::make_unique<LinkedRoot>(root_, paths);
-  lib.brio_set_root_dir.function((elsewhere ? library_root_->dir() : root_).c_str());
+  relay_ = std::make_unique<Relay>(paths.query, paths.urc, recorder_->journal());
+  paths.query = relay_->query_device();
+  paths.urc = relay_->urc_device();
+  library_root_ = std::make_unique<LinkedRoot>(root_, paths);
+  relay_->on_stuck([this] { end_at_once(); });
+  relay_->arm(1);
+  lib.brio_set_root_dir.function(library_root_->dir().c_str());
+}
+
+void Session::end_at_signals(int signals) {
+  relay_->arm(signals);
+}
+
+// The library sleeps on, whatever happens to its ports. On the relay's thread.
+void Session::end_at_once() {
+  std::error_code ignored;
+  fs::remove_all(library_root_->dir(), ignored);
+  if (simulation_ != nullptr) fs::remove_all(fs::path(simulation_->device.dir()).parent_path(), ignored);
+  fprintf(stderr, "brioctl: interrupted.\n");
+  fflush(nullptr);
+  _exit(interrupted_status());
+}
+
+std::string Session::explain(const std::string& what) const {
+  if (interrupted() != 0) return "interrupted.";
+  std::string text = what;
+  const log_sink::Request request = log_sink::last_failed();
+  if (!request.command.empty()) {
+    const std::string refusal = log_sink::modem_error();
+    char waited[32];
+    snprintf(waited, sizeof waited, "%.1f s", request.milliseconds / 1000);
+    text += request.status == BLPKT_STATUS_TIMEOUT
+                ? ".\nThe modem did not answer " + request.command + " within " + waited
+            : refusal.empty() ? ".\n" + request.command + " failed"
+                              : ".\nThe modem refused " + request.command + ": " + with_meaning(refusal);
+  }
+  const auto words = recorder_->last(6);
+  if (!words.empty()) text += ".\nLast lines on the ports:";
+  for (const at_log::Line& line : words) {
+    text += "\n  " + time_of_day(line.wall_ms) + (line.to_modem ? " --> " : " <-- ") + printable(line.text);
+  }
+  if (!log_sink::last_error().empty()) text += "\nLast error of the library: " + log_sink::last_error();
+  return text + "\nRun the command again with -vv to see the library's whole log.";
 }
 
 void Session::open_module() {
@@ -112,8 +144,7 @@ void Session::open_module() {
   uint32_t status = lib.wabs_open();
   if (status != 0) {
     throw Failure(explain("The modem could not be opened on " + ports().query + " (status " +
-                          std::to_string(status) + ", " + status_name(status) +
-                          ").\nCheck that it and ttyACM3 exist and that no other program drives the modem"));
+                          std::to_string(status) + ", " + status_name(status) + ")"));
   }
   open_ = kModule;
 }
@@ -124,8 +155,7 @@ void Session::open_modem() {
   uint32_t status = lib.brio_open("/dev/ttyACM2");
   if (status != 0) {
     throw Failure(explain("The modem could not be opened on " + ports().query + " (library status " +
-                          std::to_string(status) +
-                          ").\nCheck that it and ttyACM3 exist and that no other program drives the modem"));
+                          std::to_string(status) + ")"));
   }
   open_ = kModem;
 }
@@ -134,9 +164,11 @@ void Session::close() {
   if (open_ == kModule) lib.wabs_close();
   if (open_ == kModem) lib.brio_close();
   open_ = kClosed;
+  if (relay_ != nullptr) relay_->arm(0);
   relay_.reset();
   library_root_.reset();
-  if (recorder_ != nullptr) recorder_->finish();
+  claim_.release();
+  recorder_->finish();
 }
 
 std::string Session::modem_name() const {

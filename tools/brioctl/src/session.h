@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "holders.h"
 #include "library.h"
 #include "ports.h"
 
@@ -20,7 +21,11 @@ struct Options {
   bool identities = false;  // show whole IMSI, ICCID and, in the AT log, IMEI
   std::string at_log;       // a file, "" for none
   PortPaths ports;          // "" for the device's own
+  bool force = false;       // drive a modem that another program drives
 };
+
+// The ports as this system sees them: those of the options, else the device's below `root`.
+PortPaths device_ports(const Options& options, const std::string& root);
 
 class Recorder;
 class Relay;
@@ -37,6 +42,12 @@ class Session {
   void open_module();
   void open_modem();
   void close();
+  // From how many signals on what the session waits for ends at once; 1 when it opens.
+  void end_at_signals(int signals);
+
+  // A sentence about a failed call, with the step that failed, the modem's last words and the library's last
+  // error.
+  std::string explain(const std::string& what) const;
 
   Library lib;
   const Options& options() const { return options_; }
@@ -45,25 +56,23 @@ class Session {
   // A file below the root directory as this system sees it.
   std::string host_path(const std::string& device_path) const { return root_ + device_path; }
   bool simulated() const { return simulation_ != nullptr; }
-  // The ports as this system sees them.
-  PortPaths ports() const;
-  // What the AT log has so far; null when none is taken.
-  const Recorder* recorder() const { return recorder_.get(); }
+  PortPaths ports() const { return device_ports(options_, root_); }
+  // What passes the ports.
+  Recorder& recorder() const { return *recorder_; }
 
  private:
   void place_ports();
+  void end_at_once();
 
   Options options_;
   std::string root_;
   std::unique_ptr<Simulation> simulation_;
   std::unique_ptr<Recorder> recorder_;
+  Claim claim_;                               // while open
   std::unique_ptr<Relay> relay_;              // while open
   std::unique_ptr<LinkedRoot> library_root_;  // while open
   enum { kClosed, kModule, kModem } open_ = kClosed;
 };
-
-// A sentence about a failed library call, with what the library or the modem said.
-std::string explain(const std::string& what);
 
 }  // namespace brioctl
 

@@ -1,0 +1,104 @@
+#include "holders.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "errors.h"
+#include "printable.h"
+#include "report.h"
+
+namespace brioctl {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string first_line(const fs::path& path) {
+  std::ifstream file(path);
+  std::string line;
+  std::getline(file, line);
+  return line;
+}
+
+}  // namespace
+
+std::vector<Holder> holders(const std::vector<std::string>& ports) {
+  std::vector<std::pair<std::string, std::string>> devices;  // path, as asked for
+  for (const std::string& port : ports) {
+    std::error_code failed;
+    const fs::path device = fs::canonical(port, failed);
+    if (!failed) devices.emplace_back(device.string(), port);
+  }
+  std::vector<Holder> found;
+  std::error_code failed;
+  for (const fs::directory_entry& process : fs::directory_iterator("/proc", failed)) {
+    const int pid = std::atoi(process.path().filename().c_str());
+    if (pid <= 0 || pid == getpid()) continue;
+    std::error_code hidden;  // another user's descriptors, or a process that has just ended
+    for (fs::directory_iterator fd(process.path() / "fd", hidden), end; !hidden && fd != end;
+         fd.increment(hidden)) {
+      std::error_code gone;
+      const std::string target = fs::read_symlink(fd->path(), gone).string();
+      for (const auto& [device, port] : devices) {
+        const bool known = !found.empty() && found.back().pid == pid && found.back().port == port;
+        if (target == device && !known) found.push_back({pid, first_line(process.path() / "comm"), port});
+      }
+    }
+  }
+  return found;
+}
+
+Claim::~Claim() {
+  release();
+}
+
+void Claim::release() {
+  if (socket_ >= 0) close(socket_);
+  socket_ = -1;
+}
+
+// A name that the kernel forgets with the socket: nothing is left behind, whoever dies.
+bool Claim::take(const std::string& query_port) {
+  struct stat device {};
+  if (stat(query_port.c_str(), &device) != 0) return true;
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const int length = std::snprintf(address.sun_path + 1, sizeof address.sun_path - 1, "brioctl %u:%u",
+                                   major(device.st_rdev), minor(device.st_rdev));
+  socket_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (socket_ < 0) return true;
+  const auto size =
+      static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + static_cast<std::size_t>(length));
+  if (bind(socket_, reinterpret_cast<sockaddr*>(&address), size) == 0) return true;
+  release();
+  return errno != EADDRINUSE;
+}
+
+void check_ports(const PortPaths& ports, bool force) {
+  for (const auto& [path, what] : {std::pair(ports.query, "query"), std::pair(ports.urc, "URC")}) {
+    if (access(path.c_str(), R_OK | W_OK) == 0) continue;
+    throw Failure(path + ", the modem's " + what + " port: " + open_problem(errno) + ".");
+  }
+  if (force) return;
+  std::string text;
+  for (const Holder& holder : holders({ports.query, ports.urc})) {
+    text += holder.port + " is held by " + printable(holder.name) + " (pid " + std::to_string(holder.pid) +
+            ").\n";
+  }
+  if (text.empty()) return;
+  throw Failure(
+      text +
+      "Two programs on one modem take each other's answers. End the other one, or go on with --force.");
+}
+
+}  // namespace brioctl

@@ -1,0 +1,44 @@
+// Who else has a serial port, and brioctl's own claim to it.
+#ifndef BRIOCTL_HOLDERS_H
+#define BRIOCTL_HOLDERS_H
+
+#include <string>
+#include <vector>
+
+#include "ports.h"
+
+namespace brioctl {
+
+struct Holder {
+  int pid = 0;
+  std::string name;  // of the program
+  std::string port;  // as it was asked for
+};
+
+// Other processes that have one of the ports open, as far as /proc shows them to this user.
+std::vector<Holder> holders(const std::vector<std::string>& ports);
+
+// Two brioctl never drive one modem: the second one fails. Released with the object, and when the process
+// dies.
+class Claim {
+ public:
+  Claim() = default;
+  ~Claim();
+  Claim(const Claim&) = delete;
+  Claim& operator=(const Claim&) = delete;
+
+  // False when another brioctl has it.
+  bool take(const std::string& query_port);
+  void release();
+
+ private:
+  int socket_ = -1;
+};
+
+// Throws Failure, with what to do, when a port is missing, may not be used, or is somebody else's (unless
+// `force`).
+void check_ports(const PortPaths& ports, bool force);
+
+}  // namespace brioctl
+
+#endif
