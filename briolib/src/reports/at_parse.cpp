@@ -55,10 +55,10 @@ void at_parse_init() {
 uint32_t at_parse(char* line, void* argument_a, void* argument_b) {
   if (line == nullptr) return BRIO_STATUS_FAILURE;
   char* name = line + strspn(line, "+:");
-  BLIB_D(BRIO_LOG_DISPATCH, "at_parse input:%s\n",
-         masked_line(line, prv_iccid_file_read(name, argument_a)).c_str());
+  const bool iccid = prv_iccid_file_read(name, argument_a);
+  BLIB_D(BRIO_LOG_DISPATCH, "at_parse input:%s\n", masked_line(line, iccid).c_str());
   if (*line != '+') {
-    BLIB_W(":line doesn't start with + skip parse%s:\n", masked_line(line).c_str());
+    BLIB_W(":line doesn't start with + skip parse%s:\n", masked_line(line, iccid).c_str());
     return BRIO_STATUS_FAILURE;
   }
   name = line + 1 + strspn(line + 1, ":");
