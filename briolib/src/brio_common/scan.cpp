@@ -1,6 +1,7 @@
 // Network scan, its abort, automatic selection, and the network that the device is on.
 #include <string.h>
 
+#include "base/clock.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "brio/brio.h"
@@ -26,6 +27,7 @@ using parse::ScanFault;
 using parse::ScanStep;
 
 constexpr int32_t kScanTimeoutSeconds = 300;
+constexpr unsigned kPauseSeconds = 1;
 constexpr char kUnknownRat[] = "F";
 
 // The whole list of the longest answer; the last of the entries is never listed.
@@ -206,7 +208,10 @@ uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size) {
   blpkt_begin_scan();
   status = deregister();
   const bool goes_on = status <= BLPKT_STATUS_TIMEOUT;
-  if (status == BLPKT_STATUS_TIMEOUT) recover_from_timeout();
+  // A modem that was cut off may echo again. An aborted scan does not pause.
+  if (status == BLPKT_STATUS_TIMEOUT && switch_echo_off() != BLPKT_STATUS_SCAN_ABORTED) {
+    sleep_seconds(kPauseSeconds);
+  }
   if (goes_on) {
     status = blpkt_atcmd_request_with_callback_timeout("AT+COPS=?", SINGLELINE, "+COPS",
                                                        recv_func_prv_briolib_parse_scan_results, &target,

@@ -1,6 +1,5 @@
 #include "brio_common/steps.h"
 
-#include "base/clock.h"
 #include "base/log.h"
 #include "brio/briolib.h"
 #include "channel/request.h"
@@ -12,7 +11,6 @@ namespace {
 
 constexpr int32_t kDeregisterTimeoutSeconds = 80;
 constexpr int32_t kEchoTimeoutSeconds = 1;
-constexpr unsigned kPauseSeconds = 1;
 
 }  // namespace
 
@@ -28,10 +26,6 @@ uint32_t deregister() {
 
 uint32_t switch_echo_off() {
   return send_command("ATE0", NUMERIC, kEchoTimeoutSeconds);
-}
-
-void recover_from_timeout() {
-  if (switch_echo_off() != BLPKT_STATUS_SCAN_ABORTED) sleep_seconds(kPauseSeconds);
 }
 
 }  // namespace brio

@@ -14,8 +14,4 @@ uint32_t deregister();
 // "ATE0", which is given a second. BLPKT_STATUS_*.
 uint32_t switch_echo_off();
 
-// After a time-out: a modem that was cut off may echo again. Pauses unless the scan that this belongs to was
-// aborted.
-void recover_from_timeout();
-
 }  // namespace brio

@@ -112,7 +112,10 @@ void prv_brio_atcmd_mcs(const parse::ManualSelection& selection) {
   uint32_t status = deregister();
   if (status != BLPKT_STATUS_SUCCESS) {
     BLIB_E("prv_brio_atcmd_mcs::de-registration from the network failed!");
-    if (status == BLPKT_STATUS_TIMEOUT) recover_from_timeout();
+    if (status == BLPKT_STATUS_TIMEOUT) {
+      switch_echo_off();
+      sleep_seconds(kRetryPauseSeconds);
+    }
   }
   BLIB_PLAIN("prv_brio_atcmd_mcs::set manual network select as mcs");
   status = send_command(selection.command, NUMERIC, selection.timeout_seconds);
@@ -134,7 +137,7 @@ void prv_replay_manual_selection() {
   if (selection) prv_brio_atcmd_mcs(*selection);
 }
 
-// These carrier configurations start with the SAR back-off engaged.
+// Some carrier configurations (carriers.h) start with the SAR back-off engaged.
 void prv_start_sar() {
   int16_t carrier;
   {
