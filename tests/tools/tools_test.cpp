@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <chrono>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -13,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "at_log.h"
 #include "modemsim/device_root.h"
 #include "modemsim/modem.h"
 
@@ -155,6 +157,31 @@ TEST(Brioctl, NamesTheCause) {
   const Outcome ended = run("timeout --preserve-status -s INT 3 " BRIOCTL " " + scenario +
                             "silent.toml status; echo status $?");
   EXPECT_NE(std::string::npos, ended.text.find("interrupted.\nstatus 130\n")) << ended.text;
+}
+
+// The first column goes to the modem (>) or comes from it (<, torn off ~).
+TEST(AtLog, HidesIdentities) {
+  at_log::Mask mask;
+  for (const auto& [side, text, shown] : std::vector<std::array<std::string, 3>>{
+           {">", "AT+CRSM=176,12258,0,0,0", ""},
+           {">", "AT+COPS?", ""},
+           {"<", "+CRSM: 144,0,\"98440100000000123456\"", "+CRSM: 144,0,\"98440100000000000000\""},
+           {"<", "+CRSM: 144,0,\"13001440001301814000\"", ""},
+           {"<", "+ICCID: 8944015192E06012345F", "+ICCID: 89440100000000000000"},
+           {"<", "8944010000000012345F", "89440100000000000000"},
+           {"<", "+GTMODINFO: \"L816_18000.1000.00.24.01.01\",\"356938035643809\"",
+            "+GTMODINFO: \"L816_18000.1000.00.24.01.01\",\"356938000000000\""},
+           {"<", "+CREG: 5,\"1A2B\",\"01C2D3E4\",7", ""},
+           {"~", "3104101234", "3104100000"},
+           {"<", "5678901", "5678900"}}) {
+    at_log::Line line;
+    line.to_modem = side == ">";
+    line.torn = side == "~";
+    line.text = text;
+    mask.hide(line);
+    EXPECT_EQ(shown.empty() ? text : shown, line.text);
+    EXPECT_EQ(line.text, at_log::parse(at_log::format(line))->text);
+  }
 }
 
 // As docs/recording.md shows it. A host that does the same again follows the recording.

@@ -62,7 +62,11 @@ bool starts(const std::string& text, const char* prefix) {
 
 // Zeros for what follows the first digits of `size` digits at `at`.
 void blank(std::string& text, std::size_t at, std::size_t size) {
-  for (std::size_t i = at + kShownDigits; i < at + size; i++) text[i] = '0';
+  std::size_t shown = 0;
+  for (std::size_t i = at; i < at + size; i++) {
+    if (text[i] == '-') continue;
+    if (shown++ >= kShownDigits) text[i] = '0';
+  }
 }
 
 }  // namespace
@@ -115,6 +119,7 @@ std::vector<Line> load(const std::string& path) {
   std::vector<Line> lines;
   std::string text;
   for (int number = 1; std::getline(file, text); number++) {
+    if (!text.empty() && text.back() == '\r') text.pop_back();
     try {
       if (auto line = parse(text)) lines.push_back(*line);
     } catch (const std::invalid_argument& wrong) {
@@ -142,26 +147,38 @@ std::vector<Exchange> exchanges(const std::vector<Line>& lines) {
 
 void Mask::hide(Line& line) {
   std::string& text = line.text;
-  if (line.port == Port::kQuery && line.to_modem) command_ = text;
-  const bool file = starts(text, "+CRSM:");
-  // EF_ICCID and EF_IMSI.
-  if (file && command_.find("=176,12258") == std::string::npos &&
-      command_.find("=176,28423") == std::string::npos) {
-    return;
+  std::string upper;
+  for (const char c : text) {
+    if (c != ' ') upper += static_cast<char>(std::toupper(c & 0xFF));
   }
-  const bool named = starts(text, "+CCID:") || starts(text, "+CIMI:") || starts(text, "+CGSN:");
+  const auto holds = [&upper](const char* word) { return upper.find(word) != std::string::npos; };
+  // EF_ICCID and EF_IMSI. The answer may come late, after another command.
+  if (line.port == Port::kQuery && line.to_modem && (holds("=176,12258") || holds("=176,28423")))
+    file_ = true;
+  const bool file = starts(text, "+CRSM:");
+  if (file && !file_) return;
+  if (file) file_ = false;
+  bool named = file;
+  for (const char* name : {"CCID", "CIMI", "IMSI", "CGSN", "IMEI"}) named = named || holds(name);
   for (std::size_t at = 0; at < text.size();) {
-    // An identity may hold letters (an ICCID does) where the line says that it is one.
+    // An ICCID may hold letters, and any identity dashes, where the line says that it is one.
     const auto belongs = [&](char c) {
-      return std::isdigit(c & 0xFF) || ((named || file) && std::isxdigit(c & 0xFF));
+      return std::isdigit(c & 0xFF) != 0 || (named && (std::isxdigit(c & 0xFF) != 0 || c == '-'));
     };
     std::size_t end = at;
     while (end < text.size() && belongs(text[end])) end++;
-    const bool word = (at > 0 && std::isalnum(text[at - 1] & 0xFF)) ||
-                      (end < text.size() && std::isalpha(text[end] & 0xFF));
-    if (end - at >= 14 && end - at <= 22 && !word) blank(text, at, end - at);
+    // A bare ICCID ends in a filler.
+    if (!named && end < text.size() && (text[end] == 'F' || text[end] == 'f')) end++;
+    const auto part_of_word = [&](std::size_t i) {
+      return i < text.size() && std::isalpha(text[i] & 0xFF) != 0;
+    };
+    const bool word = !named && ((at > 0 && part_of_word(at - 1)) || part_of_word(end));
+    const std::size_t size = end - at;
+    if (!word && size <= 24 && size >= (named || line.torn || torn_ ? kShownDigits + 1 : 14))
+      blank(text, at, size);
     at = end + 1;
   }
+  if (line.port != Port::kHost) torn_ = line.torn;
 }
 
 Journal::Journal(bool identities) : identities_(identities), start_(now()) {}
@@ -192,6 +209,13 @@ void Journal::bytes(Port port, bool to_modem, const char* data, std::size_t size
   const std::lock_guard<std::mutex> guard(mutex_);
   Channel& channel = channels_[static_cast<std::size_t>(port) * 2 + (to_modem ? 1 : 0)];
   channel.since = now();
+  // A prompt has no line end: what the other side says ends it.
+  Channel& other = channels_[static_cast<std::size_t>(port) * 2 + (to_modem ? 0 : 1)];
+  if (other.partial == "> " || other.partial == ">") {
+    std::string text;
+    text.swap(other.partial);
+    tell(port, !to_modem, std::move(text), true);
+  }
   for (std::size_t i = 0; i < size; i++) {
     const bool end = data[i] == '\r' || data[i] == '\n';
     if (!end) channel.partial += data[i];

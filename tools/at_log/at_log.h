@@ -53,13 +53,15 @@ struct Exchange {
 std::vector<Exchange> exchanges(const std::vector<Line>& lines);
 
 // Hides IMSI, ICCID and IMEI: from the seventh digit on they become zeros, so that a recording can still be
-// answered from. Remembers the last command: the answer to a SIM file's reading does not name the file.
+// answered from. Remembers that a SIM's file was asked for, which the answer does not name, and that the line
+// before was torn.
 class Mask {
  public:
   void hide(Line& line);
 
  private:
-  std::string command_;
+  bool file_ = false;  // an identity's file was asked for and not answered
+  bool torn_ = false;
 };
 
 // Makes lines of bytes as they pass, and hands them to whoever listens. Any thread.

@@ -274,8 +274,10 @@ int run_import(const std::string& recording, std::string prefix, bool force) {
     if (!path.has_filename()) path = path.parent_path();
     prefix = fs::is_directory(path) ? (path / path.filename()).string() : path.replace_extension("").string();
   }
+  const std::vector<Exchange> exchanges = at_log::exchanges(lines);
+  if (exchanges.empty()) throw Failure(recording + " holds no line of the modem's ports.");
   const std::string title = "Recorded " + at_log::format(lines.front()).substr(0, 19) + " UTC.";
-  write_file(prefix + ".toml", scenario_of(at_log::exchanges(lines), title), force);
+  write_file(prefix + ".toml", scenario_of(exchanges, title), force);
   write_file(prefix + ".txt", session_of(lines, title), force);
   return 0;
 }

@@ -1,10 +1,12 @@
 // brioctl at, page, trace and ant.
+#include <unistd.h>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <vector>
 
 #include "commands.h"
+#include "errors.h"
 #include "log_sink.h"
 #include "printable.h"
 
@@ -55,7 +57,7 @@ int run_at(const Options& options, const std::string& command, int timeout) {
   std::vector<std::string> lines;
   uint32_t status = session.lib.blpkt_atcmd_request_with_callback_timeout(
       command.c_str(), MULTILINE_NO_PREFIX, nullptr, recv_func_collect, &lines, 0, timeout);
-  std::string refused = log_sink::modem_error();
+  std::string refused = log_sink::last_failed().refusal;
   session.close();
   for (const std::string& line : lines) printf("%s\n", printable(line).c_str());
   if (status == BLPKT_STATUS_SUCCESS) return 0;
@@ -65,6 +67,8 @@ int run_at(const Options& options, const std::string& command, int timeout) {
   }
   if (!refused.empty()) {
     printf("%s\n", refused.c_str());
+    const std::string meaning = meaning_of(refused);
+    if (!meaning.empty()) fprintf(stderr, "brioctl: %s.\n", meaning.c_str());
     return 1;
   }
   throw Failure(session.explain("The command could not be sent"));
@@ -75,9 +79,9 @@ int run_page(const Options& options, bool full, bool follow) {
   session.open_module();
   do {
     std::string page = read_page(session.lib, full);
-    if (follow) printf("\033[H\033[J");
+    if (follow && isatty(STDOUT_FILENO) != 0) printf("\033[H\033[J");
     fputs(page.c_str(), stdout);
-    fflush(stdout);
+    if (fflush(stdout) != 0) throw Failure("The output cannot be written.");
   } while (follow && pause_for(3));
   session.lib.wabs_exit_611_logging();
   session.close();
@@ -85,6 +89,12 @@ int run_page(const Options& options, bool full, bool follow) {
 }
 
 int run_trace(const Options& options, const std::string& filter, const std::string& prefix, double seconds) {
+  const std::filesystem::path folder = std::filesystem::path(prefix).parent_path();
+  if (prefix.empty() || prefix[0] != '/' || prefix.find("..") != std::string::npos || folder == "/" ||
+      *++folder.begin() == "dev") {
+    throw Failure(
+        "--prefix must begin a path of the device in a folder of its own, for example /mnt/us/trace_log.");
+  }
   Session session(options);
   // A simulated device has no provisioned filter: switch everything on.
   if (session.simulated() && filter == kTraceFilter && !std::filesystem::exists(session.host_path(filter))) {

@@ -1,11 +1,13 @@
 // brioctl record: keeps what the modem and its host say to each other, in a folder that can be taken home.
-#include <poll.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 
 #include "commands.h"
 #include "log_sink.h"
@@ -18,21 +20,34 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// A recording that was refused before its first line is no recording.
 void make_folder(const std::string& dir) {
   std::error_code failed;
   fs::create_directories(dir, failed);
-  if (!fs::is_directory(dir)) throw Failure(dir + " cannot be made: " + failed.message() + ".");
-  if (fs::exists(dir + "/at.log")) {
+  if (!fs::is_directory(dir, failed)) throw Failure(dir + " cannot be made: " + failed.message() + ".");
+  std::ifstream old(dir + "/at.log");
+  std::string line;
+  while (std::getline(old, line)) {
+    if (line.empty() || line[0] == '#') continue;
     throw Failure(dir + " holds a recording already; name another folder, or remove " + dir + "/at.log.");
   }
 }
 
-// A link to the relay where the host looks for a port. The port itself steps aside meanwhile.
+// A link to the relay where the host looks for a port. The port itself steps aside meanwhile, as PATH.tapped.
 class Replaced {
  public:
   Replaced(const std::string& path, const std::string& device)
-      : path_(path), aside_(path + ".tapped"), device_(device) {
+      : path_(path), aside_(aside(path)), device_(device) {
     std::error_code failed;
+    if (fs::exists(fs::symlink_status(aside_, failed))) {
+      throw Failure(aside_ +
+                    " is there: another tap runs, or the modem was changed while one did. Remove it.");
+    }
+    // The host may be another user's.
+    struct stat port {};
+    if (stat(path_.c_str(), &port) == 0 && chown(device.c_str(), port.st_uid, port.st_gid) == 0) {
+      chmod(device.c_str(), port.st_mode & 0777);
+    }
     fs::rename(path_, aside_, failed);
     if (!failed) {
       fs::create_symlink(device_, path_, failed);
@@ -44,23 +59,48 @@ class Replaced {
   Replaced(const Replaced&) = delete;
   Replaced& operator=(const Replaced&) = delete;
 
-  // A tap that was killed left its link; the port is beside it.
+  // A tap that was killed left its link in the port's place. Its pty may be somebody else's by now.
   static void mend(const std::string& path) {
     std::error_code failed;
-    const fs::path aside = path + ".tapped";
-    if (fs::exists(fs::symlink_status(aside)) && fs::is_symlink(fs::symlink_status(path)) &&
-        !fs::exists(path)) {
-      fs::rename(aside, path, failed);
-    }
+    const std::string target = fs::read_symlink(path, failed).string();
+    if (target.rfind("/dev/pts/", 0) != 0 || !fs::exists(fs::symlink_status(aside(path), failed))) return;
+    Claim claim;
+    if (!claim.take(aside(path))) throw Failure("Another tap runs on " + path + ".");
+    put_back(path);
   }
 
  private:
+  static std::string aside(const std::string& path) { return path + ".tapped"; }
+
+  // The kernel leaves a node that was renamed when the modem goes: it is put back only while it is that of
+  // the port.
+  static void put_back(const std::string& path) {
+    std::error_code failed;
+    struct stat port {};
+    std::ifstream number("/sys/class/tty/" + fs::path(path).filename().string() + "/dev");
+    unsigned major_number = 0, minor_number = 0;
+    char colon = 0;
+    const bool node = lstat(aside(path).c_str(), &port) == 0 && S_ISCHR(port.st_mode);
+    const bool there = static_cast<bool>(number >> major_number >> colon >> minor_number);
+    const bool stale = node && !(there && port.st_rdev == makedev(major_number, minor_number));
+    if (!stale) {
+      fs::rename(aside(path), path, failed);
+      return;
+    }
+    fs::remove(path, failed);
+    fs::remove(aside(path), failed);
+    if (there && mknod(path.c_str(), port.st_mode, makedev(major_number, minor_number)) == 0) {
+      [[maybe_unused]] const int ignored = chown(path.c_str(), port.st_uid, port.st_gid);
+    }
+  }
+
   void back() {
     std::error_code failed;
-    const bool ours = fs::read_symlink(path_, failed) == device_;
-    // A modem that was pulled out took its port along, and another may be there by now.
-    if (ours) fs::rename(aside_, path_, failed);
-    if (ours && failed) fs::remove(path_, failed);
+    if (fs::read_symlink(path_, failed) == device_) {
+      put_back(path_);
+    } else {
+      fs::remove(aside_, failed);  // the modem came back with a port of its own
+    }
   }
 
   std::string path_, aside_, device_;
@@ -71,6 +111,7 @@ void tell_size(const Recorder& recorder) {
 }
 
 void tell_end(const std::string& dir, const Recorder& recorder) {
+  if (recorder.lines() == 0) return;
   if (isatty(STDERR_FILENO) != 0) fprintf(stderr, "\r\033[K");
   printf("%zu lines in %s/at.log. \"brioctl import %s\" makes a scenario and a test of them.\n",
          recorder.lines(), printable(dir).c_str(), printable(dir).c_str());
@@ -79,6 +120,7 @@ void tell_end(const std::string& dir, const Recorder& recorder) {
 }  // namespace
 
 int run_record(Options options, const std::string& dir, double seconds) {
+  if (!options.at_log.empty()) throw Failure("A recording has its AT log in its folder; leave --at-log out.");
   make_folder(dir);
   options.at_log = dir + "/at.log";
   Session session(options);
@@ -93,6 +135,7 @@ int run_record(Options options, const std::string& dir, double seconds) {
     constexpr double kPoll = 30;
     double waited = 0, next_poll = 0;
     while (seconds < 0 || waited < seconds) {
+      if (session.modem_gone()) throw Failure("The modem hung up.");
       if (waited >= next_poll) {
         status_rows(session.lib, options.identities);
         next_poll = waited + kPoll;
@@ -112,13 +155,17 @@ int run_record(Options options, const std::string& dir, double seconds) {
 }
 
 int run_tap(const Options& options, const std::string& dir, double seconds, bool in_place) {
-  make_folder(dir);
+  if (!options.at_log.empty()) throw Failure("A recording has its AT log in its folder; leave --at-log out.");
   Session session(options);
+  const PortPaths ports = session.ports();
+  for (const std::string& path : {ports.query, ports.urc}) Replaced::mend(path);
+  if (!session.simulated()) check_ports(ports, options.force);
+  Claim claim;
+  if (!claim.take(ports.query) && !options.force) throw Failure(another_brioctl(ports));
+  make_folder(dir);
   Recorder recorder(options.identities);
   recorder.write_to(dir + "/at.log");
   if (options.verbose > 0) recorder.show();
-  PortPaths ports = session.ports();
-  for (const std::string& path : {ports.query, ports.urc}) Replaced::mend(path);
   int result = 0;
   {
     Relay relay(ports.query, ports.urc, recorder.journal());

@@ -94,9 +94,11 @@ bool scan_networks(Session& session) {
   if (aborted) lib.wabs_send_abort_cmd();
   uint32_t automatic = lib.wabs_set_auto_mode();
   session.end_at_signals(1);
+  if (automatic != 0) {
+    fprintf(stderr, "Automatic selection could not be restored; \"brioctl auto\" tries again.\n");
+  }
   if (aborted) {
-    printf("Scan aborted; automatic selection %s.\n",
-           automatic == 0 ? "is on again" : "could not be restored");
+    printf("Scan aborted%s.\n", automatic == 0 ? "; automatic selection is on again" : "");
     return false;
   }
   if (status != 0) {
@@ -111,7 +113,7 @@ bool scan_networks(Session& session) {
     printf("%-10s  %-8s  %-11s  %s\n", stat_name(entry.stat), entry.plmn.c_str(), rat_name(entry.rat),
            printable(entry.name).c_str());
   }
-  return true;
+  return automatic == 0;
 }
 
 int run_auto(const Options& options) {

@@ -7,6 +7,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -41,17 +42,20 @@ std::vector<Holder> holders(const std::vector<std::string>& ports) {
   }
   std::vector<Holder> found;
   std::error_code failed;
-  for (const fs::directory_entry& process : fs::directory_iterator("/proc", failed)) {
-    const int pid = std::atoi(process.path().filename().c_str());
+  for (fs::directory_iterator process("/proc", failed), last; !failed && process != last;
+       process.increment(failed)) {
+    const int pid = std::atoi(process->path().filename().c_str());
     if (pid <= 0 || pid == getpid()) continue;
     std::error_code hidden;  // another user's descriptors, or a process that has just ended
-    for (fs::directory_iterator fd(process.path() / "fd", hidden), end; !hidden && fd != end;
+    for (fs::directory_iterator fd(process->path() / "fd", hidden), end; !hidden && fd != end;
          fd.increment(hidden)) {
       std::error_code gone;
       const std::string target = fs::read_symlink(fd->path(), gone).string();
       for (const auto& [device, port] : devices) {
-        const bool known = !found.empty() && found.back().pid == pid && found.back().port == port;
-        if (target == device && !known) found.push_back({pid, first_line(process.path() / "comm"), port});
+        const bool known = std::any_of(found.begin(), found.end(), [&, &which = port](const Holder& holder) {
+          return holder.pid == pid && holder.port == which;
+        });
+        if (target == device && !known) found.push_back({pid, first_line(process->path() / "comm"), port});
       }
     }
   }
@@ -82,6 +86,10 @@ bool Claim::take(const std::string& query_port) {
   if (bind(socket_, reinterpret_cast<sockaddr*>(&address), size) == 0) return true;
   release();
   return errno != EADDRINUSE;
+}
+
+std::string another_brioctl(const PortPaths& ports) {
+  return "Another brioctl drives the modem on " + ports.query + ". End it, or go on with --force.";
 }
 
 void check_ports(const PortPaths& ports, bool force) {

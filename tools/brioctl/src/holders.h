@@ -35,6 +35,8 @@ class Claim {
   int socket_ = -1;
 };
 
+std::string another_brioctl(const PortPaths& ports);  // what to say then
+
 // Throws Failure, with what to do, when a port is missing, may not be used, or is somebody else's (unless
 // `force`).
 void check_ports(const PortPaths& ports, bool force);

@@ -15,6 +15,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr std::size_t kKept = 1000;  // requests and events that nobody takes
+
 std::mutex s_mutex;  // guards everything below
 int s_echo = 0;
 FILE* s_file = nullptr;
@@ -38,7 +40,9 @@ std::string between(const std::string& text, const char* mark, const char* end =
 void note_request(const std::string& line) {
   std::string command = between(line, "atcmd request:");
   if (!command.empty()) {
-    s_requests.push_back({command, -1, 0});
+    s_requests.push_back({command, -1, 0, ""});
+    if (s_requests.size() > kKept) s_requests.erase(s_requests.begin());
+    s_modem_error.clear();
     s_request_start = Clock::now();
     return;
   }
@@ -48,7 +52,12 @@ void note_request(const std::string& line) {
     s_requests.back().status = atoi(line.c_str() + status + 6);
     s_requests.back().milliseconds =
         std::chrono::duration<double, std::milli>(Clock::now() - s_request_start).count();
-    if (s_requests.back().status != 0) s_failed = s_requests.back();
+    s_requests.back().refusal = s_modem_error;
+    if (s_requests.back().status != 0) {
+      s_failed = s_requests.back();
+    } else if (s_requests.back().command == s_failed.command) {
+      s_failed = {};
+    }
   }
 }
 
@@ -85,6 +94,7 @@ void take(int priority, const char* format, va_list arguments) {
   note_request(line);
   note_event(line);
   const bool telling = LOG_PRI(priority) <= LOG_WARNING || s_events.size() > events;
+  if (s_events.size() > kKept) s_events.erase(s_events.begin());
   if (s_echo > (telling ? 0 : 1))
     fprintf(stderr, "%s log       %s\n", time_of_day(wall_clock_ms()).c_str(), line.c_str());
   if (s_file != nullptr) fprintf(s_file, "%s %s\n", time_of_day(wall_clock_ms()).c_str(), line.c_str());
@@ -114,11 +124,6 @@ bool write_to(const std::string& path) {
 std::string last_error() {
   std::lock_guard<std::mutex> lock(s_mutex);
   return s_last_error;
-}
-
-std::string modem_error() {
-  std::lock_guard<std::mutex> lock(s_mutex);
-  return s_modem_error;
 }
 
 void clear_errors() {

@@ -14,6 +14,7 @@ struct Request {
   std::string command;
   int status = -1;  // packet status, -1 while it waits
   double milliseconds = 0;
+  std::string refusal;  // the modem's final line, "" when there was none
 };
 
 // What is printed on standard error: 0 nothing, 1 warnings, errors and events, 2 every line.
@@ -23,13 +24,11 @@ bool write_to(const std::string& path);
 
 // The last error line of the library since clear_errors(), "" when there was none.
 std::string last_error();
-// The final line of the last command that the modem refused, "" when there was none.
-std::string modem_error();
 void clear_errors();
 // The device path of the trace file that the library named last.
 std::string trace_name();
 
-// The last request since clear_errors() that did not succeed; no command when all did.
+// The last request since clear_errors() that did not succeed, also when repeated; no command when all did.
 Request last_failed();
 // Requests seen since the last call.
 std::vector<Request> take_requests();

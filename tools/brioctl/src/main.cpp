@@ -1,6 +1,8 @@
 // brioctl: the command-line host of the modem module.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <string>
+#include <tuple>
 
 #include "command_line.h"
 #include "commands.h"
@@ -21,7 +23,7 @@ int main(int argc, char** argv) {
       "  brioctl demo                       the whole tour on a simulated modem\n"
       "  brioctl --sim status               one table of what the host reads\n"
       "  brioctl --root ~/desk at ATI       a modem whose ttys are linked below ~/desk/dev\n"
-      "  brioctl -v status                  the same on the device, with the library's log\n\n"
+      "  brioctl -v status                  the same on the device, with what passes the ports\n\n"
       "Exit status: 0, 1 when the modem or the library refuses, 2 for wrong arguments, 128 and the signal's "
       "number when "
       "a signal ended it.");
@@ -33,12 +35,13 @@ int main(int argc, char** argv) {
   auto* root = app.add_option("--root", options.root, "Directory prepended to every device path")
                    ->type_name("DIR")
                    ->check(command_line::not_empty);
-  app.add_flag("--sim", options.simulate, "Use a simulated modem")->excludes(root);
-  app.add_option("--scenario", options.scenario,
-                 "Scenario of the simulated modem, a file or an installed name; implies --sim")
-      ->type_name("SCENARIO")
-      ->check(command_line::not_empty)
-      ->excludes(root);
+  auto* sim = app.add_flag("--sim", options.simulate, "Use a simulated modem")->excludes(root);
+  auto* scenario =
+      app.add_option("--scenario", options.scenario,
+                     "Scenario of the simulated modem, a file or an installed name; implies --sim")
+          ->type_name("SCENARIO")
+          ->check(command_line::not_empty)
+          ->excludes(root);
   app.add_option("--speed", options.speed, "Play the scenario this many times as fast")
       ->check(command_line::above_zero);
   app.add_flag("-v,--verbose", options.verbose,
@@ -51,12 +54,13 @@ int main(int argc, char** argv) {
       ->check(command_line::not_empty);
   app.add_flag("--force", options.force,
                "Go on when another program drives the modem; replace files (import)");
-  app.add_option("--query-port", options.ports.query, "Use this tty instead of /dev/ttyACM2")
-      ->type_name("TTY");
-  app.add_option("--urc-port", options.ports.urc, "Use this tty instead of /dev/ttyACM3")->type_name("TTY");
-  app.add_option("--trace-port", options.ports.trace, "Use this tty instead of /dev/ttyACM1")
-      ->type_name("TTY");
-
+  const std::tuple<const char*, std::string*, const char*> port_options[] = {
+      {"--query-port", &options.ports.query, "Use this tty instead of /dev/ttyACM2"},
+      {"--urc-port", &options.ports.urc, "Use this tty instead of /dev/ttyACM3"},
+      {"--trace-port", &options.ports.trace, "Use this tty instead of /dev/ttyACM1"}};
+  for (const auto& [name, place, what] : port_options) {
+    app.add_option(name, *place, what)->type_name("TTY")->excludes(sim)->excludes(scenario);
+  }
   double demo_seconds = 4;
   auto* demo =
       app.add_subcommand("demo", "Open a simulated modem, show what it says and reports, scan, close");
@@ -164,14 +168,14 @@ int main(int argc, char** argv) {
   int result = 1;
   try {
     result = run();
-  } catch (const Failure& failure) {
+  } catch (const std::exception& problem) {  // a Failure, or what the file system refused
     fflush(stdout);
-    fprintf(stderr, "brioctl: %s\n", printable(failure.what(), '\n').c_str());
+    fprintf(stderr, "brioctl: %s\n", printable(problem.what(), '\n').c_str());
   }
   // Where a signal is the regular end it is no failure.
   const bool until_signal = *watch || *trace || *record || *demo || follow;
   if (interrupted() > 0 && (result != 0 || !until_signal)) return interrupted_status();
-  if (fflush(stdout) != 0) {
+  if (fflush(stdout) != 0 || ferror(stdout) != 0) {
     fprintf(stderr, "brioctl: the output cannot be written.\n");
     return 1;
   }

@@ -12,11 +12,12 @@ namespace brioctl {
 
 namespace fs = std::filesystem;
 
-LinkedRoot::LinkedRoot(const std::string& root, const PortPaths& ports)
-    : dir_((fs::temp_directory_path() / "brioctl_XXXXXX").string()) {
-  if (mkdtemp(dir_.data()) == nullptr) {
-    throw Failure("A temporary folder cannot be made in " + fs::temp_directory_path().string() + ": " +
-                  std::strerror(errno) + ".");
+LinkedRoot::LinkedRoot(const std::string& root, const PortPaths& ports) {
+  std::error_code failed;
+  dir_ = (fs::temp_directory_path(failed) / "brioctl_XXXXXX").string();
+  if (failed || mkdtemp(dir_.data()) == nullptr) {
+    throw Failure("A temporary folder cannot be made (TMPDIR, else /tmp): " +
+                  (failed ? failed.message() : std::strerror(errno)) + ".");
   }
   try {
     const fs::path whole = root.empty() ? "/" : fs::absolute(root);

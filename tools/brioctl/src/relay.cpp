@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "errors.h"
 #include "report.h"
 
 namespace brioctl {
@@ -46,6 +47,8 @@ Relay::Relay(const std::string& query_port, const std::string& urc_port, at_log:
     close_all();
     throw;
   }
+  query_device_ = ways_[0].host.device();
+  urc_device_ = ways_[1].host.device();
   // Signals are the main thread's.
   sigset_t all, before;
   sigfillset(&all);
@@ -73,7 +76,7 @@ void Relay::close_all() {
 
 void Relay::open_modem(Way& way, const std::string& path) {
   way.modem = open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-  if (way.modem < 0) throw Failure(path + " cannot be opened: " + std::strerror(errno) + ".");
+  if (way.modem < 0) throw Failure(path + ": " + open_problem(errno) + ".");
   termios settings{};
   if (tcgetattr(way.modem, &settings) != 0) throw Failure(path + " is no serial port.");
   cfmakeraw(&settings);

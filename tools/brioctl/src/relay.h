@@ -24,8 +24,8 @@ class Relay {
   Relay& operator=(const Relay&) = delete;
 
   // What the host opens instead.
-  const std::string& query_device() const { return ways_[0].host.device(); }
-  const std::string& urc_device() const { return ways_[1].host.device(); }
+  const std::string& query_device() const { return query_device_; }
+  const std::string& urc_device() const { return urc_device_; }
   // The modem hung up; the host was hung up on, too.
   bool gone() const { return gone_; }
 
@@ -54,7 +54,8 @@ class Relay {
   int heed_signals();
 
   at_log::Journal* journal_;
-  std::array<Way, 2> ways_;
+  std::array<Way, 2> ways_;  // the relay's thread alone, once it runs
+  std::string query_device_, urc_device_;
   int inotify_ = -1;
   int wake_ = -1;  // readable when `end_` or `armed_` changed
   std::atomic<bool> end_{false};

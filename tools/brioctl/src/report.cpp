@@ -18,8 +18,9 @@ int s_pause_event = -1, s_signal_event = -1;
 volatile sig_atomic_t s_interrupted = 0, s_signal = 0;
 
 void on_signal(int number) {
-  s_interrupted = s_interrupted + 1;
-  s_signal = number;
+  // A pipe that breaks, or a terminal that closes, must not count as a second wish to end at once.
+  if (s_interrupted == 0) s_signal = number;
+  if (s_interrupted == 0 || number == SIGINT) s_interrupted = s_interrupted + 1;
   uint64_t one = 1;
   for (const int event : {s_pause_event, s_signal_event}) {
     ssize_t ignored = write(event, &one, sizeof(one));

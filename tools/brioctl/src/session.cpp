@@ -64,7 +64,6 @@ Session::Session(const Options& options) : options_(options), root_(options.root
   lib.briolib_log_set_log_mask.function(whole ? 0xFFFFFFFF & ~(BRIO_LOG_SELECT | BRIO_LOG_AT_DETAIL)
                                               : kLibraryLog);
   recorder_ = std::make_unique<Recorder>(options.identities);
-  if (!options.at_log.empty()) recorder_->write_to(options.at_log);
   if (options.verbose > 0) recorder_->show();
   call_listener = [this](bool begins, const std::string& text) { recorder_->journal()->call(begins, text); };
 }
@@ -91,8 +90,10 @@ void Session::place_ports() {
   PortPaths paths = ports();
   if (!simulated()) check_ports(paths, options_.force);
   if (!claim_.take(paths.query) && !options_.force) {
-    throw Failure("Another brioctl drives the modem on " + paths.query + ". End it, or go on with --force.");
+    throw Failure(another_brioctl(paths));
   }
+  if (!options_.at_log.empty() && !at_log_open_) recorder_->write_to(options_.at_log);
+  at_log_open_ = true;
   relay_ = std::make_unique<Relay>(paths.query, paths.urc, recorder_->journal());
   paths.query = relay_->query_device();
   paths.urc = relay_->urc_device();
@@ -100,6 +101,10 @@ void Session::place_ports() {
   relay_->on_stuck([this] { end_at_once(); });
   relay_->arm(1);
   lib.brio_set_root_dir.function(library_root_->dir().c_str());
+}
+
+bool Session::modem_gone() const {
+  return relay_->gone();
 }
 
 void Session::end_at_signals(int signals) {
@@ -121,7 +126,7 @@ std::string Session::explain(const std::string& what) const {
   std::string text = what;
   const log_sink::Request request = log_sink::last_failed();
   if (!request.command.empty()) {
-    const std::string refusal = log_sink::modem_error();
+    const std::string& refusal = request.refusal;
     char waited[32];
     snprintf(waited, sizeof waited, "%.1f s", request.milliseconds / 1000);
     text += request.status == BLPKT_STATUS_TIMEOUT

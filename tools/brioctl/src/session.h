@@ -42,6 +42,7 @@ class Session {
   void open_module();
   void open_modem();
   void close();
+  bool modem_gone() const;  // it hung up since the session opened
   // From how many signals on what the session waits for ends at once; 1 when it opens.
   void end_at_signals(int signals);
 
@@ -68,6 +69,7 @@ class Session {
   std::string root_;
   std::unique_ptr<Simulation> simulation_;
   std::unique_ptr<Recorder> recorder_;
+  bool at_log_open_ = false;
   Claim claim_;                               // while open
   std::unique_ptr<Relay> relay_;              // while open
   std::unique_ptr<LinkedRoot> library_root_;  // while open

@@ -130,6 +130,7 @@ bool Modem::Impl::plug() {
   if (connected_) return true;
   if (!connect()) return false;
   Session session{state_, last_network_};
+  last_sets_.clear();
   boot(session);
   show_net_device();
   return true;

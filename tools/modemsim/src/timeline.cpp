@@ -47,6 +47,7 @@ bool Modem::Impl::play(const Scenario& scenario, double speed) {
   last_network_ = Network();
   faults_ = scenario.faults;
   answers_ = scenario.answers;
+  last_sets_.clear();
   trace_rate_ = scenario.trace_rate;
   play_ = std::make_shared<Play>();
   play_->scenario = scenario;

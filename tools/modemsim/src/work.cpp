@@ -38,7 +38,8 @@ void Modem::Impl::work_on_commands() {
     const bool answers = !fault_.replace && !fault_.silent && !fault_.unplug;
     if (const Answer* scripted = answers ? take_answer(current_) : nullptr) answer_ = *scripted;
     Parsed parsed;
-    const bool known = !answer_ && parse_command(current_, parsed);
+    const bool parses = parse_command(current_, parsed);
+    const bool known = !answer_ && parses;
     const Milliseconds time = fault_.delay + (answer_ ? answer_->delay
                                               : known ? command_time(parsed, state_)
                                                       : Milliseconds(0));
@@ -47,7 +48,7 @@ void Modem::Impl::work_on_commands() {
       continue;
     }
     busy_ = true;
-    scanning_ = known && is_scan(parsed);
+    scanning_ = parses && is_scan(parsed);
     work_timer_ = after(time, [this] {
       busy_ = scanning_ = false;
       finish_command();
