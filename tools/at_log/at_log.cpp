@@ -153,8 +153,8 @@ void Mask::hide(Line& line) {
   }
   const auto holds = [&upper](const char* word) { return upper.find(word) != std::string::npos; };
   // EF_ICCID and EF_IMSI. The answer may come late, after another command.
-  if (line.port == Port::kQuery && line.to_modem && (holds("=176,12258") || holds("=176,28423")))
-    file_ = true;
+  const bool command = line.port == Port::kQuery && line.to_modem;
+  if (command && (holds("=176,12258") || holds("=176,28423"))) file_ = true;
   const bool file = starts(text, "+CRSM:");
   if (file && !file_) return;
   if (file) file_ = false;
@@ -174,8 +174,8 @@ void Mask::hide(Line& line) {
     };
     const bool word = !named && ((at > 0 && part_of_word(at - 1)) || part_of_word(end));
     const std::size_t size = end - at;
-    if (!word && size <= 24 && size >= (named || line.torn || torn_ ? kShownDigits + 1 : 14))
-      blank(text, at, size);
+    const std::size_t least = named || line.torn || torn_ ? kShownDigits + 1 : 14;
+    if (!word && size <= 24 && size >= least) blank(text, at, size);
     at = end + 1;
   }
   if (line.port != Port::kHost) torn_ = line.torn;

@@ -10,15 +10,15 @@ namespace brio {
 
 struct Carrier {
   const char* imsi_prefix;  // sought anywhere in the IMSI's first six characters
-  uint16_t carrier_id;
   const char* name;
+  uint16_t carrier_id;
   bool backs_off;  // starts with the body-SAR back-off, which then follows the proximity sensor
 };
 
 // Searched in this order.
 inline constexpr Carrier kCarriers[] = {
-    {"310410", 201, "ATT", false}, {"302720", 201, "ROGERS", false}, {"44010", 216, "DOCOMO", true},
-    {"23415", 202, "VOD", true},   {"20404", 202, "VOD", true},
+    {"310410", "ATT", 201, false}, {"302720", "ROGERS", 201, false}, {"44010", "DOCOMO", 216, true},
+    {"23415", "VOD", 202, true},   {"20404", "VOD", 202, true},
 };
 inline constexpr uint16_t kCarrierUnknown = 0xFFFF;
 

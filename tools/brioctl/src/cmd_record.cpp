@@ -25,11 +25,12 @@ void make_folder(const std::string& dir) {
   std::error_code failed;
   fs::create_directories(dir, failed);
   if (!fs::is_directory(dir, failed)) throw Failure(dir + " cannot be made: " + failed.message() + ".");
-  std::ifstream old(dir + "/at.log");
+  const std::string log = dir + "/at.log";
+  std::ifstream old(log);
   std::string line;
   while (std::getline(old, line)) {
     if (line.empty() || line[0] == '#') continue;
-    throw Failure(dir + " holds a recording already; name another folder, or remove " + dir + "/at.log.");
+    throw Failure(log + " is a recording already; name another folder, or remove it.");
   }
 }
 

@@ -95,9 +95,9 @@ void take(int priority, const char* format, va_list arguments) {
   note_event(line);
   const bool telling = LOG_PRI(priority) <= LOG_WARNING || s_events.size() > events;
   if (s_events.size() > kKept) s_events.erase(s_events.begin());
-  if (s_echo > (telling ? 0 : 1))
-    fprintf(stderr, "%s log       %s\n", time_of_day(wall_clock_ms()).c_str(), line.c_str());
-  if (s_file != nullptr) fprintf(s_file, "%s %s\n", time_of_day(wall_clock_ms()).c_str(), line.c_str());
+  const std::string time = time_of_day(wall_clock_ms());
+  if (s_echo > (telling ? 0 : 1)) fprintf(stderr, "%s log       %s\n", time.c_str(), line.c_str());
+  if (s_file != nullptr) fprintf(s_file, "%s %s\n", time.c_str(), line.c_str());
   if (LOG_PRI(priority) == LOG_ERR) s_last_error = line;
   std::string refused = between(line, "AT_err_string:", ":");
   if (!refused.empty()) s_modem_error = refused;

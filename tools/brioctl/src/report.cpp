@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <nlohmann/json.hpp>
 
@@ -15,7 +16,9 @@ namespace brioctl {
 namespace {
 
 int s_pause_event = -1, s_signal_event = -1;
-volatile sig_atomic_t s_interrupted = 0, s_signal = 0;
+std::atomic<int> s_interrupted{0},
+    s_signal{0};  // lock-free, as a signal handler needs; the relay's thread reads them
+static_assert(std::atomic<int>::is_always_lock_free);
 
 void on_signal(int number) {
   // A pipe that breaks, or a terminal that closes, must not count as a second wish to end at once.
@@ -86,8 +89,9 @@ std::string render_table(std::vector<Row> rows) {
   std::string text = line("Operation", "Status", "Value", "Unit or meaning");
   text +=
       line(std::string(operation, '-'), std::string(status, '-'), std::string(value, '-'), "---------------");
-  for (const Row& row : rows)
+  for (const Row& row : rows) {
     text += line(row.operation, row.status_text(), row.value, row.status == 0 ? row.unit : "");
+  }
   return text;
 }
 
