@@ -112,11 +112,11 @@ void Relay::run() {
     items[count++] = {signal_event(), POLLIN, 0};
     const int tick = journal_->tick();
     poll(items.data(), count, heed < 0 || (tick >= 0 && tick < heed) ? tick : heed);
-    if (end_) return;
     std::uint64_t ignored = 0;
     for (const int event : {wake_, signal_event()}) {
       [[maybe_unused]] const ssize_t got = read(event, &ignored, sizeof ignored);
     }
+    if (end_) return;  // after the wake-up was taken, so that none is lost
     look_who_opened();
     for (std::size_t i = 0; i < ways_.size(); i++) {
       Way& way = ways_[i];
