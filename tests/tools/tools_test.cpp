@@ -80,7 +80,7 @@ TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
        {"--sim page", 0, {"2  \\*{8} MODEM", "2\\.2  Library Version:   S30J38", "WWAN Info"}},
        {"--sim page --full", 0, {"SIM ICCID:  89014103211118510720", "IMEI:  356938035643809"}},
        {"--sim trace --seconds 2", 0, {"trace_log_[0-9_]+\\.istp: [1-9][0-9]* bytes"}},
-       {watch.c_str(), 0, {"mode=LTE roaming=home network plmn=310-410\n", "report  \\+CREG: 5,LAC,ID,7\n"}},
+       {watch.c_str(), 0, {"mode=LTE roaming=[a-z ]+ plmn=310-410\n", "report  \\+CREG: 5,LAC,ID,7\n"}},
        {"--sim -v at AT+CIMI", 0, {" query --> AT.CIMI\n.* query <-- .CIMI: 310410000000000\n", "OK\n"}},
        {"--sim -vv at AT", 0, {"D blib:.*atcmd request:AT\n", "OK\n"}},
        {"demo --seconds 0.2", 0, {"== Opening", "ATE0 +[0-9.]+ ms", "== A network scan", "wabs_close took"}},
@@ -138,10 +138,11 @@ TEST(Brioctl, NamesTheCause) {
       "/away.toml",
       "[state]\nimsi = '310012123456789'\n[[answer]]\ncommand = 'AT+COPS?'\nlines = ['+COPS: 2', 'OK']\n");
   root.write("/silent.toml", "[[answer]]\ncommand = 'AT+CFUN=1'\nlines = []\n");
+  const std::string holder = "ttyACM3 is held by .* \\(pid " + std::to_string(getpid()) + "\\)";
   const std::string here = "--root " + root.dir(), scenario = "--scenario " + root.path("/");
   check(BRIOCTL,
-        {{(here + " status").c_str(), 1, {"ttyACM3 is held by tools_tests \\(pid [0-9]+\\)"}},
-         {(here + " ports").c_str(), 0, {"ttyACM2 +query", "ttyACM3 +URC .*tools_tests"}},
+        {{(here + " status").c_str(), 1, {holder.c_str()}},
+         {(here + " ports").c_str(), 0, {"ttyACM2 +query", "ttyACM3 +URC .*\\(pid "}},
          {(here + " --force status").c_str(), 0, {"wabs_get_bars +0 ok"}},
          {("--root " + empty.dir() + " status").c_str(),
           1,
@@ -282,12 +283,12 @@ TEST(Briolab, TellsWhatCanBeSaid) {
       "\\nwabs_get_brs\\nanswer AT+GTBARS? +GTBARS:\\nbrio_get_bars 0\\nanswer AT+GTMODINFO? a b OK\\n"
       "brio_get_modem_info\\nquit\\n";
   check(("printf '" + typed + lines +
-         "' | TERM=dumb timeout 50 script -qec '" BRIOLAB "' /dev/null | tr -d '\\r'")
+         "' | TERM=dumb timeout 600 script -qec '" BRIOLAB "' /dev/null | tr -d '\\r'")
             .c_str(),
         {{"",
           0,
-          {"open: it gave 2\n", "did you mean wabs_get_bars\\?", "has no final line", "\n7 untouched\n",
-           "dropped an answer", "\n4 untouched\n"}}});
+          {"open: it gave 2\n", "did you mean wabs_get_bars\\?", "has no final line", "[\n ]7 untouched\n",
+           "dropped an answer", "[\n ]4 untouched\n"}}});
 }
 
 }  // namespace
