@@ -137,8 +137,8 @@ std::vector<std::string> reports_of_change(const Reported& before, const State& 
     lines.push_back("+" + std::string(domain.name) + ": " + registration_fields(now, domain));
   }
   for (const Report& report : kReports) {
-    if (!(now.*report.on.member) || std::none_of(report.watched.begin(), report.watched.end(), changed))
-      continue;
+    const bool on = now.*report.on.member;
+    if (!on || std::none_of(report.watched.begin(), report.watched.end(), changed)) continue;
     lines.push_back(std::string(report.name) + ": " + report.fields(now));
   }
   return lines;
