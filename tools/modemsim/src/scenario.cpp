@@ -1,164 +1,33 @@
 // Scenario files: TOML into a Scenario, with an error sentence for everything that is not understood.
 #include "modemsim/scenario.h"
 
-#define TOML_EXCEPTIONS 1
-#include <toml++/toml.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cmath>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
+#include <cstdio>
+#include <cstdlib>
 #include <string_view>
 
 #include "state.h"
+#include "toml_reader.h"
 
 namespace modemsim {
 namespace {
 
-[[noreturn]] void fail(const std::string& file, const toml::node& node, const std::string& what) {
-  throw ScenarioError(file + ":" + std::to_string(node.source().begin.line) + ": " + what);
+constexpr char kClockForm[] =
+    "a time as in AT+CCLK?, \"26/03/07,09:05:00-28\" (the zone in quarters of an hour)";
+
+bool clock(Reader& reader, const std::string& key, std::string& place) {
+  if (!reader.text(key, place)) return false;
+  int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, zone = 0, size = 0;
+  char sign = 0;
+  const int read = std::sscanf(place.c_str(), "%2d/%2d/%2d,%2d:%2d:%2d%c%2d%n", &year, &month, &day, &hour,
+                               &minute, &second, &sign, &zone, &size);
+  const bool form = read == 8 && size == 20 && place.size() == 20 && (sign == '+' || sign == '-') &&
+                    place.find_first_not_of("0123456789/,:+-") == std::string::npos;
+  const bool time = month >= 1 && month <= 12 && day >= 1 && day <= 31 && hour < 24 && minute < 60 &&
+                    second < 61 && zone <= 96;
+  if (!form || !time) reader.wrong(*reader.table().get(key), key, kClockForm);
+  return true;
 }
-
-// How far one word is from another, for "did you mean".
-std::size_t distance(std::string_view a, std::string_view b) {
-  std::vector<std::size_t> row(b.size() + 1);
-  for (std::size_t j = 0; j <= b.size(); j++) row[j] = j;
-  for (std::size_t i = 1; i <= a.size(); i++) {
-    std::size_t corner = row[0]++;
-    for (std::size_t j = 1; j <= b.size(); j++) {
-      const std::size_t above = row[j];
-      row[j] = std::min({row[j] + 1, row[j - 1] + 1, corner + (a[i - 1] == b[j - 1] ? 0U : 1U)});
-      corner = above;
-    }
-  }
-  return row[b.size()];
-}
-
-// One TOML table that is being read. Keys that nobody asked for are an error at the end.
-class Reader {
- public:
-  Reader(const std::string& file, const toml::table& table, std::string place)
-      : file_(file), table_(table), place_(std::move(place)) {}
-
-  const std::string& file() const { return file_; }
-  const toml::table& table() const { return table_; }
-  std::string name(const std::string& key) const { return place_.empty() ? key : place_ + "." + key; }
-
-  const toml::node* find(const std::string& key) {
-    known_.push_back(key);
-    return table_.get(key);
-  }
-
-  [[noreturn]] void wrong(const toml::node& node, const std::string& key, const std::string& wanted) const {
-    fail(file_, node, name(key) + " must be " + wanted);
-  }
-
-  bool number(const std::string& key, long long low, long long high, long long& value) {
-    const toml::node* node = find(key);
-    if (node == nullptr) return false;
-    const auto got = node->value_exact<std::int64_t>();
-    const std::string range = " from " + std::to_string(low) + " to " + std::to_string(high);
-    if (!got || *got < low || *got > high) wrong(*node, key, "a whole number" + range);
-    value = *got;
-    return true;
-  }
-
-  template <typename Int>
-  bool number_into(const std::string& key, long long low, long long high, Int& place) {
-    long long value = 0;
-    if (!number(key, low, high, value)) return false;
-    place = static_cast<Int>(value);
-    return true;
-  }
-
-  bool text(const std::string& key, std::string& place) {
-    const toml::node* node = find(key);
-    if (node == nullptr) return false;
-    const auto got = node->value_exact<std::string>();
-    if (!got) wrong(*node, key, "a text in quotes");
-    place = *got;
-    return true;
-  }
-
-  bool flag(const std::string& key, bool& place) {
-    const toml::node* node = find(key);
-    if (node == nullptr) return false;
-    const auto got = node->value_exact<bool>();
-    if (!got) wrong(*node, key, "true or false");
-    place = *got;
-    return true;
-  }
-
-  bool real(const std::string& key, double& place) {
-    const toml::node* node = find(key);
-    if (node == nullptr) return false;
-    const auto got = node->value<double>();
-    if (!got || node->is_boolean() || !(*got >= 0) || *got > 1e9) wrong(*node, key, "a number of 0 or more");
-    place = *got;
-    return true;
-  }
-
-  bool seconds(const std::string& key, Milliseconds& place) {
-    double value = 0;
-    if (!real(key, value)) return false;
-    place = Milliseconds(std::llround(value * 1000));
-    return true;
-  }
-
-  // A table below this one, or null.
-  const toml::table* sub(const std::string& key) {
-    const toml::node* node = find(key);
-    if (node == nullptr) return nullptr;
-    if (!node->is_table()) wrong(*node, key, "a table");
-    return node->as_table();
-  }
-
-  // One table or several under the same key.
-  std::vector<const toml::table*> subs(const std::string& key) {
-    std::vector<const toml::table*> tables;
-    const toml::node* node = find(key);
-    if (node == nullptr) return tables;
-    if (node->is_table()) return {node->as_table()};
-    if (!node->is_array()) wrong(*node, key, "a list of tables");
-    for (const toml::node& item : *node->as_array()) {
-      if (!item.is_table()) wrong(item, key, "a list of tables");
-      tables.push_back(item.as_table());
-    }
-    return tables;
-  }
-
-  // One text or a list of them.
-  std::vector<std::string> texts(const std::string& key) {
-    const toml::node* node = find(key);
-    if (node == nullptr) return {};
-    if (const auto single = node->value_exact<std::string>()) return {*single};
-    std::vector<std::string> list;
-    if (!node->is_array()) wrong(*node, key, "a text in quotes or a list of them");
-    for (const toml::node& item : *node->as_array()) {
-      const auto got = item.value_exact<std::string>();
-      if (!got) wrong(item, key, "a text in quotes or a list of them");
-      list.push_back(*got);
-    }
-    return list;
-  }
-
-  void finish() const {
-    for (const auto& [key, node] : table_) {
-      const std::string word(key.str());
-      if (std::find(known_.begin(), known_.end(), word) != known_.end()) continue;
-      throw ScenarioError(file_ + ":" + std::to_string(key.source().begin.line) + ": " + name(word) +
-                          " is not known" + did_you_mean(word, known_));
-    }
-  }
-
- private:
-  const std::string& file_;
-  const toml::table& table_;
-  std::string place_;
-  std::vector<std::string> known_;
-};
 
 using Setters = std::vector<std::function<void(State&)>>;
 
@@ -183,7 +52,8 @@ Setters read_state(Reader& reader) {
   for (const Report& report : kReports) flag(report.on);
   for (const TextField& field : kTextFields) {
     std::string value;
-    if (!reader.text(field.name, value)) continue;
+    const bool is_clock = field.member == &State::clock;
+    if (!(is_clock ? clock(reader, field.name, value) : reader.text(field.name, value))) continue;
     setters.push_back([&field, value](State& state) { state.*field.member = value; });
   }
   for (const TimeField& field : kTimeFields) {
@@ -205,8 +75,8 @@ int file_number(const Reader& reader, const toml::key& key) {
   if (!word.empty() && *end == '\0' && number > 0 && number < 65536) return static_cast<int>(number);
   std::string names;
   for (const SimFileName& file : kSimFileNames) names += std::string(names.empty() ? "" : ", ") + file.name;
-  throw ScenarioError(reader.file() + ":" + std::to_string(key.source().begin.line) + ": " +
-                      reader.name(word) + " is no file of a SIM: give its decimal number or one of " + names);
+  fail(reader.source(), key.source(),
+       reader.name(word) + " is no file of a SIM: give its decimal number or one of " + names);
 }
 
 void read_sim_files(Reader& reader, std::map<int, std::string>& files) {
@@ -243,7 +113,7 @@ Fault read_fault(Reader reader) {
   std::size_t oversize = 0;
   reader.text("command", fault.command);
   reader.number_into("skip", 0, 1000000, fault.skip);
-  reader.number_into("times", -1, 1000000, fault.times);
+  reader.times("times", fault.times);
   fault.replace = reader.text("reply", fault.reply);
   reader.flag("replace", fault.replace);
   reader.flag("silent", fault.silent);
@@ -262,26 +132,18 @@ Fault read_fault(Reader reader) {
 Answer read_answer(Reader reader) {
   Answer answer;
   if (!reader.text("command", answer.command) || answer.command.empty()) {
-    fail(reader.file(), reader.table(), reader.name("command") + " is missing: the whole command");
+    reader.missing("command", "the whole command");
   }
-  if (reader.find("lines") == nullptr) {
-    fail(reader.file(), reader.table(),
-         reader.name("lines") + " is missing: an empty list is no answer at all");
-  }
-  answer.lines = reader.texts("lines");
-  for (const std::string& line : answer.lines) {
-    if (line.find_first_of("\r\n") != std::string::npos) {
-      reader.wrong(*reader.find("lines"), "lines", "lines without line ends, each one for itself");
-    }
-  }
-  reader.number_into("times", -1, 1000000, answer.times);
+  if (reader.find("lines") == nullptr) reader.missing("lines", "an empty list is no answer at all");
+  answer.lines = reader.lines("lines");
+  reader.times("times", answer.times);
   reader.seconds("delay", answer.delay);
   reader.text("after", answer.after);
   for (const auto* table : reader.subs("reports")) {
-    Reader report(reader.file(), *table, reader.name("reports"));
+    Reader report(reader.source(), *table, reader.name("reports"));
     TimedLine line;
-    report.seconds("t", line.time);
-    report.text("line", line.line);
+    if (!report.seconds("t", line.time)) report.missing("t", "the second after the command");
+    if (!report.line("line", line.line)) report.missing("line", "the report, without line ends");
     report.finish();
     answer.reports.push_back(line);
   }
@@ -295,7 +157,7 @@ std::map<std::string, std::string> read_files(Reader reader) {
     const std::string path(key.str());
     reader.text(path, files[path]);
     if (path.find("..") != std::string::npos || path.empty()) {
-      fail(reader.file(), node, reader.name(path) + " must be a path of the device without \"..\"");
+      reader.wrong(node, path, "a path of the device without \"..\"");
     }
   }
   return files;
@@ -330,12 +192,12 @@ void read_network_time(Reader& reader, Event& event) {
   const toml::node* node = reader.find("network_time");
   if (node == nullptr) return;
   if (!node->is_table()) {
-    reader.text("network_time", event.network_time);
+    clock(reader, "network_time", event.network_time);
     return;
   }
-  Reader table(reader.file(), *node->as_table(), reader.name("network_time"));
+  Reader table(reader.source(), *node->as_table(), reader.name("network_time"));
   std::string by = "ctzv";
-  table.text("clock", event.network_time);
+  if (!clock(table, "clock", event.network_time)) table.missing("clock", kClockForm);
   if (table.text("by", by) && by != "ctzv" && by != "ciev") table.wrong(*node, "by", "\"ctzv\" or \"ciev\"");
   event.network_time_ciev = by == "ciev";
   table.number_into("dst", 0, 2, event.network_time_dst);
@@ -345,7 +207,7 @@ void read_network_time(Reader& reader, Event& event) {
 void read_raw(Reader& reader, Event& event) {
   const toml::table* table = reader.sub("raw");
   if (table == nullptr) return;
-  Reader raw(reader.file(), *table, reader.name("raw"));
+  Reader raw(reader.source(), *table, reader.name("raw"));
   std::string port = "urc";
   raw.text("port", port);
   raw.text("bytes", event.raw_bytes);
@@ -358,16 +220,16 @@ void read_raw(Reader& reader, Event& event) {
 
 void read_bursts(Reader& reader, Event& event) {
   if (const toml::table* table = reader.sub("storm")) {
-    Reader storm(reader.file(), *table, reader.name("storm"));
+    Reader storm(reader.source(), *table, reader.name("storm"));
     event.storm = Event::Storm();
-    storm.text("urc", event.storm->urc);
+    if (!storm.line("urc", event.storm->urc)) storm.missing("urc", "the report");
     storm.number_into("count", 1, 10000000, event.storm->count);
     storm.seconds("every", event.storm->every);
     storm.finish();
     if (event.storm->count == 0) storm.wrong(*table, "count", "given: how many reports?");
   }
   if (const toml::table* table = reader.sub("trace")) {
-    Reader trace(reader.file(), *table, reader.name("trace"));
+    Reader trace(reader.source(), *table, reader.name("trace"));
     double mib = 0;
     trace.number_into("bytes", 1, 1LL << 40, event.trace_bytes);
     if (trace.real("mib", mib)) event.trace_bytes = static_cast<std::uint64_t>(mib * 1048576);
@@ -376,7 +238,7 @@ void read_bursts(Reader& reader, Event& event) {
     if (event.trace_bytes == 0) trace.wrong(*table, "bytes", "given (or mib): how much trace?");
   }
   if (const toml::table* table = reader.sub("reject")) {
-    Reader reject(reader.file(), *table, reader.name("reject"));
+    Reader reject(reader.source(), *table, reader.name("reject"));
     event.reject = Event::Reject();
     reject.number_into("procedure", 0, 255, event.reject->procedure);
     reject.number_into("cause", 0, 255, event.reject->cause);
@@ -404,39 +266,36 @@ Event read_event(Reader reader) {
   Event event;
   event.line = static_cast<int>(reader.table().source().begin.line);
   event.text = event_text(reader.table());
-  if (!reader.seconds("t", event.time)) {
-    fail(reader.file(), reader.table(),
-         reader.name("t") + " is missing: the second at which the event happens");
-  }
+  if (!reader.seconds("t", event.time)) reader.missing("t", "the second at which the event happens");
   reader.flag("plug", event.plug);
   std::size_t chunk = 0;
   if (reader.number_into("chunk", 0, 1000000, chunk)) event.chunk = chunk;
   reader.flag("clear_faults", event.clear_faults);
   for (const auto* table : reader.subs("fault")) {
-    event.faults.push_back(read_fault(Reader(reader.file(), *table, reader.name("fault"))));
+    event.faults.push_back(read_fault(Reader(reader.source(), *table, reader.name("fault"))));
   }
   for (const auto* table : reader.subs("answer")) {
-    event.answers.push_back(read_answer(Reader(reader.file(), *table, reader.name("answer"))));
+    event.answers.push_back(read_answer(Reader(reader.source(), *table, reader.name("answer"))));
   }
   if (const auto* table = reader.sub("files")) {
-    event.files = read_files(Reader(reader.file(), *table, reader.name("files")));
+    event.files = read_files(Reader(reader.source(), *table, reader.name("files")));
   }
   event.remove = reader.texts("remove");
   if (const auto* table = reader.sub("prox")) {
-    event.prox = read_prox(Reader(reader.file(), *table, reader.name("prox")));
+    event.prox = read_prox(Reader(reader.source(), *table, reader.name("prox")));
   }
   if (const auto* table = reader.sub("net")) {
-    event.net = read_net(Reader(reader.file(), *table, reader.name("net")));
+    event.net = read_net(Reader(reader.source(), *table, reader.name("net")));
   }
   if (const auto* table = reader.sub("set")) {
-    Reader set(reader.file(), *table, reader.name("set"));
+    Reader set(reader.source(), *table, reader.name("set"));
     event.set = read_state(set);
   }
   reader.flag("quietly", event.quietly);
   reader.text("join", event.join);
   read_network_time(reader, event);
   reader.flag("refresh", event.refresh);
-  event.urcs = reader.texts("urc");
+  event.urcs = reader.lines("urc");
   read_raw(reader, event);
   read_bursts(reader, event);
   reader.flag("unplug", event.unplug);
@@ -447,40 +306,47 @@ Event read_event(Reader reader) {
 Scenario read_scenario(const toml::table& root, const std::string& name) {
   Scenario scenario;
   scenario.file = name;
-  Reader reader(scenario.file, root, "");
+  Source source{name};
+  Reader reader(source, root, "");
+  std::string encoding = "utf-8";
+  reader.text("encoding", encoding);
+  if (encoding != "utf-8" && encoding != "latin1") {
+    reader.wrong(*root.get("encoding"), "encoding", "\"utf-8\" or \"latin1\" (a character is a byte)");
+  }
+  source.latin1 = encoding == "latin1";
   reader.text("title", scenario.title);
   if (const auto* table = reader.sub("state")) {
-    Reader state(scenario.file, *table, "state");
+    Reader state(source, *table, "state");
     for (const auto& set : read_state(state)) set(scenario.state);
   }
   if (const auto* table = reader.sub("sim_files")) {
-    Reader files(scenario.file, *table, "sim_files");
+    Reader files(source, *table, "sim_files");
     scenario.state.files.clear();
     read_sim_files(files, scenario.state.files);
   }
   for (const auto* table : reader.subs("operator")) {
-    scenario.state.operators.push_back(read_operator(Reader(scenario.file, *table, "operator")));
+    scenario.state.operators.push_back(read_operator(Reader(source, *table, "operator")));
   }
   for (const auto* table : reader.subs("fault")) {
-    scenario.faults.push_back(read_fault(Reader(scenario.file, *table, "fault")));
+    scenario.faults.push_back(read_fault(Reader(source, *table, "fault")));
   }
   for (const auto* table : reader.subs("answer")) {
-    scenario.answers.push_back(read_answer(Reader(scenario.file, *table, "answer")));
+    scenario.answers.push_back(read_answer(Reader(source, *table, "answer")));
   }
   if (const auto* table = reader.sub("files")) {
-    scenario.files = read_files(Reader(scenario.file, *table, "files"));
+    scenario.files = read_files(Reader(source, *table, "files"));
   }
   if (const auto* table = reader.sub("prox")) {
-    scenario.prox = read_prox(Reader(scenario.file, *table, "prox"));
+    scenario.prox = read_prox(Reader(source, *table, "prox"));
   }
-  if (const auto* table = reader.sub("net")) scenario.net = read_net(Reader(scenario.file, *table, "net"));
+  if (const auto* table = reader.sub("net")) scenario.net = read_net(Reader(source, *table, "net"));
   if (const auto* table = reader.sub("trace")) {
-    Reader trace(scenario.file, *table, "trace");
+    Reader trace(source, *table, "trace");
     trace.number_into("rate", 0, 1LL << 40, scenario.trace_rate);
     trace.finish();
   }
   for (const auto* table : reader.subs("at")) {
-    scenario.timeline.push_back(read_event(Reader(scenario.file, *table, "at")));
+    scenario.timeline.push_back(read_event(Reader(source, *table, "at")));
   }
   reader.finish();
   std::stable_sort(scenario.timeline.begin(), scenario.timeline.end(),
@@ -497,39 +363,6 @@ Scenario parse_scenario(const std::string& text, const std::string& name) {
     throw ScenarioError(name + ":" + std::to_string(error.source().begin.line) +
                         ": this is not TOML: " + std::string(error.description()));
   }
-}
-
-Scenario load_scenario(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  if (!file || std::filesystem::is_directory(path)) {
-    throw ScenarioError("cannot read the scenario file " + path + ": is the name right?");
-  }
-  return parse_scenario(text.str(), path);
-}
-
-std::string find_scenario(const std::string& name) {
-  namespace fs = std::filesystem;
-  std::error_code failed;
-  const fs::path program = fs::read_symlink("/proc/self/exe", failed);
-  const fs::path folder = program.parent_path().parent_path() / MODEMSIM_SCENARIOS;
-  if (name.find('/') != std::string::npos) return fs::is_regular_file(name, failed) ? name : "";
-  // An installed scenario comes before a file of its name that somebody has put into the current folder.
-  for (const fs::path& path : {folder / (name + ".toml"), fs::path(name), folder / name}) {
-    if (fs::is_regular_file(path, failed)) return path.string();
-  }
-  return "";
-}
-
-std::string did_you_mean(const std::string& word, const std::vector<std::string>& known) {
-  const auto far = [&](const std::string& each) {
-    return 2 * distance(word, each) + (each[0] == word[0] ? 0U : 1U);
-  };
-  const auto near = std::min_element(known.begin(), known.end(),
-                                     [&](const auto& a, const auto& b) { return far(a) < far(b); });
-  const bool close = near != known.end() && distance(word, *near) <= word.size() / 3 + 1;
-  return close ? "; did you mean " + *near + "?" : "";
 }
 
 }  // namespace modemsim

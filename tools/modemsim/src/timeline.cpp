@@ -1,4 +1,5 @@
 // Playing a scenario: one timer, for the next event.
+#include <algorithm>
 #include <cmath>
 
 #include "device_files.h"
@@ -21,8 +22,11 @@ namespace {
 
 constexpr std::chrono::seconds kNetTick(1);
 
+// A time that a slow speed stretches beyond the clock's range stays within it.
 Clock::duration scaled(Milliseconds time, double speed) {
-  return std::chrono::nanoseconds(std::llround(static_cast<double>(time.count()) * 1e6 / speed));
+  constexpr double kLongest = 1e18;  // ns: 30 years
+  return std::chrono::nanoseconds(
+      std::llround(std::min(static_cast<double>(time.count()) * 1e6 / speed, kLongest)));
 }
 
 }  // namespace
