@@ -241,6 +241,39 @@ TEST(Modemsim, RunsAScenarioAndRefusesABadOne) {
   check(BRIOCTL, {{(bad + " status").c_str(), 1, {"bers\\\\x07"}}});
 }
 
+// A host that skips is followed, one command of its own does not move the place; nothing is said late.
+TEST(Modemsim, FollowsAHostAndForgetsAtUnplugging) {
+  modemsim::DeviceRoot root;
+  std::string log = "2026-11-22T07:00:00.000Z 0 urc <-- +EARLY: 1\n", seen;
+  for (int i = 0; i < 40; i++) {
+    const std::string columns = "2026-11-22T07:00:00.000Z 0 query ";
+    log += columns + "--> AT+A" + std::to_string(i) + "\n" + columns + "<-- OK\n";
+  }
+  root.write("/at.log", log);
+  modemsim::Modem modem;
+  modem.observe([&](const modemsim::Traffic& traffic) { seen += traffic.bytes; });
+  modemsim::Answer stale, mark;
+  stale.command = "AT+STALE";
+  stale.reports = {{modemsim::Milliseconds(10), "+STALE: 1"}};
+  mark.command = "AT+MARK";
+  mark.delay = modemsim::Milliseconds(30);
+  modem.answer(stale);
+  modem.answer(mark);
+  ASSERT_TRUE(modem.start(root.dir())) << modem.error();
+  modem.tell("AT+STALE");
+  modem.unplug();
+  ASSERT_TRUE(modem.plug());
+  modem.tell("AT+MARK");
+  EXPECT_TRUE(modem.wait_written());
+  ASSERT_TRUE(modem.replay(root.path("/at.log"), 0)) << modem.error();
+  for (const char* number : {"39", "0", "1", "30", "31", "32"}) modem.tell(std::string("AT+A") + number);
+  EXPECT_EQ(0U, modem.replayed().find("4 of 40 recorded commands came in their order, 2 others."))
+      << modem.replayed();
+  modem.stop();
+  EXPECT_EQ(std::string::npos, seen.find("+STALE: 1")) << seen;
+  EXPECT_NE(std::string::npos, seen.find("+EARLY: 1")) << seen;
+}
+
 // Folders and links that somebody else has planted, in the name of the root and below it.
 TEST(Modemsim, WritesOnlyIntoItsOwnFolder) {
   modemsim::DeviceRoot victim, planted, linked, shared, theirs;

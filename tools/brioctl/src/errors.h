@@ -4,11 +4,11 @@
 
 #include <string>
 
+#include "at_errors.h"
+
 namespace brioctl {
 
-// "SIM not inserted" for "+CME ERROR: 10" (3GPP TS 27.007) and "+CMS ERROR: 310" (3GPP TS 27.005); "" for
-// another line and for a code without a meaning.
-std::string meaning_of(const std::string& final_line);
+using at_log::meaning_of;
 // The line with its meaning in brackets, where it has one.
 std::string with_meaning(const std::string& final_line);
 

@@ -35,7 +35,7 @@ std::string framed(const std::string& line, bool torn) {
 
 // -- Of a scenario
 
-const Answer* Modem::Impl::take_answer(const std::string& command) {
+Answer* Modem::Impl::find_answer(const std::string& command) {
   Answer* chosen = nullptr;
   for (Answer& answer : answers_) {
     if (answer.times == 0 || !same(answer.command, command)) continue;
@@ -45,6 +45,11 @@ const Answer* Modem::Impl::take_answer(const std::string& command) {
     }
     if (chosen == nullptr || (chosen->after.empty() && !answer.after.empty())) chosen = &answer;
   }
+  return chosen;
+}
+
+const Answer* Modem::Impl::take_answer(const std::string& command) {
+  Answer* chosen = find_answer(command);
   if (chosen != nullptr && chosen->times > 0) chosen->times--;
   return chosen;
 }
@@ -53,29 +58,23 @@ void Modem::Impl::note_set(const std::string& command) {
   if (sets(command)) last_sets_[name_of(command)] = command;
 }
 
-void Modem::Impl::give_answer(const Answer& answer) {
-  if (answer.lines.empty() && observer_) observer_({Port::kQuery, false, ""});
-  std::string bytes;
-  for (const std::string& line : answer.lines) bytes += framed(line, false);
-  write(Port::kQuery, bytes);
-  for (const TimedLine& report : answer.reports) {
-    after(std::max(report.time - answer.delay, Milliseconds(0)),
-          [this, line = report.line] { send_urc(line); });
-  }
-}
-
 // -- Of a recording
 
+using Exchanges = std::vector<at_log::Exchange>;
+
 struct Replay {
-  std::vector<at_log::Exchange> exchanges;
+  Exchanges exchanges;
   double speed = 1;
-  std::size_t next = 0;      // the exchange whose command comes next
-  std::size_t followed = 0;  // commands that came at their place
+  std::size_t next = 0;       // the exchange whose command comes next
+  std::size_t neighbour = 0;  // the exchange after one that answered away from `next`, 0 for none
+  std::size_t followed = 0;   // commands that came at their place
   bool end_told = false;
   std::size_t left = 0;           // commands that did not
   std::string first_left;         // a sentence
   std::size_t generation = 0;     // of the exchange under way: timers of an older one do nothing
   std::vector<at_log::Line> due;  // reports of the exchange under way that have not been sent
+
+  Exchanges::const_iterator place_of(const std::string& command);
 };
 
 namespace {
@@ -96,8 +95,9 @@ bool Modem::Impl::replay(const std::string& path, double speed) {
     error_ = problem.what();
     return false;
   }
-  // What was recorded before the first command is not waited for.
+  // Reports that were recorded before the first command come with it: a host listens by then.
   if (!replay->exchanges.empty() && replay->exchanges[0].command.text.empty()) {
+    replay->due = std::move(replay->exchanges[0].reports);
     replay->exchanges.erase(replay->exchanges.begin());
   }
   if (replay->exchanges.empty()) {
@@ -115,43 +115,65 @@ void Modem::Impl::finish_reports() {
   replay_->due.clear();
 }
 
+void Modem::Impl::forget_reports() {
+  if (!replay_) return;
+  replay_->generation++;
+  replay_->due.clear();
+}
+
+// The place of the recording that answers a command, end() for none. `next` follows the host there when it
+// left out no more than a few commands, or when two of its commands in a row are neighbours there.
+Exchanges::const_iterator Replay::place_of(const std::string& command) {
+  constexpr std::size_t kAhead = 20;
+  const auto fits = [&](const at_log::Exchange& exchange) { return same(exchange.command.text, command); };
+  const auto from = [this](std::size_t index) {
+    return exchanges.cbegin() + static_cast<std::ptrdiff_t>(std::min(index, exchanges.size()));
+  };
+  auto found = from(next);
+  if (neighbour != 0 && (found == exchanges.cend() || !fits(*found))) found = from(neighbour);
+  neighbour = 0;
+  const bool follows = found != exchanges.cend() && fits(*found);
+  if (!follows) found = std::find_if(from(next), from(next + kAhead), fits);
+  if (follows || found != from(next + kAhead)) {
+    followed += follows ? 1 : 0;
+    left += follows ? 0 : 1;
+    next = static_cast<std::size_t>(found - exchanges.cbegin()) + 1;
+    return found;
+  }
+  left++;
+  const auto last = std::find_if(std::make_reverse_iterator(from(next)), exchanges.crend(), fits);
+  found = last != exchanges.crend() ? last.base() - 1 : std::find_if(from(next), exchanges.cend(), fits);
+  if (found != exchanges.cend()) neighbour = static_cast<std::size_t>(found - exchanges.cbegin()) + 1;
+  return found;
+}
+
 void Modem::Impl::replay_command(const std::string& command) {
   Replay& replay = *replay_;
   finish_reports();
-  const auto fits = [&](const at_log::Exchange& exchange) { return same(exchange.command.text, command); };
-  const auto begin = replay.exchanges.begin();
-  const auto expected = begin + static_cast<std::ptrdiff_t>(replay.next);
-  auto found = std::find_if(expected, replay.exchanges.end(), fits);
-  if (found == expected && found != replay.exchanges.end()) {
-    replay.followed++;
-  } else {
-    const bool end = expected == replay.exchanges.end();
-    const std::string sentence = "left the recording at command " + std::to_string(replay.next + 1) +
+  const std::size_t expected = replay.next, left = replay.left;
+  const auto found = replay.place_of(command);
+  if (replay.left > left) {
+    const bool end = expected == replay.exchanges.size();
+    const std::string sentence = "left the recording at command " + std::to_string(expected + 1) +
                                  ": the host sent " + command + ", the recording " +
-                                 (end ? "is at its end" : "has " + expected->command.text);
-    if (replay.left++ == 0) replay.first_left = sentence;
+                                 (end ? "is at its end" : "has " + replay.exchanges[expected].command.text);
+    if (left == 0) replay.first_left = sentence;
     if (event_observer_ && (!end || !replay.end_told)) event_observer_(sentence);
     replay.end_told = replay.end_told || end;
   }
-  if (found != replay.exchanges.end()) {
-    replay.next = static_cast<std::size_t>(found - begin) + 1;
-  } else {
-    const auto last = std::find_if(std::make_reverse_iterator(expected), replay.exchanges.rend(), fits);
-    if (last == replay.exchanges.rend()) {
-      write(Port::kQuery, kError);
-      return;
-    }
-    found = last.base() - 1;
+  if (found == replay.exchanges.cend()) {
+    write(Port::kQuery, kError);
+    return;
   }
   // Each line at its time after the command.
   const std::int64_t start = found->command.ms;
   for (const at_log::Line& line : found->answers) {
-    after(pause(replay, line.ms - start),
-          [this, line] { write(Port::kQuery, framed(line.text, line.torn)); });
+    after_if_plugged(pause(replay, line.ms - start),
+                     [this, line] { write(Port::kQuery, framed(line.text, line.torn)); });
   }
   replay.due = found->reports;
   for (const at_log::Line& line : found->reports) {
-    after(pause(replay, line.ms - start), [this, generation = replay.generation] {
+    after_if_plugged(pause(replay, line.ms - start), [this, generation = replay.generation] {
       if (!replay_ || generation != replay_->generation || replay_->due.empty()) return;
       const at_log::Line first = replay_->due.front();
       replay_->due.erase(replay_->due.begin());

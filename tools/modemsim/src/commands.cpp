@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 #include <cstdlib>
 
+#include "at_errors.h"
 #include "handlers.h"
 
 namespace modemsim {
@@ -55,7 +57,47 @@ std::string echo_on(Session& s, const Arguments&) {
   return kOk;
 }
 
+std::string reset(Session& s, const Arguments&) {
+  reset_settings(s.state);
+  return kOk;
+}
+
+std::string identity(Session& s, const Arguments&) {
+  return line(s.state.manufacturer) + line(s.state.model) + line("Revision: " + s.state.firmware) +
+         answer("IMEI: " + s.state.imei);
+}
+
+std::string imei_query(Session& s, const Arguments&) {
+  return answer("+CGSN: " + s.state.imei);
+}
+
+std::string manufacturer_query(Session& s, const Arguments&) {
+  return answer("+CGMI: " + s.state.manufacturer);
+}
+
+std::string firmware_query(Session& s, const Arguments&) {
+  return answer("+CGMR: " + s.state.firmware);
+}
+
+std::string error_form_query(Session& s, const Arguments&) {
+  return answer(format("+CMEE: %d", s.state.cmee));
+}
+
+std::string error_form_test(Session&, const Arguments&) {
+  return answer("+CMEE: (0-2)");
+}
+
+std::string error_form_set(Session& s, const Arguments& arguments) {
+  return take(arguments, {0, 1, 2}, s.state.cmee) ? kOk : kError;
+}
+
 // -- Signal and antennas
+
+// Steps of 2 dB, where the modem's own units are steps of 1 dB.
+std::string quality_query(Session& s, const Arguments&) {
+  const bool heard = s.state.radio != 0 && s.state.rssi >= 0 && s.state.rssi < 64;
+  return answer(format("+CSQ: %d,99", heard ? s.state.rssi / 2 : 99));
+}
 
 std::string bars_query(Session& s, const Arguments&) {
   return answer(format("+GTBARS: %d,", s.state.bars_reports ? 1 : 0) + bars_fields(s.state));
@@ -86,6 +128,15 @@ std::string one_argument(Session&, const Arguments& arguments) {
 
 std::string sim_status(Session& s, const Arguments&) {
   return answer(format("+GTSIMSTATUS: %d,%d", s.state.card_status, s.state.lock_status));
+}
+
+std::string pin_query(Session& s, const Arguments&) {
+  std::string error = sim_error(s.state);
+  const int lock = s.state.lock_status;
+  return error.empty() ? answer(lock == 1   ? "+CPIN: SIM PIN"
+                                : lock == 2 ? "+CPIN: SIM PUK"
+                                            : "+CPIN: READY")
+                       : error;
 }
 
 std::string iccid_query(Session& s, const Arguments&) {
@@ -170,6 +221,14 @@ const std::vector<Command> kCommands = {
     {"AT", Form::kPlain, ok, "", "is the modem there"},
     {"ATE0", Form::kPlain, echo_off, "", "echo off"},
     {"ATE1", Form::kPlain, echo_on, "", "echo on"},
+    {"ATI", Form::kPlain, identity, "", "manufacturer, model, firmware, IMEI"},
+    {"ATZ", Form::kPlain, reset, "", "echo on, reports off, errors as numbers"},
+    {"AT&F", Form::kPlain, reset, "", "the same"},
+    {"ATV1", Form::kPlain, ok, "", "results in words; there are no others"},
+    {"ATQ0", Form::kPlain, ok, "", "results at all; the same"},
+    {"AT+CMEE", Form::kRead, error_form_query, "", "form of errors"},
+    {"AT+CMEE", Form::kTest, error_form_test, "", "which there are"},
+    {"AT+CMEE", Form::kSet, error_form_set, "0|1|2", "ERROR, +CME ERROR with a number, with words"},
     {"AT+CFUN", Form::kRead, radio_query, "", "radio on or off"},
     {"AT+CFUN", Form::kSet, radio_set, "0|1", "radio off, on"},
     {"AT+COPS", Form::kRead, operator_query, "", "serving network"},
@@ -183,6 +242,7 @@ const std::vector<Command> kCommands = {
     {"AT+GTSCINFO", Form::kRead, cell_query, "", "serving cell"},
     {"AT+GTLTEINFO", Form::kRead, lte_query, "", "LTE states"},
     {"AT+GTSCSTAT", Form::kRead, states_query, "", "GSM and WCDMA states"},
+    {"AT+CSQ", Form::kPlain, quality_query, "", "signal, 0 to 31 (half of rssi), 99 without"},
     {"AT+GTBARS", Form::kRead, bars_query, "", "signal"},
     {"AT+GTBARS", Form::kSet, set_flag<&State::bars_reports>, "0|1", "signal reports"},
     {"AT@EPHY:EPHY_BAS_STATUS", Form::kCall, bas_status, "0|1|2", "antennas: reports off, on, ask"},
@@ -190,6 +250,7 @@ const std::vector<Command> kCommands = {
     {"AT@GTICOM:SIO_PSVCTRL", Form::kCall, one_argument, "0", "power saving of the port"},
     {"AT+BODYSARON", Form::kSet, set_flag<&State::body_sar>, "0|1", "body SAR back-off"},
     {"AT+GTSIMSTATUS", Form::kRead, sim_status, "", "card and lock status"},
+    {"AT+CPIN", Form::kRead, pin_query, "", "does the SIM wait for its PIN"},
     {"AT+CCID", Form::kPlain, iccid_query, "", "ICCID"},
     {"AT+CCID", Form::kRead, iccid_query, "", "ICCID"},
     {"AT+CIMI", Form::kPlain, imsi_query, "", "IMSI"},
@@ -199,6 +260,9 @@ const std::vector<Command> kCommands = {
     {"AT+CGDCONT", Form::kRead, context_query, "", "data context"},
     {"AT+CGDCONT", Form::kSet, context_set, "1,\"IP\",\"APN\",...", "sets it"},
     {"AT+CGMM", Form::kPlain, model_query, "", "model"},
+    {"AT+CGMI", Form::kPlain, manufacturer_query, "", "manufacturer"},
+    {"AT+CGMR", Form::kPlain, firmware_query, "", "firmware"},
+    {"AT+CGSN", Form::kPlain, imei_query, "", "IMEI"},
     {"AT+GTMODINFO", Form::kPlain, modem_query, "", "firmware, IMEI, serial, hardware, fault count"},
     {"AT+GTMODINFO", Form::kRead, modem_query, "", "the same"},
     {"AT+CMGD", Form::kSet, messages_delete, "1,4", "deletes short messages"},
@@ -207,6 +271,41 @@ const std::vector<Command> kCommands = {
     {"AT+XSYSTRACE", Form::kSet, trace_set, "0|...", "trace off, on"},
     {"AT+TRACE", Form::kSet, trace_set, "0|...", "trace off, on"},
 };
+
+// A basic command of V.250 is a letter, or & and a letter. How long that is at `at`; 0 for another command.
+std::size_t basic_name(const std::string& text, std::size_t at) {
+  const std::size_t letter = at < text.size() && text[at] == '&' ? at + 1 : at;
+  return letter < text.size() && std::isalpha(text[letter] & 0xFF) != 0 ? letter + 1 - at : 0;
+}
+
+std::size_t end_of_basic(const std::string& text, std::size_t at) {
+  const bool dials = std::toupper(text[at] & 0xFF) == 'D';
+  at += basic_name(text, at);
+  return std::min(text.size(), dials ? text.find(';', at) : text.find_first_not_of("0123456789=?", at));
+}
+
+std::size_t end_of_extended(const std::string& text, std::size_t at) {
+  bool quoted = false;
+  while (at < text.size() && (quoted || text[at] != ';')) {
+    if (text[at++] == '"') quoted = !quoted;
+  }
+  return at;
+}
+
+// ATZ is ATZ0.
+bool same_name(const std::string& name, const std::string& known) {
+  if (name == known) return true;
+  const std::size_t bare = 2 + basic_name(known, 2);
+  if (bare == 2) return false;
+  return (known.size() == bare && name == known + "0") || (name.size() == bare && name + "0" == known);
+}
+
+// Errors of this modem are numbers; `form` is AT+CMEE's.
+std::string error_in_form(const std::string& answer, int form) {
+  int code = 0;
+  if (form == 1 || std::sscanf(answer.c_str(), "\r\n+CME ERROR: %d", &code) != 1) return answer;
+  return form == 0 ? kError : line("+CME ERROR: " + at_log::meaning_of_cme(code));
+}
 
 // Splits at commas outside quotes; quotes are taken off.
 bool split_arguments(const std::string& text, Arguments& arguments) {
@@ -247,6 +346,24 @@ const std::vector<Command>& command_table() {
   return s_table;
 }
 
+std::vector<std::string> split_line(const std::string& line) {
+  if (upper(line.substr(0, 2)) != "AT") return {line};
+  std::vector<std::string> commands;
+  for (std::size_t at = 2; at < line.size();) {
+    if (line[at] == ' ' || line[at] == ';') {
+      at++;
+      continue;
+    }
+    const std::size_t end = basic_name(line, at) > 0 ? end_of_basic(line, at) : end_of_extended(line, at);
+    std::string text = line.substr(at, end - at);
+    text.erase(text.find_last_not_of(' ') + 1);
+    commands.push_back("AT" + text);
+    at = end;
+  }
+  if (commands.empty()) commands.emplace_back("AT");
+  return commands;
+}
+
 bool parse_command(const std::string& text, Parsed& parsed) {
   const std::size_t end = text.find_first_of("?=(");
   parsed.name = upper(text.substr(0, end));
@@ -284,8 +401,8 @@ std::string answer_command(const std::string& text, Session& session) {
   Parsed parsed;
   if (!parse_command(text, parsed)) return kError;
   for (const Command& command : command_table()) {
-    if (command.form == parsed.form && parsed.name == command.name) {
-      return command.run(session, parsed.arguments);
+    if (command.form == parsed.form && same_name(parsed.name, command.name)) {
+      return error_in_form(command.run(session, parsed.arguments), session.state.cmee);
     }
   }
   return kError;

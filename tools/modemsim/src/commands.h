@@ -39,6 +39,9 @@ struct Parsed {
   Arguments arguments;
 };
 
+// The commands of a line, 3GPP TS 27.007 and ITU-T V.250: "ATE0+CSQ;+COPS?" is ATE0, AT+CSQ and AT+COPS?. A
+// line without AT comes back as it is.
+std::vector<std::string> split_line(const std::string& line);
 // False when a quote or bracket is left open.
 bool parse_command(const std::string& text, Parsed& parsed);
 const std::vector<Command>& command_table();
@@ -53,7 +56,8 @@ void boot(Session& session);
 // while the modem is told to stay away from networks.
 void move_to_network(Session& session, const std::string& numeric);
 
-// The whole answer with its line ends, ERROR for what is not known.
+// The whole answer to one command with its line ends, ERROR for what is not known. Errors have the form that
+// AT+CMEE chose.
 std::string answer_command(const std::string& text, Session& session);
 
 inline constexpr char kOk[] = "\r\nOK\r\n";

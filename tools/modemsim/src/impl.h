@@ -52,6 +52,8 @@ struct Modem::Impl {
   void tell_waiters();
   std::uint64_t at(Clock::time_point time, std::function<void()> action);
   std::uint64_t after(Clock::duration delay, std::function<void()> action);
+  // Nothing that was to be said before an unplugging is said after it.
+  void after_if_plugged(Clock::duration delay, std::function<void()> action);
   void cancel(std::uint64_t timer);
 
   void close_wake_ups();
@@ -65,12 +67,13 @@ struct Modem::Impl {
   void drop_current();
   Fault take_fault(const std::string& command);
   // answers.cpp
+  Answer* find_answer(const std::string& command);
   const Answer* take_answer(const std::string& command);
   void note_set(const std::string& command);
-  void give_answer(const Answer& answer);
   bool replay(const std::string& path, double speed);
   void replay_command(const std::string& command);
   void finish_reports();
+  void forget_reports();
   void report_change(const Reported& before);
   PtyPort& port(Port which) { return ports_[static_cast<std::size_t>(which)]; }
   void write(Port which, const std::string& bytes);
@@ -106,6 +109,7 @@ struct Modem::Impl {
   int wake_ = -1;
   int inotify_ = -1;
   bool connected_ = false;
+  std::size_t unplugged_ = 0;  // times
   bool quit_ = false;
 
   std::array<PtyPort, 3> ports_;  // by Port
@@ -124,7 +128,8 @@ struct Modem::Impl {
   std::vector<Answer> answers_;
   std::map<std::string, std::string> last_sets_;  // by the command's name
   std::string partial_line_;
-  std::deque<std::string> queue_;  // commands that wait for the one in work
+  std::deque<std::string> queue_;  // lines that wait for the one in work
+  std::deque<std::string> parts_;  // the commands of that line that follow the current one
   std::string current_;
   Fault fault_;  // of the current command
   bool busy_ = false;

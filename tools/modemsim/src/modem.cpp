@@ -120,6 +120,8 @@ void Modem::Impl::disconnect() {
     ports_[i].close();
   }
   connected_ = false;
+  unplugged_++;
+  forget_reports();
   show_net_device();
   partial_line_.clear();
   queue_.clear();
@@ -268,6 +270,12 @@ std::uint64_t Modem::Impl::at(Clock::time_point time, std::function<void()> acti
 
 std::uint64_t Modem::Impl::after(Clock::duration delay, std::function<void()> action) {
   return at(Clock::now() + delay, std::move(action));
+}
+
+void Modem::Impl::after_if_plugged(Clock::duration delay, std::function<void()> action) {
+  after(delay, [this, when = unplugged_, action = std::move(action)] {
+    if (connected_ && when == unplugged_) action();
+  });
 }
 
 void Modem::Impl::cancel(std::uint64_t timer) {

@@ -213,12 +213,17 @@ std::string sim_file(const State& state, int id) {
   return digits;
 }
 
-void reset_session(State& state) {
+void reset_settings(State& state) {
   state.echo = true;
+  state.cmee = State().cmee;
   state.cops_format = 0;
-  state.trace_on = false;
   for (const Domain& domain : kDomains) state.*domain.mode.member = 0;
   for (const Report& report : kReports) state.*report.on.member = false;
+}
+
+void reset_session(State& state) {
+  reset_settings(state);
+  state.trace_on = false;
   state.radio = 1;
 }
 

@@ -63,7 +63,9 @@ std::string bars_fields(const State& state);
 // Contents of a SIM file or "" when the card has none such.
 std::string sim_file(const State& state, int id);
 
-// What the modem forgets when it loses its power: echo, report modes, trace.
+// What ATZ sets back: echo, form of errors, report modes.
+void reset_settings(State& state);
+// What the modem forgets when it loses its power: the settings and the trace.
 void reset_session(State& state);
 
 std::string format(const char* text, ...) __attribute__((format(printf, 1, 2)));

@@ -7,6 +7,21 @@
 
 namespace modemsim {
 
+namespace {
+
+// Takes the OK off an answer; false when it has none.
+bool drop_ok(std::string& answer) {
+  const std::string ok = "OK\r\n";
+  const std::size_t at = answer.size() < ok.size() ? std::string::npos : answer.size() - ok.size();
+  if (at == std::string::npos || answer.substr(at) != ok || (at > 0 && answer[at - 1] != '\n')) return false;
+  const std::string before = answer.substr(0, at);
+  const bool blank = before == "\r\n" || (at > 3 && before.substr(at - 4) == "\r\n\r\n");
+  answer = blank ? before.substr(0, at - 2) : before;
+  return true;
+}
+
+}  // namespace
+
 void Modem::Impl::take_line(const std::string& line) {
   if (line.empty()) return;
   {
@@ -30,13 +45,25 @@ void Modem::Impl::take_line(const std::string& line) {
 }
 
 void Modem::Impl::work_on_commands() {
-  while (!busy_ && !queue_.empty()) {
-    current_ = queue_.front();
-    queue_.pop_front();
+  while (!busy_ && !(parts_.empty() && queue_.empty())) {
+    if (parts_.empty()) {
+      // An answer may be that of a whole line.
+      const bool whole = find_answer(queue_.front()) != nullptr;
+      const auto parts = whole ? std::vector<std::string>{queue_.front()} : split_line(queue_.front());
+      parts_.assign(parts.begin(), parts.end());
+      queue_.pop_front();
+    }
+    current_ = parts_.front();
+    parts_.pop_front();
     fault_ = take_fault(current_);
     answer_.reset();
     const bool answers = !fault_.replace && !fault_.silent && !fault_.unplug;
-    if (const Answer* scripted = answers ? take_answer(current_) : nullptr) answer_ = *scripted;
+    if (const Answer* scripted = answers ? take_answer(current_) : nullptr) {
+      answer_ = *scripted;
+      for (const TimedLine& report : answer_->reports) {
+        after_if_plugged(report.time, [this, line = report.line] { send_urc(line); });
+      }
+    }
     Parsed parsed;
     const bool parses = parse_command(current_, parsed);
     const bool known = !answer_ && parses;
@@ -60,6 +87,7 @@ void Modem::Impl::work_on_commands() {
 void Modem::Impl::drop_current() {
   if (busy_) cancel(work_timer_);
   busy_ = scanning_ = false;
+  parts_.clear();
 }
 
 void Modem::Impl::finish_command() {
@@ -72,25 +100,22 @@ void Modem::Impl::finish_command() {
     disconnect();
     return;
   }
-  if (fault.silent) {
-    if (observer_) observer_({Port::kQuery, false, ""});
-    return;
-  }
-  if (fault.replace) {
-    write(Port::kQuery, fault.before + fault.reply + fault.after);
-    return;
-  }
-  if (scripted) {
-    write(Port::kQuery, fault.before);
-    give_answer(*scripted);
-    write(Port::kQuery, fault.after);
-    return;
-  }
   const Reported before = reported(state_);
-  Session session{state_, last_network_};
-  std::string answer = answer_command(current_, session);
-  if (fault.joined) answer = join_lines(answer);
-  write(Port::kQuery, fault.before + answer + fault.after);
+  std::string answer;
+  if (fault.silent || (scripted && scripted->lines.empty())) {
+    if (observer_) observer_({Port::kQuery, false, ""});
+  } else if (fault.replace) {
+    answer = fault.reply;
+  } else if (scripted) {
+    for (const std::string& line : scripted->lines) answer += "\r\n" + line + "\r\n";
+  } else {
+    Session session{state_, last_network_};
+    answer = answer_command(current_, session);
+    if (fault.joined) answer = join_lines(answer);
+  }
+  // Of the commands of a line the last one says OK. One that fails ends the line.
+  if (!parts_.empty() && !drop_ok(answer)) parts_.clear();
+  if (!fault.silent) write(Port::kQuery, fault.before + answer + fault.after);
   report_change(before);
 }
 

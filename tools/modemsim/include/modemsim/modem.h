@@ -11,8 +11,8 @@
 // dropped.
 //
 // Commands are answered one after the other, in the order in which they came; a slow one (a delay, a scan)
-// keeps the later ones waiting. Command names are compared without regard to case. Unknown commands answer
-// ERROR.
+// keeps the later ones waiting. Command names are compared without regard to case. A line may hold several
+// commands. Unknown commands answer ERROR.
 #ifndef MODEMSIM_MODEM_H
 #define MODEMSIM_MODEM_H
 
@@ -123,8 +123,8 @@ class Modem {
   bool wait_written(Milliseconds patience = Milliseconds(10000));
 
   // The modem goes away (both ends see a hang-up, the links vanish) and comes back with new ptys under the
-  // same links, just booted: echo on, reports off, commands in work forgotten. plug() is false with a message
-  // in error().
+  // same links, just booted: echo on, reports off, commands in work and reports of answers forgotten. plug()
+  // is false with a message in error().
   void unplug();
   bool plug();
 
@@ -148,8 +148,9 @@ class Modem {
   // From now on the modem answers as it did in an AT log (at_log.h): a file, or the folder of a recording.
   // Reports come at their place among the commands, at the latest when the next command comes. `speed` times
   // as fast as recorded; 0: without waiting. A command that is not the next one of the recording is told to
-  // the observer of events, with what was expected, and answered as at its next place in the recording, else
-  // as at its last one, else with ERROR. False with a message in error().
+  // the observer of events, with what was expected. It is answered as among the next 20, where the host is
+  // followed to; else as at its last place or any later one, else with ERROR. A host whose next command
+  // follows there, too, is followed. False with a message in error().
   bool replay(const std::string& path, double speed = 1);
   // How far a host has followed the recording: a sentence.
   std::string replayed();

@@ -30,6 +30,7 @@ std::map<int, std::string> default_sim_files();
 // What the modem knows. Defaults are a working device on a home LTE network.
 struct State {
   // Identity
+  std::string manufacturer = "Simulated";
   std::string model = "L816";
   std::string firmware = "L816_18000.1000.00.24.01.01";
   std::string imei = "356938035643809";
@@ -38,7 +39,7 @@ struct State {
   int fault_count = 0;
   // SIM
   int card_status = 3;  // 3 ready; 0, 1, 4 busy; 2, 5 no card
-  int lock_status = 0;
+  int lock_status = 0;  // AT+CPIN?: 1 SIM PIN, 2 SIM PUK, else ready
   std::string imsi = "310410123456789";
   std::string iccid = "89014103211118510720";
   // EF id (decimal, as in AT+CRSM) -> hexadecimal contents. 12258 overrides the file made from `iccid`. A
@@ -87,6 +88,7 @@ struct State {
   bool time_reports = false;          // AT+CTZR=1
   bool reject_reports = false;        // AT+GTOTAREJECT=1
   bool echo = true;                   // until ATE0
+  int cmee = 1;  // AT+CMEE, errors: 0 ERROR, 1 numbers (of this modem from the start), 2 words
   bool body_sar = false;
   bool fake_security = false;
   bool trace_on = false;                       // AT+XSYSTRACE=, AT+TRACE=
@@ -147,9 +149,11 @@ inline constexpr NumberField kNumberFields[] = {
     {"antenna_lock", &State::antenna_lock, 0, 2},
     {"carrier_id", &State::carrier_id, 0, 65535},
     {"radio", &State::radio, 0, 1},
+    {"cmee", &State::cmee, 0, 2},
 };
 
 inline constexpr TextField kTextFields[] = {
+    {"manufacturer", &State::manufacturer},
     {"model", &State::model},
     {"firmware", &State::firmware},
     {"imei", &State::imei},
