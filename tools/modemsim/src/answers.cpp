@@ -141,9 +141,10 @@ Exchanges::const_iterator Replay::place_of(const std::string& command) {
     return found;
   }
   left++;
-  const auto last = std::find_if(std::make_reverse_iterator(from(next)), exchanges.crend(), fits);
-  found = last != exchanges.crend() ? last.base() - 1 : std::find_if(from(next), exchanges.cend(), fits);
+  found = std::find_if(from(next), exchanges.cend(), fits);
   if (found != exchanges.cend()) neighbour = static_cast<std::size_t>(found - exchanges.cbegin()) + 1;
+  const auto last = std::find_if(std::make_reverse_iterator(from(next)), exchanges.crend(), fits);
+  if (last != exchanges.crend()) found = last.base() - 1;
   return found;
 }
 
