@@ -8,7 +8,7 @@
 #include <cstring>
 #include <fstream>
 
-#include "base/control_sockets.h"
+#include "base/own_threads.h"
 #include "base/files.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
@@ -120,12 +120,11 @@ TEST_F(Files, GrowingEnds) {
 }
 
 // A thread that has ended by itself is told to stop: no signal ends the host.
-TEST(ControlSockets, StopReachesNobody) {
-  int pair[2];
-  ASSERT_TRUE(brio::open_control_sockets(pair));
-  close(pair[0]);
-  EXPECT_FALSE(brio::send_stop(pair[1]));
-  brio::hang_up(&pair[1]);
+TEST(OwnThread, StopReachesNobody) {
+  brio::OwnThread thread(brio::Thread::kTrace, [](int) {});
+  ASSERT_TRUE(thread.open_sockets());
+  close(thread.stop_socket());
+  EXPECT_EQ(thread.stop(), EPIPE);
 }
 
 }  // namespace

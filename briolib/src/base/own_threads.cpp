@@ -1,5 +1,12 @@
 #include "base/own_threads.h"
 
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "base/guards.h"
 #include "base/log.h"
 #include "base/relaxed.h"
 
@@ -42,24 +49,82 @@ bool prv_refuse(bool refused, const char* function) {
 
 }  // namespace
 
-void this_thread_is(Thread thread) {
-  t_thread = thread;
+bool OwnThread::open_sockets() {
+  int sockets[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0) return false;
+  Descriptor ends[] = {Descriptor(sockets[0]), Descriptor(sockets[1])};
+  for (Descriptor& end : ends) {
+    // The host runs without standard input, and its descriptor is to stay free.
+    if (end.get() == 0) end.reset(fcntl(0, F_DUPFD_CLOEXEC, 1));
+    if (!end.valid()) return false;
+    if (end.get() >= FD_SETSIZE) {
+      errno = EMFILE;
+      return false;
+    }
+  }
+  MutexGuard lock(mutex_);
+  for (int i = 0; i < 2; i++) sockets_[i] = ends[i].release();
+  return true;
+}
+
+void OwnThread::close_sockets() {
+  MutexGuard lock(mutex_);
+  for (int& socket : sockets_) {
+    if (socket >= 0) close(socket);
+    socket = -1;
+  }
+}
+
+int OwnThread::start() {
+  prv_claim();
+  const int error = pthread_create(&thread_, nullptr, prv_main, this);
+  if (error != 0) prv_give_up();
+  started_ = error == 0;
+  return error;
+}
+
+void* OwnThread::prv_main(void* self) {
+  OwnThread* own = static_cast<OwnThread*>(self);
+  t_thread = own->which_;
+  own->run_(own->sockets_[0]);
+  own->close_sockets();
+  return nullptr;
+}
+
+int OwnThread::stop() {
+  static constexpr char kStop[] = "STOP";
+  MutexGuard lock(mutex_);
+  const ssize_t sent = send(sockets_[1], kStop, sizeof(kStop), MSG_NOSIGNAL);
+  if (sent == static_cast<ssize_t>(sizeof(kStop))) return 0;
+  const int error = sent < 0 ? errno : EIO;
+  prv_hang_up();
+  return error;
+}
+
+void OwnThread::hang_up() {
+  MutexGuard lock(mutex_);
+  prv_hang_up();
+}
+
+// With the mutex held.
+void OwnThread::prv_hang_up() {
+  if (sockets_[1] < 0) return;
+  // shutdown reaches the thread even when a forked child still holds a copy of this side.
+  shutdown(sockets_[1], SHUT_RDWR);
+  close(sockets_[1]);
+  sockets_[1] = -1;
+}
+
+bool OwnThread::join() {
+  if (!started_) return false;
+  pthread_join(thread_, nullptr);
+  started_ = false;
+  prv_give_up();
+  return true;
 }
 
 bool on_channel_thread() {
   return t_thread == Thread::kRead || t_thread == Thread::kEvent;
-}
-
-int start_thread(pthread_t* thread, void* (*function)(void*), void* argument) {
-  prv_claim();
-  const int error = pthread_create(thread, nullptr, function, argument);
-  if (error != 0) prv_give_up();
-  return error;
-}
-
-void join_thread(pthread_t thread) {
-  pthread_join(thread, nullptr);
-  prv_give_up();
 }
 
 ProcessClaim::ProcessClaim() {

@@ -10,15 +10,51 @@ namespace brio {
 
 enum class Thread : uint8_t { kHost, kRead, kEvent, kMonitor, kTrace };
 
-// A thread of the library says which one it is before it does anything else.
-void this_thread_is(Thread thread);
+// A thread of the library, from start to join; meanwhile the library belongs to this process. One that waits
+// in select is told to end by a socket pair. Owner: one thread at a time, except for what is said below.
+class OwnThread {
+ public:
+  // `stop` becomes readable when the thread is to end; -1 without sockets.
+  using Run = void (*)(int stop);
+
+  constexpr OwnThread(Thread which, Run run) : which_(which), run_(run) {}
+  OwnThread(const OwnThread&) = delete;
+  OwnThread& operator=(const OwnThread&) = delete;
+
+  // Before start: a connected pair, close-on-exec, both descriptors above 0 and below FD_SETSIZE. False with
+  // errno, which is EMFILE when they do not fit an fd_set.
+  bool open_sockets();
+  int stop_socket() const { return sockets_[0]; }
+  // The thread closes both when it ends; the owner does when it could not be started.
+  void close_sockets();
+
+  // 0, or the error of pthread_create.
+  int start();
+  // Not joined yet; it may have ended by itself.
+  bool started() const { return started_; }
+  // Writes "STOP" with its NUL, never raising SIGPIPE. Where that fails it hangs up and returns the errno:
+  // EBADF when the thread has ended by itself.
+  int stop();
+  // Closes the owner's socket, so that the thread sees the end of the stream. Any thread.
+  void hang_up();
+  // False when there was no thread.
+  bool join();
+
+ private:
+  static void* prv_main(void* self);
+  void prv_hang_up();
+
+  const Thread which_;
+  const Run run_;
+  // The thread alone uses the first socket and closes it.
+  int sockets_[2] = {-1, -1};
+  pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;  // guards the second socket
+  pthread_t thread_ = {};
+  bool started_ = false;
+};
 
 // Whether this is the read thread or the event thread, which only live while the library opens or is open.
 bool on_channel_thread();
-
-// As pthread_create and pthread_join. From the one to the other the library belongs to this process.
-int start_thread(pthread_t* thread, void* (*function)(void*), void* argument);
-void join_thread(pthread_t thread);
 
 // The library belongs to this process while it lives, too.
 class ProcessClaim {

@@ -47,7 +47,7 @@ struct CurrentRequest {
   bool of_scan;  // sent between blpkt_begin_scan and blpkt_end_scan
 };
 
-// Serialises blpkt_init and blpkt_shutdown; guards s_event_thread and s_event_thread_running. Taken first.
+// Serialises blpkt_init and blpkt_shutdown; guards s_event_thread. Taken first.
 pthread_mutex_t s_lifecycle_mutex = PTHREAD_MUTEX_INITIALIZER;
 // Serialises whole requests, the wait included, in the order in which they came. Taken before the response
 // mutex.
@@ -76,8 +76,8 @@ queue* s_response_queue;
 // Set before the event thread and the read thread start and cleared when both are gone.
 mempool* s_pool;
 queue* s_event_queue;
-pthread_t s_event_thread;
-bool s_event_thread_running;
+void prv_handle_events(int);
+OwnThread s_event_thread(Thread::kEvent, prv_handle_events);  // ends when its queue is cancelled
 // Reports are numbered as they are queued: how many there were, and how many the event thread has taken.
 uint32_t s_reports_queued;
 uint32_t s_reports_taken;
@@ -128,8 +128,7 @@ void prv_copy_event(void* destination, const void* source, uint32_t, uint32_t) {
   to->size = from->size;
 }
 
-void* prv_event_thread(void*) {
-  this_thread_is(Thread::kEvent);
+void prv_handle_events(int) {
   EventElement event = {};
   while (q_get_with_copy_callback(s_event_queue, &event, prv_copy_event, 0, -1) == Q_OK) {
     t_report_in_hand = ++s_reports_taken;
@@ -142,7 +141,6 @@ void* prv_event_thread(void*) {
     BLIB_D(BRIO_LOG_EVENT, "payload pointer to be freed[%p]\n", static_cast<void*>(event.payload));
     mempool_free(s_pool, event.payload);
   }
-  return nullptr;
 }
 
 // Queues a status without waking the requester. Caller holds the response mutex.
@@ -316,13 +314,12 @@ bool prv_start() {
     s_channel_lost = false;
   }
   s_reports_taken = relaxed_load(s_reports_queued);
-  int err = start_thread(&s_event_thread, prv_event_thread, nullptr);
+  const int err = s_event_thread.start();
   if (err != 0) {
     BLIB_E("createth:err=%d:cant create thread\n", err);
     return false;
   }
   BLIB_D(BRIO_LOG_EVENT, "pthread create: s_blpkt_event_thread status:%d\n", err);
-  s_event_thread_running = true;
   return true;
 }
 
@@ -333,11 +330,10 @@ void prv_tear_down() {
     MutexGuard response_lock(s_response_mutex);
     q_cancel(s_response_queue);
   }
-  if (s_event_thread_running) {
+  if (s_event_thread.started()) {
     q_cancel(s_event_queue);
     prv_give_send_mutex();  // the host may have forgotten it; the event thread may wait for it
-    join_thread(s_event_thread);
-    s_event_thread_running = false;
+    s_event_thread.join();
   }
   {
     SendGuard send_lock;

@@ -6,11 +6,9 @@
 #include <pthread.h>
 #include <string.h>
 #include <sys/select.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include "base/clock.h"
-#include "base/control_sockets.h"
 #include "base/guards.h"
 #include "base/log.h"
 #include "base/own_threads.h"
@@ -49,7 +47,7 @@ struct Command {
   char prefix[kPrefixSize];
 };
 
-// Serialises pktio_init and pktio_shutdown; guards s_thread and s_thread_running. Taken before the others.
+// Serialises pktio_init and pktio_shutdown; guards s_thread. Taken before the others.
 pthread_mutex_t s_lifecycle_mutex = PTHREAD_MUTEX_INITIALIZER;
 // Guards s_ports and s_port_users. Held for a moment only, never while reading or writing a port.
 pthread_mutex_t s_ports_mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -60,8 +58,9 @@ pthread_mutex_t s_command_mutex = PTHREAD_MUTEX_INITIALIZER;
 Ports s_ports;
 unsigned s_port_users;  // writers; the ports stay open until they are gone
 Command s_command = {0, NO_COMMAND, false, {}};
-pthread_t s_thread;
-bool s_thread_running;  // created and not yet joined
+
+void prv_read_ports(int stop);
+OwnThread s_thread(Thread::kRead, prv_read_ports);
 
 // Set before the read thread starts.
 pktio_packet_cb s_packet_cb;
@@ -101,13 +100,12 @@ class PortUse {
 
 // Takes the ports out of use and closes them. Only the read thread does this, or whoever failed to start it.
 void prv_retire_ports() {
+  s_thread.hang_up();  // a writer that waits for room sees this and leaves
   Ports ports;
   {
     MutexGuard lock(s_ports_mutex);
     ports = s_ports;
     s_ports = Ports();
-    // A writer that waits for room sees this and leaves.
-    if (ports.stop_read >= 0) shutdown(ports.stop_read, SHUT_RDWR);
     while (s_port_users > 0) pthread_cond_wait(&s_ports_unused, &s_ports_mutex);
   }
   close_ports(ports);
@@ -289,11 +287,11 @@ bool prv_serve_ports(const Ports& ports, const fd_set& watched, int highest) {
     BLIB_E("selerr:errno=%d:select err on read fd--exiting\n", err);
     return false;
   }
-  if (FD_ISSET(ports.stop_read, &exceptional)) {
+  if (FD_ISSET(ports.stop, &exceptional)) {
     BLIB_E("selerr:errno=%d:select err on socket pair--exiting\n", err);
     return false;
   }
-  if (FD_ISSET(ports.stop_read, &readable)) {
+  if (FD_ISSET(ports.stop, &readable)) {
     BLIB_D(BRIO_LOG_PORT, "exiting read thread\n");
     return false;
   }
@@ -302,8 +300,7 @@ bool prv_serve_ports(const Ports& ports, const fd_set& watched, int highest) {
   return true;
 }
 
-void* prv_read_thread(void*) {
-  this_thread_is(Thread::kRead);
+void prv_read_ports(int) {
   Ports ports;
   {
     MutexGuard lock(s_ports_mutex);
@@ -312,7 +309,7 @@ void* prv_read_thread(void*) {
   fd_set watched;
   FD_ZERO(&watched);
   int highest = -1;
-  const int descriptors[] = {ports.query, ports.urc, ports.stop_read};
+  const int descriptors[] = {ports.query, ports.urc, ports.stop};
   for (int fd : descriptors) {
     FD_SET(fd, &watched);
     if (fd > highest) highest = fd;
@@ -323,32 +320,23 @@ void* prv_read_thread(void*) {
   prv_drop_response();
   if (s_shutdown_cb != nullptr) s_shutdown_cb(s_shutdown_context);
   prv_retire_ports();
-  return nullptr;
 }
 
-// Makes the read thread leave its select; it closes the ports itself.
-void prv_request_stop() {
-  MutexGuard lock(s_ports_mutex);
-  if (send_stop(s_ports.stop_write)) return;
-  BLIB_W("socketpair:errno=%d:unable to write to socket pair\n", errno);
-  if (s_ports.stop_write < 0) return;  // the thread has ended by itself
-  BLIB_E("socketpair:write:error on socket pair\n");
-  // The end of the stream stops the thread as well.
-  hang_up(&s_ports.stop_write);
-}
-
-// Caller holds the lifecycle mutex.
+// Caller holds the lifecycle mutex. The thread closes the ports.
 void prv_end_thread() {
-  if (!s_thread_running) return;
-  prv_request_stop();
-  join_thread(s_thread);
-  s_thread_running = false;
+  if (!s_thread.started()) return;
+  const int error = s_thread.stop();
+  if (error != 0) {
+    BLIB_W("socketpair:errno=%d:unable to write to socket pair\n", error);
+    if (error != EBADF) BLIB_E("socketpair:write:error on socket pair\n");
+  }
+  s_thread.join();
 }
 
 // Waits until the query port takes bytes again. False with errno when it does not within kWriteWaitSeconds
 // since `start`, or the ports are closing.
 bool prv_wait_writable(const Ports& ports, const timespec& start) {
-  pollfd watched[] = {{ports.query, POLLOUT, 0}, {ports.stop_read, POLLIN, 0}};
+  pollfd watched[] = {{ports.query, POLLOUT, 0}, {ports.stop, POLLIN, 0}};
   int ready;
   do {
     timespec now = start;
@@ -416,6 +404,12 @@ uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* cont
     close_ports(ports);
     return kFailed;
   }
+  if (!s_thread.open_sockets()) {
+    BLIB_E("socketpair:errno=%d:can't create socket pair\n", errno);
+    close_ports(ports);
+    return kFailed;
+  }
+  ports.stop = s_thread.stop_socket();
   s_packet_cb = callback;
   s_packet_context = context;
   prv_forget_lines(&s_query_lines);
@@ -425,13 +419,13 @@ uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* cont
     MutexGuard lock(s_ports_mutex);
     s_ports = ports;
   }
-  int err = start_thread(&s_thread, prv_read_thread, nullptr);
+  const int err = s_thread.start();
   if (err != 0) {
     BLIB_E("create_th:err=%d:cant create thread\n", err);
     prv_retire_ports();
+    s_thread.close_sockets();
     return kFailed;
   }
-  s_thread_running = true;
   return kOk;
 }
 

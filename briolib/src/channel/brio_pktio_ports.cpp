@@ -6,7 +6,6 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "base/control_sockets.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/serial.h"
@@ -52,14 +51,6 @@ bool open_ports(const char* query_port, Ports* ports) {
   fcntl(ports->urc, F_SETFL, 0);
   if (!prv_fits_select(ports->urc)) return false;
   BLIB_D(BRIO_LOG_PORT, "pktio_init URC fd:%d port:%s\n", ports->urc, kUrcPort);
-
-  int pair[2];
-  if (!open_control_sockets(pair)) {
-    BLIB_E("socketpair:errno=%d:can't create socket pair\n", errno);
-    return false;
-  }
-  ports->stop_read = pair[0];
-  ports->stop_write = pair[1];
   return true;
 }
 
@@ -77,8 +68,6 @@ void close_ports(const Ports& ports) {
   } else {
     BLIB_E("cleanup:fd val=%d:urcpktIO fd has garbage value\n", ports.urc);
   }
-  if (ports.stop_read > 0) close(ports.stop_read);
-  if (ports.stop_write > 0) close(ports.stop_write);
 }
 
 }  // namespace brio

@@ -1,4 +1,4 @@
-// The descriptors of the read thread: the two serial ports and the socket pair that stops the thread.
+// The two serial ports of the read thread.
 #pragma once
 
 namespace brio {
@@ -7,14 +7,13 @@ namespace brio {
 struct Ports {
   int query = -1;
   int urc = -1;
-  int stop_read = -1;   // watched by the read thread; readable once the thread is to end
-  int stop_write = -1;  // pktio_shutdown's end
+  int stop = -1;  // the read thread's own, readable when it is to end
 };
 
-// Opens all four. False with a log line; what was opened until then stands in `ports`.
+// Opens both ports. False with a log line; what was opened until then is in `ports`.
 bool open_ports(const char* query_port, Ports* ports);
 
-// Closes what is open. A port that is not open is worth an error line.
+// Closes the ports that are open. A port that is not open is worth an error line.
 void close_ports(const Ports& ports);
 
 }  // namespace brio

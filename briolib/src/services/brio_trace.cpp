@@ -2,13 +2,11 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/file.h>
 #include <sys/select.h>
 #include <unistd.h>
 
 #include "base/clock.h"
-#include "base/control_sockets.h"
 #include "base/files.h"
 #include "base/guards.h"
 #include "base/log.h"
@@ -34,39 +32,24 @@ constexpr int kFilterCommandsMax = 256;
 static_assert(sizeof(off_t) == 8, "a trace may grow beyond 2 GiB");
 constexpr const char* kSwitchOffCommands[] = {"AT+XSYSTRACE=0", "AT+TRACE=0"};
 
+// The copy thread's from its start to its end, which closes both.
 struct Capture {
-  int port = -1;              // the debug port, under an exclusive lock
-  int sockets[2] = {-1, -1};  // the thread waits on the first, brio_trace_tst_stop writes to the second
-  int log = -1;               // the trace file
+  int port = -1;  // the debug port, under an exclusive lock
+  int log = -1;   // the trace file
 };
-
-// Guards s_capture. While the copy thread runs it alone closes the port, the file and the first socket, so
-// that it may use them without the lock; the second socket is closed by whoever takes it out under the lock.
-pthread_mutex_t s_capture_mutex = PTHREAD_MUTEX_INITIALIZER;
 Capture s_capture;
 
-// Host thread only. A copy thread that ended by itself leaves s_running set until it is joined.
-pthread_t s_thread;
-int32_t s_running;
+void prv_copy(int stop);
+OwnThread s_thread(Thread::kTrace, prv_copy);  // host thread
 
 // Copy thread only; set by the first write failure of the process.
 uint32_t s_disk_full_reported;
 
-void prv_close(int* fd) {
-  close(*fd);
-  *fd = -1;
-}
-
 void prv_release() {
-  MutexGuard guard(s_capture_mutex);
-  if (s_capture.port >= 0) {
-    flock(s_capture.port, LOCK_UN);
-    prv_close(&s_capture.port);
-  }
-  for (int& socket : s_capture.sockets) {
-    if (socket > 0) prv_close(&socket);
-  }
-  if (s_capture.log >= 0) prv_close(&s_capture.log);
+  flock(s_capture.port, LOCK_UN);
+  close(s_capture.port);
+  close(s_capture.log);
+  s_capture = {};
 }
 
 // ---- Copy thread
@@ -130,16 +113,9 @@ void prv_copy_until_stopped(int port, int stop, int log) {
   }
 }
 
-void* prv_log_rw_thread(void*) {
-  this_thread_is(Thread::kTrace);
-  Capture own;
-  {
-    MutexGuard guard(s_capture_mutex);
-    own = s_capture;
-  }
-  prv_copy_until_stopped(own.port, own.sockets[0], own.log);
+void prv_copy(int stop) {
+  prv_copy_until_stopped(s_capture.port, stop, s_capture.log);
   prv_release();
-  return nullptr;
 }
 
 // ---- Start
@@ -180,23 +156,19 @@ uint32_t prv_read_log_from_tst(const char* log_path) {
     BLIB_E("brio_read_log_from_tst:log=\"%s\":can't open log file\n", log_path);
     return BRIO_STATUS_FATAL;
   }
-  int sockets[2];
-  if (!open_control_sockets(sockets)) {
+  if (!s_thread.open_sockets()) {
     BLIB_E("brio_read_log_from_tst:errno=%d:can't create socket pair\n", errno);
     return BRIO_STATUS_FAILURE;
   }
   lock.keep();
-  {
-    MutexGuard guard(s_capture_mutex);
-    s_capture = {port.release(), {sockets[0], sockets[1]}, log.release()};
-  }
-  int error = start_thread(&s_thread, prv_log_rw_thread, nullptr);
+  s_capture = {port.release(), log.release()};
+  const int error = s_thread.start();
   if (error != 0) {
     BLIB_E("brio_read_log_from_tst:err=%d:cant create thread\n", error);
     prv_release();
+    s_thread.close_sockets();
     return BRIO_STATUS_FAILURE;
   }
-  s_running = 1;
   return BRIO_STATUS_OK;
 }
 
@@ -259,21 +231,6 @@ uint32_t prv_apply_filter(const char* filter_path) {
   return status;
 }
 
-// ---- Stop
-
-void prv_request_stop() {
-  MutexGuard guard(s_capture_mutex);
-  int* stop = &s_capture.sockets[1];
-  if (!send_stop(*stop)) {
-    BLIB_W("brio_trace_log_shutdown:errno=%d:unable to write to socket pair\n", errno);
-    if (*stop != -1) {
-      BLIB_E("brio_trace_log_shutdown:write:error on socket pair\n");
-      // The end of stream stops the thread, which then releases the rest.
-      hang_up(stop);
-    }
-  }
-}
-
 }  // namespace
 
 uint32_t brio_trace_tst_log(const char* filter_path, const char* log_prefix) {
@@ -295,8 +252,11 @@ uint32_t brio_trace_tst_log(const char* filter_path, const char* log_prefix) {
 }
 
 void brio_trace_tst_stop() {
-  if (refused_here("brio_trace_tst_stop") || s_running <= 0) return;
-  prv_request_stop();
-  join_thread(s_thread);
-  s_running = 0;
+  if (refused_here("brio_trace_tst_stop") || !s_thread.started()) return;
+  const int error = s_thread.stop();
+  if (error != 0) {
+    BLIB_W("brio_trace_log_shutdown:errno=%d:unable to write to socket pair\n", error);
+    if (error != EBADF) BLIB_E("brio_trace_log_shutdown:write:error on socket pair\n");
+  }
+  s_thread.join();
 }

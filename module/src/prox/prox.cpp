@@ -12,7 +12,6 @@
 #include <unistd.h>
 
 #include "base/clock.h"
-#include "base/control_sockets.h"
 #include "base/guards.h"
 #include "base/own_threads.h"
 #include "base/paths.h"
@@ -51,14 +50,9 @@ constexpr uint32_t kOpenFailed = 3;
 constexpr uint32_t kAccessFailed = 4;
 constexpr uint32_t kCommandFailed = 5;
 
-// Guards s_sockets, the pair of the running monitor or -1. The first socket belongs to the monitor thread: it
-// alone closes it, so its select and read need no lock. The second is closed by whoever takes it out here.
-pthread_mutex_t s_sockets_mutex = PTHREAD_MUTEX_INITIALIZER;
-int s_sockets[2] = {-1, -1};
-
-// Host thread only. A thread that prox_close could not join is joined by the next prox_open or prox_close.
-pthread_t s_thread;
-bool s_thread_started;
+// Host thread. One that prox_close could not join is joined by the next prox_open or prox_close.
+void prv_run_monitor(int socket);
+OwnThread s_thread(Thread::kMonitor, prv_run_monitor);
 
 // Guards s_control, the value that the control register was last told, and with it the order of the writes.
 pthread_mutex_t s_control_mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -285,46 +279,11 @@ bool prv_monitor(int socket) {
   }
 }
 
-// The thread's own end, and the other one if prox_close has not taken it out. No later run's sockets can be
-// there yet: prox_open joins this thread first.
-void prv_close_sockets(int own) {
-  MutexGuard guard(s_sockets_mutex);
-  close(own);
-  s_sockets[0] = -1;
-  if (s_sockets[1] >= 1) close(s_sockets[1]);
-  s_sockets[1] = -1;
-}
-
-void* prv_update_prox_reading(void* argument) {
-  this_thread_is(Thread::kMonitor);
-  int own = static_cast<int>(reinterpret_cast<intptr_t>(argument));
-  if (!prv_monitor(own)) MODULE_E("proxlib:Monitor thread::Error thread exit");
-  prv_close_sockets(own);
-  return nullptr;
+void prv_run_monitor(int socket) {
+  if (!prv_monitor(socket)) MODULE_E("proxlib:Monitor thread::Error thread exit");
 }
 
 // ---- Host thread
-
-// Ends the conversation with the monitor thread: it sees the end of stream and closes its own socket.
-void prv_let_go_of_monitor() {
-  MutexGuard guard(s_sockets_mutex);
-  hang_up(&s_sockets[1]);
-  s_sockets[0] = -1;
-}
-
-// 0, or the errno of a "STOP" that could not be sent.
-int prv_request_stop() {
-  MutexGuard guard(s_sockets_mutex);
-  return send_stop(s_sockets[1]) ? 0 : errno;
-}
-
-// False when there was no thread to join.
-bool prv_join_monitor() {
-  if (!s_thread_started) return false;
-  join_thread(s_thread);
-  s_thread_started = false;
-  return true;
-}
 
 void prv_disable_sensor() {
   prv_write_control(kDisable);
@@ -339,7 +298,7 @@ bool prv_switch_off() {
 }
 
 void prv_not_closed_properly() {
-  prv_let_go_of_monitor();
+  s_thread.hang_up();
   MODULE_I("proxlib:closing lib::proxlib was NOT closed properly");
 }
 
@@ -348,8 +307,8 @@ void prv_not_closed_properly() {
 uint32_t prox_open() {
   if (refused_here("prox_open")) return 3;
   // A monitor that was never closed, or not joined then, ends before the next one starts.
-  prv_let_go_of_monitor();
-  prv_join_monitor();
+  s_thread.hang_up();
+  s_thread.join();
 
   uint32_t status = prv_write_control(kEnableFast);
   if (status != kOk) {
@@ -359,31 +318,23 @@ uint32_t prox_open() {
   }
   MODULE_I("proxlib:prox init::prox sensor is enabled with scan cycle 0x%x", kEnableFast);
 
-  int sockets[2];
-  if (!open_control_sockets(sockets)) {
+  if (!s_thread.open_sockets()) {
     MODULE_E("proxlib:socketpair:errno=%d:can't create socket pair", errno);
     prv_disable_sensor();
     return 5;
-  }
-  {
-    MutexGuard guard(s_sockets_mutex);
-    s_sockets[0] = sockets[0];
-    s_sockets[1] = sockets[1];
   }
 
   prox::start_run(&s_state);
   relaxed_store(g_pre_sar_mode, static_cast<int32_t>(BRIO_SAR_INIT));
   MODULE_I("proxlib:prox init::prox sensor init is done");
 
-  void* own = reinterpret_cast<void*>(static_cast<intptr_t>(sockets[0]));
-  int error = start_thread(&s_thread, prv_update_prox_reading, own);
+  const int error = s_thread.start();
   if (error != 0) {
     MODULE_E("proxlib:pthread:status=%d:can't create thread", error);
-    prv_close_sockets(sockets[0]);
+    s_thread.close_sockets();
     prv_disable_sensor();
     return 3;
   }
-  s_thread_started = true;
   MODULE_D(WABS_LOG_VALUE, "proxlib:opened");
   return 0;
 }
@@ -394,7 +345,7 @@ void prox_close() {
     prv_not_closed_properly();
     return;
   }
-  const int error = prv_request_stop();
+  const int error = s_thread.stop();
   if (error != 0) {
     MODULE_E("proxlib:sockpair:errno=%d:can't access s_sockets[1]", error);
     if (error != EBADF) {
@@ -403,7 +354,7 @@ void prox_close() {
     }
     MODULE_E("proxlib:prox_close:socket FD closed already:calling thread join");
   }
-  if (!prv_join_monitor()) return;
+  if (!s_thread.join()) return;
   MODULE_I("proxlib:prox_close::Thread join completed successfully");
   // A poll that was under way has set its scan rate: the sensor would go on scanning with nobody to read it.
   if (s_control != kDisable && !prv_switch_off()) return;
