@@ -4,6 +4,8 @@
 #include <pthread.h>
 #include <stdint.h>
 
+#include "base/guards.h"
+
 namespace brio {
 
 class FairLock {
@@ -13,16 +15,16 @@ class FairLock {
   FairLock& operator=(const FairLock&) = delete;
 
   void lock() {
-    pthread_mutex_lock(&mutex_);
+    MutexGuard guard(mutex_);
     const uint32_t ticket = next_++;
     while (ticket != served_) pthread_cond_wait(&changed_, &mutex_);
-    pthread_mutex_unlock(&mutex_);
   }
   void unlock() {
-    pthread_mutex_lock(&mutex_);
-    served_++;
-    const bool waited_for = served_ != next_;
-    pthread_mutex_unlock(&mutex_);
+    bool waited_for;
+    {
+      MutexGuard guard(mutex_);
+      waited_for = ++served_ != next_;
+    }
     if (waited_for) pthread_cond_broadcast(&changed_);
   }
 

@@ -1,6 +1,8 @@
 // Owners for what an early return would leak: a held mutex, a descriptor, heap text.
 #pragma once
 
+#include <assert.h>
+#include <errno.h>
 #include <pthread.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -9,14 +11,25 @@ namespace brio {
 
 class MutexGuard {
  public:
-  explicit MutexGuard(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
-  ~MutexGuard() { pthread_mutex_unlock(&mutex_); }
+  explicit MutexGuard(pthread_mutex_t& mutex) : MutexGuard(&mutex) {}
+  // Null: locks nothing.
+  explicit MutexGuard(pthread_mutex_t* mutex) : mutex_(mutex) {
+    if (mutex_ != nullptr) pthread_mutex_lock(mutex_);
+  }
+  ~MutexGuard() {
+    if (mutex_ != nullptr) pthread_mutex_unlock(mutex_);
+  }
   MutexGuard(const MutexGuard&) = delete;
   MutexGuard& operator=(const MutexGuard&) = delete;
 
  private:
-  pthread_mutex_t& mutex_;
+  pthread_mutex_t* mutex_;
 };
+
+// First line of a function whose caller holds the mutex; debug builds check it.
+inline void assert_held([[maybe_unused]] pthread_mutex_t& mutex) {
+  assert(pthread_mutex_trylock(&mutex) == EBUSY);
+}
 
 class Descriptor {
  public:

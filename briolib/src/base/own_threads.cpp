@@ -106,8 +106,8 @@ void OwnThread::hang_up() {
   prv_hang_up();
 }
 
-// With the mutex held.
 void OwnThread::prv_hang_up() {
+  assert_held(mutex_);
   if (sockets_[1] < 0) return;
   // shutdown reaches the thread even when a forked child still holds a copy of this side.
   shutdown(sockets_[1], SHUT_RDWR);

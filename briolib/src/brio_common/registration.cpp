@@ -155,8 +155,9 @@ void prv_log_tokens(const char* payload, bool is_query, bool with_band) {
   }
 }
 
-// True when serving-cell data was cleared. Caller holds the URC-data mutex.
+// True when serving-cell data was cleared.
 bool prv_store_registration(const parse::Registration& line, const DomainRow& domain) {
+  assert_urc_data_held();
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   bool cleared = false;
   // The registration state first: it may clear what the other fields then fill.

@@ -82,8 +82,9 @@ uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*,
   return BRIO_STATUS_OK;
 }
 
-// What is stored now, for the log. The caller holds the URC-data mutex.
+// What is stored now, for the log.
 const brio_atcmd_data& prv_store_lte_info(const parse::LteInfo& info) {
+  assert_urc_data_held();
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   if (info.emm_state) data.emm_state = *info.emm_state;
   if (info.emm_substate) data.emm_substate = *info.emm_substate;
@@ -120,8 +121,9 @@ uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16
   return BRIO_STATUS_OK;
 }
 
-// What is stored now, for the log. The caller holds the URC-data mutex.
+// What is stored now, for the log.
 const brio_atcmd_data& prv_store_serving_cell(const parse::ServingCell& cell) {
+  assert_urc_data_held();
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   if (cell.plmn_text != nullptr) copy_padded(data.plmn_text, sizeof(data.plmn_text), cell.plmn_text);
   if (cell.nmo) data.nmo = *cell.nmo;

@@ -1,6 +1,7 @@
 // The locks of the shared data, and what is kept beside the shared modem-data record.
 #pragma once
 
+#include <assert.h>
 #include <stdint.h>
 
 #include "brio/brio.h"
@@ -8,34 +9,31 @@
 
 namespace brio {
 
+template <uint32_t (&lock)(), uint32_t (&unlock)()>
+class DataLock {
+ public:
+  DataLock() : held_(lock() == BRIO_STATUS_OK) {}
+  ~DataLock() {
+    if (held_) unlock();
+  }
+  DataLock(const DataLock&) = delete;
+  DataLock& operator=(const DataLock&) = delete;
+
+ private:
+  bool held_;
+};
+
 // Holds the URC-data mutex: g_brio_lib_atcmd_data and g_sim_status. Short copies only, never while a command
 // is sent. Within another one of the same thread it leaves the mutex to the outer one.
-class UrcDataLock {
- public:
-  UrcDataLock() : held_(briolib_lock_urc_data_mutex() == BRIO_STATUS_OK) {}
-  ~UrcDataLock() {
-    if (held_) briolib_unlock_urc_data_mutex();
-  }
-  UrcDataLock(const UrcDataLock&) = delete;
-  UrcDataLock& operator=(const UrcDataLock&) = delete;
-
- private:
-  bool held_;
-};
+using UrcDataLock = DataLock<briolib_lock_urc_data_mutex, briolib_unlock_urc_data_mutex>;
 
 // Holds the static-data mutex: the two SIM blocks. Used like UrcDataLock.
-class StaticDataLock {
- public:
-  StaticDataLock() : held_(briolib_lock_static_data_mutex() == BRIO_STATUS_OK) {}
-  ~StaticDataLock() {
-    if (held_) briolib_unlock_static_data_mutex();
-  }
-  StaticDataLock(const StaticDataLock&) = delete;
-  StaticDataLock& operator=(const StaticDataLock&) = delete;
+using StaticDataLock = DataLock<briolib_lock_static_data_mutex, briolib_unlock_static_data_mutex>;
 
- private:
-  bool held_;
-};
+// First line of a function whose caller holds the URC-data mutex; debug builds check it.
+inline void assert_urc_data_held() {
+  assert(briolib_lock_urc_data_mutex() != BRIO_STATUS_OK);
+}
 
 // SIM status (enum brio_sim_status) of the last brio_get_wn3_sim_status, guarded by the URC-data mutex.
 extern uint16_t g_sim_status;

@@ -114,15 +114,20 @@ ATResponse* at_response_new(void) {
 
 void at_response_free(ATResponse* response) {
   if (response == nullptr) return;
-  while (response->intermediates != nullptr) {
-    ATLine* line = response->intermediates;
-    response->intermediates = line->next;
+  clear_answer(response);
+  free(response);
+}
+
+void brio::clear_answer(ATResponse* record) {
+  while (record->intermediates != nullptr) {
+    ATLine* line = record->intermediates;
+    record->intermediates = line->next;
     BLIB_D(BRIO_LOG_AT_DETAIL, "Free[%p]\n", static_cast<void*>(line->line));
     free(line->line);
     free(line);
   }
-  free(response->final_response);
-  free(response);
+  free(record->final_response);
+  *record = {};
 }
 
 int32_t str_starts_with(const char* line, const char* prefix) {

@@ -20,6 +20,9 @@ enum LineResult : int32_t { kFinal = 0, kMoreExpected = 1, kPrefixMissing = 2, k
 int32_t process_answer_line(const char* line, ATResponse* record, uint32_t type, const char* prefix,
                             size_t* held);
 
+// Frees what a record holds and makes it a new one.
+void clear_answer(ATResponse* record);
+
 inline bool is_line_end(char c) {
   return c == '\r' || c == '\n';
 }

@@ -143,8 +143,9 @@ void prv_handle_events(int) {
   }
 }
 
-// Queues a status without waking the requester. Caller holds the response mutex.
+// Queues a status without waking the requester.
 bool prv_queue_response(int32_t status) {
+  assert_held(s_response_mutex);
   uint32_t result = Q_FULL;
   if (!s_slot_in_use) result = queue_put(s_response_queue, &status, sizeof(status));
   if (result == Q_OK) {
@@ -173,7 +174,7 @@ void prv_convert_and_queue_resp_packet(const ATResponse* response) {
   {
     MutexGuard lock(s_response_mutex);
     uint32_t command = 0;
-    const bool late = pktio_answer_is_late(&command);
+    const bool late = pktio_answer_is_late(response, &command);
     if (late && command != s_unanswered_command) return;  // its request has had its status, an abort's
     uint32_t status = BLPKT_STATUS_SUCCESS;
     if (response->status != 0) {
@@ -246,7 +247,7 @@ bool prv_success_is_own() {
   return s_request.callback == nullptr || s_request.filled;
 }
 
-// Waits for the status of the command just sent. Caller holds the send mutex.
+// Waits for the status of the command just sent.
 uint32_t prv_await_response(const char* command, int32_t timeout_seconds, bool* has_taken_status) {
   int32_t response = 0;
   uint32_t result = q_get(s_response_queue, &response, sizeof(response), timeout_seconds);
@@ -267,9 +268,9 @@ uint32_t prv_await_response(const char* command, int32_t timeout_seconds, bool* 
   return status;
 }
 
-// Caller holds the send mutex.
 uint32_t prv_send_and_await(const char* command, uint32_t type, const char* response_prefix,
                             const CurrentRequest& request, int32_t timeout_seconds) {
+  assert(t_holds_send_mutex);
   if (command == nullptr) {
     BLIB_E("param:BLPKT_STATUS_BAD_REQUEST:null AT param\n");
     return BLPKT_STATUS_BAD_REQUEST;
@@ -289,8 +290,9 @@ uint32_t prv_send_and_await(const char* command, uint32_t type, const char* resp
   return status;
 }
 
-// Caller holds the lifecycle mutex. False when something could not be made.
+// False when something could not be made.
 bool prv_start() {
+  assert_held(s_lifecycle_mutex);
   s_pool = mempool_create(kPoolDefinition, 1);
   if (s_pool == nullptr) {
     BLIB_E("alloc2::can't allocate mempool\n");
@@ -323,8 +325,9 @@ bool prv_start() {
   return true;
 }
 
-// Caller holds the lifecycle mutex. Null-safe: tears down what there is.
+// Null-safe: tears down what there is.
 void prv_tear_down() {
+  assert_held(s_lifecycle_mutex);
   {
     // First of all: the event thread may itself wait for an answer that no port will bring any more.
     MutexGuard response_lock(s_response_mutex);

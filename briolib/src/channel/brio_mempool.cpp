@@ -3,6 +3,7 @@
 #include <stddef.h>
 #include <stdlib.h>
 
+#include "base/guards.h"
 #include "base/log.h"
 #include "brio/brio_at.h"
 
@@ -52,21 +53,10 @@ struct mempool {
 
 namespace {
 
-// Holds the pool's mutex, if it has one.
-class PoolLock {
- public:
-  explicit PoolLock(mempool* pool) : pool_(pool) {
-    if (pool_->thread_safe != 0) pthread_mutex_lock(&pool_->mutex);
-  }
-  ~PoolLock() {
-    if (pool_->thread_safe != 0) pthread_mutex_unlock(&pool_->mutex);
-  }
-  PoolLock(const PoolLock&) = delete;
-  PoolLock& operator=(const PoolLock&) = delete;
-
- private:
-  mempool* pool_;
-};
+// What a guard of the pool locks; null where it has no mutex.
+pthread_mutex_t* prv_mutex(mempool* pool) {
+  return pool->thread_safe != 0 ? &pool->mutex : nullptr;
+}
 
 // Bytes of the whole pool; false when the table asks for more than can be addressed.
 bool prv_total_size(const mempool_def* definitions, int32_t num_groups, size_t* total) {
@@ -161,7 +151,7 @@ void* mempool_alloc(mempool* pool, uint32_t size) {
     BLIB_E("toobig:pool=%p,size=%d:no blocks in pool big enough\n", static_cast<void*>(pool), size);
     return nullptr;
   }
-  PoolLock lock(pool);
+  MutexGuard lock(prv_mutex(pool));
   BlockHeader* block = group->free_list;
   if (block == nullptr) {
     // Larger groups stay reserved for larger lines, on purpose.
@@ -180,7 +170,7 @@ void mempool_free(mempool* pool, void* data) {
     return;
   }
   BlockHeader* block = static_cast<BlockHeader*>(data) - 1;
-  PoolLock lock(pool);
+  MutexGuard lock(prv_mutex(pool));
   if (!prv_inside(pool, block) || block->next_or_owner != pool) {
     BLIB_E("unalloc:pool=%p,chunk=%p:freeing unallocated block\n", static_cast<void*>(pool), data);
     return;
@@ -204,7 +194,7 @@ void mempool_dump(mempool* pool) {
     BLIB_D(BRIO_LOG_MEMPOOL, "pool == NULL\n\n");
     return;
   }
-  PoolLock lock(pool);
+  MutexGuard lock(prv_mutex(pool));
   BLIB_D(BRIO_LOG_MEMPOOL, "master loc=%p num_groups=%d\n\n", static_cast<void*>(pool), pool->num_groups);
   for (int32_t i = 0; i < pool->num_groups; i++) {
     Group* group = &pool->groups[i];

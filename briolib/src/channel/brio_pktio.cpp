@@ -47,6 +47,13 @@ struct Command {
   char prefix[kPrefixSize];
 };
 
+// The lines so far of the answer to one command.
+struct Answer {
+  ATResponse record;
+  size_t held;       // bytes that its lines take
+  uint32_t command;  // its serial
+};
+
 // Serialises pktio_init and pktio_shutdown; guards s_thread. Taken before the others.
 pthread_mutex_t s_lifecycle_mutex = PTHREAD_MUTEX_INITIALIZER;
 // Guards s_ports and s_port_users. Held for a moment only, never while reading or writing a port.
@@ -70,10 +77,7 @@ void* s_shutdown_context;
 
 LineBuffer s_query_lines;
 LineBuffer s_urc_lines;
-ATResponse* s_response;               // the answer so far, or null; read thread only
-size_t s_response_bytes;              // what its lines take; read thread only
-uint32_t s_response_serial;           // the command that it answers; read thread only
-__thread bool t_delivers_answer;      // this is the read thread, inside the packet callback with an answer
+Answer s_answer;                      // read thread only
 char s_send_buffer[kSendBufferSize];  // under the packet layer's send mutex
 
 // Keeps the ports open while a command is written.
@@ -111,9 +115,9 @@ void prv_retire_ports() {
   close_ports(ports);
 }
 
-void prv_drop_response() {
-  at_response_free(s_response);
-  s_response = nullptr;
+void prv_drop_answer() {
+  clear_answer(&s_answer.record);
+  s_answer.held = 0;
 }
 
 void prv_forget_lines(LineBuffer* lines) {
@@ -146,15 +150,13 @@ enum class Verdict { kComplete, kGoOn, kGoOnBas, kNoCommand, kViolation };
 Verdict prv_classify(const char* line) {
   MutexGuard lock(s_command_mutex);
   if (s_command.type == NO_COMMAND) return Verdict::kNoCommand;
-  if (s_response == nullptr || s_response_serial != s_command.serial) {
+  if (s_answer.command != s_command.serial) {
     // Lines of a command that has timed out since are no part of this answer.
-    prv_drop_response();
-    s_response = at_response_new();
-    s_response_bytes = 0;
-    s_response_serial = s_command.serial;
+    prv_drop_answer();
+    s_answer.command = s_command.serial;
   }
   const char* prefix = s_command.has_prefix ? s_command.prefix : nullptr;
-  int32_t result = process_answer_line(line, s_response, s_command.type, prefix, &s_response_bytes);
+  int32_t result = process_answer_line(line, &s_answer.record, s_command.type, prefix, &s_answer.held);
   if (result == kFinal) return Verdict::kComplete;
   if (result != kMoreExpected) return Verdict::kViolation;
   return prefix != nullptr && strcmp(prefix, kBasPrefix) == 0 ? Verdict::kGoOnBas : Verdict::kGoOn;
@@ -173,20 +175,18 @@ void prv_take_answer_lines(Cut cut, char* end) {
     switch (verdict) {
       case Verdict::kComplete:
         // What the same read holds behind the final line is dropped.
-        t_delivers_answer = true;
-        if (s_packet_cb != nullptr) s_packet_cb(kKindResponse, s_response, s_packet_context);
-        t_delivers_answer = false;
-        prv_drop_response();
+        if (s_packet_cb != nullptr) s_packet_cb(kKindResponse, &s_answer.record, s_packet_context);
+        prv_drop_answer();
         return;
       case Verdict::kNoCommand:
         // An answer whose request has timed out, or noise.
         prv_forget_lines(&s_query_lines);
-        prv_drop_response();
+        prv_drop_answer();
         BLIB_E("prv_read_thread:NO_COMMAND:cleaning up!\n");
         return;
       case Verdict::kViolation:
         prv_forget_lines(&s_query_lines);
-        prv_drop_response();
+        prv_drop_answer();
         BLIB_E("process_line:ERROR:cleaning up!\n");
         return;
       case Verdict::kGoOnBas:
@@ -317,13 +317,14 @@ void prv_read_ports(int) {
   BLIB_D(BRIO_LOG_PORT, "prv_read_thread(),nfds:%d\n", highest);
   while (prv_serve_ports(ports, watched, highest)) {
   }
-  prv_drop_response();
+  prv_drop_answer();
   if (s_shutdown_cb != nullptr) s_shutdown_cb(s_shutdown_context);
   prv_retire_ports();
 }
 
-// Caller holds the lifecycle mutex. The thread closes the ports.
+// The thread closes the ports.
 void prv_end_thread() {
+  assert_held(s_lifecycle_mutex);
   if (!s_thread.started()) return;
   const int error = s_thread.stop();
   if (error != 0) {
@@ -383,11 +384,11 @@ uint32_t pktio_reset_command() {
   return prv_set_command(NO_COMMAND, nullptr);
 }
 
-bool pktio_answer_is_late(uint32_t* command) {
-  if (!t_delivers_answer) return false;
-  *command = s_response_serial;
+bool pktio_answer_is_late(const ATResponse* answer, uint32_t* command) {
+  if (answer != &s_answer.record) return false;
+  *command = s_answer.command;
   MutexGuard lock(s_command_mutex);
-  return s_response_serial != s_command.serial;
+  return s_answer.command != s_command.serial;
 }
 
 void pktio_set_shutdown_callback(void (*callback)(void*), void* context) {

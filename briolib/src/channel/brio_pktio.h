@@ -3,6 +3,8 @@
 
 #include <stdint.h>
 
+#include "brio/brio_at.h"
+
 namespace brio {
 
 // What the packet callback is handed.
@@ -15,6 +17,6 @@ enum PacketKind : uint32_t { kKindResponse = 0, kKindUrc = 1 };
 // that command.
 uint32_t pktio_reset_command();
 
-// Whether the answer that the read thread is handing to the packet callback belongs to a command that is
-// over, `*command`: its request has returned, and the next one may wait already. False on any other thread.
-bool pktio_answer_is_late(uint32_t* command);
+// Whether this is an answer of the read thread to a command that is over, `*command`: its request has
+// returned, and the next one may wait already. False for a record that is not the read thread's.
+bool pktio_answer_is_late(const ATResponse* answer, uint32_t* command);

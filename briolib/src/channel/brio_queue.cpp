@@ -56,8 +56,8 @@ void prv_default_copy(void* destination, const void* source, uint32_t size, uint
   memcpy(destination, source, size == 0 || size > element_size ? element_size : size);
 }
 
-// Caller holds the queue's mutex.
 void prv_dump(queue* q) {
+  assert_held(q->mutex);
   if (!log_on(BRIO_LOG_QUEUE)) return;
   MutexGuard dump_lock(s_dump_mutex);
   size_t total = static_cast<size_t>(q->capacity) * q->element_size;
@@ -94,8 +94,9 @@ bool prv_init_locks(queue* q) {
   return err == 0;
 }
 
-// Waits until the queue holds an element. Caller holds the mutex.
+// Waits until the queue holds an element.
 uint32_t prv_wait_element(queue* q, int32_t timeout_seconds) {
+  assert_held(q->mutex);
   if (!prv_is_empty(q)) return Q_OK;
   if ((q->flags & kCancelled) != 0) return Q_CANCELLED;
   if (timeout_seconds == 0) return Q_EMPTY;

@@ -47,8 +47,8 @@ void prv_copy_text(char (&destination)[N], const char* source) {
   copy_text(destination, N, source);
 }
 
-// The caller holds the URC-data mutex.
 void prv_copy_shared_data(atcmd_snapshot* record) {
+  assert_urc_data_held();
   const brio_atcmd_data& data = g_brio_lib_atcmd_data;
   record->cs_reg_status = data.cs_reg_status;
   record->ps_reg_status = data.ps_reg_status;
