@@ -8,8 +8,8 @@
 #include <cstring>
 #include <fstream>
 
-#include "base/own_threads.h"
 #include "base/files.h"
+#include "base/own_threads.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
