@@ -58,7 +58,7 @@ constexpr char kCommand[] = "AT+GTBARS?";
 // Write, select, read and three of futex, which rarely meet by chance and make another one.
 constexpr double kSystemCallsMax = 6.1;
 // The answer, its one line with the text, its final line.
-constexpr double kAllocationsMax = 4;
+constexpr double kAllocationsMax = 3;
 constexpr char kAnswer[] = "\r\n+GTBARS: 0,7,4,60,30\r\n\r\nOK\r\n";
 
 // Answers every CR on a port until it is destroyed.
