@@ -4,6 +4,8 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
+#include <functional>
+#include <sstream>
 #include <string>
 
 namespace command_line {
@@ -28,6 +30,16 @@ inline std::string above_zero(const std::string& text) {
   char* end = nullptr;
   const double value = std::strtod(text.c_str(), &end);
   return *end == '\0' && value > 0 ? "" : "'" + text + "' is no number above 0";
+}
+inline std::function<std::string(const std::string&)> between(double low, double high) {
+  return [=](const std::string& text) {
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    const bool good = !text.empty() && *end == '\0' && value >= low && value <= high;
+    std::ostringstream wrong;
+    wrong << "'" << text << "' is no number from " << low << " to " << high;
+    return good ? "" : wrong.str();
+  };
 }
 inline std::string not_empty(const std::string& text) {
   return text.empty() ? "it is empty" : "";

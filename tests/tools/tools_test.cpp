@@ -6,17 +6,20 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "at_log.h"
 #include "modemsim/device_root.h"
 #include "modemsim/modem.h"
+#include "watch_layout.h"
 
 namespace {
 
@@ -77,10 +80,14 @@ TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
         {"^Status +Network +Technology +Name\n", "current +310-410 +E-UTRAN +Home Wireless\n",
          "available +310-260 +E-UTRAN +Coast to Coast, Inc\\.\n"}},
        {"--sim ant 1", 0, {"Antenna: locked to 1\n", "Main: 20\n"}},
-       {"--sim page", 0, {"2  \\*{8} MODEM", "2\\.2  Library Version:   S30J38", "WWAN Info"}},
+       {"--sim page",
+        0,
+        {"2  \\*{8} MODEM", "2\\.2  Library Version:   S30J38", "RSRP: -81 \n", "WWAN Info"}},
        {"--sim page --full", 0, {"SIM ICCID:  89014103211118510720", "IMEI:  356938035643809"}},
        {"--sim trace --seconds 2", 0, {"trace_log_[0-9_]+\\.istp: [1-9][0-9]* bytes"}},
-       {watch.c_str(), 0, {"mode=LTE roaming=[a-z ]+ plmn=310-410\n", "report  \\+CREG: 5,LAC,ID,7\n"}},
+       {watch.c_str(),
+        0,
+        {" state   registration=.* technology=LTE plmn=310-410 ", " report  \\+CREG: 5,\"1A2B\""}},
        {"--sim -v at AT+CIMI", 0, {" query --> AT.CIMI\n.* query <-- .CIMI: 310410000000000\n", "OK\n"}},
        {"--sim -vv at AT", 0, {"D blib:.*atcmd request:AT\n", "OK\n"}},
        {"demo --seconds 0.2", 0, {"== Opening", "ATE0 +[0-9.]+ ms", "== A network scan", "wabs_close took"}},
@@ -88,6 +95,7 @@ TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
        {"--scenario nosuch status", 1, {"^brioctl: There is no scenario 'nosuch'"}},
        {"--sim at AT --timeout 0", 2, {"not in range 1 to 600"}},
        {"--sim watch --seconds -5", 2, {"'-5' is no number above 0"}},
+       {"--sim watch >/dev/full", 1, {"output cannot be written"}},
        {"--sim --root /tmp status", 2, {"--root"}},
        {"--sim trace --filter /nope --seconds 1", 1, {"status 7"}}});
   const auto rows = nlohmann::json::parse(run(BRIOCTL " --sim status --json").text);
@@ -95,6 +103,77 @@ TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
   EXPECT_EQ("310-410", rows["wabs_get_mcc_mnc"]["value"]);
   for (const auto& [name, row] : rows.items()) EXPECT_EQ(0, row["status"]) << name;
 }
+
+// At any size each row is as wide as the screen, and a month of lines takes no more room than an hour.
+TEST(Watch, FitsTheScreen) {
+  brioctl::watch::Model model;
+  for (int i = 0; i < 100000; i++) {
+    for (const auto& [port, to_modem, text] : {std::tuple(at_log::Port::kQuery, true, "AT+GTBARS?"),
+                                               {at_log::Port::kQuery, false, "+GTBARS: 0,2,3,60,30"},
+                                               {at_log::Port::kUrc, false, "+X: caf\xc3\xa9 \x1b[2J"}}) {
+      model.line({i, i, port, to_modem, text, false}, i);
+    }
+  }
+  model.gone(1000);
+  model.opened(2000);
+  EXPECT_GT(30000U, model.lines.size() + model.reports.size() + model.news.size() + model.samples.size() +
+                        model.commands.size());
+  std::string whole;
+  for (const auto& [width, height] : {std::pair(1, 1), {20, 5}, {200, 50}, {80, 24}}) {
+    const auto rows = layout(model, width, height, 102000, 0, false);
+    EXPECT_EQ(height, static_cast<int>(rows.size()));
+    whole.clear();
+    for (const auto& row : rows) {
+      EXPECT_EQ(width,
+                std::count_if(row.text.begin(), row.text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+      EXPECT_EQ(std::string::npos, row.text.find('\x1b'));
+      whole += row.text + "\n";
+    }
+  }
+  EXPECT_TRUE(
+      std::regex_search(whole, std::regex("RSCP -61 dBm, Ec/Io -9.5 dB, 3 bars, 2.0 s old[^]*gone .*, back "
+                                          "[^]* -70 \xe2\x94\xa4 +\xe2\x96\x88"
+                                          "[^]*caf\xc3\xa9 \\\\x1b[^]*--> AT.GTBARS.  <-- .GTBARS: 0,2")))
+      << whole;
+}
+
+TEST(Watch, ComesBackWithTheModem) {
+  modemsim::DeviceRoot root;
+  std::string scenario = "[[fault]]\ncommand = 'AT+GTBARS?'\nskip = 3\ntimes = 1\nunplug = true\n";
+  for (const char* t : {"2", "4", "10", "30", "90"}) {
+    scenario += std::string("[[at]]\nt = ") + t + "\nplug = true\nurc = '+CREG: 1,\"1A2B\",\"01C2D3E4\",7'\n";
+  }
+  root.write("/gone.toml", scenario);
+  const std::string watch = "--scenario " + root.path("/gone.toml") + " --at-log " + root.path("/at.log") +
+                            " watch --every 0.2 --seconds 600 ";
+  check(BRIOCTL,
+        {{(watch + "| sed '/modem   back/q'").c_str(),
+          0,
+          {" modem   gone ([0-9:]{8})\n.* modem   back [0-9:]+, gone"}},
+         {(watch + "--csv | sed '/report/q'").c_str(),
+          0,
+          {"^time,type,registration,",
+           "Z,state,home,home,LTE,310-410,01C2D3E4,2F01,,LTE_BAND_4,5780,4,RSRP,-81,,,", "Z,modem,,+gone\n",
+           "Z,modem,,+back\n", "Z,report,,+\"\\+CREG: 1,\"\"1A2B\"\",\"\"01C2"}}});
+  const std::string log = root.read("/at.log").value_or("");
+  EXPECT_LT(log.find("--> ATE0"), log.rfind("--> ATE0")) << log;
+  const auto state = nlohmann::json::parse(
+      run(BRIOCTL " --sim watch --json --seconds 600 2>/dev/null | sed -n '/state/{p;q}'").text);
+  EXPECT_TRUE(state["dbm"] == -81 && state["lac"].is_null() && state["sar"] == "off") << state;
+}
+
+#if SCREEN
+// Whatever it did to the terminal is undone, also when a signal ends it.
+TEST(Watch, TakesTheTerminalAndGivesItBack) {
+  const Outcome outcome =
+      run("TERM=xterm script -qec 'stty cols 80 rows 24; timeout --foreground -s TERM 4 " BRIOCTL
+          " --sim watch; stty -a' /dev/null");
+  EXPECT_TRUE(std::regex_search(
+      outcome.text,
+      std::regex("\x1b\\[\\?1049h[^]*RSRP[^]{1,6}-81[^]*\x1b\\[\\?1049l[^]* icanon [^]* echo ")))
+      << outcome.text;
+}
+#endif
 
 // check() finds no control character; other text stays readable.
 TEST(Brioctl, EscapesWhatTheModemSays) {

@@ -78,6 +78,9 @@ int run_page(const Options& options, bool full, bool follow) {
   Session session(options);
   session.open_module();
   do {
+    // Without a host that asks for the bars there is no signal to show.
+    uint32_t bars = 0;
+    session.lib.wabs_get_bars(&bars);
     std::string page = read_page(session.lib, full);
     if (follow && isatty(STDOUT_FILENO) != 0) printf("\033[H\033[J");
     fputs(page.c_str(), stdout);

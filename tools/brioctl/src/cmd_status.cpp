@@ -1,11 +1,9 @@
-// brioctl status, brioctl watch, and the rows that they share with the demo.
-#include <unistd.h>
+// brioctl status, and the rows that it shares with the demo.
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 
 #include "commands.h"
-#include "log_sink.h"
 
 namespace brioctl {
 namespace {
@@ -168,35 +166,6 @@ int run_status(const Options& options, bool json) {
   for (const Row& row : rows) {
     if (row.status != 0) return 1;
   }
-  return 0;
-}
-
-int run_watch(const Options& options, double every, double seconds) {
-  Session session(options);
-  session.open_module();
-  log_sink::take_events();
-  bool terminal = isatty(STDOUT_FILENO) != 0;
-  std::vector<std::string> seen;
-  double waited = 0;
-  while (seconds < 0 || waited < seconds) {
-    auto rows = status_rows(session.lib, options.identities);
-    for (std::string& event : log_sink::take_events()) seen.push_back(std::move(event));
-    if (terminal) {
-      printf("\033[H\033[JModem: %s    (Ctrl-C ends)\n\n%s\n", session.modem_name().c_str(),
-             render_table(rows).c_str());
-      size_t first = seen.size() > 12 ? seen.size() - 12 : 0;
-      for (size_t i = first; i < seen.size(); i++) printf("  %s\n", seen[i].c_str());
-    } else {
-      printf("bars=%s mode=%s roaming=%s plmn=%s\n", rows[0].value.c_str(), rows[1].unit.c_str(),
-             rows[2].unit.c_str(), rows[4].value.c_str());
-      for (const std::string& event : seen) printf("  %s\n", event.c_str());
-      seen.clear();
-    }
-    if (fflush(stdout) != 0) throw Failure("The output cannot be written.");
-    if (!pause_for(every)) break;
-    waited += every;
-  }
-  session.close();
   return 0;
 }
 

@@ -16,8 +16,10 @@ std::vector<Row> status_rows(const Library& lib, bool identities);
 // A sentence when the modem was told to stay off the network, "" otherwise.
 std::string left_deregistered(const Library& lib);
 int run_status(const Options& options, bool json);
+// kScreen: lines where there is no screen.
+enum class WatchFormat { kScreen, kLines, kJson, kCsv };
 // Every `every` seconds, for `seconds` or, when negative, until interrupted.
-int run_watch(const Options& options, double every, double seconds);
+int run_watch(const Options& options, double every, double seconds, WatchFormat format);
 
 int run_at(const Options& options, const std::string& command, int timeout);
 // The diagnostic page for a terminal.

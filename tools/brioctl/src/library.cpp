@@ -67,6 +67,7 @@ void Library::load(const std::string& wanted) {
 #define OPERATION(result, member, ...) \
   member = {reinterpret_cast<decltype(&::member)>(resolve(#member)), #member};
 #include "operations.def"
+  sar_mode = static_cast<const int32_t*>(resolve("g_pre_sar_mode"));
 }
 
 }  // namespace brioctl

@@ -18,6 +18,7 @@ namespace brioctl {
 struct Library {
 #define OPERATION(result, name, ...) Called<decltype(&::name)> name;
 #include "operations.def"
+  const int32_t* sar_mode = nullptr;  // g_pre_sar_mode, to be read atomically
   std::string path;
 
   // Loads `wanted`, or with "" the library that belongs to this brioctl, or else the system's. Throws

@@ -8,6 +8,7 @@
 #include "commands.h"
 #include "log_sink.h"
 #include "printable.h"
+#include "watch_model.h"
 
 using namespace brioctl;
 
@@ -73,10 +74,24 @@ int main(int argc, char** argv) {
   status->add_flag("--json", json, "The same for scripts");
 
   double every = 1, watch_seconds = -1;
-  auto* watch = app.add_subcommand("watch", "Refresh the table until Ctrl-C and show events as they come");
-  watch->add_option("--every", every, "Seconds between refreshes")
-      ->check(command_line::above_zero)
+  WatchFormat format = WatchFormat::kScreen;
+  auto* watch = app.add_subcommand(
+      "watch", "Follow network, signal and reports until Ctrl-C: a screen at a terminal, else lines");
+  watch
+      ->add_option("--every", every,
+                   "Seconds between questions for the signal; at 1 that takes " + watch::cost(1) +
+                       ", at 10 " + watch::cost(10) + ", and some more when the network changes")
+      ->check(command_line::between(0.1, 3600))
       ->capture_default_str();
+  auto* lines = watch->add_flag_callback(
+      "--lines", [&] { format = WatchFormat::kLines; }, "Lines with their time, at a terminal too");
+  auto* json_lines = watch->add_flag_callback(
+      "--json", [&] { format = WatchFormat::kJson; }, "A JSON object a line");
+  watch
+      ->add_flag_callback(
+          "--csv", [&] { format = WatchFormat::kCsv; }, "CSV with a heading (RFC 4180)")
+      ->excludes(lines)
+      ->excludes(json_lines->excludes(lines));
   watch->add_option("--seconds", watch_seconds, "End after this time")->check(command_line::above_zero);
 
   std::string at_command;
@@ -151,7 +166,7 @@ int main(int argc, char** argv) {
       return run_demo(options, demo_seconds);
     }
     if (*status) return run_status(options, json);
-    if (*watch) return run_watch(options, every, watch_seconds);
+    if (*watch) return run_watch(options, every, watch_seconds, format);
     if (*at) return run_at(options, at_command, timeout);
     if (*page) return run_page(options, full, follow);
     if (*trace) return run_trace(options, filter, prefix, trace_seconds);

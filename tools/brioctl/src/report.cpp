@@ -143,13 +143,15 @@ void install_signals() {
   for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGQUIT}) sigaction(number, &action, nullptr);
 }
 
-bool pause_for(double seconds) {
+bool pause_for(double seconds, int event) {
   auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
   while (interrupted() == 0) {
     double left = std::chrono::duration<double>(until - std::chrono::steady_clock::now()).count();
     if (left <= 0) return true;
-    pollfd event = {s_pause_event, POLLIN, 0};
-    poll(&event, 1, static_cast<int>(left * 1000) + 1);
+    pollfd items[] = {{s_pause_event, POLLIN, 0}, {event, POLLIN, 0}};
+    if (poll(items, 2, static_cast<int>(left * 1000) + 1) > 0 && items[1].revents != 0) {
+      return interrupted() == 0;
+    }
   }
   return false;
 }

@@ -44,8 +44,8 @@ int interrupted_status();
 // Readable when a signal came since it was read last: for the relay.
 int signal_event();
 void install_signals();
-// Waits, at most until interrupted; false when interrupted.
-bool pause_for(double seconds);
+// Waits, at most until interrupted or until `event` is readable; false when interrupted.
+bool pause_for(double seconds, int event = -1);
 
 }  // namespace brioctl
 

@@ -14,6 +14,7 @@
 #include "recorder.h"
 #include "relay.h"
 #include "report.h"
+#include "watch_screen.h"
 
 namespace brioctl {
 namespace {
@@ -116,6 +117,7 @@ void Session::end_at_once() {
   std::error_code ignored;
   fs::remove_all(library_root_->dir(), ignored);
   if (simulation_ != nullptr) fs::remove_all(fs::path(simulation_->device.dir()).parent_path(), ignored);
+  watch::restore_terminal();
   fprintf(stderr, "brioctl: interrupted.\n");
   fflush(nullptr);
   _exit(interrupted_status());
@@ -166,6 +168,11 @@ void Session::open_modem() {
 }
 
 void Session::close() {
+  disconnect();
+  recorder_->finish();
+}
+
+void Session::disconnect() {
   if (open_ == kModule) lib.wabs_close();
   if (open_ == kModem) lib.brio_close();
   open_ = kClosed;
@@ -173,7 +180,7 @@ void Session::close() {
   relay_.reset();
   library_root_.reset();
   claim_.release();
-  recorder_->finish();
+  recorder_->journal()->finish();
 }
 
 std::string Session::modem_name() const {

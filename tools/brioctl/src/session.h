@@ -42,6 +42,8 @@ class Session {
   void open_module();
   void open_modem();
   void close();
+  // Close, to be opened again.
+  void disconnect();
   bool modem_gone() const;  // it hung up since the session opened
   // From how many signals on what the session waits for ends at once; 1 when it opens.
   void end_at_signals(int signals);
