@@ -320,6 +320,45 @@ TEST(Modemsim, RunsAScenarioAndRefusesABadOne) {
   check(BRIOCTL, {{(bad + " status").c_str(), 1, {"bers\\\\x07"}}});
 }
 
+TEST(Modemsim, ObeysItsControlSocket) {
+  modemsim::DeviceRoot root;
+  const std::string socket = root.path("/modemsim.sock"), ctl = "ctl --socket " + socket + " ";
+  const std::string begin = MODEMSIM " --root " + root.dir() + " --seconds 60 >" + root.path("/out") +
+                            " 2>&1 & until grep -q Ctrl-C " + root.path("/out") + "; do sleep 0.02; done; ";
+  const std::string kill = run(begin + "echo kill -9 $!").text, gone = "flock " + root.dir() + " true";
+  const auto done = [&](const std::string& words, int status, const char* said) {
+    check(MODEMSIM, {{(ctl + words).c_str(), status, {said}}});
+  };
+  EXPECT_EQ("600\n", run("stat -c %a " + socket).text);
+  done("set bars=1 apn=internet bars_reports=true", 0, "^$");
+  done("status", 0, "plugged in\nquery port .*not open\n(.*\n)*bars=1\n(.*\n)*apn=internet\n");
+  done("set bars=1000", 1, "^modemsim: bars must be a whole number from 0 to 255\n$");
+  done("set bers=1", 1, "^modemsim: bers is not known; did you mean bars\\?\n$");
+  done("set apn=\\\"x\\\" bars", 1, "^modemsim: bars: a setting is written as bars=1\n$");
+  done("urc +X", 1, "nobody has the URC port open");
+  done("unplug", 0, "^$");
+  done("urc +X", 1, "is unplugged");
+  done("replug", 0, "^$");
+  const int port = open(root.path("/dev/ttyACM3").c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  done("urc +CREG: '5,\"1A2B\"'", 0, "^$");
+  done("set creg_mode=1 && " MODEMSIM " " + ctl + "set cs_stat=3", 0, "^$");
+  char said[64] = {};
+  size_t size = 0;
+  const std::string expected = "\r\n+CREG: 5,\"1A2B\"\r\n\r\n+CREG: 3\r\n";
+  while (size < expected.size()) {
+    const ssize_t got = read(port, said + size, sizeof said - size);
+    ASSERT_LT(0, got);
+    size += static_cast<size_t>(got);
+  }
+  EXPECT_EQ(expected, said);
+  close(port);
+  // What a killed simulator leaves does not keep the next one away.
+  run(kill + gone);
+  done("status", 1, "nobody listens; the simulated modem has ended");
+  run(run(begin + "echo kill $!").text + gone);
+  done("status", 1, "No such file");
+}
+
 // A host that skips is followed, one command of its own does not move the place; nothing is said late.
 TEST(Modemsim, FollowsAHostAndForgetsAtUnplugging) {
   modemsim::DeviceRoot root;

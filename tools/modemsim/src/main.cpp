@@ -1,20 +1,25 @@
 // modemsim: the simulated modem as a program.
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/file.h>
-#include <time.h>
+#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include "command_line.h"
 #include "commands.h"
+#include "control.h"
 #include "device_files.h"
 #include "modemsim/device_root.h"
 #include "modemsim/modem.h"
@@ -88,24 +93,6 @@ class Printer {
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-// Waits for a signal to end, at most `seconds` (0: without limit).
-void wait_for_the_end(const sigset_t& signals, double seconds) {
-  if (seconds <= 0) {
-    int which = 0;
-    sigwait(&signals, &which);
-    return;
-  }
-  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  do {
-    const std::chrono::duration<double> left = end - std::chrono::steady_clock::now();
-    if (left.count() <= 0) return;
-    timespec patience{};
-    patience.tv_sec = static_cast<time_t>(left.count());
-    patience.tv_nsec = static_cast<long>((left.count() - static_cast<double>(patience.tv_sec)) * 1e9);
-    if (sigtimedwait(&signals, nullptr, &patience) > 0) return;
-  } while (errno == EINTR);
-}
-
 int complain(const std::string& what) {
   std::fprintf(stderr, "modemsim: %s\n", printable(what, '\n').c_str());
   return 1;
@@ -124,85 +111,214 @@ std::string claim(const std::string& root) {
   return modemsim::foreign_root(root);
 }
 
-int play(std::string root, const std::string& scenario_name, const std::string& recording, bool verbose,
-         double seconds, double speed) {
+// -- modemsim ctl
+
+std::string joined(const std::vector<std::string>& words, const char* between) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : between) + word;
+  return text;
+}
+
+std::string told_status(modemsim::Modem& modem, const std::string& root) {
+  using modemsim::Port;
+  const bool plugged = modem.is_plugged();
+  std::string text = std::string("modem      ") + (plugged ? "plugged in" : "unplugged") + "\n";
+  constexpr std::tuple<const char*, const char*, Port> kPorts[] = {
+      {"query port ", "/dev/ttyACM2", Port::kQuery},
+      {"URC port   ", "/dev/ttyACM3", Port::kUrc},
+      {"trace port ", "/dev/ttyACM1", Port::kTrace}};
+  for (const auto& [name, path, port] : kPorts) {
+    if (plugged) text += name + root + path + (modem.is_open(port) ? ", open\n" : ", not open\n");
+  }
+  text += "commands   " + std::to_string(modem.commands().size()) + "\n";
+  if (!modem.replayed().empty()) return text + modem.replayed();
+  return text + joined(settings_of(modem.state()), "\n");
+}
+
+// What a request asks for is done; a text says what was wrong with it.
+modemsim::Reply obey(modemsim::Modem& modem, const std::string& root, const std::vector<std::string>& words) {
+  if (words.empty()) return {false, "an empty request"};
+  const std::string& verb = words[0];
+  const std::vector<std::string> rest(words.begin() + 1, words.end());
+  const bool plugged = modem.is_plugged();
+  if (verb == "status") return {true, told_status(modem, root)};
+  if (verb == "unplug") {
+    if (!plugged) return {false, "the modem is unplugged already"};
+    modem.unplug();
+    return {true, ""};
+  }
+  if (verb == "replug") {
+    modem.unplug();
+    return {modem.plug(), modem.error()};
+  }
+  if (verb == "set") {
+    if (!modem.replayed().empty()) return {false, "the modem answers from a recording, not from its state"};
+    modem.update(modemsim::parse_settings(rest));
+    return {true, ""};
+  }
+  if (verb != "urc") return {false, verb + ": there is no such request"};
+  const std::string line = joined(rest, " ");
+  if (line.find_first_of("\r\n") != std::string::npos) return {false, "a report is one line"};
+  if (!plugged) return {false, "the modem is unplugged"};
+  if (!modem.is_open(modemsim::Port::kUrc))
+    return {false, "nobody has the URC port open: the report is lost"};
+  modem.urc(line);
+  return {true, ""};
+}
+
+int control(const std::string& root, std::string socket, const std::vector<std::string>& words) {
+  if (socket.empty() && !root.empty()) socket = modemsim::control_path(root);
+  if (std::filesystem::is_directory(socket)) socket = modemsim::control_path(socket);
+  if (socket.empty()) {
+    const std::vector<std::string> running = modemsim::control_sockets();
+    if (running.empty())
+      return complain("no simulated modem runs; name its folder by --root or its --socket");
+    if (running.size() > 1) {
+      return complain("several simulated modems run; name one by --socket:\n  " + joined(running, "\n  "));
+    }
+    socket = running[0];
+  }
+  const modemsim::Reply reply = modemsim::control(socket, words);
+  if (!reply.done) return complain(reply.text);
+  if (!reply.text.empty()) std::printf("%s\n", printable(reply.text, '\n').c_str());
+  return std::fflush(stdout) == 0 ? 0 : complain("the output cannot be written");
+}
+
+// -- Playing
+
+// Until a signal comes, at most for `seconds` (0: without limit). Requests are served meanwhile.
+void serve_until_the_end(const sigset_t& signals, double seconds, modemsim::ControlSocket& socket,
+                         const std::function<modemsim::Reply(const std::vector<std::string>&)>& request) {
+  const int signal_event = signalfd(-1, &signals, SFD_CLOEXEC);
+  const auto start = std::chrono::steady_clock::now();
+  for (bool ended = false; !ended;) {
+    int patience = -1;
+    if (seconds > 0) {
+      const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
+      if (passed.count() >= seconds) break;
+      patience = static_cast<int>(std::ceil(std::min((seconds - passed.count()) * 1000, 1e9)));
+    }
+    pollfd items[] = {{signal_event, POLLIN, 0}, {socket.fd(), POLLIN, 0}};
+    poll(items, 2, patience);
+    ended = items[0].revents != 0;
+    if (!ended && items[1].revents != 0) socket.serve(request);
+  }
+  close(signal_event);
+}
+
+struct Game {
+  std::string root, scenario, recording;
+  bool verbose = false;
+  double seconds = 0, speed = 1;
+};
+
+int play(Game game) {
   modemsim::Scenario scenario;
-  if (!scenario_name.empty()) {
-    const std::string file = modemsim::find_scenario(scenario_name);
+  if (!game.scenario.empty()) {
+    const std::string file = modemsim::find_scenario(game.scenario);
     if (file.empty()) {
-      return complain("there is no scenario " + scenario_name + ": name a file or an installed scenario");
+      return complain("there is no scenario " + game.scenario + ": name a file or an installed scenario");
     }
     scenario = modemsim::load_scenario(file);
   }
 
-  // Signals first: every thread from here on leaves them to wait_for_the_end.
+  // Signals first: every thread from here on leaves them to serve_until_the_end.
   sigset_t signals;
   sigemptyset(&signals);
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, number);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
   std::optional<modemsim::DeviceRoot> own_root;
+  std::string root = game.root;
   if (root.empty()) root = own_root.emplace("modemsim").dir();
-  const std::string problem = claim(root);
+  std::string problem = claim(root);
   if (!problem.empty()) return complain(problem);
   Printer printer;
   modemsim::Modem modem;
-  if (verbose) modem.observe([&](const modemsim::Traffic& traffic) { printer.traffic(traffic); });
+  modemsim::ControlSocket socket;
+  if (game.verbose) modem.observe([&](const modemsim::Traffic& traffic) { printer.traffic(traffic); });
   // Of a recording the events are what one wants to know: where the host left it.
-  if (verbose || !recording.empty()) {
-    modem.observe_events([&](const std::string& text) { printer.event(text); });
-  }
+  const bool events = game.verbose || !game.recording.empty();
+  if (events) modem.observe_events([&](const std::string& text) { printer.event(text); });
+  if (std::filesystem::is_directory(root)) problem = socket.listen(root);
+  if (!problem.empty()) return complain(problem);
   if (!modem.start(root)) return complain(modem.error());
-  const bool ready = recording.empty() ? modem.play(scenario, speed) : modem.replay(recording, speed);
+  const bool ready =
+      game.recording.empty() ? modem.play(scenario, game.speed) : modem.replay(game.recording, game.speed);
   if (!ready) return complain(modem.error());
   if (!scenario.title.empty()) std::printf("%s\n", printable(scenario.title).c_str());
   std::printf("query port %s/dev/ttyACM2\nURC port   %s/dev/ttyACM3\ntrace port %s/dev/ttyACM1\n",
               root.c_str(), root.c_str(), root.c_str());
-  std::printf("End with Ctrl-C.\n");
+  std::printf("control    %s (modemsim ctl)\nEnd with Ctrl-C.\n", socket.path().c_str());
   std::fflush(stdout);
-  wait_for_the_end(signals, seconds);
-  if (!recording.empty()) std::printf("%s\n", printable(modem.replayed()).c_str());
+  serve_until_the_end(signals, game.seconds, socket, [&](const std::vector<std::string>& words) {
+    if (events && !words.empty() && words[0] != "status") printer.event("ctl " + joined(words, " "));
+    try {
+      return obey(modem, root, words);
+    } catch (const modemsim::ScenarioError& wrong) {
+      return modemsim::Reply{false, wrong.what()};
+    }
+  });
+  if (!game.recording.empty()) std::printf("%s\n", printable(modem.replayed()).c_str());
   return std::fflush(stdout) == 0 && std::ferror(stdout) == 0 ? 0 : complain("the output cannot be written");
 }
 
 int run(int argc, char** argv) {
   CLI::App app{kAbout, "modemsim"};
   app.footer(kExample);
-  std::string root;
-  std::string scenario, recording;
+  Game game;
   bool commands = false;
-  bool verbose = false;
-  double seconds = 0;
-  double speed = 1;
-  app.add_option("--root", root, "Folder used as the device's \"/\" (default: a temporary one)")
+  app.add_option("--root", game.root, "Folder used as the device's \"/\" (default: a temporary one)")
       ->check(command_line::not_empty);
-  app.add_option("--scenario", scenario, "Scenario file, or an installed one: demo, home-lte, rough-day")
+  app.add_option("--scenario", game.scenario, "Scenario file, or an installed one: demo, home-lte, rough-day")
       ->check(command_line::not_empty);
   auto* replay =
-      app.add_option("--replay", recording,
+      app.add_option("--replay", game.recording,
                      "Answer as in this AT log, or folder of brioctl record, and tell where the host "
                      "leaves it")
           ->type_name("FILE|DIR")
           ->check(command_line::not_empty);
   app.get_option("--scenario")->excludes(replay);
-  app.add_option("--speed", speed,
+  app.add_option("--speed", game.speed,
                  "Play the scenario or the recording this many times as fast; 0: a recording without waiting")
       ->check(CLI::NonNegativeNumber);
-  app.add_option("--seconds", seconds, "End after this time (default: at Ctrl-C)")
+  app.add_option("--seconds", game.seconds, "End after this time (default: at Ctrl-C)")
       ->check(command_line::above_zero);
   app.add_flag("--list-commands", commands, "Print the commands that the modem knows");
-  app.add_flag("-v,--verbose", verbose, "Print each command, answer, report and event");
+  app.add_flag("-v,--verbose", game.verbose, "Print each command, answer, report and event");
+  std::string socket;
+  std::vector<std::string> report, settings;
+  auto* ctl = app.add_subcommand("ctl", "Tell a running simulator what happens next, or ask it");
+  ctl->footer("Example:\n  modemsim ctl set bars=1\n  modemsim ctl urc '+CREG: 5'");
+  ctl->add_option("--socket", socket,
+                  "Its socket (default: below --root, else that of the only one that runs)")
+      ->type_name("PATH")
+      ->check(command_line::not_empty);
+  ctl->require_subcommand(1);
+  ctl->fallthrough();
+  ctl->add_subcommand("urc", "Send a report")->add_option("LINE", report, "\"+CREG: 5\"")->required();
+  ctl->add_subcommand("unplug", "The modem goes away");
+  ctl->add_subcommand("replug", "It comes back; when it is there, it goes away before");
+  ctl->add_subcommand("set", "Change its state and send the reports that are switched on")
+      ->add_option("KEY=VALUE", settings, "As of [state] in a scenario: bars=1 apn=internet")
+      ->required();
+  ctl->add_subcommand("status", "Ports and state");
   int ended = 0;
   if (!command_line::parse(app, argc, argv, &ended)) return ended;
   if (commands) {
     list_commands();
     return 0;
   }
-  if (speed == 0 && recording.empty()) {
+  if (*ctl) {
+    std::vector<std::string> words = {ctl->get_subcommands()[0]->get_name()};
+    for (const auto* more : {&report, &settings}) words.insert(words.end(), more->begin(), more->end());
+    return control(game.root, socket, words);
+  }
+  if (game.speed == 0 && game.recording.empty()) {
     std::fprintf(stderr, "--speed: only a recording can be played without waiting; give a number above 0\n");
     return command_line::kUsage;
   }
-  return play(root, scenario, recording, verbose, seconds, speed);
+  return play(game);
 }
 
 }  // namespace

@@ -453,6 +453,12 @@ bool Modem::plug() {
   return done;
 }
 
+bool Modem::is_plugged() const {
+  bool plugged = false;
+  impl_->call([&] { plugged = impl_->connected_; });
+  return plugged;
+}
+
 void Modem::stream_trace(std::uint64_t bytes, std::uint64_t bytes_per_second) {
   impl_->call([&] { impl_->port(Port::kTrace).stream(bytes, bytes_per_second); });
 }

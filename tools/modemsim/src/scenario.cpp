@@ -6,64 +6,10 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "state.h"
-#include "toml_reader.h"
+#include "settings.h"
 
 namespace modemsim {
 namespace {
-
-constexpr char kClockForm[] =
-    "a time as in AT+CCLK?, \"26/03/07,09:05:00-28\" (the zone in quarters of an hour)";
-
-bool clock(Reader& reader, const std::string& key, std::string& place) {
-  if (!reader.text(key, place)) return false;
-  int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, zone = 0, size = 0;
-  char sign = 0;
-  const int read = std::sscanf(place.c_str(), "%2d/%2d/%2d,%2d:%2d:%2d%c%2d%n", &year, &month, &day, &hour,
-                               &minute, &second, &sign, &zone, &size);
-  const bool form = read == 8 && size == 20 && place.size() == 20 && (sign == '+' || sign == '-') &&
-                    place.find_first_not_of("0123456789/,:+-") == std::string::npos;
-  const bool time = month >= 1 && month <= 12 && day >= 1 && day <= 31 && hour < 24 && minute < 60 &&
-                    second < 61 && zone <= 96;
-  if (!form || !time) reader.wrong(*reader.table().get(key), key, kClockForm);
-  return true;
-}
-
-using Setters = std::vector<std::function<void(State&)>>;
-
-// Every member of State that the table names.
-Setters read_state(Reader& reader) {
-  Setters setters;
-  const auto number = [&](const NumberField& field) {
-    long long value = 0;
-    if (!reader.number(field.name, field.low, field.high, value)) return;
-    setters.push_back([&field, value](State& state) { state.*field.member = static_cast<int>(value); });
-  };
-  const auto flag = [&](const FlagField& field) {
-    bool value = false;
-    if (!reader.flag(field.name, value)) return;
-    setters.push_back([&field, value](State& state) { state.*field.member = value; });
-  };
-  for (const NumberField& field : kNumberFields) number(field);
-  for (const FlagField& field : kFlagFields) flag(field);
-  for (const Domain& domain : kDomains) {
-    for (const NumberField* field : {&domain.stat, &domain.reject_cause, &domain.mode}) number(*field);
-  }
-  for (const Report& report : kReports) flag(report.on);
-  for (const TextField& field : kTextFields) {
-    std::string value;
-    const bool is_clock = field.member == &State::clock;
-    if (!(is_clock ? clock(reader, field.name, value) : reader.text(field.name, value))) continue;
-    setters.push_back([&field, value](State& state) { state.*field.member = value; });
-  }
-  for (const TimeField& field : kTimeFields) {
-    Milliseconds value{0};
-    if (!reader.seconds(field.name, value)) continue;
-    setters.push_back([&field, value](State& state) { state.*field.member = value; });
-  }
-  reader.finish();
-  return setters;
-}
 
 int file_number(const Reader& reader, const toml::key& key) {
   const std::string word(key.str());
@@ -192,12 +138,12 @@ void read_network_time(Reader& reader, Event& event) {
   const toml::node* node = reader.find("network_time");
   if (node == nullptr) return;
   if (!node->is_table()) {
-    clock(reader, "network_time", event.network_time);
+    read_clock(reader, "network_time", event.network_time);
     return;
   }
   Reader table(reader.source(), *node->as_table(), reader.name("network_time"));
   std::string by = "ctzv";
-  if (!clock(table, "clock", event.network_time)) table.missing("clock", kClockForm);
+  if (!read_clock(table, "clock", event.network_time)) table.missing("clock", kClockForm);
   if (table.text("by", by) && by != "ctzv" && by != "ciev") table.wrong(*node, "by", "\"ctzv\" or \"ciev\"");
   event.network_time_ciev = by == "ciev";
   table.number_into("dst", 0, 2, event.network_time_dst);

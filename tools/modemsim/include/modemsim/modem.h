@@ -127,6 +127,7 @@ class Modem {
   // is false with a message in error().
   void unplug();
   bool plug();
+  bool is_plugged() const;
 
   bool is_open(Port port) const;  // by anybody
   // Waits until somebody has the port open, or nobody; false after `patience`.

@@ -121,6 +121,12 @@ Scenario load_scenario(const std::string& path);
 // The same from a text; messages call it `name`.
 Scenario parse_scenario(const std::string& text, const std::string& name);
 
+// A change of the state out of settings as of [state], "bars=1" each, texts without quotes. Throws
+// ScenarioError.
+std::function<void(State&)> parse_settings(const std::vector<std::string>& settings);
+// The whole state in such settings.
+std::vector<std::string> settings_of(const State& state);
+
 // NAME.toml among the scenarios that are installed with the running program, else a file of that name as it
 // stands, else an installed NAME. A name with a "/" is a file's. "" when there is none.
 std::string find_scenario(const std::string& name);
