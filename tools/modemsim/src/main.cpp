@@ -160,8 +160,8 @@ modemsim::Reply obey(modemsim::Modem& modem, const std::string& root, const std:
   const std::string line = joined(rest, " ");
   if (line.find_first_of("\r\n") != std::string::npos) return {false, "a report is one line"};
   if (!plugged) return {false, "the modem is unplugged"};
-  if (!modem.is_open(modemsim::Port::kUrc))
-    return {false, "nobody has the URC port open: the report is lost"};
+  const bool heard = modem.is_open(modemsim::Port::kUrc);
+  if (!heard) return {false, "nobody has the URC port open: the report is lost"};
   modem.urc(line);
   return {true, ""};
 }
@@ -171,8 +171,7 @@ int control(const std::string& root, std::string socket, const std::vector<std::
   if (std::filesystem::is_directory(socket)) socket = modemsim::control_path(socket);
   if (socket.empty()) {
     const std::vector<std::string> running = modemsim::control_sockets();
-    if (running.empty())
-      return complain("no simulated modem runs; name its folder by --root or its --socket");
+    if (running.empty()) return complain("no simulated modem runs; name its --root or its --socket");
     if (running.size() > 1) {
       return complain("several simulated modems run; name one by --socket:\n  " + joined(running, "\n  "));
     }
@@ -212,7 +211,7 @@ struct Game {
   double seconds = 0, speed = 1;
 };
 
-int play(Game game) {
+int play(const Game& game) {
   modemsim::Scenario scenario;
   if (!game.scenario.empty()) {
     const std::string file = modemsim::find_scenario(game.scenario);

@@ -154,7 +154,7 @@ class Reader {
   }
 
   std::vector<std::string> lines(const std::string& key) {
-    const auto list = texts(key);
+    auto list = texts(key);
     for (const std::string& each : list) check_line(*table_.get(key), key, each);
     return list;
   }
