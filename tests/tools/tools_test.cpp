@@ -73,7 +73,7 @@ TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
       BRIOCTL,
       {{"--sim status", 0, {"wabs_get_bars +0 ok +4 +bars\n", "wabs_get_imsi +0 ok +310410\\*{9} +IMSI\n"}},
        {"--sim --identities status", 0, {"wabs_get_imsi +0 ok +310410123456789 +IMSI\n"}},
-       {"--sim at AT+COPS?", 0, {"^\\+COPS: 0,2,\"310410\",7\nOK\n$"}},
+       {"--sim at --open AT+COPS?", 0, {"^\\+COPS: 0,2,\"310410\",7\nOK\n$"}},
        {"--sim at AT+NOSUCH", 1, {"^ERROR\n$"}},
        {"--sim scan",
         0,
@@ -88,8 +88,8 @@ TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
        {watch.c_str(),
         0,
         {" state   registration=.* technology=LTE plmn=310-410 ", " report  \\+CREG: 5,\"1A2B\""}},
-       {"--sim -v at AT+CIMI", 0, {" query --> AT.CIMI\n.* query <-- .CIMI: 310410000000000\n", "OK\n"}},
-       {"--sim -vv at AT", 0, {"D blib:.*atcmd request:AT\n", "OK\n"}},
+       {"--sim -v at AT+CIMI", 0, {" query --> AT.CIMI\n[^]* query <-- .CIMI: 310410000000000\n", "OK\n"}},
+       {"--sim -vv at --open AT", 0, {"D blib:.*atcmd request:AT\n", "OK\n"}},
        {"demo --seconds 0.2", 0, {"== Opening", "ATE0 +[0-9.]+ ms", "== A network scan", "wabs_close took"}},
        {"--library /nonexistent status", 1, {"^brioctl: The module library cannot be loaded"}},
        {"--scenario nosuch status", 1, {"^brioctl: There is no scenario 'nosuch'"}},
@@ -174,6 +174,46 @@ TEST(Watch, TakesTheTerminalAndGivesItBack) {
       << outcome.text;
 }
 #endif
+
+TEST(Brioctl, SendsWhatIsTypedAndNothingElse) {
+  modemsim::DeviceRoot root;
+  modemsim::Modem modem;
+  ASSERT_TRUE(modem.start(root.dir()));
+  modemsim::Fault prompt;
+  prompt.command = "AT+CMGS";
+  prompt.replace = true;
+  prompt.reply = "\r\n> ";
+  modem.fault(prompt);
+  const std::string at = BRIOCTL " --root " + root.dir() + " at ";
+  check(("printf 'AT+COPS=3,2\\r\\n\\nAT+COPS?\\nAT+NO\\n^' | " + at).c_str(),
+        {{"", 1, {"^OK\n\\+COPS: 0,2,\"310410\",7\nOK\nERROR\nOK\n$"}}});
+  const auto answer = nlohmann::json::parse(run(at + "--json AT+COPS?").text);
+  EXPECT_TRUE(answer["ok"] == true && answer["lines"][0] == "+COPS: 0,2,\"310410\",7" &&
+              answer["result"] == "OK")
+      << answer;
+  // The modem asks for a text, which ends with Ctrl-Z and without a line end.
+  check(("printf 'AT+CMGS=5\\nhello\\032\\nAT' | " + at).c_str(),
+        {{"-v --timeout 1",
+          1,
+          {"<-- > \n[^]*--> hello.x1a\n[^]*did not answer[^]*after AT.CMGS=5 were not sent"}}});
+  EXPECT_EQ((std::vector<std::string>{"AT+COPS=3,2", "AT+COPS?", "AT+NO", "^", "AT+COPS?", "AT+CMGS=5"}),
+            modem.commands());
+  modem.unplug();
+  modem.clear_commands();
+  ASSERT_TRUE(modem.plug());
+  // At a terminal: a completed word, an identity, and what the history has then.
+  if (EDITS == 0) return;
+  const Outcome typed =
+      run("printf 'at+gtb\\t?\\nAT+CIMI=310410123456789\\n\\020\\nquit\\n' | XDG_STATE_HOME=" + root.dir() +
+          " TERM=dumb timeout 600 script -qec '" + at + "' /dev/null");
+  EXPECT_NE(std::string::npos, typed.text.find("+GTBARS: 0,7,4,60,30")) << typed.text;
+  EXPECT_EQ((std::vector<std::string>{"AT+GTBARS?", "AT+CIMI=310410123456789", "AT+GTBARS?"}),
+            modem.commands())
+      << typed.text;
+  const std::string history = "/brioctl/at_history";
+  EXPECT_EQ("AT+GTBARS?\nAT+GTBARS?\n", root.read(history));
+  EXPECT_EQ(std::filesystem::perms(0600), std::filesystem::status(root.path(history)).permissions());
+}
 
 // check() finds no control character; other text stays readable.
 TEST(Brioctl, EscapesWhatTheModemSays) {

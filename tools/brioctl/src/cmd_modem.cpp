@@ -1,4 +1,4 @@
-// brioctl at, page, trace and ant.
+// brioctl page, trace and ant.
 #include <unistd.h>
 #include <cstdio>
 #include <filesystem>
@@ -6,22 +6,11 @@
 #include <vector>
 
 #include "commands.h"
-#include "errors.h"
 #include "log_sink.h"
 #include "printable.h"
 
 namespace brioctl {
 namespace {
-
-// Runs on the library's read thread while the request waits.
-uint32_t recv_func_collect(const ATResponse* response, void* user_data, uint16_t) {
-  auto* lines = static_cast<std::vector<std::string>*>(user_data);
-  for (const ATLine* line = response->intermediates; line != nullptr; line = line->next) {
-    if (line->line != nullptr) lines->push_back(line->line);
-  }
-  lines->push_back(response->final_response != nullptr ? response->final_response : "OK");
-  return 0;
-}
 
 const char* trace_problem(uint32_t status) {
   switch (status) {
@@ -48,30 +37,6 @@ std::string read_page(const Library& lib, bool full) {
   lib.wabs_get_log_string(buffer.data(), WABS_PAGE_BUFFER_SIZE, full ? 1 : 0);
   buffer.back() = '\0';
   return printable(buffer.data(), '\n');
-}
-
-int run_at(const Options& options, const std::string& command, int timeout) {
-  Session session(options);
-  session.open_modem();
-  log_sink::clear_errors();
-  std::vector<std::string> lines;
-  uint32_t status = session.lib.blpkt_atcmd_request_with_callback_timeout(
-      command.c_str(), MULTILINE_NO_PREFIX, nullptr, recv_func_collect, &lines, 0, timeout);
-  std::string refused = log_sink::last_failed().refusal;
-  session.close();
-  for (const std::string& line : lines) printf("%s\n", printable(line).c_str());
-  if (status == BLPKT_STATUS_SUCCESS) return 0;
-  if (status == BLPKT_STATUS_TIMEOUT) {
-    throw Failure("The modem did not answer within " + std::to_string(timeout) +
-                  " s. Give it more time with --timeout, or see with -v what it sent.");
-  }
-  if (!refused.empty()) {
-    printf("%s\n", refused.c_str());
-    const std::string meaning = meaning_of(refused);
-    if (!meaning.empty()) fprintf(stderr, "brioctl: %s.\n", meaning.c_str());
-    return 1;
-  }
-  throw Failure(session.explain("The command could not be sent"));
 }
 
 int run_page(const Options& options, bool full, bool follow) {

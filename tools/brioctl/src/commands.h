@@ -21,7 +21,13 @@ enum class WatchFormat { kScreen, kLines, kJson, kCsv };
 // Every `every` seconds, for `seconds` or, when negative, until interrupted.
 int run_watch(const Options& options, double every, double seconds, WatchFormat format);
 
-int run_at(const Options& options, const std::string& command, int timeout);
+struct AtOptions {
+  std::string command;  // "" for a shell, or commands from a pipe
+  int timeout = 20;     // seconds
+  bool open = false;    // open the library first and ask through it
+  bool json = false;
+};
+int run_at(const Options& options, const AtOptions& at);
 // The diagnostic page for a terminal.
 std::string read_page(const Library& lib, bool full);
 int run_page(const Options& options, bool full, bool follow);

@@ -94,15 +94,17 @@ int main(int argc, char** argv) {
       ->excludes(json_lines->excludes(lines));
   watch->add_option("--seconds", watch_seconds, "End after this time")->check(command_line::above_zero);
 
-  std::string at_command;
-  int timeout = 20;
-  auto* at = app.add_subcommand("at", "Send one AT command and print the answer");
-  at->add_option("command", at_command, "For example \"AT+COPS?\"")
-      ->required()
-      ->check(command_line::not_empty);
-  at->add_option("--timeout", timeout, "Seconds to wait for the answer")
+  AtOptions at_options;
+  auto* at =
+      app.add_subcommand("at", "Send AT commands and nothing else: COMMAND, those from a pipe, or a shell");
+  auto* at_command = at->add_option("command", at_options.command, "For example \"AT+COPS?\"")
+                         ->check(command_line::not_empty);
+  at->add_option("--timeout", at_options.timeout, "Seconds to wait for each answer")
       ->check(CLI::Range(1, 600))
       ->capture_default_str();
+  at->add_flag("--open", at_options.open, "Open the modem through the library first, and ask through it")
+      ->needs(at_command);
+  at->add_flag("--json", at_options.json, "A JSON object a line");
 
   auto* ports = app.add_subcommand("ports", "List serial ports that may be a modem's, and who has them");
   ports->add_flag("--json", json, "The same for scripts");
@@ -167,7 +169,7 @@ int main(int argc, char** argv) {
     }
     if (*status) return run_status(options, json);
     if (*watch) return run_watch(options, every, watch_seconds, format);
-    if (*at) return run_at(options, at_command, timeout);
+    if (*at) return run_at(options, at_options);
     if (*page) return run_page(options, full, follow);
     if (*trace) return run_trace(options, filter, prefix, trace_seconds);
     if (*record) {

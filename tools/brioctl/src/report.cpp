@@ -131,6 +131,16 @@ int interrupted_status() {
   return 128 + s_signal;
 }
 
+int interrupt_event() {
+  return s_pause_event;
+}
+
+void forget_interrupt() {
+  s_interrupted = 0;
+  uint64_t ignored = 0;
+  [[maybe_unused]] const ssize_t got = read(s_pause_event, &ignored, sizeof ignored);
+}
+
 int signal_event() {
   return s_signal_event;
 }

@@ -41,6 +41,10 @@ std::string masked(const std::string& digits, bool show);
 int interrupted();
 // The exit status of a program that a signal ended: 128 and the signal's number.
 int interrupted_status();
+// Readable while interrupted() is not 0.
+int interrupt_event();
+// As if there had been no signal yet: for a prompt that Ctrl-C does not end.
+void forget_interrupt();
 // Readable when a signal came since it was read last: for the relay.
 int signal_event();
 void install_signals();

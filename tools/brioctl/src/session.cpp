@@ -86,9 +86,8 @@ PortPaths device_ports(const Options& options, const std::string& root) {
           path(options.ports.urc, "/dev/ttyACM3")};
 }
 
-// The library opens the host's side of a relay in the place of the modem's ports.
-void Session::place_ports() {
-  PortPaths paths = ports();
+void Session::open_ports() {
+  const PortPaths paths = ports();
   if (!simulated()) check_ports(paths, options_.force);
   if (!claim_.take(paths.query) && !options_.force) {
     throw Failure(another_brioctl(paths));
@@ -96,8 +95,16 @@ void Session::place_ports() {
   if (!options_.at_log.empty() && !at_log_open_) recorder_->write_to(options_.at_log);
   at_log_open_ = true;
   relay_ = std::make_unique<Relay>(paths.query, paths.urc, recorder_->journal());
-  paths.query = relay_->query_device();
-  paths.urc = relay_->urc_device();
+}
+
+PortPaths Session::relayed() const {
+  return {ports().trace, relay_->query_device(), relay_->urc_device()};
+}
+
+// The library opens the host's side of a relay in the place of the modem's ports.
+void Session::place_ports() {
+  open_ports();
+  const PortPaths paths = relayed();
   library_root_ = std::make_unique<LinkedRoot>(root_, paths);
   relay_->on_stuck([this] { end_at_once(); });
   relay_->arm(1);

@@ -41,6 +41,9 @@ class Session {
   // Open the host module (wabs_open), or the modem library alone (brio_open). Throw Failure.
   void open_module();
   void open_modem();
+  // The ports alone, without the library: relayed() are the host's.
+  void open_ports();
+  PortPaths relayed() const;
   void close();
   // Close, to be opened again.
   void disconnect();

@@ -1,10 +1,6 @@
 #include "interactive.h"
 
 #include <signal.h>
-#include <unistd.h>
-#ifdef BRIOLAB_EDITS_LINES
-#include <editline/readline.h>
-#endif
 
 #include <cstdlib>
 #include <filesystem>
@@ -13,6 +9,7 @@
 #include <sstream>
 
 #include "commands_text.h"
+#include "line_editor.h"
 #include "session.h"
 #include "session_file.h"
 
@@ -46,21 +43,6 @@ void end_at_interrupt() {
   action.sa_flags = static_cast<int>(SA_RESETHAND);
   action.sa_handler = [](int) { s_interrupted = 1; };
   for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGQUIT}) sigaction(number, &action, nullptr);
-}
-
-// The next line; false at the end. At a terminal it can be edited and taken from those before it.
-bool take_line(bool terminal, std::string* line) {
-#ifdef BRIOLAB_EDITS_LINES
-  if (terminal) {
-    const std::unique_ptr<char, void (*)(void*)> typed(readline("> "), std::free);
-    if (typed == nullptr) return false;
-    *line = typed.get();
-    if (!line->empty()) add_history(typed.get());
-    return true;
-  }
-#endif
-  if (terminal) std::cout << "> " << std::flush;
-  return static_cast<bool>(std::getline(std::cin, *line));
 }
 
 // A command of the prompt itself; false when it is none.
@@ -99,7 +81,8 @@ std::string function_list() {
 }
 
 bool run_interactively(const std::string& record, bool verbose) {
-  const bool terminal = isatty(STDIN_FILENO) != 0;
+  LineEditor input;
+  const bool terminal = input.terminal();
   // Known before anybody types.
   if (!record.empty() && std::filesystem::exists(record)) throw UsageError(record + " exists");
   std::ofstream kept(record.empty() ? "/dev/null" : record);
@@ -116,7 +99,9 @@ bool run_interactively(const std::string& record, bool verbose) {
   }
   std::string unusable;
   for (std::string line; s_interrupted == 0 && unusable.empty();) {
-    if (!take_line(terminal, &line)) break;
+    std::cout << std::flush;
+    if (!input.take("> ", &line)) break;
+    if (terminal && !line.empty()) input.remember(line);
     line.erase(line.find_last_not_of(" \t\r") + 1);
     if (line.empty() || line[0] == '#') {
       kept << line << "\n";
