@@ -57,7 +57,7 @@ namespace {
 constexpr char kCommand[] = "AT+GTBARS?";
 // Write, select, read and three of futex, which rarely meet by chance and make another one.
 constexpr double kSystemCallsMax = 6.1;
-// The answer, its one line with the text, its final line.
+// The one line with its text, and the final line.
 constexpr double kAllocationsMax = 3;
 constexpr char kAnswer[] = "\r\n+GTBARS: 0,7,4,60,30\r\n\r\nOK\r\n";
 

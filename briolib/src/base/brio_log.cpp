@@ -1,9 +1,9 @@
 // The library's log mask, hexadecimal dumps into the log, and masking of identifiers for log lines.
-#include "base/log.h"
-
 #include <stdint.h>
 #include <string.h>
 
+#include "base/log.h"
+#include "base/text.h"
 #include "brio/brio.h"
 #include "brio/briolib.h"
 
@@ -21,10 +21,6 @@ constexpr char kHexDigits[] = "0123456789abcdef";
 
 bool prv_is_letter(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-}
-
-bool prv_is_digit(char c) {
-  return c >= '0' && c <= '9';
 }
 
 char* prv_obfuscate(char* text, char mask_char, bool (*hidden)(char)) {
@@ -66,5 +62,5 @@ char* briolib_obfuscate_alphabet(char* text, char mask_char) {
 }
 
 char* briolib_obfuscate_numeral(char* text, char mask_char) {
-  return prv_obfuscate(text, mask_char, prv_is_digit);
+  return prv_obfuscate(text, mask_char, is_digit);
 }

@@ -105,7 +105,7 @@ char* prv_file_contents(char* text) {
 }  // namespace
 
 LogText::LogText(const char* text) {
-  copy_text(text_, sizeof(text_), text != nullptr ? text : "");
+  copy_text(text_, text != nullptr ? text : "");
 }
 
 const char* LogText::end() const {

@@ -9,6 +9,11 @@ namespace brio {
 // Copies at most `count` characters of `source`, at most what fits, and terminates.
 void copy_text(char* destination, size_t capacity, const char* source, size_t count = SIZE_MAX);
 
+template <size_t N>
+void copy_text(char (&destination)[N], const char* source, size_t count = SIZE_MAX) {
+  copy_text(destination, N, source, count);
+}
+
 // The same, and zeros up to the capacity.
 void copy_padded(char* destination, size_t capacity, const char* source, size_t count = SIZE_MAX);
 

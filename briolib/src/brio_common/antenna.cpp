@@ -6,7 +6,6 @@
 #include "brio_common/shared_data.h"
 #include "brio_common/steps.h"
 #include "channel/request.h"
-#include "parse/answer.h"
 #include "parse/bas.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";
@@ -28,11 +27,8 @@ constexpr uint32_t kLockCommandCount = sizeof(kLockCommands) / sizeof(kLockComma
 
 uint32_t recv_func_prv_briolib_read_bas_status(const ATResponse* response, void* user_data,
                                                uint16_t /*user_value*/) {
-  char* line = parse::answer_line(response);
-  if (line == nullptr) {
-    BLIB_E("recv_func_prv_briolib_read_bas_status::response is invalid");
-    return BRIO_STATUS_INVALID;
-  }
+  char* line = answer_line_for("recv_func_prv_briolib_read_bas_status", response);
+  if (line == nullptr) return BRIO_STATUS_INVALID;
   BLIB_D(BRIO_LOG_DEBUG, "recv_func_prv_briolib_read_bas_status callback called resp [%s]", line);
   briolib_parse_bas_status(line, static_cast<bas_status*>(user_data));
   return BRIO_STATUS_OK;

@@ -27,6 +27,15 @@ uint32_t prv_check(const void* out) {
   return out != nullptr ? BRIO_STATUS_OK : BRIO_STATUS_INVALID;
 }
 
+template <typename Field, typename Out>
+uint32_t prv_get(Field brio_atcmd_data::*field, Out* out) {
+  uint32_t status = prv_check(out);
+  if (status != BRIO_STATUS_OK) return status;
+  UrcDataLock lock;
+  *out = static_cast<Out>(g_brio_lib_atcmd_data.*field);
+  return BRIO_STATUS_OK;
+}
+
 // MCC values that stand for a network that is not known yet.
 bool prv_is_placeholder(const char* mcc) {
   static constexpr const char* kPlaceholders[] = {BRIO_PLMN_UNKNOWN, "fff", "555"};
@@ -40,7 +49,7 @@ void prv_refresh_placeholder_plmn() {
   char mcc[sizeof(g_brio_lib_atcmd_data.mcc)];
   {
     UrcDataLock lock;
-    copy_text(mcc, sizeof(mcc), g_brio_lib_atcmd_data.mcc);
+    copy_text(mcc, g_brio_lib_atcmd_data.mcc);
   }
   if (!prv_is_placeholder(mcc)) return;
   uint32_t status = briolib_update_mcc_mnc();
@@ -65,27 +74,15 @@ bool prv_registration_query_due() {
 }  // namespace
 
 uint32_t brio_get_band_info(uint32_t* out) {
-  uint32_t status = prv_check(out);
-  if (status != BRIO_STATUS_OK) return status;
-  UrcDataLock lock;
-  *out = g_brio_lib_atcmd_data.band;
-  return BRIO_STATUS_OK;
+  return prv_get(&brio_atcmd_data::band, out);
 }
 
 uint32_t brio_get_wan_type(uint32_t* out) {
-  uint32_t status = prv_check(out);
-  if (status != BRIO_STATUS_OK) return status;
-  UrcDataLock lock;
-  *out = g_brio_lib_atcmd_data.wan_type;
-  return BRIO_STATUS_OK;
+  return prv_get(&brio_atcmd_data::wan_type, out);
 }
 
 uint32_t brio_get_carrier_id(uint16_t* out) {
-  uint32_t status = prv_check(out);
-  if (status != BRIO_STATUS_OK) return status;
-  UrcDataLock lock;
-  *out = static_cast<uint16_t>(g_brio_lib_atcmd_data.carrier_config);
-  return BRIO_STATUS_OK;
+  return prv_get(&brio_atcmd_data::carrier_config, out);
 }
 
 uint32_t brio_get_mcc_mnc(char out[8]) {

@@ -13,7 +13,6 @@
 #include "brio_common/steps.h"
 #include "channel/brio_blpkt.h"
 #include "channel/request.h"
-#include "parse/answer.h"
 #include "parse/registration.h"
 #include "parse/sim_file.h"
 
@@ -38,11 +37,8 @@ uint32_t prv_send_bas(const char* command) {
 
 // Response callback of "AT+CREG?" and "AT+CGREG?" (read thread).
 uint32_t recv_func_prv_briolib_get_reg(const ATResponse* response, void*, uint16_t) {
-  char* line = parse::answer_line(response);
-  if (line == nullptr) {
-    BLIB_E("recv_func_prv_briolib_get_reg::response is invalid");
-    return BRIO_STATUS_INVALID;
-  }
+  char* line = answer_line_for("recv_func_prv_briolib_get_reg", response);
+  if (line == nullptr) return BRIO_STATUS_INVALID;
   uint32_t result = at_parse(skip_spaces(line), nullptr, line);
   BLIB_D(BRIO_LOG_MODEM_INFO, "atcmd creg/cgreg blpkt_ret:%d", result);
   return result;
@@ -51,11 +47,8 @@ uint32_t recv_func_prv_briolib_get_reg(const ATResponse* response, void*, uint16
 // Response callback of the ICCID file's reading (read thread). The user data is the text of the command.
 uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_data, uint16_t) {
   relaxed_store(s_reports_at_answer, blpkt_last_report());
-  char* line = parse::answer_line(response);
-  if (line == nullptr) {
-    BLIB_E("recv_func_prv_briolib_get_crsm::response is invalid");
-    return BRIO_STATUS_INVALID;
-  }
+  char* line = answer_line_for("recv_func_prv_briolib_get_crsm", response);
+  if (line == nullptr) return BRIO_STATUS_INVALID;
   line = skip_spaces(line);
   BLIB_D(BRIO_LOG_DEBUG, "get crsm [%s]",
          parse::crsm_log_text(line, static_cast<const char*>(user_data)).c_str());

@@ -12,7 +12,6 @@
 #include "brio_common/steps.h"
 #include "channel/brio_blpkt.h"
 #include "channel/request.h"
-#include "parse/answer.h"
 #include "parse/scan_list.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";
@@ -61,7 +60,7 @@ class MaskedLetters {
  public:
   explicit MaskedLetters(const char* text) {
     bool missing = text == nullptr || *text == '\0';
-    copy_text(text_, sizeof(text_), missing ? "NULL" : text);
+    copy_text(text_, missing ? "NULL" : text);
     if (!missing) briolib_obfuscate_alphabet(text_, '*');
   }
   const char* text() const { return text_; }
@@ -103,7 +102,7 @@ bool prv_known(const ScanEntry* entries, size_t count, const ScanEntry& entry) {
 // Fills `entries` from the answer's line; their number. The last of 32 comes back cleared: this is meant.
 size_t prv_briolib_ms_parse_results(char* line, ScanEntry (&entries)[kScanEntriesMax]) {
   char response[kResponseHead + 1];
-  copy_text(response, sizeof(response), line);
+  copy_text(response, line);
   ScanFault fault = {};
   parse::ScanList list;
   fault.error = parse::start_scan(line, &list);
@@ -157,11 +156,8 @@ uint32_t recv_func_prv_briolib_parse_scan_results(const ATResponse* response, vo
     BLIB_E("recv_func_prv_briolib_parse_scan_results::Data ptr NULL");
     return BRIO_STATUS_INVALID;
   }
-  char* line = parse::answer_line(response);
-  if (line == nullptr) {
-    BLIB_E("recv_func_prv_briolib_parse_scan_results::response is invalid");
-    return BRIO_STATUS_INVALID;
-  }
+  char* line = answer_line_for("recv_func_prv_briolib_parse_scan_results", response);
+  if (line == nullptr) return BRIO_STATUS_INVALID;
   ScanEntry entries[kScanEntriesMax];
   size_t count = prv_briolib_ms_parse_results(line, entries);
   prv_list_entries(entries, count);
@@ -185,8 +181,8 @@ uint32_t brio_get_current_network(void) {
     rat = g_brio_lib_atcmd_data.rat;
     if (rat != kRatUnknown) {
       current.rat[0] = rat < sizeof(kRatFamilies) ? kRatFamilies[rat] : kUnknownRat[0];
-      copy_text(current.mcc, sizeof(current.mcc), g_brio_lib_atcmd_data.mcc);
-      copy_text(current.mnc, sizeof(current.mnc), g_brio_lib_atcmd_data.mnc);
+      copy_text(current.mcc, g_brio_lib_atcmd_data.mcc);
+      copy_text(current.mnc, g_brio_lib_atcmd_data.mnc);
     }
     s_current_network = current;
   }

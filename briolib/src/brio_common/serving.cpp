@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "brio/brio_at.h"
 #include "brio_common/shared_data.h"
+#include "brio_common/steps.h"
 #include "channel/request.h"
 #include "parse/answer.h"
 
@@ -49,11 +50,8 @@ void prv_log_cops_failure(parse::CopsResult result, const char* text) {
 // Response callback of "AT+COPS?" (read thread).
 uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*, uint16_t) {
   using parse::CopsResult;
-  const char* line = parse::answer_line(response);
-  if (line == nullptr) {
-    BLIB_E("recv_func_prv_briolib_update_mcc_mnc::response is invalid");
-    return BRIO_STATUS_INVALID;
-  }
+  const char* line = answer_line_for("recv_func_prv_briolib_update_mcc_mnc", response);
+  if (line == nullptr) return BRIO_STATUS_INVALID;
   char text[parse::kCopsTextMax + 1];
   char log_text[sizeof(text)];
   prv_cut(line, text, log_text);
@@ -82,6 +80,18 @@ uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*,
   return BRIO_STATUS_OK;
 }
 
+// The answer's line; null with an error line where there is none (`operation`) or an empty one (`callback`).
+char* prv_serving_line(const ATResponse* response, const char* operation, const char* callback) {
+  char* line = parse::answer_line(response);
+  if (line == nullptr) {
+    BLIB_E("%s:at_resp is invalid:", operation);
+  } else if (*line == '\0') {
+    BLIB_E("%s:resp is invalid:", callback);
+    line = nullptr;
+  }
+  return line;
+}
+
 // What is stored now, for the log.
 const brio_atcmd_data& prv_store_lte_info(const parse::LteInfo& info) {
   assert_urc_data_held();
@@ -98,15 +108,8 @@ const brio_atcmd_data& prv_store_lte_info(const parse::LteInfo& info) {
 
 // Response callback of "AT+GTLTEINFO?" (read thread).
 uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16_t) {
-  char* line = parse::answer_line(response);
-  if (line == nullptr) {
-    BLIB_E("briolib_update_lte_info:at_resp is invalid:");
-    return BRIO_STATUS_INVALID;
-  }
-  if (*line == '\0') {
-    BLIB_E("recv_func_at_req_get_lte_info:resp is invalid:");
-    return BRIO_STATUS_INVALID;
-  }
+  char* line = prv_serving_line(response, "briolib_update_lte_info", "recv_func_at_req_get_lte_info");
+  if (line == nullptr) return BRIO_STATUS_INVALID;
   parse::LteInfo info = {};
   if (at_tok_start(&line) == 0) info = parse::parse_lte_info(line);
 
@@ -152,15 +155,8 @@ void prv_log_serving_cell(const parse::ServingCell& cell, const brio_atcmd_data&
 
 // Response callback of "AT+GTSCINFO?" (read thread).
 uint32_t recv_func_at_req_get_gtscinfo(const ATResponse* response, void*, uint16_t) {
-  char* line = parse::answer_line(response);
-  if (line == nullptr) {
-    BLIB_E("recv_func_at_req_get_gtscinfo:at_resp is invalid:");
-    return BRIO_STATUS_INVALID;
-  }
-  if (*line == '\0') {
-    BLIB_E("recv_func_at_req_get_gtscinfo:resp is invalid:");
-    return BRIO_STATUS_INVALID;
-  }
+  char* line = prv_serving_line(response, "recv_func_at_req_get_gtscinfo", "recv_func_at_req_get_gtscinfo");
+  if (line == nullptr) return BRIO_STATUS_INVALID;
   BLIB_D(BRIO_LOG_PARSE, "recv_func_at_req_get_gtscinfo callback %s", line);
   if (at_tok_start(&line) != 0) return BRIO_STATUS_INVALID;
   const parse::ServingCell cell = parse::parse_serving_cell(line);
@@ -179,15 +175,8 @@ void prv_log_state(const char* name, std::optional<uint8_t> state) {
 
 // Response callback of "AT+GTSCSTAT?" (read thread).
 uint32_t recv_func_at_req_get_gtscstat(const ATResponse* response, void*, uint16_t) {
-  char* line = parse::answer_line(response);
-  if (line == nullptr) {
-    BLIB_E("briolib_get_gtscstat:at_resp is invalid:");
-    return BRIO_STATUS_INVALID;
-  }
-  if (*line == '\0') {
-    BLIB_E("recv_func_at_req_get_gtscstat:resp is invalid:");
-    return BRIO_STATUS_INVALID;
-  }
+  char* line = prv_serving_line(response, "briolib_get_gtscstat", "recv_func_at_req_get_gtscstat");
+  if (line == nullptr) return BRIO_STATUS_INVALID;
   BLIB_D(BRIO_LOG_PARSE, "get_gtscstat callback called %s", line);
   if (at_tok_start(&line) != 0) return BRIO_STATUS_INVALID;
   const parse::ProtocolStates states = parse::parse_protocol_states(line);

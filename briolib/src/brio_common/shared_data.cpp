@@ -35,11 +35,6 @@ uint32_t prv_mutex_status(int result) {
   return result == 0 ? BRIO_STATUS_OK : BRIO_STATUS_FAILURE;
 }
 
-template <size_t N>
-void prv_set_text(char (&field)[N], const char* text) {
-  copy_text(field, N, text);
-}
-
 }  // namespace
 
 brio_atcmd_data g_brio_lib_atcmd_data;
@@ -83,10 +78,10 @@ void briolib_init_atcmd_data(int32_t keep) {
   data.nmo = 0xFF;
   data.cops_mode = -1;
   data.pdp_state = 0xFF;
-  prv_set_text(data.mcc, BRIO_PLMN_UNKNOWN);
-  prv_set_text(data.mnc, BRIO_PLMN_UNKNOWN);
-  prv_set_text(data.plmn_text, "None");
-  prv_set_text(data.band_text, "BAND_NONE");
+  copy_text(data.mcc, BRIO_PLMN_UNKNOWN);
+  copy_text(data.mnc, BRIO_PLMN_UNKNOWN);
+  copy_text(data.plmn_text, "None");
+  copy_text(data.band_text, "BAND_NONE");
   data.bas_value_a = 0xFFFF;
   data.bas_value_b = 0xFFFF;
   data.curr_lte_ant = 0xFF;

@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "brio/briolib.h"
 #include "channel/request.h"
+#include "parse/answer.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";
 
@@ -26,6 +27,12 @@ uint32_t deregister() {
 
 uint32_t switch_echo_off() {
   return send_command("ATE0", NUMERIC, kEchoTimeoutSeconds);
+}
+
+char* answer_line_for(const char* callback, const ATResponse* response) {
+  char* line = parse::answer_line(response);
+  if (line == nullptr) BLIB_E("%s::response is invalid", callback);
+  return line;
 }
 
 }  // namespace brio

@@ -120,17 +120,9 @@ class SendGuard {
   bool has_taken_;
 };
 
-void prv_copy_event(void* destination, const void* source, uint32_t, uint32_t) {
-  const EventElement* from = static_cast<const EventElement*>(source);
-  EventElement* to = static_cast<EventElement*>(destination);
-  to->payload = from->payload;
-  to->reserved = from->reserved;
-  to->size = from->size;
-}
-
 void prv_handle_events(int) {
   EventElement event = {};
-  while (q_get_with_copy_callback(s_event_queue, &event, prv_copy_event, 0, -1) == Q_OK) {
+  while (q_get(s_event_queue, &event, sizeof(event), -1) == Q_OK) {
     t_report_in_hand = ++s_reports_taken;
     BLIB_D(BRIO_LOG_EVENT, "prv_event_thread payload size =  %d\n", event.size);
     if (event.payload == nullptr) {
@@ -204,7 +196,7 @@ void prv_queue_urc(const char* line) {
   memcpy(payload, line, length);
   payload[length] = '\0';
   EventElement event = {payload, 0, static_cast<uint16_t>(size)};
-  uint32_t result = q_add_with_copy_callback(s_event_queue, &event, prv_copy_event, 0);
+  uint32_t result = q_add(s_event_queue, &event, sizeof(event));
   if (result != Q_OK) {
     BLIB_W("qlog:status:%d:cant add log to queue\n", result);
     mempool_free(s_pool, payload);

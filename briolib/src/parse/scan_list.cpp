@@ -135,8 +135,8 @@ ScanStep prv_read_fields(const Fields& group, ScanEntry* entry, ScanFault* fault
   if (is_string_digit(fields[3]) == 0 || digits < kScanNumericMin || digits > kNumericMax) {
     return prv_refuse(fault, kScanBadNumeric, fields[3]);
   }
-  copy_text(entry->mcc, sizeof(entry->mcc), fields[3], kMccDigits);
-  copy_text(entry->mnc, sizeof(entry->mnc), fields[3] + kMccDigits);
+  copy_text(entry->mcc, fields[3], kMccDigits);
+  copy_text(entry->mnc, fields[3] + kMccDigits);
 
   if (group.count < 5) return prv_refuse(fault, kScanNoAccessTechnology, nullptr);
   remove_blank_space(fields[4]);

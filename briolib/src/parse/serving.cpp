@@ -37,8 +37,8 @@ CopsResult parse_cops(char* text, CopsAnswer* answer) {
   const size_t length = strlen(name);
   if (length != 5 && length != 6) return CopsResult::kBadLength;
   if (!is_digit(name[0]) || !is_digit(name[1])) return CopsResult::kBadFormat;
-  copy_text(answer->mcc, sizeof(answer->mcc), name);
-  copy_text(answer->mnc, sizeof(answer->mnc), name + 3);
+  copy_text(answer->mcc, name);
+  copy_text(answer->mnc, name + 3);
   return CopsResult::kOk;
 }
 

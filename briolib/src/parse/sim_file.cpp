@@ -44,7 +44,7 @@ bool prv_accepted(const char* sw1, const char* sw2) {
 SimFile crsm_file(const char* command) {
   if (command == nullptr) return SimFile::kOther;
   char copy[kCommandCapacity];
-  copy_text(copy, sizeof(copy), command);
+  copy_text(copy, command);
   FieldReader fields(copy);
   fields.next();
   const char* id = fields.next();

@@ -96,14 +96,10 @@ bool prv_poll_due() {
   return seconds >= kPollPeriodSeconds || seconds <= -kPollPeriodSeconds;
 }
 
-void prv_stop_low_signal_reports() {
-  if (!s_low_signal_reports) return;
-  if (briolib_atcmd_enable_urc(kBarsReportsOff) == BRIO_STATUS_OK) s_low_signal_reports = false;
-}
-
-void prv_start_low_signal_reports() {
-  if (s_low_signal_reports) return;
-  if (briolib_atcmd_enable_urc(kBarsReportsOn) == BRIO_STATUS_OK) s_low_signal_reports = true;
+void prv_report_low_signal(bool on) {
+  if (s_low_signal_reports == on) return;
+  const uint32_t status = briolib_atcmd_enable_urc(on ? kBarsReportsOn : kBarsReportsOff);
+  if (status == BRIO_STATUS_OK) s_low_signal_reports = on;
 }
 
 uint32_t prv_get_bars(uint32_t* out, int32_t mode) {
@@ -123,7 +119,7 @@ uint32_t prv_get_bars(uint32_t* out, int32_t mode) {
       *out = s_reply.bars;
       if (mode == kReadingApplication) {
         BLIB_D(BRIO_LOG_DEBUG, "Reading mode,reporting: bars[%d]\n", s_reply.bars);
-        prv_stop_low_signal_reports();
+        prv_report_low_signal(false);
       }
       return BRIO_STATUS_OK;
     }
@@ -134,11 +130,7 @@ uint32_t prv_get_bars(uint32_t* out, int32_t mode) {
     }
   }
 
-  if (s_reply.bars > 1) {
-    prv_stop_low_signal_reports();
-  } else {
-    prv_start_low_signal_reports();
-  }
+  prv_report_low_signal(s_reply.bars <= 1);
   BLIB_D(BRIO_LOG_DEBUG, "bars[%d]rssi[%d]ecno[%d]rat[%d]\n", s_reply.bars, s_reply.rssi, s_reply.ecno,
          s_reply.rat);
   *out = s_reply.bars == kBarsUnknown ? 0u : s_reply.bars;

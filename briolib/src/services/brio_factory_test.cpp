@@ -22,6 +22,13 @@ namespace {
 
 constexpr size_t kCarrierCommandSize = 20;
 
+// `aim` as the error line has it. BRIO_STATUS_*.
+uint32_t prv_send(const char* command, const char* aim) {
+  const uint32_t result = send_command(command);
+  if (result != BLPKT_STATUS_SUCCESS) BLIB_E("factory_test:err_no=%d:can't %s\n", result, aim);
+  return briolib_translate_status(result, 0);
+}
+
 // The WAN type is then decided afresh. The child inherits no descriptor: all of ours are close-on-exec.
 void prv_remove_wan_info() {
   DevicePath path(kWanInfoFile);
@@ -35,38 +42,24 @@ void prv_remove_wan_info() {
 }  // namespace
 
 uint32_t brio_set_fake_security_mode(uint32_t on) {
-  uint32_t result = send_command(on != 0 ? "AT*FAKECFG=1" : "AT*FAKECFG=0");
-  if (result != BLPKT_STATUS_SUCCESS) {
-    // The same text for both directions.
-    BLIB_E("factory_test:err_no=%d:can't turn off fake security\n", result);
-  }
-  return briolib_translate_status(result, 0);
+  // The same text for both directions.
+  return prv_send(on != 0 ? "AT*FAKECFG=1" : "AT*FAKECFG=0", "turn off fake security");
 }
 
 uint32_t brio_clear_mru(void) {
-  uint32_t result = send_command("AT*MRUCLEAR");
-  if (result != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("factory_test:err_no=%d:can't clear MRU\n", result);
-  }
-  return briolib_translate_status(result, 0);
+  return prv_send("AT*MRUCLEAR", "clear MRU");
 }
 
 uint32_t brio_turn_off_rf(void) {
-  uint32_t result = send_command("AT+CFUN=0");
-  if (result != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("factory_test:err_no=%d:can't turn off RF mode\n", result);
-  }
-  return briolib_translate_status(result, 0);
+  return prv_send("AT+CFUN=0", "turn off RF mode");
 }
 
 uint32_t brio_carrier_selection(void) {
-  char imsi[parse::kImsiSize];
-  if (!read_sim_imsi(imsi)) {
+  char prefix[parse::kImsiPrefixSize];
+  if (!read_imsi_prefix(prefix)) {
     BLIB_E("factory_test:invalid IMSI:can't read SIM\n");
     return BRIO_STATUS_INVALID;
   }
-  char prefix[parse::kImsiPrefixSize];
-  parse::imsi_prefix(imsi, prefix);
   const Carrier* carrier = carrier_of_sim(prefix);
   if (carrier == nullptr) {
     BLIB_E("factory_test:carrier selection:mccmnc not supported: %s\n", prefix);
@@ -76,10 +69,7 @@ uint32_t brio_carrier_selection(void) {
   char command[kCarrierCommandSize];
   snprintf(command, sizeof(command), "at+gtfdcar=%u", carrier->carrier_id);
   BLIB_I("factory_test:carrier selection cmd %s:\n", command);
-  uint32_t result = send_command(command);
-  if (result != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("factory_test:err_no=%d:can't set SBP carrier mode\n", result);
-  }
+  const uint32_t status = prv_send(command, "set SBP carrier mode");
   prv_remove_wan_info();
-  return briolib_translate_status(result, 0);
+  return status;
 }

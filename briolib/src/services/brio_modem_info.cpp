@@ -77,10 +77,10 @@ uint32_t brio_copy_modem_info(modem_info* record) {
   if (record == nullptr) return BRIO_STATUS_INVALID;
   modem_info cache;
   const bool valid = prv_copy_cached(&cache);
-  copy_text(record->fw_ver, sizeof(record->fw_ver), valid ? cache.fw_ver : kUnknownText);
-  copy_text(record->imei, sizeof(record->imei), valid ? cache.imei : kUnknownText);
-  copy_text(record->hw_ver, sizeof(record->hw_ver), valid ? cache.hw_ver : kUnknownText);
-  copy_text(record->serial, sizeof(record->serial), valid ? cache.serial : kUnknownText);
+  copy_text(record->fw_ver, valid ? cache.fw_ver : kUnknownText);
+  copy_text(record->imei, valid ? cache.imei : kUnknownText);
+  copy_text(record->hw_ver, valid ? cache.hw_ver : kUnknownText);
+  copy_text(record->serial, valid ? cache.serial : kUnknownText);
   return BRIO_STATUS_OK;
 }
 

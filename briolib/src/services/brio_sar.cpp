@@ -1,4 +1,4 @@
-// The modem's body-SAR transmit-power back-off. Who decides when: the proximity monitor.
+// The modem's body-SAR transmit-power back-off. The proximity monitor decides when.
 #include "base/log.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
@@ -9,8 +9,6 @@ constexpr char kLogTag[] = "briolib/src/brio_misc";
 
 // Written by the proximity monitor, read by the diagnostic page without a lock; accessed relaxed.
 int32_t g_pre_sar_mode = BRIO_SAR_OFF;
-
-namespace {}  // namespace
 
 uint32_t brio_set_sar_pwr(uint32_t on) {
   uint32_t status = briolib_check_library_status();

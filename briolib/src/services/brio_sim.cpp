@@ -109,6 +109,13 @@ bool brio::read_sim_imsi(char (&imsi)[parse::kImsiSize]) {
   return prv_read("AT+CIMI", "+CIMI", recv_func_prv_briolib_get_imsi, s_cached_sim_iccid_imsi.imsi, imsi);
 }
 
+bool brio::read_imsi_prefix(char (&prefix)[parse::kImsiPrefixSize]) {
+  char imsi[parse::kImsiSize];
+  if (!read_sim_imsi(imsi)) return false;
+  parse::imsi_prefix(imsi, prefix);
+  return true;
+}
+
 uint32_t brio_get_sim_status(sim_card_status* record) {
   if (record == nullptr) return BRIO_STATUS_INVALID;
   record->card_status = 0;
@@ -156,8 +163,8 @@ uint32_t brio_get_sim_info(sim_identity* block) {
     return BRIO_STATUS_FAILURE;
   }
   memset(block, 0, sizeof(*block));
-  copy_text(block->iccid, sizeof(block->iccid), iccid);
-  copy_text(block->imsi, sizeof(block->imsi), imsi);
+  copy_text(block->iccid, iccid);
+  copy_text(block->imsi, imsi);
   return BRIO_STATUS_OK;
 }
 

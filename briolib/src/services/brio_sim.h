@@ -9,4 +9,7 @@ namespace brio {
 // none.
 bool read_sim_imsi(char (&imsi)[parse::kImsiSize]);
 
+// The same for what tells its network.
+bool read_imsi_prefix(char (&prefix)[parse::kImsiPrefixSize]);
+
 }  // namespace brio

@@ -42,11 +42,6 @@ void prv_refresh() {
   }
 }
 
-template <size_t N>
-void prv_copy_text(char (&destination)[N], const char* source) {
-  copy_text(destination, N, source);
-}
-
 void prv_copy_shared_data(atcmd_snapshot* record) {
   assert_urc_data_held();
   const brio_atcmd_data& data = g_brio_lib_atcmd_data;
@@ -56,10 +51,10 @@ void prv_copy_shared_data(atcmd_snapshot* record) {
   record->cell_id = data.cell_id;
   record->rat = data.rat;
   record->rac = data.rac;
-  prv_copy_text(record->mcc, data.mcc);
-  prv_copy_text(record->mnc, data.mnc);
-  prv_copy_text(record->plmn_text, data.plmn_text);
-  prv_copy_text(record->band_text, data.band_text);
+  copy_text(record->mcc, data.mcc);
+  copy_text(record->mnc, data.mnc);
+  copy_text(record->plmn_text, data.plmn_text);
+  copy_text(record->band_text, data.band_text);
   record->arfcn = data.arfcn;
   memcpy(record->reject_bytes, data.reject_bytes, sizeof(record->reject_bytes));
   memcpy(record->reject_words, data.reject_words, sizeof(record->reject_words));
@@ -108,8 +103,8 @@ uint32_t briolib_get_atcmd_snapshot(atcmd_snapshot* record, uint32_t no_refresh)
   }
   // An unknown mode is looked up in a file, so the lock is not held here.
   record->snapshot_mode = briolib_get_snapshot_mode(cops_mode);
-  prv_copy_text(record->fw_ver, info.fw_ver);
-  prv_copy_text(record->lib_ver, kLibraryVersion);
-  prv_copy_text(record->imei, info.imei);
+  copy_text(record->fw_ver, info.fw_ver);
+  copy_text(record->lib_ver, kLibraryVersion);
+  copy_text(record->imei, info.imei);
   return BRIO_STATUS_OK;
 }

@@ -56,7 +56,7 @@ uint32_t recv_func_prv_briolib_check_apn_setting(const ATResponse* response, voi
   char* answer = static_cast<char*>(user_data);
   copy_text(answer, size, payload);
   char shown[kApnAnswerSize];
-  copy_text(shown, sizeof(shown), parse::answer_payload(masked_line(line).c_str()));
+  copy_text(shown, parse::answer_payload(masked_line(line).c_str()));
   BLIB_PLAIN("APN::[%s]\n", shown);
   return 0;
 }
@@ -97,13 +97,11 @@ uint32_t prv_apn_of_sim(char* command) {
     BLIB_E("checkAPN::failed to get APN value\n");
     return BRIO_STATUS_TIMEOUT;
   }
-  char imsi[parse::kImsiSize];
-  if (!read_sim_imsi(imsi)) {
+  char prefix[parse::kImsiPrefixSize];
+  if (!read_imsi_prefix(prefix)) {
     BLIB_E("checkAPN:invalid IMSI:can't read SIM\n");
     return BRIO_STATUS_INVALID;
   }
-  char prefix[parse::kImsiPrefixSize];
-  parse::imsi_prefix(imsi, prefix);
   const char* apn;
   if (strstr(prefix, kApnGroupANetwork) != nullptr) {
     BLIB_D(BRIO_LOG_DEBUG, "carrier is ATT\n");
@@ -142,13 +140,11 @@ uint32_t briolib_check_carrier_confg(void) {
     UrcDataLock lock;
     g_brio_lib_atcmd_data.carrier_config = static_cast<int16_t>(carrier_id);
   }
-  char imsi[parse::kImsiSize];
-  if (!read_sim_imsi(imsi)) {
+  char prefix[parse::kImsiPrefixSize];
+  if (!read_imsi_prefix(prefix)) {
     BLIB_E("checkFDCAR:invalid IMSI:can't read SIM\n");
     return BRIO_STATUS_INVALID;
   }
-  char prefix[parse::kImsiPrefixSize];
-  parse::imsi_prefix(imsi, prefix);
   if (carrier_accepts_sim(carrier_id, prefix)) return BRIO_STATUS_OK;
   BLIB_PLAIN("Need udpate carrier ID, currentID[%d],mccmnc[%s]::\n", carrier_id, prefix);
   uint32_t status = brio_carrier_selection();

@@ -38,7 +38,7 @@ uint32_t s_home_mnc;
 // host may have filled the whole field.
 uint32_t prv_number(const char (&field)[4]) {
   char digits[sizeof(field)];
-  copy_text(digits, sizeof(digits), field);
+  copy_text(digits, field);
   const int32_t number = decimal(digits);
   return number > 0 ? static_cast<uint32_t>(number) : 0;
 }
@@ -101,7 +101,7 @@ void prv_update_mcc(const char (&updated)[4], uint32_t* mcc) {
   if (strcmp(updated, s_cached.mcc) != 0) {
     MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "brio:UPDATED MCC %s CACHED MCC %sDIFFER", updated, s_cached.mcc);
     prv_report_mcc_change(updated);
-    copy_text(s_cached.mcc, sizeof(s_cached.mcc), updated);
+    copy_text(s_cached.mcc, updated);
   }
   *mcc = prv_number(updated);
   MODULE_D_OF(kGetMccMnc, WABS_LOG_VALUE, "brio:UPDATED MCC=%d", *mcc);
@@ -115,7 +115,7 @@ void prv_update_mnc(const char (&updated)[4], uint32_t* mnc) {
   if (strcmp(updated, s_cached.mnc) != 0) {
     MODULE_D_OF(kGetMccMnc, WABS_LOG_FLOW, "brio:UPDATED MNC %s and CACHED MNC %sDIFFER", updated,
                 s_cached.mnc);
-    copy_text(s_cached.mnc, sizeof(s_cached.mnc), updated);
+    copy_text(s_cached.mnc, updated);
   }
   *mnc = prv_number(updated);
   MODULE_D_OF(kGetMccMnc, WABS_LOG_VALUE, "brio:UPDATED MNC=%d", *mnc);

@@ -27,7 +27,7 @@ static_assert(kAddressTextSize >= sizeof(kNotConnected));
 
 void prv_query_address(int fd, unsigned long request, const char* interface, char* text) {
   ifreq query = {};
-  copy_text(query.ifr_name, sizeof(query.ifr_name), interface);
+  copy_text(query.ifr_name, interface);
   if (ioctl(fd, request, &query) == 0) {
     sockaddr_in address;
     memcpy(&address, &query.ifr_addr, sizeof(address));
@@ -56,7 +56,7 @@ void read_addresses(const char* interface, NetInfo* net) {
   Descriptor fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd.valid()) {
     snprintf(net->address, sizeof(net->address), "se=%d", errno);
-    copy_text(net->destination, sizeof(net->destination), net->address);
+    copy_text(net->destination, net->address);
     return;
   }
   prv_query_address(fd.get(), SIOCGIFADDR, interface, net->address);

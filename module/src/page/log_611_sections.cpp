@@ -21,81 +21,47 @@ constexpr uint8_t kRatEdge = 3;
 constexpr uint8_t kNmoUnknown = 255;
 constexpr size_t kStaticInfoLine = 149;  // one line of the static information file and its NUL
 
-// A reject cause of the snapshot and where the rejecting network's MCC and MNC stand.
-struct Reject {
-  uint8_t cause;
-  uint16_t mcc;
-  uint16_t mnc;
-};
-
 enum RejectIndex : size_t { kCs, kPs, kSm, kEmm, kEsm };
-
-Reject prv_reject(const atcmd_snapshot& snapshot, RejectIndex index) {
-  return {snapshot.reject_bytes[index + 1], snapshot.reject_words[2 * index],
-          snapshot.reject_words[2 * index + 1]};
-}
 
 void prv_modem(TextWriter& page, const PageInput& input) {
   const atcmd_snapshot& s = *input.snapshot;
-  const char* sim_status = name_of(names::kSimStatus, s.sim_status);
-  const char* wan_type = name_of(names::kWanType, s.wan_type);
-  if (input.view == View::kFull) {
-    page.add(
-        "2  ******** MODEM ********\n"
-        "2.1  Firmware Version:  %s \n"
-        "2.2  Library Version:   %s \n"
-        "2.3  SIM ICCID:  %s \n"
-        "2.4  Carrier ID:  %d \n"
-        "2.5  SIM status:  %s (%d) \n"
-        "2.6  WAN type:  %s (%d) \n"
-        "2.7  IMEI:  %s \n",
-        s.fw_ver, s.lib_ver, input.iccid, s.carrier_config, sim_status, s.sim_status, wan_type, s.wan_type,
-        s.imei);
-  } else {
-    page.add(
-        "2  ******** MODEM ********\n"
-        "2.1  Firmware Version:  %s \n"
-        "2.2  Library Version:   %s \n"
-        "2.3  Carrier ID:  %d \n"
-        "2.4  SIM status:  %s (%d) \n"
-        "2.5  WAN type:  %s (%d) \n",
-        s.fw_ver, s.lib_ver, s.carrier_config, sim_status, s.sim_status, wan_type, s.wan_type);
-  }
+  const bool full = input.view == View::kFull;
+  page.add(
+      "2  ******** MODEM ********\n"
+      "2.1  Firmware Version:  %s \n"
+      "2.2  Library Version:   %s \n",
+      s.fw_ver, s.lib_ver);
+  int item = 3;
+  if (full) page.add("2.%d  SIM ICCID:  %s \n", item++, input.iccid);
+  page.add("2.%d  Carrier ID:  %d \n", item++, s.carrier_config);
+  page.add("2.%d  SIM status:  %s (%d) \n", item++, name_of(names::kSimStatus, s.sim_status), s.sim_status);
+  page.add("2.%d  WAN type:  %s (%d) \n", item++, name_of(names::kWanType, s.wan_type), s.wan_type);
+  if (full) page.add("2.%d  IMEI:  %s \n", item, s.imei);
+}
+
+// A value and its name.
+void prv_named(TextWriter& page, const char* item, const names::Table& table, uint32_t value) {
+  page.add("%s: %s (%d) \n", item, name_of(table, value), value);
 }
 
 void prv_registration(TextWriter& page, const PageInput& input) {
   const atcmd_snapshot& s = *input.snapshot;
-  page.add(
-      "3  ******** STATUS ******** \n"
-      "3.1 CS Reg Status: %s (%d) \n"
-      "3.2 PS Reg Status: %s (%d) \n",
-      name_of(names::kRegistrationStatus, s.cs_reg_status), s.cs_reg_status,
-      name_of(names::kRegistrationStatus, s.ps_reg_status), s.ps_reg_status);
+  page.add("3  ******** STATUS ******** \n");
+  prv_named(page, "3.1 CS Reg Status", names::kRegistrationStatus, s.cs_reg_status);
+  prv_named(page, "3.2 PS Reg Status", names::kRegistrationStatus, s.ps_reg_status);
 }
 
 void prv_network_full(TextWriter& page, const atcmd_snapshot& s, int nmo) {
-  const char* mode = name_of(names::kSelectionMode, s.snapshot_mode);
-  const char* rat = name_of(names::kRat, s.rat);
+  page.add(
+      "4  ******** NETWORK ******** \n"
+      "4.1 Mode: %s \n"
+      "4.2 MCC-MNC: %s-%s \n",
+      name_of(names::kSelectionMode, s.snapshot_mode), s.mcc, s.mnc);
+  prv_named(page, "4.3 RAT", names::kRat, s.rat);
+  page.add("4.4 Band: %s ", s.band_text);
   // The band number comes with the registration reports of this hardware only.
-  if (s.wan_type == BRIO_WAN_TYPE_OSPREY) {
-    page.add(
-        "4  ******** NETWORK ******** \n"
-        "4.1 Mode: %s \n"
-        "4.2 MCC-MNC: %s-%s \n"
-        "4.3 RAT: %s (%d) \n"
-        "4.4 Band: %s (%d) \n"
-        "4.5 Cell ID: 0x%X \n",
-        mode, s.mcc, s.mnc, rat, s.rat, s.band_text, static_cast<int>(s.band), s.cell_id);
-  } else {
-    page.add(
-        "4  ******** NETWORK ******** \n"
-        "4.1 Mode: %s \n"
-        "4.2 MCC-MNC: %s-%s \n"
-        "4.3 RAT: %s (%d) \n"
-        "4.4 Band: %s \n"
-        "4.5 Cell ID: 0x%X \n",
-        mode, s.mcc, s.mnc, rat, s.rat, s.band_text, s.cell_id);
-  }
+  if (s.wan_type == BRIO_WAN_TYPE_OSPREY) page.add("(%d) ", static_cast<int>(s.band));
+  page.add("\n4.5 Cell ID: 0x%X \n", s.cell_id);
   if (s.rat == kRatLte) {
     page.add("4.5 TAC: %d \n", s.tac);
   } else {
@@ -105,7 +71,7 @@ void prv_network_full(TextWriter& page, const atcmd_snapshot& s, int nmo) {
 
 void prv_network_masked(TextWriter& page, const atcmd_snapshot& s, int nmo) {
   char band[sizeof(s.band_text)];
-  copy_text(band, sizeof(band), s.band_text);
+  copy_text(band, s.band_text);
   mask_band(band);
   page.add(
       "4  ******** NETWORK ******** \n"
@@ -171,10 +137,11 @@ void prv_ecio(TextWriter& page, int32_t raw) {
 
 void prv_rf_status(TextWriter& page, const PageInput& input) {
   const atcmd_snapshot& s = *input.snapshot;
+  page.add("5  ******** RF STATUS ********\n");
   if (input.view == View::kFull) {
-    page.add("5  ******** RF STATUS ********\n5.1 RAT: %s (%d) \n", name_of(names::kRat, s.rat), s.rat);
+    prv_named(page, "5.1 RAT", names::kRat, s.rat);
   } else {
-    page.add("5  ******** RF STATUS ********\n5.1 %d \n", s.rat);
+    page.add("5.1 %d \n", s.rat);
   }
   switch (s.rat) {
     case kRatGsm:
@@ -202,66 +169,43 @@ void prv_rf_status(TextWriter& page, const PageInput& input) {
   page.add("5.4 SAR Pwr backoff: %s\n", name_of(names::kSarMode, static_cast<uint32_t>(input.sar_mode)));
 }
 
+// A reject cause, then the network that it came from as "<number> <name>: <MCC>-<MNC>", masked "<number>
+// <MCC><MNC>".
+void prv_reject(TextWriter& page, const PageInput& input, RejectIndex index, const names::Table& causes,
+                const char* cause_item, const char* number, const char* name) {
+  const atcmd_snapshot& s = *input.snapshot;
+  prv_named(page, cause_item, causes, s.reject_bytes[index + 1]);
+  const uint16_t mcc = s.reject_words[2 * index];
+  const uint16_t mnc = s.reject_words[2 * index + 1];
+  if (input.view == View::kFull) {
+    page.add("%s %s: %d-%d \n", number, name, mcc, mnc);
+  } else {
+    page.add("%s %d%d \n", number, mcc, mnc);
+  }
+}
+
+constexpr char kStatusHeading[] = "6  ******** CS/PS Status ********\n";
+
 void prv_status_lte(TextWriter& page, const PageInput& input) {
   const atcmd_snapshot& s = *input.snapshot;
-  const Reject emm = prv_reject(s, kEmm);
-  const Reject esm = prv_reject(s, kEsm);
-  const char* format = input.view == View::kFull ? "6  ******** CS/PS Status ********\n"
-                                                   "6.1 EMM State: %s (%d) \n"
-                                                   "6.2 EMM Substate: %s (%d)\n"
-                                                   "6.3 EMM Rej Cause: %s (%d) \n"
-                                                   "6.4 EMM Rej PLMN: %d-%d \n"
-                                                   "6.5 ESM Rej Cause: %s (%d) \n"
-                                                   "6.6 ESM Rej PLMN: %d-%d \n"
-                                                 : "6  ******** CS/PS Status ********\n"
-                                                   "6.1 EMM State: %s (%d) \n"
-                                                   "6.2 EMM Substate: %s (%d)\n"
-                                                   "6.3 EMM Rej Cause: %s (%d) \n"
-                                                   "6.4 %d%d \n"
-                                                   "6.5 ESM Rej Cause: %s (%d) \n"
-                                                   "6.6 %d%d \n";
-  page.add(format, name_of(names::kEmmState, s.emm_state), s.emm_state,
-           name_of(names::kEmmSubstate, s.emm_substate), s.emm_substate,
-           name_of(names::kEmmRejectCause, emm.cause), emm.cause, emm.mcc, emm.mnc,
-           name_of(names::kEsmRejectCause, esm.cause), esm.cause, esm.mcc, esm.mnc);
+  page.add(kStatusHeading);
+  prv_named(page, "6.1 EMM State", names::kEmmState, s.emm_state);
+  page.add("6.2 EMM Substate: %s (%d)\n", name_of(names::kEmmSubstate, s.emm_substate), s.emm_substate);
+  prv_reject(page, input, kEmm, names::kEmmRejectCause, "6.3 EMM Rej Cause", "6.4", "EMM Rej PLMN");
+  prv_reject(page, input, kEsm, names::kEsmRejectCause, "6.5 ESM Rej Cause", "6.6", "ESM Rej PLMN");
 }
 
 void prv_status_gsm_wcdma(TextWriter& page, const PageInput& input) {
   const atcmd_snapshot& s = *input.snapshot;
-  const Reject cs = prv_reject(s, kCs);
-  const Reject ps = prv_reject(s, kPs);
-  const Reject sm = prv_reject(s, kSm);
-  const char* format = input.view == View::kFull ? "6  ******** CS/PS Status ********\n"
-                                                   "6.1 MM State: %s (%d) \n"
-                                                   "6.2 MM Substate: %s (%d) \n"
-                                                   "6.3 GMM State: %s (%d) \n"
-                                                   "6.4 GMM Substate: %s (%d) \n"
-                                                   "6.5 CS Rej Cause: %s (%d) \n"
-                                                   "6.6 CS Rej PLMN: %d-%d \n"
-                                                   "6.7 PS Rej Cause: %s (%d) \n"
-                                                   "6.8 PS Rej PLMN: %d-%d \n"
-                                                   "6.9 SM Rej Cause: %s (%d) \n"
-                                                   "6.8 SM Rej PLMN: %d-%d \n"
-                                                   "6.10 PDP State: %s (%d) \n"
-                                                 : "6  ******** CS/PS Status ********\n"
-                                                   "6.1 MM State: %s (%d) \n"
-                                                   "6.2 MM Substate: %s (%d) \n"
-                                                   "6.3 GMM State: %s (%d) \n"
-                                                   "6.4 GMM Substate: %s (%d) \n"
-                                                   "6.5 CS Rej Cause: %s (%d) \n"
-                                                   "6.6 %d%d \n"
-                                                   "6.7 PS Rej Cause: %s (%d) \n"
-                                                   "6.8 %d%d \n"
-                                                   "6.9 SM Rej Cause: %s (%d) \n"
-                                                   "6.8 %d%d \n"
-                                                   "6.10 PDP State: %s (%d) \n";
-  page.add(format, name_of(names::kMmState, s.mm_state), s.mm_state,
-           name_of(names::kMmSubstate, s.mm_substate), s.mm_substate, name_of(names::kGmmState, s.gmm_state),
-           s.gmm_state, name_of(names::kGmmSubstate, s.gmm_substate), s.gmm_substate,
-           name_of(names::kMmRejectCause, cs.cause), cs.cause, cs.mcc, cs.mnc,
-           name_of(names::kMmRejectCause, ps.cause), ps.cause, ps.mcc, ps.mnc,
-           name_of(names::kSmRejectCause, sm.cause), sm.cause, sm.mcc, sm.mnc,
-           name_of(names::kPdpState, s.pdp_state), s.pdp_state);
+  page.add(kStatusHeading);
+  prv_named(page, "6.1 MM State", names::kMmState, s.mm_state);
+  prv_named(page, "6.2 MM Substate", names::kMmSubstate, s.mm_substate);
+  prv_named(page, "6.3 GMM State", names::kGmmState, s.gmm_state);
+  prv_named(page, "6.4 GMM Substate", names::kGmmSubstate, s.gmm_substate);
+  prv_reject(page, input, kCs, names::kMmRejectCause, "6.5 CS Rej Cause", "6.6", "CS Rej PLMN");
+  prv_reject(page, input, kPs, names::kMmRejectCause, "6.7 PS Rej Cause", "6.8", "PS Rej PLMN");
+  prv_reject(page, input, kSm, names::kSmRejectCause, "6.9 SM Rej Cause", "6.8", "SM Rej PLMN");
+  prv_named(page, "6.10 PDP State", names::kPdpState, s.pdp_state);
 }
 
 // %d prints 32 bits: a rate beyond them shows the largest one.

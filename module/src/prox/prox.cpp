@@ -285,11 +285,6 @@ void prv_run_monitor(int socket) {
 
 // ---- Host thread
 
-void prv_disable_sensor() {
-  prv_write_control(kDisable);
-}
-
-// The same, and a line when it fails.
 bool prv_switch_off() {
   uint32_t status = prv_write_control(kDisable);
   if (status == kOk) return true;
@@ -313,14 +308,14 @@ uint32_t prox_open() {
   uint32_t status = prv_write_control(kEnableFast);
   if (status != kOk) {
     MODULE_E("proxlib:reg_write:status=%d:failed to enable prox", status);
-    prv_disable_sensor();
+    prv_write_control(kDisable);
     return 3;
   }
   MODULE_I("proxlib:prox init::prox sensor is enabled with scan cycle 0x%x", kEnableFast);
 
   if (!s_thread.open_sockets()) {
     MODULE_E("proxlib:socketpair:errno=%d:can't create socket pair", errno);
-    prv_disable_sensor();
+    prv_write_control(kDisable);
     return 5;
   }
 
@@ -332,7 +327,7 @@ uint32_t prox_open() {
   if (error != 0) {
     MODULE_E("proxlib:pthread:status=%d:can't create thread", error);
     s_thread.close_sockets();
-    prv_disable_sensor();
+    prv_write_control(kDisable);
     return 3;
   }
   MODULE_D(WABS_LOG_VALUE, "proxlib:opened");
