@@ -14,11 +14,6 @@ constexpr int32_t kOk = 0;
 constexpr int32_t kFailed = -1;
 constexpr uint32_t kHexInvalid = 255;
 
-// The removers take lengths modulo 65,536: a longer text is cut to the rest.
-uint16_t prv_short_length(const char* text) {
-  return static_cast<uint16_t>(strlen(text));
-}
-
 char* at_tok_nexttok(char** cursor) {
   skip_white_space(cursor);
   if (*cursor == nullptr) return nullptr;
@@ -56,19 +51,13 @@ int32_t prv_next_number(char** cursor, int base, int32_t (*saturate)(long long),
 template <typename Predicate>
 void prv_remove(char* text, Predicate unwanted) {
   if (text == nullptr) return;
-  uint16_t length = prv_short_length(text);
+  // Modulo 65,536, which is meant: a longer text is cut to the rest.
+  const uint16_t length = static_cast<uint16_t>(strlen(text));
   size_t kept = 0;
   for (size_t i = 0; i < length; i++) {
     if (!unwanted(text[i])) text[kept++] = text[i];
   }
   text[kept] = '\0';
-}
-
-unsigned prv_nibble(char c) {
-  if (is_digit(c)) return static_cast<unsigned>(c - '0');
-  if (c >= 'a' && c <= 'f') return static_cast<unsigned>(c - 'a' + 10);
-  if (c >= 'A' && c <= 'F') return static_cast<unsigned>(c - 'A' + 10);
-  return kHexInvalid;
 }
 
 }  // namespace
@@ -155,7 +144,7 @@ uint8_t* hex_string_to_bytes(const char* text) {
   uint8_t* bytes = static_cast<uint8_t*>(malloc(count + 1));
   if (bytes == nullptr) return nullptr;
   for (size_t i = 0; i < count; i++) {
-    bytes[i] = static_cast<uint8_t>(prv_nibble(text[2 * i]) << 4 | prv_nibble(text[2 * i + 1]));
+    bytes[i] = static_cast<uint8_t>(hex_digit(text[2 * i]) << 4 | hex_digit(text[2 * i + 1]));
   }
   bytes[count] = 0;
   return bytes;

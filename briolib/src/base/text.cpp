@@ -33,6 +33,13 @@ bool is_digit(char c) {
   return c >= '0' && c <= '9';
 }
 
+uint8_t hex_digit(char c) {
+  if (is_digit(c)) return static_cast<uint8_t>(c - '0');
+  if (c >= 'a' && c <= 'f') return static_cast<uint8_t>(c - 'a' + 10);
+  if (c >= 'A' && c <= 'F') return static_cast<uint8_t>(c - 'A' + 10);
+  return 255;
+}
+
 const char* skip_spaces(const char* text) {
   while (is_space(*text)) text++;
   return text;

@@ -24,6 +24,7 @@ uint32_t hexadecimal(const char* text);
 
 bool is_space(char c);  // C locale
 bool is_digit(char c);
+uint8_t hex_digit(char c);  // its value, 255 for another character
 
 // First character that is not white space.
 char* skip_spaces(char* text);

@@ -43,10 +43,6 @@ std::optional<uint16_t> parse_carrier_id(const char* line) {
   return static_cast<uint16_t>(decimal(payload));
 }
 
-bool parse_model(const char* line, char model[kModelSize]) {
-  return answer_text(line, model, kModelSize);
-}
-
 uint8_t wan_type_of_model(const char* model) {
   for (const ModelRow& row : kModels) {
     if (strcmp(model, row.model) == 0) return row.wan_type;

@@ -14,12 +14,8 @@ namespace brio::parse {
 // Field 1: carrier ID, of which 16 bits are kept; 0 where it is no number. None for a line without ":".
 std::optional<uint16_t> parse_carrier_id(const char* line);
 
+// A modem's model (answer_text) that is kept, with its NUL.
 inline constexpr size_t kModelSize = 13;
-
-// +CGMM: L816-GL    or quoted, or without the result name
-//        1
-// Field 1: model, at most 12 characters. False for a null line.
-bool parse_model(const char* line, char model[kModelSize]);
 
 // WAN type of a modem model, 0 for one that is not known.
 uint8_t wan_type_of_model(const char* model);

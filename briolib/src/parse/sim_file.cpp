@@ -26,14 +26,6 @@ constexpr FileRow kFiles[] = {
     {"12258", SimFile::kIccid},
 };
 
-// Not a hexadecimal digit: 255, which has every bit set.
-uint8_t prv_hex_digit(char c) {
-  if (c >= '0' && c <= '9') return static_cast<uint8_t>(c - '0');
-  if (c >= 'A' && c <= 'F') return static_cast<uint8_t>(c - 'A' + 10);
-  if (c >= 'a' && c <= 'f') return static_cast<uint8_t>(c - 'a' + 10);
-  return 255;
-}
-
 bool prv_accepted(const char* sw1, const char* sw2) {
   if (strncmp(sw1, "144", 3) == 0 || strncmp(sw1, "145", 3) == 0) return true;
   return strncmp(sw1, "146", 3) == 0 && strncmp(sw2, "64", 2) == 0;
@@ -98,8 +90,9 @@ bool next_plmn(const char** cursor, bool with_access_technology, plmn_entry* ent
   entry->mnc[1] = c[4];
   if (c[2] != 'F') entry->mnc[2] = c[2];
   if (with_access_technology) {
-    uint8_t x = prv_hex_digit(c[6]);
-    uint8_t y = prv_hex_digit(c[8]);
+    // 255 for no digit: every bit is set.
+    uint8_t x = hex_digit(c[6]);
+    uint8_t y = hex_digit(c[8]);
     unsigned bits = ((x & 4u) != 0 ? 4u : 0u) | ((x & 8u) != 0 ? 2u : 0u) | ((y & 8u) != 0 ? 1u : 0u);
     entry->access_tech = static_cast<uint8_t>(bits != 0 ? bits : 255u);
   }

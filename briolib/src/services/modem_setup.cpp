@@ -62,7 +62,7 @@ uint32_t recv_func_prv_briolib_check_apn_setting(const ATResponse* response, voi
 }
 
 uint32_t recv_func_prv_briolib_get_model(const ATResponse* response, void* user_data, uint16_t) {
-  if (!parse::parse_model(parse::answer_line(response), static_cast<char*>(user_data))) {
+  if (!parse::answer_text(parse::answer_line(response), static_cast<char*>(user_data), parse::kModelSize)) {
     BLIB_E("recv_func_prv_briolib_get_model::response is invalid\n");
     return BRIO_STATUS_INVALID;
   }
