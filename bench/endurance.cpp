@@ -1,5 +1,5 @@
 // Rounds of a device's life: a simulated day of one host, then many threads at once. Exits 1 when an answer
-// is not what the modem knew or not its request's own, a request fails that nothing disturbed, an answer or a
+// is not what the modem knew or not its request's own, an undisturbed request fails, an answer or a
 // report is lost, or heap, descriptors or threads grow from one round to the next. Built with a sanitizer it
 // finds races and leaks.
 #include "endurance.h"
@@ -57,7 +57,7 @@ int main(int argc, char** argv) {
          long(g_tally.opens));
   printf("wrong      %ld\nleft over  %+ld bytes of heap, %+ld descriptors, %+ld threads\n",
          long(g_tally.wrong), heap, descriptors, threads);
-  // Only undisturbed requests must succeed: a library that is hardly ever open has shown nothing.
+  // Only undisturbed requests must succeed: a library that is hardly ever open proves nothing.
   const bool busy = g_tally.undisturbed >= requests * rounds && g_tally.troubles > rounds * 30;
   if (!busy) fprintf(stderr, "endurance: too little happened for a verdict\n");
   constexpr long kHeapSlack = 2 * 1024;

@@ -26,7 +26,7 @@ auto& one_of(T& all) {
   return all[below(static_cast<unsigned>(std::size(all)))];
 }
 
-// Relaxed, so that nothing but the library and the modem's wires puts threads into an order.
+// Relaxed, so that only the library and the modem's wires order threads.
 template <typename T>
 struct Relaxed {
   operator T() const { return value.load(std::memory_order_relaxed); }
@@ -48,10 +48,10 @@ inline void expect(bool right, const std::string& what) {
 
 struct Device {
   Device();
-  // Whether the reports that are said must be handled; waits until they were.
+  // Whether sent reports must be handled; waits until they were.
   void listen(bool on);
   void settle();
-  // Of trace files, which hold a piece of the modem's stream without a hole. Removes them.
+  // Trace files must hold a piece of the modem's stream without a gap. Removes them.
   long captured();
   void check_traces();
   void hold_scans();  // they are never answered, and last until they are released
@@ -65,17 +65,17 @@ struct Device {
   void observe(const modemsim::Traffic& traffic);
 
   bool scan_ = false;  // the last command is held; modem's thread
-  std::string line_;   // the report that is not whole yet; modem's thread
+  std::string line_;   // the report that is not complete yet; modem's thread
   Relaxed<bool> holds_scans_, listens_;
   Relaxed<long> said_;
 };
 
-// What the modem is in: some networks, all else differs as well; then a search, and one that denies it.
+// The modem's situations: some networks, with all else different as well; then a search, and a denial.
 constexpr unsigned kNetworks = 6, kSituations = 8;
 void situate(Modem& modem, unsigned situation);
 // Networks change by way of a search.
 unsigned next_situation(unsigned situation);
-// What changes nothing that anybody asks for, and lines that are none.
+// Events that change no answer, and lines that are none.
 void report_something(Modem& modem);
 
 enum Who { kAnyone, kCrowd, kHost, kAlone };  // kCrowd: for its status only; kAlone: by one thread only
@@ -92,7 +92,7 @@ struct Answer {
 };
 Answer call(const std::string& line);
 Answer call(const Operation& what);
-// What a freshly opened library on an undisturbed modem answers in each situation is what any other must.
+// Every answer must be that of a freshly opened library on an undisturbed modem in the same situation.
 void learn(Device& device);
 // Complains unless a success is what it must be, in any situation or in this one, and a failure a documented
 // one that something has `disturbed`.
@@ -106,7 +106,7 @@ struct Trouble {
 };
 extern const std::vector<Trouble> kTroubles;
 
-// A simulated day of one host; many threads at once, until so many requests were undisturbed.
+// A simulated day of one host; many threads at once, until that many requests were undisturbed.
 void day(Device& device);
 void crowd(Device& device, long requests, unsigned seed);
 

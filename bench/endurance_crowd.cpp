@@ -1,7 +1,7 @@
 // Everything at once, at random: four threads send requests while the host's thread polls, opens and closes
 // the module, scans, starts and stops the proximity monitor and the trace capture, and the world raises
 // reports, refuses, falls silent and pulls the modem out. A request that nothing disturbed must succeed, and
-// no answer be another's.
+// no answer may be another's.
 #include <chrono>
 #include <set>
 #include <thread>
@@ -82,7 +82,7 @@ class Crowd {
     if (what.who != kAnyone && what.who != kCrowd) return;
     // No gate holds this one back, and the echo of a modem that was just plugged in may take its answer away.
     if (what.line == kFile && device_.echoes) return pause(3000);
-    // A closed library answers at once: most of the time shall go to an open one.
+    // A closed library answers at once: most of the time is for an open one.
     const bool done = ask(what);
     if (!done || below(8) == 0) pause(done ? 500 : 3000);
   }
@@ -142,7 +142,7 @@ class Crowd {
   }
 
   void open() {
-    // What the modem still works on when the library closes answers whoever opens the port next.
+    // Answers to what the modem still works on when the library closes reach the port's next user.
     modem_.wait_open(Port::kQuery, false);
     modem_.wait_written();
     test_clock::keep_wait();
@@ -174,7 +174,7 @@ class Crowd {
     if (below(4) == 0) wabs_exit_611_logging();
   }
 
-  // A hand comes or goes, or the monitor starts anew.
+  // A hand comes or goes, or the monitor restarts.
   void monitor() {
     device_.root.sensor("prox_diff", below(2) == 0 ? 200 : 0);
     if (below(4) != 0) return;
@@ -186,7 +186,7 @@ class Crowd {
     const Causes before = causes_;
     brio_trace_tst_stop();
     device_.check_traces();
-    test_clock::set_wall(wall_++);  // each file has a name of its own
+    test_clock::set_wall(wall_++);  // each file gets its own name
     const uint32_t status = brio_trace_tst_log("/var/local/wan/debug/trace_filter.cfg", "/mnt/us/trace_log");
     expect("brio_trace_tst_log", status, undisturbed(before),
            {0, 1, 2, BRIO_STATUS_FATAL, BRIO_STATUS_FAILURE});

@@ -1,6 +1,6 @@
 // A simulated day on a clock that only moves when it is told to: the host polls, pages are looked at,
 // networks searched, the device sleeps, the modem reports, and every few minutes something is wrong. Every
-// answer is held against that of a freshly opened library.
+// answer is compared with that of a freshly opened library.
 #include <signal.h>
 #include <sys/resource.h>
 
@@ -44,7 +44,7 @@ class Day {
   }
 
  private:
-  // Each by its number a day, in the mean.
+  // Average number of each a day.
   void happen() {
     static constexpr struct {
       unsigned per_day;
@@ -104,7 +104,7 @@ class Day {
     trouble.make(fault);
     modem_.fault(fault);
     if (below(3) == 0) modem_.chunk(1 + below(7));
-    // What is left of an answer behind rubbish never completes: the request need not wait for that.
+    // The rest of an answer after junk never completes: the request need not wait for it.
     log_capture::on_line("process_line:ERROR:cleaning up!", test_clock::expire_wait);
   }
   void end() {
@@ -114,7 +114,7 @@ class Day {
     log_capture::on_line("", nullptr);
   }
 
-  // Noise on the query port while nobody waits: afterwards the library has thrown away all that was there.
+  // Noise on the query port while no request waits: afterwards the library has discarded all of it.
   void throw_away() {
     Relaxed<bool> read;
     log_capture::on_line(kNoise, [&] { log_capture::clear(), read = true; });
@@ -152,7 +152,7 @@ class Day {
     open();
   }
 
-  // A modem that has gone: requests fail, and opening anew mends that.
+  // A modem that is gone: requests fail until the library is reopened.
   void recover() {
     g_tally.unplugged += 1;
     device_.listen(false);
@@ -175,7 +175,7 @@ class Day {
     ask(kOperations[0]);               // so the library learns where it is
     call("wabs_get_current_network");  // for a scan to mark
   }
-  // From a search, wherever the modem has registered by itself.
+  // From a search to wherever the modem registers by itself.
   void move_anew() {
     situate(modem_, situation_ = kNetworks);
     move();
@@ -234,7 +234,7 @@ class Day {
     modem_.with_state([](State& state) { state.card_status = 3; });
     open();
   }
-  // The opening may fail; the next one is whole.
+  // The opening may fail; the next one succeeds.
   void hard_open() {
     close();
     begin(one_of(kTroubles), below(25));
@@ -245,7 +245,7 @@ class Day {
     close();
     plug();
   }
-  // What is written to files fails.
+  // Writing to files fails.
   void full_disk() {
     ::signal(SIGXFSZ, SIG_IGN);
     rlimit limit;
@@ -256,7 +256,7 @@ class Day {
     question();
     setrlimit(RLIMIT_FSIZE, &limit);
   }
-  // In pieces of a few bytes, and torn by an answer.
+  // In pieces of a few bytes, and interrupted by an answer.
   void torn_report() {
     modem_.chunk(1 + below(5));
     for (int i = 0; i < 4; i++) report();

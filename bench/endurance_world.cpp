@@ -1,4 +1,4 @@
-// The device, what happens to it, what the host asks and what the answers must be.
+// The device, its events, the host's questions and the answers that they must get.
 #include <regex.h>
 
 #include <algorithm>
@@ -242,7 +242,7 @@ void Device::observe(const modemsim::Traffic& traffic) {
     scan_ = holds_scans_ && traffic.bytes == "AT+COPS=?";
     (scan_ ? scans_asked : asked) += 1;
   }
-  // Nobody waits for what never comes, but for a scan that is held.
+  // Only a held scan is waited for.
   if (!traffic.to_modem && traffic.port == Port::kQuery && traffic.bytes.empty() && !scan_)
     test_clock::expire_wait();
   if (traffic.port != Port::kUrc) return;
@@ -261,7 +261,7 @@ void Device::listen(bool on) {
   said_ = long(s_handled);
 }
 
-// With the patience that a busy machine and a sanitizer need.
+// Patient enough for a busy machine and a sanitizer.
 void Device::settle() {
   for (int i = 0; i < 6; i++) {
     modem.wait_written();

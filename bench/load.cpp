@@ -1,5 +1,5 @@
 // Answers and reports at the same time, as a busy modem sends them: every answer must be its own request's,
-// every report must be handled, and heap and descriptors must be afterwards what they were before.
+// every report must be handled, and heap and descriptors must not grow.
 //
 //   load [requests] [reports] [reports of the second, heap-only round] [seed]
 #include <stdlib.h>
@@ -83,7 +83,7 @@ std::string random_report(std::mt19937& random) {
   }
 }
 
-// Reports with at most ten on their way, so that none meets a full queue.
+// At most ten reports are on their way, so that none meets a full queue.
 bool send_reports(bench::PtyPort& port, long count, unsigned seed) {
   std::mt19937 random(seed);
   long start = s_reports_handled;

@@ -1,4 +1,4 @@
-// A pseudo terminal that stands for one of the modem's ports below a temporary root directory.
+// A pseudo terminal in the place of one of the modem's ports below a temporary root directory.
 #ifndef BENCH_PTY_PORT_H
 #define BENCH_PTY_PORT_H
 

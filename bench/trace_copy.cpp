@@ -1,5 +1,5 @@
 // CPU seconds of the trace capture against a bare select/read/write loop of the same block size over the same
-// stream through a pty, and the time that stopping takes in full stream. Exits 1 when the stream does not
+// stream through a pty, and how long stopping takes in full stream. Exits 1 when the stream does not
 // arrive bit for bit, the capture costs more than 1.3 times the bare loop, or stopping takes 100 ms.
 //
 //   trace_copy [MiB [rounds]]        (64 MiB, 1 round; files go below TMPDIR)
@@ -79,7 +79,7 @@ struct Usage {
   }
 };
 
-// The modem: a process of its own, so that its CPU does not count, behind the link dev/ttyACM1.
+// The modem: its own process, so that its CPU time does not count, on the link dev/ttyACM1.
 class Modem {
  public:
   Modem(const fs::path& root, uint64_t bytes) {
@@ -122,7 +122,7 @@ class Modem {
       }
       if (bytes != kEndless) bytes -= size;
     }
-    for (;;) pause();  // closing would throw away what was not read yet
+    for (;;) pause();  // closing would discard what was not read yet
   }
 
   pid_t child_;

@@ -8,7 +8,7 @@
 
 namespace bench {
 
-// Whether `bytes` stand in the stream as they are, without a hole.
+// Whether `bytes` are a piece of the stream without a gap.
 inline bool piece_of_trace(const std::string& bytes) {
   constexpr size_t kPeriod = 65521;  // the stream repeats itself
   static const std::string stream = [] {

@@ -1,5 +1,5 @@
 // Lines from a port in pieces of any sizes. Input: "TYPE PREFIX SIZE...", of the command and the pieces, and
-// behind the first line what the port gives, in which 0x1F and a byte n repeat the character before 16 * n
+// after the first line the port's bytes, in which 0x1F and a byte n repeat the character before 16 * n
 // times. PREFIX "-" is none.
 #include <fcntl.h>
 #include <unistd.h>
@@ -16,7 +16,7 @@ namespace fuzz {
 constexpr size_t kStreamMax = 8192;  // the pipe takes that at once
 constexpr size_t kPiecesMax = 48;    // what is left then comes in one piece
 
-// The complete lines of a stream that arrives in pieces of the sizes in turn, each with a "\n" behind it.
+// The complete lines of a stream that arrives in pieces of these sizes in turn, each followed by "\n".
 std::string read_in_pieces(Bytes stream, const std::vector<size_t>& sizes) {
   static int ends[2];  // of a pipe, empty between two calls
   static const bool opened = pipe2(ends, O_CLOEXEC) == 0;
@@ -80,7 +80,7 @@ void run(Bytes input) {
   std::vector<size_t> sizes;
   for (size_t size; head >> size && sizes.size() < 8;) sizes.push_back(1 + size % kStreamMax);
   if (sizes.empty()) sizes = {1};
-  // Whatever came before, the answer behind it is a line of its own.
+  // Whatever came before, the answer after it is a line of its own.
   std::string stream = expand(input) + "\r\nOK\r\n";
   const std::string lines = read_in_pieces(stream, sizes);
   require(("\n" + lines).rfind("\nOK\n") == lines.size() - 3);

@@ -1,4 +1,4 @@
-// What each function that hosts call may answer, whatever a modem said and whatever failed below
+// What each function that hosts call may answer, whatever the modem said and whatever failed below
 // (abi/operations.def).
 #ifndef FUZZ_FUNCTIONS_H
 #define FUZZ_FUNCTIONS_H
@@ -45,7 +45,7 @@ inline bool matches(const char* pattern, const std::string& line) {
   return regexec(&found->second, line.c_str(), 0, nullptr, 0) == 0;
 }
 
-// A function that is called with these words and whose answer must be one that it may give.
+// Calls a function with these words and requires a documented answer.
 inline std::string checked(const Function& function, const lab::Call& call, Arguments& words) {
   const auto all = Arguments(words).words();
   for (const auto& word : all)

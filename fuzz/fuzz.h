@@ -16,14 +16,14 @@ namespace fuzz {
 
 using Bytes = std::string_view;
 
-// A writable copy of a text up to its first NUL, in a heap block that ends with its NUL.
+// A writable copy of a text up to its first NUL, in a heap block that ends there.
 struct Text : ExactText {
   explicit Text(Bytes bytes)
       : ExactText(std::string(bytes.substr(0, bytes.find('\0')))), length(strlen(get())) {}
   size_t length;
 };
 
-// Takes what comes up to `end`, which is dropped, or all there is.
+// Takes the text up to `end`, which is dropped, or all of it.
 inline Bytes take(Bytes& left, char end) {
   const Bytes piece = left.substr(0, left.find(end));
   left.remove_prefix(std::min(piece.size() + 1, left.size()));

@@ -55,7 +55,7 @@ void watch_events() {
   for (uint32_t id = 0; id < BRIO_EVENT_COUNT; id++) brio_set_callback_for_event_id(id, check_event);
 }
 
-// Also that nobody holds a data mutex.
+// Also that no data mutex is held.
 void check_record() {
   require(briolib_lock_urc_data_mutex() == 0);
   const brio_atcmd_data& d = g_brio_lib_atcmd_data;
@@ -154,7 +154,7 @@ void __wrap_pktio_set_shutdown_callback(void (*callback)(void*), void* data) {
 
 // ---- An input
 
-// Commands that can be repeated at will: nothing waits for long, and nothing leaves the root.
+// Commands that can be repeated freely: none waits long, none leaves the root.
 constexpr char kCommands[] =
     "(report|sim|sim_file|operators|answer|silent|fault|no_faults|urc|raw|unplug|plug|open|join|line|page|"
     "nipc"
@@ -192,7 +192,7 @@ void run_command(Session& session, std::string line, Files& files) {
   if (s_modem != nullptr) handle_reports();
 }
 
-// Nothing differs from what the session wrote but what the library writes.
+// Only files that the library writes differ from what the session wrote.
 void check_files(const Session& session, const Files& files) {
   for (const auto& entry : std::filesystem::recursive_directory_iterator(session.root.dir())) {
     if (!entry.is_regular_file() || entry.is_symlink()) continue;
@@ -203,7 +203,7 @@ void check_files(const Session& session, const Files& files) {
   }
 }
 
-// Whatever the input before left behind, the module opens on a healthy modem and answers.
+// Whatever the previous input left, the module opens on a healthy modem and answers.
 void open_healthy() {
   uint32_t bars = 0;
   require(wabs_open() == 0 && wabs_get_bars(&bars) == 0 && bars == 4 && wabs_close() == 0);

@@ -1,4 +1,4 @@
-// What no modem's text reaches in full: the page of any snapshot, the static information of any lists, the
+// What modem text does not reach in full: the page of any snapshot, the static information of any lists, the
 // shell's word of any path, and functions that take texts. The input's first line is a name, the rest what it
 // gets.
 #include <sys/mman.h>
@@ -19,7 +19,7 @@ namespace fuzz {
 using namespace brio::page;
 
 // The 611 page of any snapshot into a buffer of any size: view, size, snapshot and network values as
-// they lie in memory, then the static information text
+// they are in memory, then the static information text
 
 struct Page {
   uint8_t view;
@@ -63,7 +63,7 @@ void fuzz_static_info(Bytes data) {
   sim_info_data info = {};
   plmn = {};
   memcpy(&plmn, data.data(), std::min(data.size(), sizeof(plmn)));
-  // The counts stand behind long lists, the texts behind them: let short inputs reach all of them.
+  // The counts follow long lists, and the texts follow the counts: let short inputs reach all of them.
   uint16_t* const counts[] = {&plmn.uplmn_count, &plmn.oplmn_count, &plmn.fplmn_count, &plmn.hplmn_count,
                               &plmn.ehplmn_count};
   for (size_t i = 0; i < std::size(counts) && 2 * i + 2 <= data.size(); i++)
@@ -75,7 +75,7 @@ void fuzz_static_info(Bytes data) {
   require(memchr(text.get(), '\0', sizeof(Text)) != nullptr);
 }
 
-// The path's quotes are the only way out of the shell's word.
+// Only the path's quotes could end the shell's word.
 void fuzz_remove_command(Text line) {
   std::vector<char> command(line.length + 16);
   if (!brio::parse::build_remove_command(line.get(), "/var/local/wan/info", command.data(), command.size()))
@@ -85,7 +85,7 @@ void fuzz_remove_command(Text line) {
   require(std::count(word.begin(), word.end(), '\'') == 2 && word.back() == '\'');
 }
 
-// Functions of sessions whose texts stand in blocks of their own: their words are the rest of the input.
+// Functions of sessions that keep each text in its own block: their words are the rest of the input.
 constexpr Bytes kWords =
     " at_tok process_line base64_encode base64_decode mark_current_network md5 is_string_digit"
     " is_hex_string_valid briolib_obfuscate_alphabet briolib_obfuscate_numeral ";

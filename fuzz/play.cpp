@@ -1,4 +1,4 @@
-// Plays inputs where there is no engine: those of a file, between lines of "----".
+// Plays inputs without an engine: those of a file, between lines of "----".
 #include <fstream>
 #include <iostream>
 #include <string>

@@ -1,4 +1,4 @@
-// An oracle: what does not hold ends the program, with its place.
+// An oracle: a false condition ends the program and names its place.
 #ifndef FUZZ_REQUIRE_H
 #define FUZZ_REQUIRE_H
 

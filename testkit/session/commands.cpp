@@ -49,7 +49,7 @@ void report_event(Session& s, Arguments& a) {
   NipcStandinFreeEvent(event);
 }
 
-// hold LINE: until `release` whoever raises an event stays in it; the report is to raise the first.
+// hold LINE: until `release` a thread that raises an event stays in it; this report raises the first.
 void hold(Session& s, Arguments& a) {
   s.holding = true;
   hold_events(true);
@@ -185,7 +185,7 @@ void shell(Session& s, Arguments& a) {
 
 // ---- Descriptors
 
-// As another process would lock it, not even alone, until `unlock`.
+// Locked until `unlock` as by another process, with a shared lock.
 int s_lock = -1;
 
 void lock(Session& s, Arguments& a) {
@@ -193,7 +193,7 @@ void lock(Session& s, Arguments& a) {
   s.emit(flock(s_lock, LOCK_SH | LOCK_NB) == 0 ? "locked" : "somebody else has it");
 }
 
-// Takes all below NUMBER; 0 gives them back.
+// Takes all below NUMBER; 0 frees them.
 void occupy(Session&, Arguments& a) {
   static std::vector<int> s_taken;
   for (const int fd : s_taken) close(fd);

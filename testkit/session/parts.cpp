@@ -198,7 +198,7 @@ std::string allocate(Arguments& a) {
   return before;
 }
 
-// KIND null|empty: a packet as the read thread hands it on; empty: an answer without a text.
+// KIND null|empty: a packet as the read thread passes it on; empty: an answer without a text.
 std::string handle_packet(Arguments& a) {
   const auto kind = static_cast<uint32_t>(a.number());
   ATResponse empty = {1, nullptr, nullptr};
@@ -215,7 +215,7 @@ std::string mark(Arguments& a) {
 
 // ---- Encodings
 
-// CODE TEXT CAPACITY [SIZE]: what it gives and the bytes that it wrote.
+// CODE TEXT CAPACITY [SIZE]: its result and the bytes that it wrote.
 template <int32_t (*code)(const void*, void*, int32_t, int32_t)>
 std::string base64(Arguments& a) {
   const bool null = a.take_null();

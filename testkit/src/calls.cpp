@@ -32,7 +32,7 @@ std::atomic<void (*)()> s_hook;
 // One call's plan and counts. Changed while no call of the kind is under way, but for the counts.
 struct Plan {
   explicit Plan(const char* its_name) : name(its_name), next(s_first) { s_first = this; }
-  // Counts the call. Whether it shall fail, with errno set.
+  // Counts the call. True, with errno set, when it is to fail.
   bool fails() {
     calls++;
     const long at = since++;

@@ -18,8 +18,8 @@
 
 namespace {
 
-// The time is read without a lock, which would put the threads that read it into an order that they do not
-// have.
+// The time is read without a lock, which would order the threads that read it where the library does
+// not.
 std::atomic<int64_t> s_offset_ns{0};
 std::atomic<int64_t> s_stopped_at{0};  // 0: the clock runs
 std::atomic<bool> s_expiring{false};
@@ -34,7 +34,7 @@ bool s_select_exception = false;
 std::atomic<double> s_scale{1.0};
 std::atomic<double> s_select_scale{-1.0};  // below 0: s_scale
 constexpr double kPatience = 60;
-std::atomic<double> s_least{kPatience};  // seconds that a wait with a deadline lasts, whatever it was meant
+std::atomic<double> s_least{kPatience};  // seconds that a wait with a deadline lasts at least
 std::atomic<double> s_cap{1e9};
 std::atomic<bool> s_fail_monotonic{false};
 std::atomic<bool> s_manual_select{false};
@@ -190,7 +190,7 @@ int clock_wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, const ti
   const double patient = std::max(static_cast<double>(t_wait.left) * s_scale, s_least * kSecond);
   const double real_wait = std::min(patient, s_cap * kSecond);
   const int64_t end = t_wait.start + static_cast<int64_t>(real_wait);
-  constexpr int64_t kLook = 2000000;  // how often a wait looks whether it is to expire
+  constexpr int64_t kLook = 2000000;  // how often a wait checks whether it is to expire
   timespec slice = to_timespec(std::min(end, real_now() + kLook));
   int result = pthread_cond_timedwait(condition, mutex, &slice);
   if (result != ETIMEDOUT) return result;
@@ -198,8 +198,8 @@ int clock_wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, const ti
     fputs("test_clock: a condition that does not wait on the monotonic clock\n", stderr);
     abort();
   }
-  // The end of a slice is a wake-up without a cause: the caller looks at what it waits for, which may have
-  // come at this very moment.
+  // The end of a slice is a spurious wake-up: the caller checks its condition, which may have
+  // become true at this very moment.
   if (real_now() < end && !s_expiring.exchange(false, kRelaxed)) return 0;
   t_wait = {};
   const int64_t missing = deadline->tv_sec * kSecond + deadline->tv_nsec - virtual_now();

@@ -16,7 +16,7 @@ namespace {
 std::mutex s_mutex;  // guards all of these
 std::condition_variable s_changed;
 std::vector<log_capture::Line> s_lines;
-std::string s_hooked;  // what the line holds on which s_hook runs
+std::string s_hooked;  // part of the line on which s_hook runs
 std::function<void()> s_hook;
 
 std::atomic<void (*)(const char*)> s_taker{nullptr};

@@ -1,4 +1,4 @@
-// The real clock, which every other test replaces: each wait lasts as long as it is told, interrupted or not.
+// The real clock, which every other test replaces: each wait lasts as long as asked for, interrupted or not.
 #include "base/clock.h"
 
 #include <gtest/gtest.h>

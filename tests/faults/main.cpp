@@ -1,7 +1,7 @@
-// Every call below the library is made to fail in turn: fault_tests CALL plays the sessions of scenarios/, in
-// each the n-th CALL of the last paragraph with each of its errors, once and from then on. Whatever fails,
-// operations end with documented statuses, nothing stays behind, and the same again without faults gives the
-// right answers. nm -D LIBRARY | fault_tests --known: whether every call that the library makes stands in
+// Makes every call below the library fail in turn: fault_tests CALL plays the sessions of scenarios/ and in
+// each fails the n-th CALL of the last paragraph with each of its errors, once and from then on. Whatever
+// fails, operations end with documented statuses, nothing is leaked, and the same again without faults yields
+// the right answers. nm -D LIBRARY | fault_tests --known: checks that every call that the library makes is in
 // table.txt.
 #include <signal.h>
 #include <string.h>
@@ -27,7 +27,7 @@
 #include "session.h"
 #include "session_file.h"
 
-// Of the sanitizers: called before they end the program.
+// The sanitizers call it before they end the program.
 extern "C" void __sanitizer_set_death_callback(void (*callback)()) __attribute__((weak));
 
 namespace {
@@ -44,9 +44,9 @@ constexpr long kSamples = kSlow ? 3 : 5;  // of a call's n, in each scenario and
 constexpr long kAllocations = kSlow ? kSamples : 25;
 constexpr double kCap = kSlow ? 0.15 : 0.05;  // real seconds of a wait for an answer that does not come
 constexpr unsigned kPatience = 60;            // seconds after which a life hangs
-constexpr int kTries = 7;                     // of a healthy run behind a fault
+constexpr int kTries = 7;                     // of a healthy run after a fault
 
-char s_case[512];  // that is under way: scenario, call, which one, error, command
+char s_case[512];  // the one under way: scenario, call, which one, error, command
 
 void begin(const std::string& name, const std::string& command = "") {
   snprintf(s_case, sizeof s_case, "  WRONG %s: %s\n", name.c_str(), command.c_str());
@@ -83,12 +83,12 @@ std::vector<Row> read_table() {
 
 // ---- One scenario
 
-// Of a life without faults nothing is set.
+// Nothing is set for a life without faults.
 struct Fault {
   std::string error = "0";
   bool harmless = true;
   long times = 0, skip = 0;
-  std::string trigger = "0";  // the error of the call that the row's is made behind
+  std::string trigger = "0";  // the error of the call after which the row's is made
 };
 
 struct Answer {
@@ -98,7 +98,7 @@ struct Answer {
 };
 using Answers = std::vector<Answer>;
 
-// What one life has shown: the last paragraph, the same again where the library goes on.
+// What one life showed: the last paragraph, and the same again where the library goes on.
 struct Life {
   Answers first, again;
   long calls = 0;  // that may fail
@@ -148,7 +148,7 @@ void compare(const Answers& got, const Answers& wanted, const std::string& name)
   }
 }
 
-// As new: a modem with a proximity monitor and without the line that a torn read would make an answer of.
+// As new: a modem with a proximity monitor and without the line that a torn read would turn into an answer.
 void prepare(lab::Session& session) {
   for (const char* command :
        {"sim carrier_id = 202, imsi = \"234151234567890\", bas_detail = \"\"", "clock wall=1772892300",
@@ -242,7 +242,7 @@ void Scenario::play() {
   compare(second.first, right.first, name);
   compare(second.again, right.again, name);
   if (right.calls == 0) return;
-  // Few of the places behind which something is cleared away do it.
+  // Few of the places where the trigger fails then make the row's call.
   const bool behind = !row.behind.empty();
   const long samples = behind                          ? 60 / static_cast<long>(row.errors.size())
                        : row.errors == Lines{"ENOMEM"} ? kAllocations
@@ -305,7 +305,7 @@ int run_all(const Row& row, const std::string& only) {
   return 0;
 }
 
-// Whether the table holds the library's undefined names (standard input, from nm) and all calls that can
+// Whether the table holds the library's undefined names (standard input, from nm) and every call that can
 // fail.
 int check_known(const std::vector<Row>& table) {
   std::set<std::string> names = faults::names();
@@ -317,7 +317,7 @@ int check_known(const std::vector<Row>& table) {
   }
   for (const Row& row : table) {
     names.erase(row.call);
-    for (const auto& each : row.errors) names.erase(each);  // of a line of those that never fail
+    for (const auto& each : row.errors) names.erase(each);  // on a line of calls that never fail
   }
   for (const auto& each : names) printf("the library calls %s, which fails in no test\n", each.c_str());
   printf("%d calls, %zu unknown\n", seen, names.size());

@@ -1,4 +1,4 @@
-// Random readings of the proximity sensor against what the monitor must make of them: the back-off's mode,
+// Random readings of the proximity sensor and what the monitor must do about them: the back-off's mode,
 // commands to the modem, the scan rate and the time between polls.
 #include <ostream>
 #include <vector>

@@ -15,8 +15,8 @@
 
 using modemsim::DeviceRoot;
 
-// Without SetUp of its own a test starts with a closed library below root(), a modem with initial_state()
-// behind the ports, a fresh clock and an empty log. TearDown closes the library.
+// A test without its own SetUp starts with a closed library below root(), a modem with initial_state()
+// on the ports, a fresh clock and an empty log. TearDown closes the library.
 class SimFixture : public ::testing::Test {
  protected:
   void SetUp() override;

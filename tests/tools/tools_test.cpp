@@ -273,7 +273,7 @@ TEST(Brioctl, NamesTheCause) {
           0,
           {"off the network", "wabs_get_hplmn_mcc_mnc +0 ok +310-01 "}}});
   close(port);
-  // A signal ends what would wait for 20 seconds.
+  // A signal ends a wait of 20 seconds.
   const Outcome ended = run("timeout --preserve-status -s INT 3 " BRIOCTL " " + scenario +
                             "silent.toml status; echo status $?");
   EXPECT_NE(std::string::npos, ended.text.find("interrupted.\nstatus 130\n")) << ended.text;
@@ -330,7 +330,7 @@ TEST(Brioctl, RecordsWhatBecomesATest) {
       << followed;
 }
 
-// Of all that stands beside it.
+// Its own, not a newer file beside it.
 TEST(Brioctl, ShowsTheTraceThatItMade) {
   modemsim::DeviceRoot root;
   modemsim::Modem modem;
@@ -432,7 +432,7 @@ TEST(Modemsim, FollowsAHostAndForgetsAtUnplugging) {
   EXPECT_NE(std::string::npos, seen.find("+EARLY: 1")) << seen;
 }
 
-// Folders and links that somebody else has planted, in the name of the root and below it.
+// Folders and links that another user has planted, in the root's own path and below it.
 TEST(Modemsim, WritesOnlyIntoItsOwnFolder) {
   modemsim::DeviceRoot victim, planted, linked, shared, theirs;
   victim.write("/mine", "mine");
@@ -446,7 +446,7 @@ TEST(Modemsim, WritesOnlyIntoItsOwnFolder) {
   const std::string link = planted.path("/link");
   ASSERT_EQ(0, symlink(victim.dir().c_str(), link.c_str()));
   const bool given = lchown(link.c_str(), 1, 1) == 0 && chown(theirs.dir().c_str(), 1, 1) == 0;
-  ASSERT_EQ(geteuid() == 0, given);  // root alone can give things to others
+  ASSERT_EQ(geteuid() == 0, given);  // only root can give files to others
   check(MODEMSIM, {{play(planted.dir()).c_str(), 0, {"query port"}},
                    {play(linked.dir()).c_str(), 1, {"/proc is in the way"}},
                    {play(shared.dir()).c_str(), 1, {"others may write in "}},
@@ -467,7 +467,7 @@ TEST(Briolab, TellsWhatCanBeSaid) {
                   {"/nonexistent", 2, {"^/nonexistent: cannot be read\n$"}},
                   {"--record /nonexistent/x", 2, {"/nonexistent/x cannot be written\n$"}},
                   {"--update", 2, {"FILE"}}});
-  // At a terminal, with a line that is edited and one from the history; no answer keeps anybody waiting for
+  // At a terminal, with an edited line and one from the history; a missing answer does not cost
   // its minute.
   const std::string typed = EDITS != 0 ? "opn\\002e\\n\\020" : "open\\nopen";
   const std::string lines =

@@ -1,5 +1,5 @@
-// Serial ports, read thread and packet layer where text does not reach: threads that meet, a modem that stops
-// reading, memory. Everything else stands in tests/sessions/channel.
+// Serial ports, read thread and packet layer where sessions do not reach: threads that meet, a modem that
+// stops reading, memory. Everything else: tests/sessions/channel.
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <unistd.h>
@@ -66,7 +66,7 @@ class Channel : public SimFixture {
     ASSERT_EQ(pktio_init(kQueryPort, take, nullptr), 0u);
     ASSERT_TRUE(modem().wait_open(Port::kQuery) && modem().wait_open(Port::kUrc));
   }
-  // From now on commands that begin so get this answer, "" for none.
+  // From now on commands with this beginning get this answer, "" for none.
   void answer(const std::string& command, const std::string& reply, int delay_ms = 0) {
     modemsim::Fault fault;
     fault.command = command;
@@ -91,7 +91,7 @@ class Channel : public SimFixture {
 
 TEST_F(Channel, ModemThatStopsReadingHoldsNeitherWriterNorClose) {
   EXPECT_EQ(pktio_at_send_cmd(nullptr, NO_RESULT, nullptr), 1u);
-  // A port in the modem's place that nobody serves.
+  // A port in the modem's place that is not served.
   int ends[2];
   char name[64];
   termios raw = {};
@@ -188,9 +188,9 @@ TEST_F(Channel, CloseMeetsRequestsAbortsAndALostPort) {
   EXPECT_TRUE(nothing_left_behind());
 }
 
-// The read thread has the final line in its hands when the time-out strikes. The callback of the request that
+// The read thread is handling the final line when the time-out strikes. The callback of the request that
 // has returned does not run any more; that of the next one, if it waits already, does not run on this answer.
-// That request takes the success as an error: nobody has filled its record.
+// That request takes the success as an error: its record was not filled.
 TEST_F(Channel, AnswerOfARequestThatHasReturnedReachesNoCallback) {
   static std::atomic<bool> s_pass, s_held;
   const pktio_packet_cb late = [](uint32_t kind, void* data, void* context) {
@@ -223,7 +223,7 @@ TEST_F(Channel, AnswerOfARequestThatHasReturnedReachesNoCallback) {
   }
 }
 
-// The callback already runs when the time-out strikes: the request does not return under its hands.
+// The callback already runs when the time-out strikes: the request does not return before it ends.
 TEST_F(Channel, RequestWaitsForItsRunningCallback) {
   std::atomic<bool> finished{false};
   start();
@@ -239,7 +239,7 @@ TEST_F(Channel, RequestWaitsForItsRunningCallback) {
   EXPECT_EQ(request("AT"), 6u) << "nothing is flushed: what the first one no longer took";
 }
 
-// An abort and an answer that meet are one status, of whichever came first. The other one runs no callback
+// An abort and an answer that meet yield one status, that of the first. The other one runs no callback
 // and waits for no later request.
 TEST_F(Channel, AbortAndAnswerThatMeetAreOneStatus) {
   static std::atomic<bool> s_held, s_pass, s_passed;
@@ -262,7 +262,7 @@ TEST_F(Channel, AbortAndAnswerThatMeetAreOneStatus) {
   answer("AT+B", "+X: 2\r\nOK\r\n");
   for (const bool over : {false, true}) {
     s_held = s_pass = s_passed = false;
-    // The aborted request has its status and is still under way.
+    // The aborted request has its status and has not returned yet.
     log_capture::on_line("Aborting the manual nw scan", [&] { over ? void() : pass(); });
     std::string line = "untouched";
     auto aborted = std::async(std::launch::async, request, "AT+A", copy_line, &line, 20);

@@ -1,5 +1,5 @@
-// Whatever somebody plants in the place of one of the library's files, no other file is read, written or
-// emptied, nobody is waited for, and the log says what was refused.
+// Whatever is planted in the place of one of the library's files, no other file is read, written or
+// emptied, nothing waits, and the log names what was refused.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -39,8 +39,8 @@ constexpr Place kPlaces[] = {
     {"/mnt/us/trace_log_2026_3_7_9_5_0.istp", "evil", "evil", ".istp\":can't open log file", true},
 };
 
-// Plants something at `path`; `other` is the other file. The last one is a file of somebody else's, which is
-// no place to write to.
+// Plants something at `path`; `other` is the other file. The last one is another user's file, which is
+// not written to.
 constexpr bool (*kPlants[])(const char* path, const char* other) = {
     [](const char* path, const char* other) { return symlink(other, path) == 0; },
     [](const char* path, const char* other) { return link(other, path) == 0; },
@@ -106,7 +106,7 @@ TEST_F(Files, PlantedAreRefused) {
   }
 }
 
-// One that grows as fast as it is read keeps nobody for ever.
+// A file that grows as fast as it is read does not hold its reader for ever.
 TEST_F(Files, GrowingEnds) {
   std::ofstream growing(root().path("/var/local/wan/info"));
   brio::InputFile file("/var/local/wan/info");
@@ -116,10 +116,10 @@ TEST_F(Files, GrowingEnds) {
          (bytes += 4096));
   EXPECT_EQ(bytes, size_t{brio::kInputMax});
   EXPECT_TRUE(file.failed() && log_capture::has("wan/info,errno=27:can't read file"));
-  EXPECT_FALSE(brio::InputFile("/var/local/wan/info"));  // longer than that from the beginning
+  EXPECT_FALSE(brio::InputFile("/var/local/wan/info"));  // too long from the beginning
 }
 
-// A thread that has ended by itself is told to stop: no signal ends the host.
+// Stopping a thread that has ended by itself raises no signal in the host.
 TEST(OwnThread, StopReachesNobody) {
   brio::OwnThread thread(brio::Thread::kTrace, [](int) {});
   ASSERT_TRUE(thread.open_sockets());

@@ -36,7 +36,7 @@ TEST(Page, NamesStay) {
   }
 }
 
-// Line by line, whatever stands there; without room nothing is read.
+// Line by line, whatever the file holds; without room nothing is read.
 TEST(Page, CopiesStaticInfo) {
   const std::string text =
       std::string(148, 'a') + "\n" + std::string(149, 'b') + "\n%s%n%d\n" + std::string(999, 'c');

@@ -1,4 +1,4 @@
-// Parsers and texts where no session leads: lines cut off anywhere, fields without end, exact sizes.
+// Parsers and texts where no session reaches: lines cut off anywhere, endless fields, exact sizes.
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -17,7 +17,7 @@ namespace {
 
 using namespace brio::parse;
 
-// The numeric operators and names that a scan's line gives, or the error of a line that is none.
+// The numeric operators and names of a scan's line, or the error of a line that is none.
 std::string scan(const std::string& line) {
   ExactText text(line);
   ScanList list;
@@ -79,7 +79,7 @@ TEST(Scan, FitsTheBufferThatTheHeaderNames) {
   EXPECT_EQ(BRIO_LINE_DATA_MAX - 1 - strlen("+COPS:") + 30 * kScanEntryGrowth + 5, used);
 }
 
-// Texts without end, counts beyond their lists, more than there is room for.
+// Endless texts, counts beyond their lists, more than there is room for.
 TEST(StaticInformation, StaysInItsFieldsAndItsSize) {
   sim_plmn_data plmn = {};
   sim_info_data info;
@@ -101,7 +101,7 @@ TEST(StaticInformation, StaysInItsFieldsAndItsSize) {
   EXPECT_EQ(text.substr(text.size() - 12), " 01G  \n     ") << "nothing behind the first that does not fit";
 }
 
-// Digits of IMSI and ICCID alone: told by the line's name or, without one, by the number.
+// Only digits of IMSI and ICCID: recognised by the line's name or, without one, by the number.
 TEST(LogText, MasksTheSubscriber) {
   const char* const masked[][2] = {
       {"+CCID: 898602B5191650123456", "+CCID: ******B*************"},

@@ -1,4 +1,4 @@
-// What a request leaves to its caller, where threads meet in the open library. All else: tests/sessions.
+// What a request leaves to its caller when threads meet in the open library. All else: tests/sessions.
 #include <errno.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -57,7 +57,7 @@ TEST_F(Requests, AbortEndsAScanThatDoesNotWait) {
   }
 }
 
-// The file was read before that report; the event thread only has not gone on yet.
+// The file was read before that report; the event thread has just not continued yet.
 TEST_F(Requests, RefreshReportedBehindTheAnswerReadsAgain) {
   ASSERT_EQ(brio_open("/dev/ttyACM2"), 0u);
   brio::relaxed_store(g_brio_lib_log_mask, BRIO_LOG_EVENT | BRIO_LOG_REQUEST);
@@ -178,7 +178,7 @@ TEST_F(Requests, ForkedChildLeavesTheParentsLibraryAlone) {
   EXPECT_TRUE(nothing_left_behind());
 }
 
-// The event thread waits for it, and the close for the event thread.
+// The event thread waits for the mutex, and the close for the event thread.
 TEST_F(Requests, CloseGivesUpAForgottenSendMutex) {
   briolib_log_set_log_mask(BRIO_LOG_REG);
   ASSERT_EQ(brio_open("/dev/ttyACM2"), 0u);

@@ -28,7 +28,7 @@ void run_at_once(int count, const std::function<void(int)>& work) {
 }  // namespace
 
 TEST(Queue, ProducersAndConsumerLoseNothing) {
-  // The dump walks the storage meanwhile, as with its log bit on, and writes nothing to the log.
+  // Meanwhile the dump walks the storage, as with its log bit on, and logs nothing.
   brio::relaxed_store(g_brio_lib_log_mask, BRIO_LOG_QUEUE);
   const std::unique_ptr<queue, void (*)(queue*)> q(q_create(12, 3), q_destroy);
   constexpr int32_t kEach = 3000;
@@ -104,7 +104,7 @@ TEST(SharedData, LocksExcludeAndReportMisuse) {
   for (const auto& pair : pairs) EXPECT_EQ(pair.lock(), 4u) << "held, and not released by the inner guard";
 }
 
-// One cache of pointers that do not move: every read renews it, a status without an answer does not fill it.
+// One cache with fixed pointers: every read renews it, a status without an answer does not fill it.
 TEST_F(Identity, IsWhatWasReadLast) {
   modemsim::Fault no_sim;
   no_sim.command = "AT+CIMI";

@@ -19,7 +19,7 @@ constexpr int kShort = -1;
 constexpr int kEnd = -2;  // no byte; of system: the exit status of a shell that found no command
 
 // After `skip` good calls, `times` calls fail with `error`. The monotonic clock is "clock_gettime". A close
-// fails behind its work.
+// fails after its work is done.
 void fail(const std::string& call, int error, long skip = 0, long times = 1);
 // Runs whenever a call was made to fail, on its thread; null for none.
 void on_fault(void (*hook)());
@@ -32,10 +32,10 @@ void stop();
 long calls(const std::string& call);
 // Calls made to fail since the call's last fail().
 long fired(const std::string& call);
-// The calls that stand here.
+// The calls that can be made to fail.
 std::set<std::string> names();
 
-// Instead of the writes that do not fail, while it is set; changed while none is under way.
+// While set, replaces the writes that do not fail; changed while none is under way.
 inline std::function<ssize_t(int fd, const char* data, size_t size)> on_write;
 
 // What the product made and did not undo: "heap=3 thread=1", without what is 0.

@@ -1,5 +1,5 @@
 // Stand-in for briolib/src/base/clock.cpp: a clock that tests, fuzz targets and endurance runs drive. Sleeps
-// take no time: they move the clock and are written down. Waits with a deadline run in real time.
+// take no time: they move the clock and are recorded. Waits with a deadline run in real time.
 #ifndef PLATFORM_CLOCK_TEST_CLOCK_H
 #define PLATFORM_CLOCK_TEST_CLOCK_H
 
@@ -11,14 +11,14 @@ namespace test_clock {
 
 // Real clock, no sleeps recorded, no failing reads, patient waits. Each test starts like this.
 // Patient: a wait with a deadline lasts a minute at least. On a busy machine an answer may be late by more
-// than the library waits for it; that time-out would be nobody's plan, and the answers behind it would meet
+// than the library waits for it; no test plans that time-out, and the answers after it would reach
 // the wrong requests.
 void reset();
 
 // Moves the monotonic clock.
 void advance(double seconds);
 
-// From now on advance, sleeps and time-outs alone move the monotonic clock.
+// From now on only advance, sleeps and time-outs move the monotonic clock.
 void stop();
 
 // A wait of one second lasts `factor` real seconds (0.001: a 20 s time-out takes 20 ms). Ends the patience.
@@ -33,7 +33,7 @@ void cap_waits(double seconds);
 
 // The wait with a deadline that runs, or the next one, times out at once and moves the clock to its deadline.
 void expire_wait();
-void keep_wait();  // takes that back, if no wait has taken it yet
+void keep_wait();  // undoes that, if no wait has used it yet
 
 // Makes reading the monotonic clock fail.
 void fail_monotonic(bool fail);

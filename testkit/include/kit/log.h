@@ -15,8 +15,8 @@ struct Line {
   std::thread::id thread;
 };
 
-// From now on lines go to `taker` alone, on the thread that logs and without a lock, which would put threads
-// into an order that they do not have by themselves; null: they are kept again.
+// From now on lines go to `taker` alone, on the thread that logs and without a lock, which would order
+// threads that the library does not order; null: they are kept again.
 void hand_to(void (*taker)(const char* line));
 
 void clear();

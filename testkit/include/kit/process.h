@@ -1,4 +1,4 @@
-// What this process holds: the figures that must be afterwards what they were before.
+// What this process holds: figures that must be the same before and after a test.
 #ifndef PLATFORM_PROCESS_H
 #define PLATFORM_PROCESS_H
 
@@ -44,10 +44,10 @@ inline bool waits(pid_t thread) {
   return state == 'S';
 }
 
-// How long whoever waits for something does so.
+// How long a wait lasts at most.
 inline std::chrono::milliseconds g_patience{10000};
 
-// Looks every millisecond whether `condition` holds; false when it takes longer than patience.
+// Checks every millisecond whether `condition` holds; false when that takes longer than g_patience.
 template <typename Condition>
 bool eventually(Condition condition) {
   const auto end = std::chrono::steady_clock::now() + g_patience;
@@ -66,7 +66,7 @@ inline long settled_threads(long most) {
 }
 
 // From here on every thread's blocks count as used until they are freed: one arena, and none of the C
-// library's caches, which keep freed blocks. Starts the programme anew.
+// library's caches, which keep freed blocks. Restarts the program.
 inline void count_heap_exactly(char** argv) {
   static constexpr char kTunables[] = "GLIBC_TUNABLES";
   if (getenv(kTunables) == nullptr) {
