@@ -5,12 +5,39 @@
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <functional>
+#include <iostream>
+#include <regex>
 #include <sstream>
 #include <string>
+#include <vector>
+
+#include "did_you_mean.h"
+#include "printable.h"
 
 namespace command_line {
 
 constexpr int kUsage = 2;  // exit status for wrong arguments
+
+// A sentence about an argument that nothing takes, with the known word that is nearest.
+inline std::string unexpected(const CLI::App& app, const std::string& argument) {
+  const std::string word = argument.substr(0, argument.find('='));
+  const bool option = word.size() > 1 && word[0] == '-';
+  const auto commands = app.get_subcommands();
+  std::vector<std::string> known;
+  if (option) {
+    for (const CLI::App* each : {&app, commands.empty() ? &app : commands.front()}) {
+      for (const CLI::Option* one : each->get_options()) {
+        for (const std::string& name : one->get_lnames()) known.push_back("--" + name);
+      }
+    }
+  } else if (commands.empty()) {
+    for (const CLI::App* each : app.get_subcommands({})) known.push_back(each->get_name());
+  }
+  return (option          ? "There is no option "
+          : known.empty() ? "Nothing takes the argument "
+                          : "There is no command ") +
+         printable(word) + did_you_mean(word, known);
+}
 
 // Takes the arguments. False when there is nothing left to do: help was asked for, or an argument is wrong.
 // Then `status` is how the program ends.
@@ -19,7 +46,11 @@ inline bool parse(CLI::App& app, int argc, char** argv, int* status) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& wrong) {
-    *status = app.exit(wrong) == 0 ? 0 : kUsage;
+    const std::vector<std::string> extra = app.remaining(true);
+    const bool told = wrong.get_exit_code() == 0 || extra.empty();
+    *status = wrong.get_exit_code() == 0 ? 0 : kUsage;
+    if (told) app.exit(wrong);
+    if (!told) std::cerr << unexpected(app, extra[0]) << "\nRun with --help for more information.\n";
     return false;
   }
   return true;
@@ -40,6 +71,12 @@ inline std::function<std::string(const std::string&)> between(double low, double
     wrong << "'" << text << "' is no number from " << low << " to " << high;
     return good ? "" : wrong.str();
   };
+}
+// The number of a scan's entry, or MCC and MNC.
+inline std::string number_or_plmn(const std::string& text) {
+  static const std::regex known("[0-9]{1,2}|[0-9]{3}-?[0-9]{2,3}");
+  return std::regex_match(text, known) ? ""
+                                       : "'" + text + "' is neither a number of the list nor MCC and MNC";
 }
 inline std::string not_empty(const std::string& text) {
   return text.empty() ? "it is empty" : "";

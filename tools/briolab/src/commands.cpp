@@ -15,6 +15,7 @@
 #include "brio/briolib.h"
 #include "brio/wabs.h"
 #include "brio_common/shared_data.h"
+#include "did_you_mean.h"
 #include "kit/clock.h"
 #include "kit/exact_text.h"
 #include "kit/process.h"
@@ -28,7 +29,7 @@ std::string did_you_mean(const std::string& name) {
   std::vector<std::string> known = {"help", "functions", "quit"};
   for (const auto& each : commands()) known.push_back(each.first);
   for (const auto& each : calls()) known.push_back(each.first);
-  return modemsim::did_you_mean(name, known);
+  return ::did_you_mean(name, known);
 }
 
 const Call& function(const std::string& name) {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "did_you_mean.h"
 #include "modemsim/scenario.h"
 
 namespace modemsim {

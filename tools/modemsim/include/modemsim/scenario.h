@@ -131,9 +131,6 @@ std::vector<std::string> settings_of(const State& state);
 // stands, else an installed NAME. A name with a "/" is a file's. "" when there is none.
 std::string find_scenario(const std::string& name);
 
-// "; did you mean X?" with the known word that is nearest, or nothing when none is near.
-std::string did_you_mean(const std::string& word, const std::vector<std::string>& known);
-
 }  // namespace modemsim
 
 #endif
