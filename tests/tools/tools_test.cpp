@@ -74,10 +74,17 @@ TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
       {{"--sim status", 0, {"wabs_get_bars +0 ok +4 +bars\n", "wabs_get_imsi +0 ok +310410\\*{9} +IMSI\n"}},
        {"--sim --identities status", 0, {"wabs_get_imsi +0 ok +310410123456789 +IMSI\n"}},
        {"--sim at --open AT+COPS?", 0, {"^\\+COPS: 0,2,\"310410\",7\nOK\n$"}},
+       {"--sim scan --select 9", 1, {"no network 9 in the scan\\.\nAutomatic selection is on again"}},
+       {"--sim -vv status", 0, {"imei=356938\\*{9} ", "wabs_get_radio_serial_number +0 ok +356938\\*{9} "}},
+       {"--sim ports", 0, {"/brioctl_.*/ttyACM2 +query"}},
+       {"statsu", 2, {"^There is no command statsu; did you mean status\\?"}},
+       {"status --jsn", 2, {"^There is no option --jsn; did you mean --json\\?"}},
+       {"--sim trace >/dev/full", 1, {"^brioctl: The output cannot be written"}},
+       {"demo >/dev/full", 1, {"^brioctl: The output cannot be written"}},
        {"--sim at AT+NOSUCH", 1, {"^ERROR\n$"}},
        {"--sim scan",
         0,
-        {"^Status +Network +Technology +Name\n", "current +310-410 +E-UTRAN +Home Wireless\n",
+        {"^No\\. +Status +Network +Technology +Name\n", " 1  current +310-410 +E-UTRAN +Home Wireless\n",
          "available +310-260 +E-UTRAN +Coast to Coast, Inc\\.\n"}},
        {"--sim ant 1", 0, {"Antenna: locked to 1\n", "Main: 20\n"}},
        {"--sim page",
@@ -98,7 +105,7 @@ TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
        {"--sim watch >/dev/full", 1, {"output cannot be written"}},
        {"--sim --root /tmp status", 2, {"--root"}},
        {"--sim trace --filter /nope --seconds 1", 1, {"status 7"}}});
-  const auto rows = nlohmann::json::parse(run(BRIOCTL " --sim status --json").text);
+  const auto rows = nlohmann::json::parse(run(BRIOCTL " --sim status --json").text)["values"];
   EXPECT_EQ(4, rows["wabs_get_bars"]["value"]);
   EXPECT_EQ("310-410", rows["wabs_get_mcc_mnc"]["value"]);
   for (const auto& [name, row] : rows.items()) EXPECT_EQ(0, row["status"]) << name;
@@ -248,7 +255,9 @@ storm = { urc = "+GTBARS: \u001b[2J", count = 600, every = 0.1 }
 
 TEST(Brioctl, NamesTheCause) {
   modemsim::DeviceRoot root, empty;
-  modemsim::Modem modem;
+  modemsim::State state;
+  state.operators = {{2, "Home", "", "310410"}, {1, "Coast", "", "310260"}};
+  modemsim::Modem modem(state);
   ASSERT_TRUE(modem.start(root.dir()));
   const int port = open(root.path("/dev/ttyACM3").c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
   ASSERT_LE(0, port);
@@ -256,12 +265,15 @@ TEST(Brioctl, NamesTheCause) {
   root.write(
       "/away.toml",
       "[state]\nimsi = '310012123456789'\n[[answer]]\ncommand = 'AT+COPS?'\nlines = ['+COPS: 2', 'OK']\n");
+  root.write("/zeros.toml", "[state]\nimsi = '310000123456789'\n");
+  root.write("/dev/ttyACM4.tapped", "");
   root.write("/silent.toml", "[[answer]]\ncommand = 'AT+CFUN=1'\nlines = []\n");
   const std::string holder = "ttyACM3 is held by .* \\(pid " + std::to_string(getpid()) + "\\)";
   const std::string here = "--root " + root.dir(), scenario = "--scenario " + root.path("/");
   check(BRIOCTL,
         {{(here + " status").c_str(), 1, {holder.c_str()}},
-         {(here + " ports").c_str(), 0, {"ttyACM2 +query", "ttyACM3 +URC .*\\(pid "}},
+         {(here + " ports").c_str(), 0, {"ttyACM2 +query", "ttyACM3 +URC .*\\(pid [0-9]+\\)\n$"}},
+         {(here + " --trace-port " + root.path("/dev/ttyACM3") + " trace").c_str(), 1, {holder.c_str()}},
          {(here + " --force status").c_str(), 0, {"wabs_get_bars +0 ok"}},
          {("--root " + empty.dir() + " status").c_str(),
           1,
@@ -271,7 +283,13 @@ TEST(Brioctl, NamesTheCause) {
           {"refused AT\\+GTMODINFO\\?: \\+CME ERROR: 10 \\(SIM not inserted\\)", "--> AT\\+GTMODINFO\\?\n"}},
          {(scenario + "away.toml status").c_str(),
           0,
-          {"off the network", "wabs_get_hplmn_mcc_mnc +0 ok +310-01 "}}});
+          {"off the network", "wabs_get_hplmn_mcc_mnc +0 ok +310-01 "}},
+         {(scenario + "away.toml status --json").c_str(), 0, {"\"notes\":\\[\"The modem was told"}},
+         {(scenario + "zeros.toml status").c_str(), 0, {"wabs_get_hplmn_mcc_mnc +0 ok +310-00 "}},
+         {(here + " --force scan --select 310260").c_str(), 0, {"Selected 310-260 \\(Coast"}},
+         {(here + " --force at AT+COPS?").c_str(), 0, {"\\+COPS: 1,2,\"310260\""}},
+         {(here + " --force auto").c_str(), 0, {"Automatic"}},
+         {(here + " --force at AT+COPS?").c_str(), 0, {"\\+COPS: 0,2,"}}});
   close(port);
   // A signal ends a wait of 20 seconds.
   const Outcome ended = run("timeout --preserve-status -s INT 3 " BRIOCTL " " + scenario +
@@ -315,6 +333,7 @@ TEST(Brioctl, RecordsWhatBecomesATest) {
   const std::string log = home.read("/case/at.log").value_or("");
   EXPECT_NE(std::string::npos, log.find("query <-- +CIMI: 310410000000000\n")) << outcome.text;
   EXPECT_EQ(std::string::npos, log.find("3104101")) << log;
+  EXPECT_EQ(std::string::npos, home.read("/case/library.log").value_or("356938035").find("356938035"));
   const std::string session = home.read("/case/case.txt").value_or("");
   EXPECT_NE(std::string::npos,
             session.find("\nwabs_get_bars => 0 1 ; sent AT+COPS?, AT+GTBARS?, AT+GTBARS=1\n"));

@@ -60,12 +60,12 @@ bool starts(const std::string& text, const char* prefix) {
   return text.rfind(prefix, 0) == 0;
 }
 
-// Zeros for what follows the first digits of `size` digits at `at`.
-void blank(std::string& text, std::size_t at, std::size_t size) {
+// `shown_instead` for what follows the first digits of `size` digits at `at`.
+void blank(std::string& text, std::size_t at, std::size_t size, char shown_instead) {
   std::size_t shown = 0;
   for (std::size_t i = at; i < at + size; i++) {
     if (text[i] == '-') continue;
-    if (shown++ >= kShownDigits) text[i] = '0';
+    if (shown++ >= kShownDigits) text[i] = shown_instead;
   }
 }
 
@@ -175,7 +175,7 @@ void Mask::hide(Line& line) {
     const bool word = !named && ((at > 0 && part_of_word(at - 1)) || part_of_word(end));
     const std::size_t size = end - at;
     const std::size_t least = named || line.torn || torn_ ? kShownDigits + 1 : 14;
-    if (!word && size <= 24 && size >= least) blank(text, at, size);
+    if (!word && size <= 24 && size >= least) blank(text, at, size, shown_);
     at = end + 1;
   }
   if (line.port != Port::kHost) torn_ = line.torn;

@@ -57,9 +57,11 @@ std::vector<Exchange> exchanges(const std::vector<Line>& lines);
 // before was torn.
 class Mask {
  public:
+  explicit Mask(char shown = '0') : shown_(shown) {}  // instead of the digits
   void hide(Line& line);
 
  private:
+  char shown_;
   bool file_ = false;  // an identity's file was asked for and not answered
   bool torn_ = false;
 };

@@ -1,9 +1,11 @@
 // brioctl demo: the library's day on a modem, told step by step.
 #include <chrono>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "log_sink.h"
+#include "output.h"
 
 namespace brioctl {
 namespace {
@@ -15,67 +17,82 @@ double seconds_since(Clock::time_point start) {
 }
 
 void heading(const std::string& text) {
-  printf("\n== %s\n\n", text.c_str());
+  if (!output::json()) printf("\n== %s\n\n", text.c_str());
 }
 
-void print_requests(const std::vector<log_sink::Request>& requests) {
+void print_requests(const char* member, const std::vector<log_sink::Request>& requests) {
+  auto& list = output::result()[member] = nlohmann::ordered_json::array();
   for (const auto& request : requests) {
-    const char* outcome = request.status == 0 ? "" : request.status == 1 ? "  timed out" : "  refused";
-    printf("  %-42s %7.2f ms%s\n", request.command.c_str(), request.milliseconds, outcome);
+    const char* outcome = request.status == 0 ? "ok" : request.status == 1 ? "timed out" : "refused";
+    list.push_back({{"command", request.command}, {"ms", request.milliseconds}, {"outcome", outcome}});
+    if (output::json()) continue;
+    printf("  %-42s %7.2f ms%s%s\n", request.command.c_str(), request.milliseconds,
+           request.status == 0 ? "" : "  ", request.status == 0 ? "" : outcome);
   }
+}
+
+// A line of text, and a member of the object.
+template <typename T>
+void tell(const char* member, const T& value, const std::string& text) {
+  output::result()[member] = value;
+  if (!output::json()) fputs(text.c_str(), stdout);
+}
+
+std::string took(const char* what, double seconds) {
+  char text[64];
+  snprintf(text, sizeof text, "  %s took %.3f s\n", what, seconds);
+  return text;
 }
 
 }  // namespace
 
 int run_demo(const Options& options, double seconds) {
   Session session(options);
-  printf("Library: %s\nModem:   %s\n", session.lib.path.c_str(), session.modem_name().c_str());
+  tell("library", session.lib.path, "Library: " + session.lib.path + "\n");
+  tell("modem", session.modem_name(), "Modem:   " + session.modem_name() + "\n");
 
   heading("Opening: what the modem was asked");
   auto start = Clock::now();
   session.open_module();
-  double open_seconds = seconds_since(start);
-  print_requests(log_sink::take_requests());
-  printf("\n  wabs_open took %.3f s\n", open_seconds);
+  const double open_seconds = seconds_since(start);
+  print_requests("opening", log_sink::take_requests());
+  tell("open_seconds", open_seconds, "\n" + took("wabs_open", open_seconds));
 
   heading("What the host reads");
   auto rows = status_rows(session.lib, options.identities);
-  fputs(render_table(rows).c_str(), stdout);
-  printf("\n  asked for that:\n");
-  print_requests(log_sink::take_requests());
+  tell("values", rows_json(rows), render_table(rows) + "\n  asked for that:\n");
+  print_requests("reading", log_sink::take_requests());
 
   char title[64];
   snprintf(title, sizeof(title), "Reports as they come, for %.0f s", seconds);
   heading(title);
   log_sink::take_events();
   start = Clock::now();
-  size_t shown = 0;
+  auto reports = nlohmann::ordered_json::array();
   while (seconds_since(start) < seconds) {
     if (!pause_for(0.1)) break;
     for (const std::string& event : log_sink::take_events()) {
-      printf("  %6.1f s  %s\n", seconds_since(start), event.c_str());
-      shown++;
+      if (!output::json()) printf("  %6.1f s  %s\n", seconds_since(start), event.c_str());
+      reports.push_back({{"seconds", seconds_since(start)}, {"text", event}});
     }
-    fflush(stdout);
+    output::flush();
   }
-  if (shown == 0) printf("  (none)\n");
+  tell("reports", reports, reports.empty() ? "  (none)\n" : "");
 
   heading("The diagnostic page, masked view");
-  fputs(read_page(session.lib, false).c_str(), stdout);
+  const std::string page = read_page(session.lib, false);
+  tell("page", page, page);
   session.lib.wabs_exit_611_logging();
 
   heading("A network scan");
-  bool scanned = !interrupted() && scan_networks(session);
+  const bool scanned = !interrupted() && scan_networks(session);
 
   heading("Closing");
-  log_sink::take_requests();
   start = Clock::now();
   session.close();
-  printf("  wabs_close took %.3f s\n", seconds_since(start));
-  for (const Row& row : rows) {
-    if (row.status != 0) return 1;
-  }
-  return scanned ? 0 : 1;
+  const double close_seconds = seconds_since(start);
+  tell("close_seconds", close_seconds, took("wabs_close", close_seconds));
+  return scanned && all_read(rows) ? 0 : 1;
 }
 
 }  // namespace brioctl

@@ -4,10 +4,12 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "at_log.h"
 #include "commands.h"
+#include "output.h"
 #include "printable.h"
 #include "recorder.h"
 
@@ -257,7 +259,8 @@ void write_file(const std::string& path, const std::string& text, bool force) {
   file << text;
   file.close();
   if (!file) throw Failure(path + " cannot be written.");
-  printf("%s\n", printable(path).c_str());
+  output::result()["files"].push_back(path);
+  if (!output::json()) printf("%s\n", printable(path).c_str());
 }
 
 }  // namespace

@@ -3,10 +3,12 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <vector>
 
 #include "commands.h"
 #include "log_sink.h"
+#include "output.h"
 #include "printable.h"
 
 namespace brioctl {
@@ -47,9 +49,14 @@ int run_page(const Options& options, bool full, bool follow) {
     uint32_t bars = 0;
     session.lib.wabs_get_bars(&bars);
     std::string page = read_page(session.lib, full);
-    if (follow && isatty(STDOUT_FILENO) != 0) printf("\033[H\033[J");
-    fputs(page.c_str(), stdout);
-    if (fflush(stdout) != 0) throw Failure("The output cannot be written.");
+    if (output::json()) {
+      output::result()["page"] = page;
+      if (follow) output::line();
+    } else {
+      if (follow && isatty(STDOUT_FILENO) != 0) printf("\033[H\033[J");
+      fputs(page.c_str(), stdout);
+      output::flush();
+    }
   } while (follow && pause_for(3));
   session.lib.wabs_exit_611_logging();
   session.close();
@@ -69,6 +76,7 @@ int run_trace(const Options& options, const std::string& filter, const std::stri
     std::filesystem::create_directories(std::filesystem::path(session.host_path(prefix)).parent_path());
     std::ofstream(session.host_path(filter)) << "AT+XSYSTRACE=1\nAT+TRACE=1\n";
   }
+  if (!session.simulated()) check_ports({{session.ports().trace, "trace"}}, options.force);
   session.open_modem();
   uint32_t status = session.lib.brio_trace_tst_log(filter.c_str(), prefix.c_str());
   if (status != 0) {
@@ -77,7 +85,8 @@ int run_trace(const Options& options, const std::string& filter, const std::stri
                   "): " + trace_problem(status) + ".\nThe filter file is " + session.host_path(filter) +
                   "; one command a line, for example AT+XSYSTRACE=1.");
   }
-  printf("Trace running; Ctrl-C ends it.\n");
+  if (!output::json()) printf("Trace running; Ctrl-C ends it.\n");
+  output::flush();
   double waited = 0;
   const std::string path = session.host_path(log_sink::trace_name());
   const auto size = [&path] {
@@ -88,12 +97,21 @@ int run_trace(const Options& options, const std::string& filter, const std::stri
   while (seconds < 0 || waited < seconds) {
     if (!pause_for(1)) break;
     waited += 1;
-    printf("  %4.0f s  %lld bytes\n", waited, size());
-    fflush(stdout);
+    if (output::json()) {
+      output::result() = {{"seconds", waited}, {"bytes", size()}};
+      output::line();
+    } else {
+      printf("  %4.0f s  %lld bytes\n", waited, size());
+      output::flush();
+    }
   }
   session.lib.brio_trace_tst_stop();
   session.close();
   if (size() < 0) throw Failure("No trace file is there; look at the log with -v.");
+  if (output::json()) {
+    output::result() = {{"file", path}, {"bytes", size()}};
+    return 0;
+  }
   printf("%s: %lld bytes%s\n", printable(path).c_str(), size(),
          session.simulated() ? " (gone with the simulation; modemsim and --root keep them)" : "");
   return 0;
@@ -109,7 +127,9 @@ int run_ant(const Options& options, const std::string& choice) {
     if (status != 0) {
       throw Failure(session.explain("The antenna could not be set (status " + std::to_string(status) + ")"));
     }
-    printf("Antenna: %s\n", choice == "auto" ? "automatic" : ("locked to " + choice).c_str());
+    if (!output::json()) {
+      printf("Antenna: %s\n", choice == "auto" ? "automatic" : ("locked to " + choice).c_str());
+    }
   }
   bas_status record = {0xFFFF, 0xFFFF, 255};
   status = session.lib.brio_get_bas_status(&record);
@@ -118,10 +138,16 @@ int run_ant(const Options& options, const std::string& choice) {
     throw Failure(
         session.explain("The antenna status could not be read (status " + std::to_string(status) + ")"));
   }
+  const int main_value = static_cast<int16_t>(record.value_a),
+            diversity = static_cast<int16_t>(record.value_b);
+  if (output::json()) {
+    output::result() = {{"antenna", nullptr}, {"main", main_value}, {"diversity", diversity}};
+    if (record.antenna < 2) output::result()["antenna"] = record.antenna + 1;
+    return 0;
+  }
   // Chosen from 1, reported from 0.
   const std::string in_use = record.antenna < 2 ? std::to_string(record.antenna + 1) : "unknown";
-  printf("Antenna in use: %s\nMain: %d\nDiversity: %d\n", in_use.c_str(),
-         static_cast<int16_t>(record.value_a), static_cast<int16_t>(record.value_b));
+  printf("Antenna in use: %s\nMain: %d\nDiversity: %d\n", in_use.c_str(), main_value, diversity);
   return 0;
 }
 

@@ -3,10 +3,12 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "holders.h"
+#include "output.h"
 #include "printable.h"
 
 namespace brioctl {
@@ -46,13 +48,17 @@ std::string or_dash(const std::string& text) {
 
 }  // namespace
 
-int run_ports(const Options& options, bool json) {
-  const PortPaths used = device_ports(options, options.root);
+int run_ports(const Options& options) {
+  const auto session = options.simulate ? std::make_unique<Session>(options) : nullptr;
+  const std::string root = session ? session->host_path("") : options.root;
+  const PortPaths used = device_ports(options, root);
   std::vector<Found> ports;
   std::error_code failed;
-  for (const fs::directory_entry& entry : fs::directory_iterator(options.root + "/dev", failed)) {
+  for (const fs::directory_entry& entry : fs::directory_iterator(root + "/dev", failed)) {
     const std::string name = entry.path().filename();
-    if (name.rfind("ttyACM", 0) != 0 && name.rfind("ttyUSB", 0) != 0) continue;
+    // A tap in the port's place sets the port aside as NAME.tapped.
+    const bool serial = name.rfind("ttyACM", 0) == 0 || name.rfind("ttyUSB", 0) == 0;
+    if (!serial || entry.path().has_extension()) continue;
     Found port;
     port.path = entry.path();
     port.role = port.path == used.query   ? "query"
@@ -66,27 +72,28 @@ int run_ports(const Options& options, bool json) {
     }
     ports.push_back(port);
   }
-  if (failed) throw Failure(options.root + "/dev cannot be read: " + failed.message() + ".");
+  if (failed) throw Failure(root + "/dev cannot be read: " + failed.message() + ".");
   std::sort(ports.begin(), ports.end(), [](const Found& a, const Found& b) { return a.path < b.path; });
-  if (json) {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    for (const Found& port : ports) {
-      list.push_back({{"port", port.path},
-                      {"used_as", port.role},
-                      {"interface", port.interface},
-                      {"device", port.device},
-                      {"held_by", port.holder}});
-    }
-    printf("%s\n", list.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace).c_str());
-    return ports.empty() ? 1 : 0;
+  auto& list = output::result()["ports"] = nlohmann::ordered_json::array();
+  for (const Found& port : ports) {
+    list.push_back({{"port", port.path},
+                    {"used_as", port.role},
+                    {"interface", port.interface},
+                    {"device", port.device},
+                    {"held_by", port.holder}});
   }
   if (ports.empty()) {
-    throw Failure("There is no ttyACM or ttyUSB port in " + options.root +
+    throw Failure("There is no ttyACM or ttyUSB port in " + root +
                   "/dev. Is the modem plugged in and switched on? dmesg shows what the kernel saw.");
   }
-  printf("%-24s %-8s %-28s %-40s %s\n", "Port", "Used as", "Interface", "Device", "Held by");
+  if (output::json()) return 0;
+  const auto longest = std::max_element(ports.begin(), ports.end(), [](const Found& a, const Found& b) {
+    return a.path.size() < b.path.size();
+  });
+  const int width = static_cast<int>(longest->path.size());
+  printf("%-*s %-8s %-28s %-40s %s\n", width, "Port", "Used as", "Interface", "Device", "Held by");
   for (const Found& port : ports) {
-    printf("%-24s %-8s %-28s %-40s %s\n", printable(port.path).c_str(), or_dash(port.role).c_str(),
+    printf("%-*s %-8s %-28s %-40s %s\n", width, printable(port.path).c_str(), or_dash(port.role).c_str(),
            or_dash(port.interface).c_str(), or_dash(port.device).c_str(), or_dash(port.holder).c_str());
   }
   return 0;

@@ -8,9 +8,11 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "log_sink.h"
+#include "output.h"
 #include "printable.h"
 #include "recorder.h"
 #include "relay.h"
@@ -112,8 +114,9 @@ void tell_size(const Recorder& recorder) {
 }
 
 void tell_end(const std::string& dir, const Recorder& recorder) {
-  if (recorder.lines() == 0) return;
   if (isatty(STDERR_FILENO) != 0) fprintf(stderr, "\r\033[K");
+  output::result() = {{"folder", dir}, {"lines", recorder.lines()}};
+  if (recorder.lines() == 0 || output::json()) return;
   printf("%zu lines in %s/at.log. \"brioctl import %s\" makes a scenario and a test of them.\n",
          recorder.lines(), printable(dir).c_str(), printable(dir).c_str());
 }
@@ -126,16 +129,18 @@ int run_record(Options options, const std::string& dir, double seconds) {
   options.at_log = dir + "/at.log";
   Session session(options);
   if (!log_sink::write_to(dir + "/library.log")) throw Failure(dir + "/library.log cannot be written.");
-  printf("Recording %s into %s; Ctrl-C ends it.\n", session.modem_name().c_str(), printable(dir).c_str());
-  fflush(stdout);
+  if (!output::json()) {
+    printf("Recording %s into %s; Ctrl-C ends it.\n", session.modem_name().c_str(), printable(dir).c_str());
+    output::flush();
+  }
   const Recorder& recorder = session.recorder();
-  int result = 0;
+  std::string problem;
   try {
     session.open_module();
     // What a WAN manager asks again and again, at its pace.
     constexpr double kPoll = 30;
     double waited = 0, next_poll = 0;
-    while (seconds < 0 || waited < seconds) {
+    while (!recorder.failed() && (seconds < 0 || waited < seconds)) {
       if (session.modem_gone()) throw Failure("The modem hung up.");
       if (waited >= next_poll) {
         status_rows(session.lib, options.identities);
@@ -146,13 +151,13 @@ int run_record(Options options, const std::string& dir, double seconds) {
       waited += 0.5;
     }
   } catch (const Failure& failure) {
-    fprintf(stderr, "brioctl: %s\n", printable(failure.what(), '\n').c_str());
-    result = 1;
+    problem = failure.what();
   }
   session.close();
   if (!log_sink::write_to("")) throw Failure(dir + "/library.log could not be written whole.");
   tell_end(dir, recorder);
-  return result;
+  if (!problem.empty()) throw Failure(problem);
+  return 0;
 }
 
 int run_tap(const Options& options, const std::string& dir, double seconds, bool in_place) {
@@ -160,14 +165,14 @@ int run_tap(const Options& options, const std::string& dir, double seconds, bool
   Session session(options);
   const PortPaths ports = session.ports();
   for (const std::string& path : {ports.query, ports.urc}) Replaced::mend(path);
-  if (!session.simulated()) check_ports(ports, options.force);
+  if (!session.simulated()) check_ports({{ports.query, "query"}, {ports.urc, "URC"}}, options.force);
   Claim claim;
   if (!claim.take(ports.query) && !options.force) throw Failure(another_brioctl(ports));
   make_folder(dir);
   Recorder recorder(options.identities);
   recorder.write_to(dir + "/at.log");
   if (options.verbose > 0) recorder.show();
-  int result = 0;
+  bool hung_up = false;
   {
     Relay relay(ports.query, ports.urc, recorder.journal());
     std::unique_ptr<Replaced> query, urc;
@@ -175,33 +180,35 @@ int run_tap(const Options& options, const std::string& dir, double seconds, bool
     if (in_place) {
       query = std::make_unique<Replaced>(ports.query, relay.query_device());
       urc = std::make_unique<Replaced>(ports.urc, relay.urc_device());
-      printf("Recording into %s what passes through %s and %s. Start the host now.\n", printable(dir).c_str(),
-             ports.query.c_str(), ports.urc.c_str());
     } else {
       linked = std::make_unique<LinkedRoot>(session.host_path(""),
                                             PortPaths{ports.trace, relay.query_device(), relay.urc_device()});
-      printf(
-          "Recording into %s. Let the host use\n  query port %s\n  URC port   %s\nor, by brio_set_root_dir, "
-          "the root directory %s.\n",
-          printable(dir).c_str(), relay.query_device().c_str(), relay.urc_device().c_str(),
-          linked->dir().c_str());
     }
-    printf("Ctrl-C ends it.\n");
-    fflush(stdout);
+    const std::string host_query = in_place ? ports.query : relay.query_device();
+    const std::string host_urc = in_place ? ports.urc : relay.urc_device();
+    if (output::json()) {
+      output::result() = {{"query_port", host_query}, {"urc_port", host_urc}};
+      if (linked) output::result()["root"] = linked->dir();
+      output::line();
+    } else {
+      printf("Recording into %s. Let the host use\n  query port %s\n  URC port   %s\n",
+             printable(dir).c_str(), host_query.c_str(), host_urc.c_str());
+      if (linked) printf("or, by brio_set_root_dir, the root directory %s.\n", linked->dir().c_str());
+      printf("Ctrl-C ends it.\n");
+      output::flush();
+    }
     double waited = 0;
-    while (!relay.gone() && (seconds < 0 || waited < seconds)) {
+    while (!relay.gone() && !recorder.failed() && (seconds < 0 || waited < seconds)) {
       tell_size(recorder);
       if (!pause_for(0.5)) break;
       waited += 0.5;
     }
-    if (relay.gone()) {
-      fprintf(stderr, "brioctl: the modem hung up.\n");
-      result = 1;
-    }
+    hung_up = relay.gone();
   }
   recorder.finish();
   tell_end(dir, recorder);
-  return result;
+  if (hung_up) throw Failure("The modem hung up.");
+  return 0;
 }
 
 }  // namespace brioctl

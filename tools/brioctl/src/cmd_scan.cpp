@@ -3,11 +3,15 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <regex>
 #include <thread>
 
 #include "commands.h"
+#include "log_sink.h"
+#include "output.h"
 #include "printable.h"
+#include "progress.h"
 
 namespace brioctl {
 namespace {
@@ -50,6 +54,12 @@ std::vector<Entry> parse_list(const std::string& list) {
   return entries;
 }
 
+std::string digits_of(const std::string& plmn) {
+  std::string digits = plmn;
+  digits.erase(std::remove(digits.begin(), digits.end(), '-'), digits.end());
+  return digits;
+}
+
 const char* stat_name(const std::string& stat) {
   return stat == "2" ? "current" : stat == "1" ? "available" : "unknown";
 }
@@ -60,9 +70,67 @@ const char* rat_name(const std::string& rat) {
   return rat.size() == 1 && rat[0] >= '0' && rat[0] <= '7' ? names[rat[0] - '0'] : "?";
 }
 
+nlohmann::ordered_json entry_json(const Entry& entry) {
+  return {{"status", stat_name(entry.stat)},
+          {"network", entry.plmn},
+          {"technology", rat_name(entry.rat)},
+          {"name", entry.name}};
+}
+
+void print_list(const std::vector<Entry>& entries) {
+  auto& list = output::result()["networks"] = nlohmann::ordered_json::array();
+  for (const Entry& entry : entries) list.push_back(entry_json(entry));
+  if (output::json()) return;
+  printf("%3s  %-10s  %-8s  %-11s  %s\n", "No.", "Status", "Network", "Technology", "Name");
+  int number = 0;
+  for (const Entry& entry : entries) {
+    printf("%3d  %-10s  %-8s  %-11s  %s\n", ++number, stat_name(entry.stat), entry.plmn.c_str(),
+           rat_name(entry.rat), printable(entry.name).c_str());
+  }
+}
+
+// The entry of a number in the list or of a PLMN; null when there is none.
+const Entry* wanted_entry(const std::vector<Entry>& entries, const std::string& select) {
+  const std::string wanted = digits_of(select);
+  if (wanted.size() < 5) {
+    const std::size_t number = std::stoul(wanted);
+    return number >= 1 && number <= entries.size() ? &entries[number - 1] : nullptr;
+  }
+  const auto found = std::find_if(entries.begin(), entries.end(),
+                                  [&](const Entry& entry) { return digits_of(entry.plmn) == wanted; });
+  return found == entries.end() ? nullptr : &*found;
+}
+
+// Selects the network by hand. Throws Failure with the modem's answer.
+void select_network(Session& session, const Entry& entry) {
+  constexpr int kSelectTimeout = 180;  // the modem answers when it has registered, or has given up
+  const std::string command = "AT+COPS=1,2,\"" + digits_of(entry.plmn) + "\"," + entry.rat;
+  log_sink::clear_errors();
+  uint32_t status = 0;
+  {
+    const Progress progress("Registering with " + entry.plmn, session.options().verbose == 0);
+    status = session.lib.blpkt_atcmd_request_with_callback_timeout(command.c_str(), NO_RESULT, nullptr,
+                                                                   nullptr, nullptr, 0, kSelectTimeout);
+  }
+  if (status != BLPKT_STATUS_SUCCESS) {
+    throw Failure(session.explain("Network " + entry.plmn + " was not selected"));
+  }
+}
+
+// Lets the modem return to its network; false, with a note, when it does not.
+bool select_automatically(const Library& lib) {
+  const bool automatic = lib.wabs_set_auto_mode() == WABS_STATUS_OK;
+  if (automatic) {
+    output::result()["selection"] = "automatic";
+  } else {
+    output::note("Automatic selection could not be restored; \"brioctl auto\" tries again.");
+  }
+  return automatic;
+}
+
 }  // namespace
 
-bool scan_networks(Session& session) {
+bool scan_networks(Session& session, const std::string& select) {
   const Library& lib = session.lib;
   session.end_at_signals(2);  // the first one aborts, and the modem returns to its network
   lib.wabs_get_current_network();
@@ -92,28 +160,43 @@ bool scan_networks(Session& session) {
   if (terminal) fprintf(stderr, "\r\033[K");
   // The released request left the modem searching; and a scan, whatever its end, left it de-registered.
   if (aborted) lib.wabs_send_abort_cmd();
-  uint32_t automatic = lib.wabs_set_auto_mode();
+  const std::vector<Entry> entries = parse_list(buffer.data());
+  const Entry* chosen = status == 0 && !aborted && !select.empty() ? wanted_entry(entries, select) : nullptr;
+  std::string problem;
+  if (status != 0 && !aborted) {
+    // Before the next command, whose lines would be the last ones.
+    problem = session.explain("The scan failed: status " + std::to_string(status) + " (" +
+                              status_name(status) + ")");
+  } else if (chosen != nullptr) {
+    try {
+      session.end_at_signals(1);
+      select_network(session, *chosen);
+    } catch (const Failure& failure) {
+      problem = failure.what();
+    }
+  } else if (!select.empty() && !aborted) {
+    problem = "There is no network " + select + " in the scan.";
+  }
+  const bool selected = chosen != nullptr && problem.empty();
+  const bool restored = selected || select_automatically(lib);
   session.end_at_signals(1);
-  if (automatic != 0) {
-    fprintf(stderr, "Automatic selection could not be restored; \"brioctl auto\" tries again.\n");
-  }
   if (aborted) {
-    printf("Scan aborted%s.\n", automatic == 0 ? "; automatic selection is on again" : "");
+    output::note(restored ? "Scan aborted; automatic selection is on again." : "Scan aborted.");
     return false;
   }
-  if (status != 0) {
-    printf("%s\n", session
-                       .explain("The scan failed: status " + std::to_string(status) + " (" +
-                                status_name(status) + ")")
-                       .c_str());
-    return false;
+  if (status == 0) print_list(entries);
+  if (!problem.empty()) {
+    throw Failure(problem + (select.empty() || !restored ? "" : "\nAutomatic selection is on again."));
   }
-  printf("%-10s  %-8s  %-11s  %s\n", "Status", "Network", "Technology", "Name");
-  for (const Entry& entry : parse_list(buffer.data())) {
-    printf("%-10s  %-8s  %-11s  %s\n", stat_name(entry.stat), entry.plmn.c_str(), rat_name(entry.rat),
-           printable(entry.name).c_str());
+  if (selected) {
+    output::result()["selection"] = "manual";
+    output::result()["selected"] = entry_json(*chosen);
+    if (!output::json()) {
+      printf("\nSelected %s (%s), %s. \"brioctl auto\" lets the modem choose again.\n", chosen->plmn.c_str(),
+             printable(chosen->name).c_str(), rat_name(chosen->rat));
+    }
   }
-  return automatic == 0;
+  return restored;
 }
 
 int run_auto(const Options& options) {
@@ -122,14 +205,15 @@ int run_auto(const Options& options) {
   const uint32_t status = session.lib.wabs_set_auto_mode();
   if (status != 0) throw Failure(session.explain("Automatic selection could not be restored"));
   session.close();
-  printf("Automatic selection is on.\n");
+  output::result()["selection"] = "automatic";
+  if (!output::json()) printf("Automatic selection is on.\n");
   return 0;
 }
 
-int run_scan(const Options& options) {
+int run_scan(const Options& options, const std::string& select) {
   Session session(options);
   session.open_module();
-  bool complete = scan_networks(session);
+  bool complete = scan_networks(session, select);
   session.close();
   return complete ? 0 : 1;
 }

@@ -1,9 +1,13 @@
 // brioctl status, and the rows that it shares with the demo.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <memory>
+#include <nlohmann/json.hpp>
 
 #include "commands.h"
+#include "output.h"
 
 namespace brioctl {
 namespace {
@@ -16,13 +20,18 @@ std::string serving_plmn(const Library& lib) {
   return mcc.find_first_not_of("0123456789") != std::string::npos ? "none" : mcc + "-" + mnc;
 }
 
-// The digits of the IMSI that the library took for the MNC.
+// The digits of the IMSI that the library took for the MNC. Of "000" the number does not tell how many.
 std::string home_plmn(const Library& lib, uint32_t mnc) {
   char imsi[64] = "";
   lib.wabs_get_imsi.function(imsi, sizeof imsi);
   const std::string digits = imsi;
   if (digits.size() < 6) return "none";
-  const bool three = strtoul(digits.substr(3, 3).c_str(), nullptr, 10) == mnc;
+  bool three = strtoul(digits.substr(3, 3).c_str(), nullptr, 10) == mnc;
+  if (digits.compare(3, 3, "000") == 0) {
+    const auto record = std::make_unique<sim_plmn_data>();
+    lib.brio_get_sim_plmn_info.function(record.get(), 1);
+    three = strnlen(record->home_mnc, sizeof record->home_mnc) == 3;
+  }
   return digits.substr(0, 3) + "-" + digits.substr(3, three ? 3 : 2);
 }
 
@@ -123,7 +132,7 @@ std::vector<Row> status_rows(const Library& lib, bool identities) {
   rows.push_back(
       text_row("wabs_get_radio_cert_param1", lib.wabs_get_radio_cert_param1, "ICCID", true, identities));
   rows.push_back(
-      text_row("wabs_get_radio_serial_number", lib.wabs_get_radio_serial_number, "IMEI", false, true));
+      text_row("wabs_get_radio_serial_number", lib.wabs_get_radio_serial_number, "IMEI", true, identities));
   rows.push_back(
       text_row("wabs_get_firmware_version", lib.wabs_get_firmware_version, "firmware", false, true));
 
@@ -133,11 +142,17 @@ std::vector<Row> status_rows(const Library& lib, bool identities) {
   status = lib.brio_get_wan_type(&value);
   rows.push_back(
       {"brio_get_wan_type", status, status == 0 ? std::to_string(value) : "", wan_name(value), true});
-  rows.push_back(
-      number_row<uint16_t>("brio_get_carrier_id", lib.brio_get_carrier_id, 0, "carrier configuration"));
+  auto carrier =
+      number_row<uint16_t>("brio_get_carrier_id", lib.brio_get_carrier_id, 0, "carrier configuration");
+  if (carrier.value == "65535") carrier.unit = "unknown";
+  rows.push_back(carrier);
   rows.push_back(
       number_row<uint32_t>("brio_get_band_info", lib.brio_get_band_info, 0, "band, 0 not reported"));
   return rows;
+}
+
+bool all_read(const std::vector<Row>& rows) {
+  return std::all_of(rows.begin(), rows.end(), [](const Row& row) { return row.status == 0; });
 }
 
 std::string left_deregistered(const Library& lib) {
@@ -150,23 +165,21 @@ std::string left_deregistered(const Library& lib) {
          "register again.";
 }
 
-int run_status(const Options& options, bool json) {
+int run_status(const Options& options) {
   Session session(options);
   session.open_module();
   auto rows = status_rows(session.lib, options.identities);
-  const std::string note = left_deregistered(session.lib);
+  const std::string off_network = left_deregistered(session.lib);
   session.close();
   if (interrupted() > 0) throw Failure("interrupted.");
-  if (!note.empty()) fprintf(stderr, "%s\n", note.c_str());
-  if (json) {
-    fputs(render_json(rows).c_str(), stdout);
+  if (!off_network.empty()) output::note(off_network);
+  if (output::json()) {
+    output::result()["modem"] = session.modem_name();
+    output::result()["values"] = rows_json(rows);
   } else {
     printf("Modem: %s\n\n%s", session.modem_name().c_str(), render_table(rows).c_str());
   }
-  for (const Row& row : rows) {
-    if (row.status != 0) return 1;
-  }
-  return 0;
+  return all_read(rows) ? 0 : 1;
 }
 
 }  // namespace brioctl

@@ -13,9 +13,10 @@ namespace brioctl {
 constexpr char kTraceFilter[] = "/var/local/wan/debug/trace_filter.cfg";
 
 std::vector<Row> status_rows(const Library& lib, bool identities);
+bool all_read(const std::vector<Row>& rows);
 // A sentence when the modem was told to stay off the network, "" otherwise.
 std::string left_deregistered(const Library& lib);
-int run_status(const Options& options, bool json);
+int run_status(const Options& options);
 // kScreen: lines where there is no screen.
 enum class WatchFormat { kScreen, kLines, kJson, kCsv };
 // Every `every` seconds, for `seconds` or, when negative, until interrupted.
@@ -35,11 +36,12 @@ int run_trace(const Options& options, const std::string& filter, const std::stri
 // `choice`: "", "1", "2" or "auto".
 int run_ant(const Options& options, const std::string& choice);
 
-// Scans in an open session and prints the list; false when it failed or was aborted.
-bool scan_networks(Session& session);
+// Scans in an open session and prints the list; false when it failed or was aborted. The modem then selects a
+// network by itself, unless one of the list is selected: by its number in it, or as a PLMN.
+bool scan_networks(Session& session, const std::string& select = "");
 // Tells the modem to select a network by itself.
 int run_auto(const Options& options);
-int run_scan(const Options& options);
+int run_scan(const Options& options, const std::string& select);
 
 // Records a session of this host for `seconds` or, when negative, until interrupted.
 int run_record(Options options, const std::string& dir, double seconds);
@@ -48,7 +50,7 @@ int run_tap(const Options& options, const std::string& dir, double seconds, bool
 // Writes PREFIX.toml and PREFIX.txt; "" for a prefix after the recording.
 int run_import(const std::string& recording, std::string prefix, bool force);
 
-int run_ports(const Options& options, bool json);
+int run_ports(const Options& options);
 
 int run_demo(const Options& options, double seconds);
 

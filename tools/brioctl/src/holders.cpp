@@ -92,14 +92,21 @@ std::string another_brioctl(const PortPaths& ports) {
   return "Another brioctl drives the modem on " + ports.query + ". End it, or go on with --force.";
 }
 
-void check_ports(const PortPaths& ports, bool force) {
-  for (const auto& [path, what] : {std::pair(ports.query, "query"), std::pair(ports.urc, "URC")}) {
-    if (access(path.c_str(), R_OK | W_OK) == 0) continue;
-    throw Failure(path + ", the modem's " + what + " port: " + open_problem(errno) + ".");
+std::string port_problem(const NamedPort& port) {
+  if (access(port.path.c_str(), R_OK | W_OK) == 0) return "";
+  return port.path + ", the modem's " + port.name + " port: " + open_problem(errno) + ".";
+}
+
+void check_ports(const std::vector<NamedPort>& ports, bool force) {
+  std::vector<std::string> paths;
+  for (const NamedPort& port : ports) {
+    const std::string problem = port_problem(port);
+    if (!problem.empty()) throw Failure(problem);
+    paths.push_back(port.path);
   }
   if (force) return;
   std::string text;
-  for (const Holder& holder : holders({ports.query, ports.urc})) {
+  for (const Holder& holder : holders(paths)) {
     text += holder.port + " is held by " + printable(holder.name) + " (pid " + std::to_string(holder.pid) +
             ").\n";
   }

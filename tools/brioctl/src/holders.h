@@ -37,9 +37,15 @@ class Claim {
 
 std::string another_brioctl(const PortPaths& ports);  // what to say then
 
+struct NamedPort {
+  std::string path, name;  // "query"
+};
+
+// "" or what is wrong with the port and what to do.
+std::string port_problem(const NamedPort& port);
 // Throws Failure, with what to do, when a port is missing, may not be used, or is somebody else's (unless
 // `force`).
-void check_ports(const PortPaths& ports, bool force);
+void check_ports(const std::vector<NamedPort>& ports, bool force);
 
 }  // namespace brioctl
 

@@ -19,6 +19,8 @@ constexpr std::size_t kKept = 1000;  // requests and events that nobody takes
 
 std::mutex s_mutex;  // guards everything below
 int s_echo = 0;
+bool s_identities = false;
+at_log::Mask s_mask('*');
 FILE* s_file = nullptr;
 std::string s_last_error;
 std::string s_modem_error;
@@ -90,6 +92,16 @@ void take(int priority, const char* format, va_list arguments) {
   while (!line.empty() && line.back() == '\n') line.pop_back();
   line = printable(line);
   std::lock_guard<std::mutex> lock(s_mutex);
+  // Before masking: the time in a file's name may look like an identity.
+  const std::string trace = between(line, "brio_trace_tst_log:name=\"", "\":start to catch");
+  if (!trace.empty()) s_trace_name = trace;
+  if (!s_identities) {
+    at_log::Line hidden;
+    hidden.port = at_log::Port::kHost;
+    hidden.text.swap(line);
+    s_mask.hide(hidden);
+    line.swap(hidden.text);
+  }
   const std::size_t events = s_events.size();
   note_request(line);
   note_event(line);
@@ -101,8 +113,6 @@ void take(int priority, const char* format, va_list arguments) {
   if (LOG_PRI(priority) == LOG_ERR) s_last_error = line;
   std::string refused = between(line, "AT_err_string:", ":");
   if (!refused.empty()) s_modem_error = refused;
-  std::string trace = between(line, "brio_trace_tst_log:name=\"", "\":start to catch");
-  if (!trace.empty()) s_trace_name = trace;
 }
 
 }  // namespace
@@ -114,11 +124,22 @@ void echo(int level) {
 
 bool write_to(const std::string& path) {
   std::lock_guard<std::mutex> lock(s_mutex);
-  bool good = s_file == nullptr || fclose(s_file) == 0;
+  bool good = s_file == nullptr || ferror(s_file) == 0;
+  if (s_file != nullptr) good = fclose(s_file) == 0 && good;
   s_file = nullptr;
   if (path.empty()) return good;
   s_file = fopen(path.c_str(), "we");
   return s_file != nullptr;
+}
+
+void show_identities() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  s_identities = true;
+}
+
+std::string outstanding() {
+  std::lock_guard<std::mutex> lock(s_mutex);
+  return s_requests.empty() || s_requests.back().status >= 0 ? "" : s_requests.back().command;
 }
 
 std::string last_error() {

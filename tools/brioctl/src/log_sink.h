@@ -28,6 +28,10 @@ void clear_errors();
 // The device path of the trace file that the library named last.
 std::string trace_name();
 
+// IMSI, ICCID and IMEI are masked in every line; this shows them whole.
+void show_identities();
+// The command that the modem has not answered yet, "" for none.
+std::string outstanding();
 // The last request since clear_errors() that did not succeed, also when repeated; no command when all did.
 Request last_failed();
 // Requests seen since the last call.

@@ -7,6 +7,7 @@
 #include "command_line.h"
 #include "commands.h"
 #include "log_sink.h"
+#include "output.h"
 #include "printable.h"
 #include "watch_model.h"
 
@@ -25,9 +26,13 @@ int main(int argc, char** argv) {
       "  brioctl --sim status               one table of what the host reads\n"
       "  brioctl --root ~/desk at ATI       a modem whose ttys are linked below ~/desk/dev\n"
       "  brioctl -v status                  the same on the device, with what passes the ports\n\n"
-      "Exit status: 0, 1 when the modem or the library refuses, 2 for wrong arguments, 128 and the signal's "
-      "number when "
-      "a signal ended it.");
+      "Exit status:\n"
+      "  0      done; every value was read; doctor: nothing is wrong\n"
+      "  1      the modem, the library or the system refused; a value could not be read; the output could "
+      "not be\n"
+      "         written; doctor: something is wrong\n"
+      "  2      wrong arguments\n"
+      "  128+N  signal N ended it (130: Ctrl-C), where that is not the verb's regular end");
 
   Options options;
   app.add_option("--library", options.library,
@@ -49,12 +54,12 @@ int main(int argc, char** argv) {
                "Show commands, answers and reports, warnings and errors on standard error; twice: the "
                "library's whole log");
   app.add_flag("--identities", options.identities,
-               "Show IMSI and ICCID whole, and leave them and the IMEI in an AT log");
+               "Show IMSI, ICCID and IMEI whole, in logs and recordings, too");
   app.add_option("--at-log", options.at_log, "Write each line of the query and URC port into this file")
       ->type_name("FILE")
       ->check(command_line::not_empty);
   app.add_flag("--force", options.force,
-               "Go on when another program drives the modem; replace files (import)");
+               "Go on when another program drives the modem; replace files (import, report)");
   const std::tuple<const char*, std::string*, const char*> port_options[] = {
       {"--query-port", &options.ports.query, "Use this tty instead of /dev/ttyACM2"},
       {"--urc-port", &options.ports.urc, "Use this tty instead of /dev/ttyACM3"},
@@ -62,6 +67,7 @@ int main(int argc, char** argv) {
   for (const auto& [name, place, what] : port_options) {
     app.add_option(name, *place, what)->type_name("TTY")->excludes(sim)->excludes(scenario);
   }
+  auto* json = app.add_flag("--json", options.json, "Print objects for scripts, one a line");
   double demo_seconds = 4;
   auto* demo =
       app.add_subcommand("demo", "Open a simulated modem, show what it says and reports, scan, close");
@@ -69,9 +75,7 @@ int main(int argc, char** argv) {
       ->check(command_line::above_zero)
       ->capture_default_str();
 
-  bool json = false;
   auto* status = app.add_subcommand("status", "One table of everything that the host reads");
-  status->add_flag("--json", json, "The same for scripts");
 
   double every = 1, watch_seconds = -1;
   WatchFormat format = WatchFormat::kScreen;
@@ -85,13 +89,10 @@ int main(int argc, char** argv) {
       ->capture_default_str();
   auto* lines = watch->add_flag_callback(
       "--lines", [&] { format = WatchFormat::kLines; }, "Lines with their time, at a terminal too");
-  auto* json_lines = watch->add_flag_callback(
-      "--json", [&] { format = WatchFormat::kJson; }, "A JSON object a line");
   watch
-      ->add_flag_callback(
-          "--csv", [&] { format = WatchFormat::kCsv; }, "CSV with a heading (RFC 4180)")
-      ->excludes(lines)
-      ->excludes(json_lines->excludes(lines));
+      ->add_flag_callback("--csv", [&] { format = WatchFormat::kCsv; }, "CSV with a heading (RFC 4180)")
+      ->excludes(lines->excludes(json))
+      ->excludes(json);
   watch->add_option("--seconds", watch_seconds, "End after this time")->check(command_line::above_zero);
 
   AtOptions at_options;
@@ -107,11 +108,14 @@ int main(int argc, char** argv) {
   at->add_flag("--json", at_options.json, "A JSON object a line");
 
   auto* ports = app.add_subcommand("ports", "List serial ports that may be a modem's, and who has them");
-  ports->add_flag("--json", json, "The same for scripts");
   auto* automatic = app.add_subcommand("auto", "Let the modem select a network by itself again");
 
-  app.add_subcommand("scan",
-                     "Scan for networks (up to 300 s; Ctrl-C aborts), then select automatically again");
+  std::string select;
+  auto* scan = app.add_subcommand(
+      "scan", "Scan for networks (up to 300 s; Ctrl-C aborts), then select automatically again");
+  scan->add_option("--select", select, "Select this one of them instead, until \"brioctl auto\"")
+      ->type_name("NUMBER|PLMN")
+      ->check(command_line::number_or_plmn);
 
   bool full = false, follow = false;
   auto* page = app.add_subcommand("page", "Print the 611 diagnostic page");
@@ -158,6 +162,8 @@ int main(int argc, char** argv) {
   if (!options.scenario.empty()) options.simulate = true;
   install_signals();
   log_sink::echo(options.verbose);
+  if (options.identities) log_sink::show_identities();
+  output::begin(app.get_subcommands().front()->get_name(), options.json);
 
   const auto run = [&] {
     if (*demo) {
@@ -167,7 +173,8 @@ int main(int argc, char** argv) {
       if (app.count("--speed") == 0) options.speed = 10;
       return run_demo(options, demo_seconds);
     }
-    if (*status) return run_status(options, json);
+    if (*status) return run_status(options);
+    if (*watch && options.json) format = WatchFormat::kJson;
     if (*watch) return run_watch(options, every, watch_seconds, format);
     if (*at) return run_at(options, at_options);
     if (*page) return run_page(options, full, follow);
@@ -178,23 +185,21 @@ int main(int argc, char** argv) {
     }
     if (*import) return run_import(recording, beside, options.force);
     if (*ant) return run_ant(options, choice);
-    if (*ports) return run_ports(options, json);
+    if (*ports) return run_ports(options);
     if (*automatic) return run_auto(options);
-    return run_scan(options);
+    return run_scan(options, select);
   };
   int result = 1;
+  std::string error;
   try {
     result = run();
   } catch (const std::exception& problem) {  // a Failure, or what the file system refused
+    error = problem.what();
     fflush(stdout);
-    fprintf(stderr, "brioctl: %s\n", printable(problem.what(), '\n').c_str());
+    fprintf(stderr, "brioctl: %s\n", printable(error, '\n').c_str());
   }
   // Where a signal is the regular end it is no failure.
   const bool until_signal = *watch || *trace || *record || *demo || follow;
-  if (interrupted() > 0 && (result != 0 || !until_signal)) return interrupted_status();
-  if (fflush(stdout) != 0 || ferror(stdout) != 0) {
-    fprintf(stderr, "brioctl: the output cannot be written.\n");
-    return 1;
-  }
-  return result;
+  if (interrupted() > 0 && (result != 0 || !until_signal)) result = interrupted_status();
+  return output::end(result, error);
 }

@@ -54,7 +54,7 @@ void Recorder::write_to(const std::string& path) {
           "# AT log of brioctl " BRIO_VERSION ": UTC, ms, port, --> to the modem or <-- from it, line\n");
   journal_.listen([this](const at_log::Line& line) {
     fprintf(file_, "%s\n", at_log::format(line).c_str());
-    fflush(file_);
+    if (fflush(file_) != 0) failed_ = true;
     lines_++;
   });
 }

@@ -26,6 +26,7 @@ class Recorder {
   void show();
   at_log::Journal* journal() { return &journal_; }
   std::size_t lines() const { return lines_; }
+  bool failed() const { return failed_; }  // a line could not be written: finish() tells
   // The last lines of the ports, the newest at the end.
   std::vector<at_log::Line> last(std::size_t count);
 
@@ -37,6 +38,7 @@ class Recorder {
   std::string path_;
   FILE* file_ = nullptr;
   std::atomic<std::size_t> lines_{0};
+  std::atomic<bool> failed_{false};
   std::mutex last_mutex_;  // guards last_
   std::deque<at_log::Line> last_;
 };

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <nlohmann/json.hpp>
 
+#include "brio/wabs.h"
 #include "printable.h"
 
 namespace brioctl {
@@ -39,23 +40,23 @@ std::string padded(const std::string& text, size_t width) {
 
 std::string status_name(uint32_t status) {
   switch (status) {
-    case 0:
+    case WABS_STATUS_OK:
       return "ok";
-    case 1:
+    case WABS_STATUS_NOT_OPEN:
       return "not open";
-    case 2:
+    case WABS_STATUS_LIBRARY_FAILURE:
       return "library failure";
-    case 4:
+    case WABS_STATUS_ALREADY_OPEN:
       return "already open";
-    case 7:
+    case WABS_STATUS_BUFFER_TOO_SMALL:
       return "buffer too small";
-    case 11:
+    case WABS_STATUS_NULL_POINTER:
       return "null pointer";
-    case 13:
+    case WABS_STATUS_NO_NETWORK_TIME:
       return "no network time";
-    case 14:
-      return "scan timed out";
-    case 15:
+    case WABS_STATUS_SCAN_RUNNING:
+      return "scan running";
+    case WABS_STATUS_SCAN_ABORTED:
       return "scan aborted";
     default:
       return "?";
@@ -63,9 +64,8 @@ std::string status_name(uint32_t status) {
 }
 
 std::string library_status_name(uint32_t status) {
-  static constexpr const char* kNames[] = {"ok",          "not open", "busy",          "modem lost",
-                                           "failure",     "time-out", "no such value", "unavailable",
-                                           "scan aborted"};
+  static constexpr const char* kNames[] = {"ok",      "not open", "busy",        "fatal",       "failure",
+                                           "timeout", "invalid",  "unavailable", "scan aborted"};
   return status < std::size(kNames) ? kNames[status] : "?";
 }
 
@@ -95,7 +95,7 @@ std::string render_table(std::vector<Row> rows) {
   return text;
 }
 
-std::string render_json(const std::vector<Row>& rows) {
+nlohmann::ordered_json rows_json(const std::vector<Row>& rows) {
   nlohmann::ordered_json values = nlohmann::ordered_json::object();
   for (const Row& row : rows) {
     nlohmann::ordered_json entry;
@@ -111,8 +111,7 @@ std::string render_json(const std::vector<Row>& rows) {
     if (row.status == 0 && !row.unit.empty()) entry["unit"] = row.unit;
     values[row.operation] = entry;
   }
-  // ASCII only: terminals take DEL and C1 for controls.
-  return values.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  return values;
 }
 
 std::string masked(const std::string& digits, bool show) {

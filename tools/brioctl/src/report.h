@@ -3,6 +3,7 @@
 #define BRIOCTL_REPORT_H
 
 #include <cstdint>
+#include <nlohmann/json_fwd.hpp>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -28,9 +29,9 @@ struct Row {
 
 // For people: control characters of a value are escaped.
 std::string render_table(std::vector<Row> rows);
-std::string render_json(const std::vector<Row>& rows);
+nlohmann::ordered_json rows_json(const std::vector<Row>& rows);
 
-// Names of a WABS_STATUS_* and of a BRIO_STATUS_* code.
+// The names that wabs.h and brio.h give to a WABS_STATUS_* and a BRIO_STATUS_* code.
 std::string status_name(uint32_t status);
 std::string library_status_name(uint32_t status);
 // All but the first six digits replaced, unless `show`.

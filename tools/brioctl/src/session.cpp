@@ -11,6 +11,7 @@
 #include "modemsim/modem.h"
 #include "modemsim/scenario.h"
 #include "printable.h"
+#include "progress.h"
 #include "recorder.h"
 #include "relay.h"
 #include "report.h"
@@ -31,6 +32,11 @@ std::string scenario_path(const std::string& wanted) {
   if (!path.empty()) return path;
   throw Failure("There is no scenario '" + name +
                 "'. Give a file, or an installed name: demo, home-lte, rough-day.");
+}
+
+std::string waiting_for() {
+  const std::string command = log_sink::outstanding();
+  return command.empty() ? "" : " (waiting for the answer to " + command + ")";
 }
 
 }  // namespace
@@ -87,8 +93,11 @@ PortPaths device_ports(const Options& options, const std::string& root) {
 }
 
 void Session::open_ports() {
+  relay_.reset();  // of an open that failed
+  library_root_.reset();
+  claim_.release();
   const PortPaths paths = ports();
-  if (!simulated()) check_ports(paths, options_.force);
+  if (!simulated()) check_ports({{paths.query, "query"}, {paths.urc, "URC"}}, options_.force);
   if (!claim_.take(paths.query) && !options_.force) {
     throw Failure(another_brioctl(paths));
   }
@@ -130,19 +139,22 @@ void Session::end_at_once() {
   _exit(interrupted_status());
 }
 
+std::string Session::cause() {
+  const log_sink::Request request = log_sink::last_failed();
+  if (request.command.empty()) return "";
+  char waited[32];
+  snprintf(waited, sizeof waited, "%.1f s", request.milliseconds / 1000);
+  return request.status == BLPKT_STATUS_TIMEOUT
+             ? "The modem did not answer " + request.command + " within " + waited
+         : request.refusal.empty()
+             ? request.command + " failed"
+             : "The modem refused " + request.command + ": " + with_meaning(request.refusal);
+}
+
 std::string Session::explain(const std::string& what) const {
   if (interrupted() != 0) return "interrupted.";
   std::string text = what;
-  const log_sink::Request request = log_sink::last_failed();
-  if (!request.command.empty()) {
-    const std::string& refusal = request.refusal;
-    char waited[32];
-    snprintf(waited, sizeof waited, "%.1f s", request.milliseconds / 1000);
-    text += request.status == BLPKT_STATUS_TIMEOUT
-                ? ".\nThe modem did not answer " + request.command + " within " + waited
-            : refusal.empty() ? ".\n" + request.command + " failed"
-                              : ".\nThe modem refused " + request.command + ": " + with_meaning(refusal);
-  }
+  if (const std::string why = cause(); !why.empty()) text += ".\n" + why;
   const auto words = recorder_->last(6);
   if (!words.empty()) text += ".\nLast lines on the ports:";
   for (const at_log::Line& line : words) {
@@ -155,7 +167,11 @@ std::string Session::explain(const std::string& what) const {
 void Session::open_module() {
   place_ports();
   log_sink::clear_errors();
-  uint32_t status = lib.wabs_open();
+  uint32_t status = 0;
+  {
+    const Progress progress("Opening the modem", options_.verbose == 0, waiting_for);
+    status = lib.wabs_open();
+  }
   if (status != 0) {
     throw Failure(explain("The modem could not be opened on " + ports().query + " (status " +
                           std::to_string(status) + ", " + status_name(status) + ")"));
@@ -166,10 +182,14 @@ void Session::open_module() {
 void Session::open_modem() {
   place_ports();
   log_sink::clear_errors();
-  uint32_t status = lib.brio_open("/dev/ttyACM2");
+  uint32_t status = 0;
+  {
+    const Progress progress("Opening the modem", options_.verbose == 0, waiting_for);
+    status = lib.brio_open("/dev/ttyACM2");
+  }
   if (status != 0) {
     throw Failure(explain("The modem could not be opened on " + ports().query + " (library status " +
-                          std::to_string(status) + ")"));
+                          std::to_string(status) + ", " + library_status_name(status) + ")"));
   }
   open_ = kModem;
 }

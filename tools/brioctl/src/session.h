@@ -18,10 +18,11 @@ struct Options {
   bool simulate = false;
   double speed = 1;         // the scenario is played this many times as fast
   int verbose = 0;          // 1: the lines of the ports, warnings and errors; 2: the library's whole log
-  bool identities = false;  // show whole IMSI, ICCID and, in the AT log, IMEI
+  bool identities = false;  // show whole IMSI, ICCID and IMEI
   std::string at_log;       // a file, "" for none
   PortPaths ports;          // "" for the device's own
-  bool force = false;       // drive a modem that another program drives
+  bool force = false;       // drive a modem that another program drives; replace files
+  bool json = false;        // objects instead of text (output.h)
 };
 
 // The ports as this system sees them: those of the options, else the device's below `root`.
@@ -51,6 +52,8 @@ class Session {
   // From how many signals on what the session waits for ends at once; 1 when it opens.
   void end_at_signals(int signals);
 
+  // The request that failed and the modem's refusal, "" when none did.
+  static std::string cause();
   // A sentence about a failed call, with the step that failed, the modem's last words and the library's last
   // error.
   std::string explain(const std::string& what) const;

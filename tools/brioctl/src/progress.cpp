@@ -1,0 +1,42 @@
+#include "progress.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+
+namespace brioctl {
+
+Progress::Progress(std::string what, bool wanted, std::function<std::string()> detail)
+    : what_(std::move(what)), detail_(std::move(detail)) {
+  if (!wanted || isatty(STDERR_FILENO) == 0) return;
+  // Signals are the main thread's.
+  sigset_t all, before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  thread_ = std::thread([this] { run(); });
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+Progress::~Progress() {
+  if (!thread_.joinable()) return;
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    ended_ = true;
+  }
+  end_.notify_one();
+  thread_.join();
+}
+
+void Progress::run() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  int seconds = 0;
+  while (!end_.wait_for(lock, std::chrono::seconds(1), [this] { return ended_; })) {
+    fprintf(stderr, "\r\033[K%s: %d s%s", what_.c_str(), ++seconds, detail_ ? detail_().c_str() : "");
+    fflush(stderr);
+  }
+  if (seconds > 0) fprintf(stderr, "\r\033[K");
+}
+
+}  // namespace brioctl
