@@ -10,8 +10,11 @@
 #include <array>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -194,7 +197,7 @@ TEST(Brioctl, SendsWhatIsTypedAndNothingElse) {
   const std::string at = BRIOCTL " --root " + root.dir() + " at ";
   check(("printf 'AT+COPS=3,2\\r\\n\\nAT+COPS?\\nAT+NO\\n^' | " + at).c_str(),
         {{"", 1, {"^OK\n\\+COPS: 0,2,\"310410\",7\nOK\nERROR\nOK\n$"}}});
-  const auto answer = nlohmann::json::parse(run(at + "--json AT+COPS?").text);
+  const auto answer = nlohmann::json::parse(run(at + "--json AT+COPS? | head -n 1").text);
   EXPECT_TRUE(answer["ok"] == true && answer["lines"][0] == "+COPS: 0,2,\"310410\",7" &&
               answer["result"] == "OK")
       << answer;
@@ -220,6 +223,93 @@ TEST(Brioctl, SendsWhatIsTypedAndNothingElse) {
   const std::string history = "/brioctl/at_history";
   EXPECT_EQ("AT+GTBARS?\nAT+GTBARS?\n", root.read(history));
   EXPECT_EQ(std::filesystem::perms(0600), std::filesystem::status(root.path(history)).permissions());
+}
+
+// Every verb's objects have the members of docs/json.md, of these types, and no others.
+TEST(Brioctl, PrintsTheDocumentedJson) {
+  modemsim::DeviceRoot home;
+  std::map<std::string, std::string> known;  // "verb member": types
+  std::ifstream table(DOCS "/json.md");
+  std::smatch row;
+  for (std::string line; std::getline(table, line);) {
+    if (!std::regex_search(line, row, std::regex("^\\| ([a-z, ]+) \\| `([^`]+)` \\| ([a-z, ]+) \\|")))
+      continue;
+    std::stringstream verbs(row[1]);
+    for (std::string verb; std::getline(verbs >> std::ws, verb, ',');)
+      known[verb + " " + row[2].str()] = row[3];
+  }
+  const std::string folder = home.path("/case");
+  std::string tried;
+  for (const std::string& words : std::vector<std::string>{
+           "demo --seconds 0.2", "status", "at AT+NOSUCH", "ports", "auto", "scan --select 3", "page",
+           "ant 2", "trace --seconds 1", "record " + folder + " --seconds 1", "import " + folder, "doctor",
+           "report " + home.path("/r.tar.gz"), "watch --seconds 1"}) {
+    const std::string verb = words.substr(0, words.find(' '));
+    tried += verb + "\n";
+    std::stringstream lines(run(BRIOCTL " --sim --json " + words).text);
+    nlohmann::json last;
+    for (std::string line; std::getline(lines, line);) {
+      last = nlohmann::json::parse(line, nullptr, false);
+      ASSERT_TRUE(last.is_object()) << words << ": " << line;
+      const nlohmann::json members = last.flatten();
+      for (const auto& [pointer, value] : members.items()) {
+        if (last[nlohmann::json::json_pointer(pointer)].is_array()) continue;  // an empty one
+        std::string member = std::regex_replace(pointer.substr(1), std::regex("/[0-9]+(?=/|$)"), "[]");
+        member = std::regex_replace(std::regex_replace(member, std::regex("(wabs|brio)_\\w+"), "*"),
+                                    std::regex("/"), ".");
+        const std::string types =
+            known.count(verb + " " + member) > 0 ? known[verb + " " + member] : known["all " + member];
+        const std::string type = value.is_string() ? "text" : value.type_name();
+        EXPECT_NE(std::string::npos, types.find(type)) << words << " prints " << type << " " << member;
+      }
+    }
+    EXPECT_TRUE(last.contains("exit") && last["verb"] == verb) << words << ": " << last;
+  }
+  // None was left out.
+  const std::string verbs = "sort | tr '\\n' ' '";
+  EXPECT_EQ(run("printf '" + tried + "' | " + verbs).text,
+            run(BRIOCTL " --help | sed -n '/^Subcommands/,/^$/s/^  \\([a-z]*\\) .*/\\1/p' | " + verbs).text);
+}
+
+// Of a modem that another program has, of one without a SIM, and of none. The report needs no modem.
+TEST(Brioctl, ExaminesAndReports) {
+  modemsim::DeviceRoot root, empty;
+  modemsim::State state;
+  state.clock = "80/01/06,00:00:00+00";
+  modemsim::Modem modem(state);
+  ASSERT_TRUE(modem.start(root.dir()));
+  root.write("/no-sim.toml", "[state]\ncard_status = 2\n");
+  const std::string planted = root.path("/var/local/wan/mcc"), file = empty.path("/a;touch b.tar.gz");
+  ASSERT_EQ(0, symlink("/etc/passwd", planted.c_str()));
+  const int port = open(root.path("/dev/ttyACM3").c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  const std::string here = "--root " + root.dir(), report = " report '" + file + "'";
+  const std::string pack = "--root " + empty.dir() + report,
+                    unpacked = "tar -xzOf '" + file + "' >" + empty.path("/all");
+  check(BRIOCTL,
+        {{"--sim doctor", 0, {"ok +SIM +ready, IMSI 310410\\*{9}\n", "\nNothing is wrong"}},
+         {(here + " doctor").c_str(),
+          1,
+          {"wrong +holders .*\\(pid [0-9]+\\) has ", "not judged +SIM", "wrong +file .*/mcc is a link"}},
+         {(here + " --force doctor").c_str(), 1, {"ok +SIM", "note +clock", "ok +host module"}},
+         {("--scenario " + root.path("/no-sim.toml doctor")).c_str(),
+          1,
+          {"wrong +SIM +there is none. Put one in"}},
+         {pack.c_str(), 0, {"wrong +query port .*no such port"}},
+         {pack.c_str(), 1, {"exists; --force replaces it"}},
+         {("--sim --force" + report).c_str(), 0, {"are masked"}},
+         {("--sim report " + empty.path("/none/r.tar.gz")).c_str(), 1, {"cannot be made"}}});
+  close(port);
+  ASSERT_EQ(0, run(unpacked).status);
+  const std::string all = empty.read("/all").value_or("");
+  for (const char* held : {"AT+GTMODINFO?", "2.2  Library Version",
+                           "AT_err_string|atcmd request:", "Nothing is wrong", "brioctl   "}) {
+    EXPECT_TRUE(std::regex_search(all, std::regex(std::regex_replace(held, std::regex("[+?.]"), "\\$&"))))
+        << held;
+  }
+  for (const char* identity : {"310410123", "890141032", "356938035"})
+    EXPECT_EQ(std::string::npos, all.find(identity));
+  EXPECT_EQ("a;touch b.tar.gz\nall\n",
+            run("cd " + empty.dir() + "; find . -maxdepth 1 -type f | sed 's,./,,' | sort").text);
 }
 
 // check() finds no control character; other text stays readable.

@@ -13,6 +13,7 @@
 #include "errors.h"
 #include "line_editor.h"
 #include "log_sink.h"
+#include "output.h"
 #include "printable.h"
 #include "recorder.h"
 #include "watch_model.h"
@@ -22,13 +23,9 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-void flush_output() {
-  if (fflush(stdout) != 0 || ferror(stdout) != 0) throw Failure("The output cannot be written.");
-}
-
 void print_json(const Json& object) {
-  printf("%s\n", object.dump(-1, ' ', true, Json::error_handler_t::replace).c_str());
-  flush_output();
+  output::result() = object;
+  output::line();
 }
 
 Json stamped(const char* type) {
@@ -91,9 +88,9 @@ Talk::Talk(Session& session, const AtOptions& options)
                                      : Mode::kPipe),
       client_(session.relayed().query, session.relayed().urc) {
   client_.on_line = [this](const std::string& line) {
-    if (options_.json) return;
+    if (output::json()) return;
     printf("%s\n", printable(line).c_str());
-    flush_output();
+    output::flush();
   };
   client_.on_report = [this](bool urc, const std::string& line) { tell_report(urc, line); };
   if (mode_ != Mode::kShell) return;
@@ -179,7 +176,7 @@ void Talk::look_at_time() {
   if (client_.state() != AtClient::State::kWaiting || client_.waited() < options_.timeout) return;
   client_.give_up();
   if (mode_ == Mode::kShell) return;
-  if (options_.json) print_json(client_.answer());
+  if (output::json()) print_json(client_.answer());
   throw Failure(no_answer(options_.timeout) +
                 (mode_ == Mode::kPipe
                      ? "\nCommands after " + printable(client_.answer().command) + " were not sent."
@@ -195,7 +192,7 @@ void Talk::on_interrupt() {
   forget_interrupt();
   printf("%s\n", input_.begun() ? "^C" : "");  // while nothing is edited the terminal shows it
   input_.stop();
-  flush_output();
+  output::flush();
   if (client_.state() == AtClient::State::kPrompted) {
     client_.send_text(std::string(1, kDrop));
   } else if (at_work()) {
@@ -207,7 +204,7 @@ void Talk::tell_answer() {
   const AtAnswer& answer = client_.answer();
   told_ = true;
   all_ok_ = all_ok_ && answer.ok();
-  if (options_.json) {
+  if (output::json()) {
     print_json(answer);
     return;
   }
@@ -220,13 +217,13 @@ void Talk::tell_answer() {
     const std::string meaning = meaning_of(answer.result);
     if (!meaning.empty()) fprintf(stderr, "brioctl: %s.\n", meaning.c_str());
   }
-  flush_output();
+  output::flush();
 }
 
 void Talk::tell_report(bool urc, const std::string& line) {
   if (mode_ == Mode::kOne) return;
   const char* port = urc ? "urc" : "query";
-  if (options_.json) {
+  if (output::json()) {
     Json object = stamped("report");
     object["port"] = port;
     object["text"] = line;
@@ -264,7 +261,7 @@ int run_opened(Session& session, const AtOptions& options) {
   answer.seconds = std::chrono::duration<double>(AtClient::Clock::now() - begun).count();
   if (answer.result.empty()) answer.result = log_sink::last_failed().refusal;
   session.close();
-  if (options.json) {
+  if (output::json()) {
     print_json(answer);
   } else {
     for (const std::string& line : answer.lines) printf("%s\n", printable(line).c_str());

@@ -155,11 +155,15 @@ bool all_read(const std::vector<Row>& rows) {
   return std::all_of(rows.begin(), rows.end(), [](const Row& row) { return row.status == 0; });
 }
 
-std::string left_deregistered(const Library& lib) {
+std::string ask_line(const Library& lib, const char* command, const char* prefix) {
   std::string line;
-  lib.blpkt_atcmd_request_with_callback_timeout.function("AT+COPS?", SINGLELINE, "+COPS",
-                                                         recv_func_first_line, &line, 0, 5);
-  if (line.rfind("+COPS: 2", 0) != 0) return "";
+  lib.blpkt_atcmd_request_with_callback_timeout.function(command, SINGLELINE, prefix, recv_func_first_line,
+                                                         &line, 0, 5);
+  return line;
+}
+
+std::string left_deregistered(const Library& lib) {
+  if (ask_line(lib, "AT+COPS?", "+COPS").rfind("+COPS: 2", 0) != 0) return "";
   return "The modem was told to stay off the network (AT+COPS=2), perhaps by a scan that died. \"brioctl "
          "auto\" lets it "
          "register again.";

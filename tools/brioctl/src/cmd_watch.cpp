@@ -9,10 +9,12 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "commands.h"
 #include "log_sink.h"
+#include "output.h"
 #include "printable.h"
 #include "recorder.h"
 #include "watch_layout.h"
@@ -289,11 +291,14 @@ void print_lines(Host& host, double seconds, WatchFormat format) {
       return taken;
     });
     for (const watch::Record& record : news) {
-      print(format == WatchFormat::kJson  ? watch::as_json(record)
-            : format == WatchFormat::kCsv ? watch::as_csv(record)
-                                          : watch::as_line(record));
+      if (format == WatchFormat::kJson) {
+        output::result() = watch::as_json(record);
+        output::line();
+      } else {
+        print(format == WatchFormat::kCsv ? watch::as_csv(record) : watch::as_line(record));
+      }
     }
-    if (fflush(stdout) != 0 || ferror(stdout) != 0) throw Failure("The output cannot be written.");
+    output::flush();
   }
   if (lost > 0) fprintf(stderr, "brioctl: %zu lines were dropped: the output was read too slowly.\n", lost);
 }

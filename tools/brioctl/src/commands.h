@@ -14,6 +14,8 @@ constexpr char kTraceFilter[] = "/var/local/wan/debug/trace_filter.cfg";
 
 std::vector<Row> status_rows(const Library& lib, bool identities);
 bool all_read(const std::vector<Row>& rows);
+// The first line of the answer that begins with the prefix, "" when there is none.
+std::string ask_line(const Library& lib, const char* command, const char* prefix);
 // A sentence when the modem was told to stay off the network, "" otherwise.
 std::string left_deregistered(const Library& lib);
 int run_status(const Options& options);
@@ -26,7 +28,6 @@ struct AtOptions {
   std::string command;  // "" for a shell, or commands from a pipe
   int timeout = 20;     // seconds
   bool open = false;    // open the library first and ask through it
-  bool json = false;
 };
 int run_at(const Options& options, const AtOptions& at);
 // The diagnostic page for a terminal.
@@ -51,6 +52,10 @@ int run_tap(const Options& options, const std::string& dir, double seconds, bool
 int run_import(const std::string& recording, std::string prefix, bool force);
 
 int run_ports(const Options& options);
+// What is wrong, and how to mend it.
+int run_doctor(const Options& options);
+// Packs what the doctor sees, page, status and logs into a new file.
+int run_report(Options options, const std::string& file);
 
 int run_demo(const Options& options, double seconds);
 

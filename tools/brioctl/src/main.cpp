@@ -90,7 +90,8 @@ int main(int argc, char** argv) {
   auto* lines = watch->add_flag_callback(
       "--lines", [&] { format = WatchFormat::kLines; }, "Lines with their time, at a terminal too");
   watch
-      ->add_flag_callback("--csv", [&] { format = WatchFormat::kCsv; }, "CSV with a heading (RFC 4180)")
+      ->add_flag_callback(
+          "--csv", [&] { format = WatchFormat::kCsv; }, "CSV with a heading (RFC 4180)")
       ->excludes(lines->excludes(json))
       ->excludes(json);
   watch->add_option("--seconds", watch_seconds, "End after this time")->check(command_line::above_zero);
@@ -105,7 +106,6 @@ int main(int argc, char** argv) {
       ->capture_default_str();
   at->add_flag("--open", at_options.open, "Open the modem through the library first, and ask through it")
       ->needs(at_command);
-  at->add_flag("--json", at_options.json, "A JSON object a line");
 
   auto* ports = app.add_subcommand("ports", "List serial ports that may be a modem's, and who has them");
   auto* automatic = app.add_subcommand("auto", "Let the modem select a network by itself again");
@@ -157,6 +157,16 @@ int main(int argc, char** argv) {
   import->add_option("--to", beside, "Write PREFIX.toml and PREFIX.txt (default: beside the recording)")
       ->type_name("PREFIX");
 
+  auto* doctor = app.add_subcommand(
+      "doctor",
+      "Examine ports, modem, SIM, network, clock, sensor, IPC and files: what is wrong, how to mend it");
+  std::string report_file;
+  auto* report =
+      app.add_subcommand("report", "Pack checks, page, status and logs into one file, identities masked");
+  report->add_option("file", report_file, "Where, for example case.tar.gz")
+      ->required()
+      ->check(command_line::not_empty);
+
   int ended = 0;
   if (!command_line::parse(app, argc, argv, &ended)) return ended;
   if (!options.scenario.empty()) options.simulate = true;
@@ -174,6 +184,7 @@ int main(int argc, char** argv) {
       return run_demo(options, demo_seconds);
     }
     if (*status) return run_status(options);
+    options.progress = !*watch;  // it may have the screen
     if (*watch && options.json) format = WatchFormat::kJson;
     if (*watch) return run_watch(options, every, watch_seconds, format);
     if (*at) return run_at(options, at_options);
@@ -186,6 +197,8 @@ int main(int argc, char** argv) {
     if (*import) return run_import(recording, beside, options.force);
     if (*ant) return run_ant(options, choice);
     if (*ports) return run_ports(options);
+    if (*doctor) return run_doctor(options);
+    if (*report) return run_report(options, report_file);
     if (*automatic) return run_auto(options);
     return run_scan(options, select);
   };

@@ -132,6 +132,7 @@ void Session::end_at_signals(int signals) {
 void Session::end_at_once() {
   std::error_code ignored;
   fs::remove_all(library_root_->dir(), ignored);
+  if (!options_.scratch.empty()) fs::remove_all(options_.scratch, ignored);
   if (simulation_ != nullptr) fs::remove_all(fs::path(simulation_->device.dir()).parent_path(), ignored);
   watch::restore_terminal();
   fprintf(stderr, "brioctl: interrupted.\n");
@@ -169,7 +170,7 @@ void Session::open_module() {
   log_sink::clear_errors();
   uint32_t status = 0;
   {
-    const Progress progress("Opening the modem", options_.verbose == 0, waiting_for);
+    const Progress progress("Opening the modem", options_.progress && options_.verbose == 0, waiting_for);
     status = lib.wabs_open();
   }
   if (status != 0) {
@@ -184,7 +185,7 @@ void Session::open_modem() {
   log_sink::clear_errors();
   uint32_t status = 0;
   {
-    const Progress progress("Opening the modem", options_.verbose == 0, waiting_for);
+    const Progress progress("Opening the modem", options_.progress && options_.verbose == 0, waiting_for);
     status = lib.brio_open("/dev/ttyACM2");
   }
   if (status != 0) {

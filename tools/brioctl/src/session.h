@@ -22,6 +22,8 @@ struct Options {
   std::string at_log;       // a file, "" for none
   PortPaths ports;          // "" for the device's own
   bool force = false;       // drive a modem that another program drives; replace files
+  std::string scratch;      // a folder that goes when the session ends at once, "" for none
+  bool progress = true;     // tell on a terminal that opening takes its time
   bool json = false;        // objects instead of text (output.h)
 };
 

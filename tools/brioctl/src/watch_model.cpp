@@ -269,7 +269,7 @@ std::string as_line(const Record& record) {
   return text;
 }
 
-std::string as_json(const Record& record) {
+Json as_json(const Record& record) {
   Json fields;
   fields["time"] = utc(record.wall_ms);
   fields["type"] = kKinds[static_cast<int>(record.kind)];
@@ -278,7 +278,7 @@ std::string as_json(const Record& record) {
   } else {
     fields["text"] = text_of(record);
   }
-  return dumped(fields);
+  return fields;
 }
 
 std::string as_csv(const Record& record) {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -91,7 +92,7 @@ constexpr double kStateEvery = 10;
 
 // Without line end.
 std::string as_line(const Record& record);  // local time
-std::string as_json(const Record& record);
+nlohmann::ordered_json as_json(const Record& record);
 std::string as_csv(const Record& record);
 std::string csv_heading();
 

@@ -6,6 +6,7 @@
 #include "modemsim/scenario.h"
 
 namespace modemsim {
+
 Scenario load_scenario(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   std::ostringstream text;
