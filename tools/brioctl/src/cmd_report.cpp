@@ -100,8 +100,9 @@ void pack(const std::string& dir, int fd) {
   pid_t child = 0;
   const int failed = posix_spawnp(&child, "tar", &actions, nullptr, arguments, environ);
   posix_spawn_file_actions_destroy(&actions);
-  if (failed != 0)
+  if (failed != 0) {
     throw Failure(std::string("tar cannot be run: ") + std::strerror(failed) + ". Install tar and gzip.");
+  }
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
   }
@@ -150,8 +151,7 @@ int run_report(Options options, const std::string& file) {
     scratch.write("page.txt", read_page(session.lib, options.identities));
     session.lib.wabs_exit_611_logging();
   });
-  if (!log_sink::write_to(""))
-    throw Failure("The library's log could not be written whole: is the disk full?");
+  if (!log_sink::write_to("")) throw Failure("The library's log could not be written whole.");
   if (!opened) scratch.write("page.txt", "The host module could not be opened; doctor.txt says why.\n");
   scratch.write("doctor.txt", checkup.text());
   // Of the library, too, which is the first check.

@@ -45,9 +45,8 @@ std::string problem_of(const std::string& path, Use use, const struct stat& file
   if (file.st_nlink > 1) return "has a second name (hard link), and is refused. Copy it to a file of its own";
   if (use == Use::kInput) {
     if (file.st_size > kMaxInput) return "is longer than 16 MiB, and is refused. Shorten it";
-    if (access(path.c_str(), R_OK) != 0)
-      return "cannot be read: permission denied. Use chmod a+r, or run as its owner";
-    return "";
+    const bool readable = access(path.c_str(), R_OK) == 0;
+    return readable ? "" : "cannot be read: permission denied. Use chmod a+r, or run as its owner";
   }
   if (file.st_uid != geteuid()) {
     return "belongs to " + user_name(file.st_uid) + ", not to " + user_name(geteuid()) +
@@ -89,7 +88,7 @@ void examine_files(Checkup& checkup, const std::string& root) {
       problem = folder_problem(folder);
     }
     if (!problem.empty()) {
-      checkup.wrong("file", path + " " + problem);
+      checkup.wrong("file", (path + ' ').append(problem));
     } else if (there && *each.present != '\0') {
       checkup.add(Check::kNote, "file", path + " " + each.present, "Remove it if that is not meant");
     } else {

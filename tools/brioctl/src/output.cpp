@@ -68,8 +68,8 @@ int end(int status, const std::string& error) {
   }
   if (flushed()) return status;
   // A reader that went away has read enough: the status tells.
-  if (error != kUnwritten && interrupted_status() != 128 + SIGPIPE)
-    fprintf(stderr, "brioctl: %s\n", kUnwritten);
+  const bool told = error == kUnwritten || interrupted_status() == 128 + SIGPIPE;
+  if (!told) fprintf(stderr, "brioctl: %s\n", kUnwritten);
   return status != 0 ? status : 1;
 }
 
