@@ -95,8 +95,9 @@ Answer call(const Operation& what);
 // Every answer must be that of a freshly opened library on an undisturbed modem in the same situation.
 void learn(Device& device);
 // Complains unless a success is what it must be, in any situation or in this one, and a failure a documented
-// one that something has `disturbed`.
-void judge(const Operation& what, const Answer& answer, bool disturbed, unsigned situation = kSituations);
+// one that something has `disturbed`. What the library knows is only judged where it `opened_whole`.
+void judge(const Operation& what, const Answer& answer, bool disturbed, unsigned situation = kSituations,
+           bool opened_whole = true);
 
 enum Effect { kNone, kFails, kGone };
 struct Trouble {

@@ -70,10 +70,11 @@ class Crowd {
 
   bool ask(const Operation& what) {
     const Causes before = causes_;
+    const bool was_whole = opened_whole_;
     const Answer answer = call(what);
     const bool in_peace = undisturbed(before);
     g_tally.undisturbed += in_peace;
-    judge(what, answer, !in_peace);
+    judge(what, answer, !in_peace, kSituations, was_whole && opened_whole_);
     return answer.status == 0;
   }
 
@@ -152,12 +153,14 @@ class Crowd {
     expect("wabs_open", status, undisturbed(before, 1), {WABS_STATUS_LIBRARY_FAILURE});
     is_open_ = status == 0;
     if (!is_open_) return;
+    opened_whole_ = undisturbed(before, 1);
     g_tally.opens += 1;
     causes_ += kEnds;
   }
 
   void close() {
     if (is_open_) causes_ += kBegins;
+    opened_whole_ = false;
     expect("wabs_close", wabs_close(), true, {});
     is_open_ = false;
     device_.check_traces();
@@ -225,6 +228,7 @@ class Crowd {
   const long undisturbed_, asked_, unplugged_ = g_tally.unplugged;
   Relaxed<Causes> causes_{{1}};  // closed
   Relaxed<int> lost_;
+  Relaxed<bool> opened_whole_;  // and nothing that is read once, while opening, was refused
   unsigned steps_ = 0, situation_ = kNetworks;
   bool is_open_ = false;
   time_t wall_ = 1900000000;
