@@ -14,6 +14,8 @@
 #include "did_you_mean.h"
 #include "printable.h"
 
+#include "manual.h"
+
 namespace command_line {
 
 constexpr int kUsage = 2;  // exit status for wrong arguments
@@ -43,6 +45,7 @@ inline std::string unexpected(const CLI::App& app, const std::string& argument) 
 // Then `status` is how the program ends.
 inline bool parse(CLI::App& app, int argc, char** argv, int* status) {
   app.set_version_flag("--version", app.get_name() + " " BRIO_VERSION);
+  add_generator(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& wrong) {
