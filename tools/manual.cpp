@@ -49,8 +49,9 @@ std::string man_options(const CLI::App& app) {
     if (option == app.get_help_ptr() && app.get_parent() != nullptr) continue;
     page += ".TP\n\\fB" +
             roff(option->get_positional() ? option->get_name() : option->get_name(false, true)) + "\\fR";
-    if (takes_value(*option) && !option->get_positional())
+    if (takes_value(*option) && !option->get_positional()) {
       page += " \\fI" + roff(option->get_type_name()) + "\\fR";
+    }
     page += "\n" + roff(option->get_description());
     if (!option->get_default_str().empty()) page += " (" + roff(option->get_default_str()) + ")";
     page += "\n";
@@ -59,7 +60,7 @@ std::string man_options(const CLI::App& app) {
 }
 
 std::string man_page(const CLI::App& app) {
-  const std::string name = app.get_name();
+  const std::string& name = app.get_name();
   std::string upper = name;
   for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   const std::string description = app.get_description();
@@ -89,7 +90,7 @@ std::string all_spellings(const CLI::App& app) {
 }
 
 std::string bash(const CLI::App& app) {
-  const std::string name = app.get_name();
+  const std::string& name = app.get_name();
   std::string verbs, own;
   for (const CLI::App* verb : shown_verbs(app)) {
     verbs += " " + verb->get_name();
@@ -108,8 +109,9 @@ std::string bash(const CLI::App& app) {
 
 std::string zsh_text(std::string text) {
   text = text.substr(0, text.find('\n'));
-  for (const char* special : {"\\", "[", "]", ":"})
+  for (const char* special : {"\\", "[", "]", ":"}) {
     text = replaced(text, special, std::string("\\") + special);
+  }
   return replaced(text, "'", "'\\''");
 }
 
@@ -125,7 +127,7 @@ std::string zsh_arguments(const CLI::App& app) {
 }
 
 std::string zsh(const CLI::App& app) {
-  const std::string name = app.get_name();
+  const std::string& name = app.get_name();
   std::string verbs, own;
   for (const CLI::App* verb : shown_verbs(app)) {
     verbs += " '" + verb->get_name() + ":" + zsh_text(verb->get_description()) + "'";
