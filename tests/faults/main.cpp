@@ -116,7 +116,7 @@ struct Scenario {
   Lines before = {}, last = {};  // the paragraphs
   Life right = {};               // without faults
   std::string under_way = {};
-  long cases = 0, fired = 0;
+  long lives = 0, cases = 0, fired = 0;
 };
 
 Answers Scenario::perform(lab::Session& session, const Lines& commands) {
@@ -180,7 +180,7 @@ Life Scenario::live(const Fault& fault) {
   life.calls += faults::calls(counted);
   faults::stop();
   test_clock::cap_waits(1e9);
-  const bool warms_up = right.first.empty();  // the library keeps the last override of the APN open
+  const bool warms_up = lives++ == 0;  // the library keeps the last override of the APN open
   process::g_patience = std::chrono::milliseconds(warms_up ? 100 : 10000);
   const auto nothing_is_left = [&] {
     begin(under_way, "end");
