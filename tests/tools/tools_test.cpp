@@ -415,18 +415,25 @@ TEST(AtLog, HidesIdentities) {
 // As docs/recording.md shows it. A host that does the same again follows the recording.
 TEST(Brioctl, RecordsWhatBecomesATest) {
   modemsim::DeviceRoot home, device;
-  home.write("/walk.sh",
-             "cd " + home.dir() + "\nbrioctl() { " BRIOCTL " \"$@\"; }\nbriolab() { " BRIOLAB " \"$@\"; }\n");
+  home.write(
+      "/walk.sh",
+      "cd " + home.dir() +
+          "\nwait_for() { [ \"$1\" != --root ] || until [ -e \"$2/dev/ttyACM3\" ]; do sleep 0.02; done; }\n" +
+          "brioctl() { wait_for \"$@\"; " BRIOCTL " \"$@\"; }\nbriolab() { " BRIOLAB " \"$@\"; }\n" +
+          "modemsim() { exec " MODEMSIM " \"$@\"; }\n");
   const Outcome outcome = run("sed -n '/^```sh/,/^```$/{/^```/d;p}' " DOCS "/recording.md >> " +
                               home.path("/walk.sh") + "; sh -e " + home.path("/walk.sh"));
   EXPECT_EQ(0, outcome.status) << outcome.text;
+  EXPECT_NE(std::string::npos, outcome.text.find("\n  - 0 4\n  + 0 1\n")) << outcome.text;
+  EXPECT_NE(std::string::npos, outcome.text.find(": the host sent AT+CSQ, the recording has"))
+      << outcome.text;
   const std::string log = home.read("/case/at.log").value_or("");
   EXPECT_NE(std::string::npos, log.find("query <-- +CIMI: 310410000000000\n")) << outcome.text;
   EXPECT_EQ(std::string::npos, log.find("3104101")) << log;
   EXPECT_EQ(std::string::npos, home.read("/case/library.log").value_or("356938035").find("356938035"));
   const std::string session = home.read("/case/case.txt").value_or("");
   EXPECT_NE(std::string::npos,
-            session.find("\nwabs_get_bars => 0 1 ; sent AT+COPS?, AT+GTBARS?, AT+GTBARS=1\n"));
+            session.find("\nwabs_get_bars => 0 4 ; sent AT+COPS?, AT+GTBARS?, AT+GTBARS=1\n"));
 
   modemsim::Modem modem;
   ASSERT_TRUE(modem.start(device.dir()) && modem.replay(home.path("/case"), 0)) << modem.error();
@@ -437,6 +444,65 @@ TEST(Brioctl, RecordsWhatBecomesATest) {
       followed,
       std::regex("^([0-9]+) of \\1 .*, [0-9]+ others. First: left .*: the host sent AT.COPS., .* end$")))
       << followed;
+}
+
+// Bytes, reports before the first command, an OK to an unknown command, an end in the middle.
+TEST(Brioctl, ImportsWhatATapSaw) {
+  modemsim::DeviceRoot root;
+  std::string log;
+  for (const char* line : {"urc   <-- +EARLY: 1", "query --> AT+NEW=1", "query <-- OK", "query --> AT+NAME?",
+                           "query <-- +NAME: caf\\xe9", "query <-- OK", "query --> AT+CUT?"}) {
+    log += std::string("2026-11-22T07:00:00.000Z 10 ") + line + "\n";
+  }
+  root.write("/tapped/at.log", log);
+  root.write("/x.txt", log);
+  std::filesystem::current_path(root.path("/tapped"));
+  check(BRIOCTL, {{"import ../x.txt --force", 1, {"x\\.txt is the recording itself; --to"}},
+                  {"import .", 0, {"^\\./tapped\\.toml\n\\./tapped\\.txt\n$"}},
+                  {"--scenario ./tapped.toml -v at AT+NAME?", 0, {"\\+NAME: caf\\\\xe9\n"}}});
+  check(BRIOLAB, {{"tapped.txt", 0, {"^$"}}});
+  const std::string session = root.read("/tapped/tapped.txt").value_or("");
+  EXPECT_NE(std::string::npos, session.find("answer \"AT+NEW=1\" times=1 \"OK\"\n")) << session;
+  EXPECT_NE(std::string::npos, session.find("\nopen\n")) << session;
+  EXPECT_NE(std::string::npos, session.find("\nurc \"+EARLY: 1\"\n")) << session;
+  const std::string scenario = root.read("/tapped/tapped.toml").value_or("");
+  EXPECT_NE(std::string::npos, scenario.find("times = 1\nreports = [{ t = 0.000, line = \"+EARLY: 1\" }]\n"))
+      << scenario;
+  EXPECT_EQ(std::string::npos, scenario.find("command = \"AT+CUT?\"")) << scenario;
+}
+
+// What is read of the modem is written, to the end, whoever else does not read.
+TEST(Brioctl, HoldsNobodyAndLosesNothingSilently) {
+  modemsim::DeviceRoot root;
+  modemsim::Modem modem;
+  ASSERT_TRUE(modem.start(root.dir()));
+  const std::string full = "cd " + root.dir() + "; mkfifo full; exec 3<>full; head -c 65536 /dev/zero >&3; ",
+                    tap = BRIOCTL " --root " + root.dir() + " record --tap case --seconds 60";
+  const Outcome shown = run(full + "timeout -s KILL 30 " BRIOCTL
+                                   " --sim -v --at-log log status >out 2>&3 & p=$!; "
+                                   "while kill -0 $p 2>/dev/null && ! grep -q 'wabs_get_log\\|wabs_close' "
+                                   "log 2>/dev/null; do sleep 0.02; done; "
+                                   "cat full >/dev/null & wait $p; echo status $?; kill $!");
+  EXPECT_NE(std::string::npos, shown.text.find("status 0\n")) << shown.text;
+  run("cd " + root.dir() + "; " + tap +
+      " >said 2>&1 & echo $! >pid; until grep -q Ctrl-C said; do sleep 0.02; done");
+  const std::string said = root.read("/said").value_or("");
+  std::smatch device;
+  ASSERT_TRUE(std::regex_search(said, device, std::regex("URC port   (\\S+)\n"))) << said;
+  const int port = open(device[1].str().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_LE(0, port);
+  constexpr int kLines = 40000;
+  std::string reports;
+  for (int i = 1; i <= kLines; i++)
+    reports += "+REPORT: a line of some fifty characters " + std::to_string(i) + "\r\n";
+  modem.raw(modemsim::Port::kUrc, reports);
+  EXPECT_TRUE(modem.wait_written());
+  run("cd " + root.dir() + "; kill $(cat pid); until grep -q 'lines in' said; do sleep 0.02; done");
+  close(port);
+  const std::string log = root.read("/case/at.log").value_or("");
+  EXPECT_NE(std::string::npos, log.find(" characters 40000\n"));
+  EXPECT_TRUE(std::regex_search(log.substr(log.rfind("\n# ")),
+                                std::regex("# [0-9]+ bytes of the modem did not reach the host")));
 }
 
 // Its own, not a newer file beside it.

@@ -112,8 +112,19 @@ std::optional<Line> parse(const std::string& text) {
   return line;
 }
 
+bool is_final(const std::string& text) {
+  for (const char* whole : {"OK", "ERROR", "NO CARRIER", "NO ANSWER", "NO DIALTONE", "BUSY", "ABORTED"}) {
+    if (text == whole) return true;
+  }
+  return starts(text, "+CME ERROR:") || starts(text, "+CMS ERROR:") || starts(text, "CONNECT");
+}
+
+std::string file_of(const std::string& path) {
+  return std::filesystem::is_directory(path) ? (std::filesystem::path(path) / "at.log").string() : path;
+}
+
 std::vector<Line> load(const std::string& path) {
-  const std::string name = std::filesystem::is_directory(path) ? path + "/at.log" : path;
+  const std::string name = file_of(path);
   std::ifstream file(name);
   if (!file) throw std::runtime_error(name + " cannot be read");
   std::vector<Line> lines;
@@ -190,6 +201,15 @@ std::int64_t Journal::now() {
 
 void Journal::listen(Listener listener) {
   listeners_.push_back(std::move(listener));
+}
+
+void Journal::listen_remarks(Remark listener) {
+  remark_listeners_.push_back(std::move(listener));
+}
+
+void Journal::remark(const std::string& text) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  for (const Remark& listener : remark_listeners_) listener(text);
 }
 
 void Journal::tell(Port port, bool to_modem, std::string text, bool torn) {

@@ -38,7 +38,11 @@ struct Line {
 std::string format(const Line& line);  // without a line end
 std::optional<Line> parse(
     const std::string& text);  // nothing for a remark or an empty line; throws std::invalid_argument
-// A file, or the file at.log of a recording's folder. Throws std::runtime_error: a sentence with file and
+// Whether a line ends an answer: OK, ERROR and their kin.
+bool is_final(const std::string& text);
+// FILE, or at.log of a recording's folder.
+std::string file_of(const std::string& path);
+// Of a file or a recording's folder. Throws std::runtime_error: a sentence with file and
 // line.
 std::vector<Line> load(const std::string& path);
 
@@ -69,12 +73,17 @@ class Mask {
 // Makes lines of bytes as they pass, and hands them to whoever listens. Any thread.
 class Journal {
  public:
+  // Called with the journal's mutex held, by the thread that passes the bytes: listeners must not wait.
   using Listener = std::function<void(const Line&)>;
+  using Remark = std::function<void(const std::string&)>;
 
   explicit Journal(bool identities);
   void listen(Listener listener);  // before the first bytes
+  void listen_remarks(Remark listener);
   void bytes(Port port, bool to_modem, const char* data, std::size_t size);
   void call(bool begins, const std::string& text);
+  // What happened to the log itself: lost bytes.
+  void remark(const std::string& text);
   // Ends lines whose line end has not come for a second. How long until the next one needs it; -1 for none.
   int tick();
   void finish();  // ends every line
@@ -92,6 +101,7 @@ class Journal {
   std::int64_t start_;
   Mask mask_;
   std::vector<Listener> listeners_;
+  std::vector<Remark> remark_listeners_;
   std::array<Channel, 4> channels_;  // by port and direction
 };
 

@@ -1,4 +1,5 @@
 // brioctl import: makes a scenario of the simulated modem and a session of briolab out of a recording.
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <filesystem>
@@ -9,6 +10,7 @@
 
 #include "at_log.h"
 #include "commands.h"
+#include "modemsim/modem.h"
 #include "output.h"
 #include "printable.h"
 #include "recorder.h"
@@ -21,16 +23,26 @@ using at_log::Exchange;
 using at_log::Line;
 using at_log::Port;
 
-// A text of a session, with the escapes of C, or of a TOML file, which writes control characters its own way.
-std::string quoted(const std::string& text, const char* control = "\\x%02x") {
+// Bytes that are no UTF-8 are escaped, and then all that are no ASCII.
+bool is_utf8(const std::string& text) {
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t length = (text[at] & 0x80) == 0 ? 1 : printable_length(text, at);
+    if (length == 0) return false;
+    at += length;
+  }
+  return true;
+}
+
+std::string quoted(const std::string& text, const char* code, bool ascii) {
   std::string result = "\"";
   for (const char c : text) {
-    char code[8];
+    const auto byte = static_cast<unsigned char>(c);
+    char escape[8];
     if (c == '"' || c == '\\') {
       result += std::string("\\") + c;
-    } else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) {
-      snprintf(code, sizeof code, control, static_cast<unsigned char>(c));
-      result += code;
+    } else if (byte < 0x20 || byte == 0x7F || (ascii && byte > 0x7F)) {
+      snprintf(escape, sizeof escape, code, byte);
+      result += escape;
     } else {
       result += c;
     }
@@ -38,8 +50,9 @@ std::string quoted(const std::string& text, const char* control = "\\x%02x") {
   return result + "\"";
 }
 
-std::string toml(const std::string& text) {
-  return quoted(text, "\\u%04x");
+// A text of a session, with the escapes of C.
+std::string quoted(const std::string& text) {
+  return quoted(text, "\\x%02x", !is_utf8(text));
 }
 
 std::string seconds(std::int64_t milliseconds) {
@@ -48,7 +61,27 @@ std::string seconds(std::int64_t milliseconds) {
   return text;
 }
 
+// What the modem or its host said last, when the recording ended before the answer did; the end otherwise.
+std::vector<Line>::const_iterator cut_off(const std::vector<Line>& lines) {
+  auto found = lines.cend();
+  for (auto line = lines.cbegin(); line != lines.cend(); ++line) {
+    if (line->port == Port::kQuery && line->to_modem) {
+      found = line;
+    } else if (line->port != Port::kUrc && !line->to_modem &&
+               (line->port == Port::kHost || at_log::is_final(line->text))) {
+      found = lines.cend();
+    }
+  }
+  return found;
+}
+
 // -- The scenario
+
+// A text of a TOML file, which holds no other bytes than UTF-8: those are characters of latin1 then.
+struct Toml {
+  bool latin1;
+  std::string operator()(const std::string& text) const { return quoted(text, "\\u%04x", latin1); }
+};
 
 struct Answer {
   std::string command, lines, reports;
@@ -57,7 +90,16 @@ struct Answer {
   bool last = true;  // of its command
 };
 
-Answer answer_of(const Exchange& exchange) {
+std::string timed(const Line& report, std::int64_t start, const Toml& toml) {
+  return "{ t = " + seconds(std::max<std::int64_t>(report.ms - start, 0)) + ", line = " + toml(report.text) +
+         " }";
+}
+
+std::string listed(const std::string& first, const std::string& second) {
+  return first + (first.empty() || second.empty() ? "" : ",\n           ") + second;
+}
+
+Answer answer_of(const Exchange& exchange, const Toml& toml) {
   // What takes no time to speak of is not worth a number.
   constexpr std::int64_t kNoticed = 100;
   Answer answer;
@@ -70,22 +112,26 @@ Answer answer_of(const Exchange& exchange) {
     answer.lines += (answer.lines.empty() ? "" : ", ") + toml(line.text);
   }
   for (const Line& line : exchange.reports) {
-    answer.reports += (answer.reports.empty() ? "" : ",\n           ") + std::string("{ t = ") +
-                      seconds(line.ms - start) + ", line = " + toml(line.text) + " }";
+    answer.reports = listed(answer.reports, timed(line, start, toml));
   }
   return answer;
 }
 
 // Equal answers that follow each other to the same command are one; the last one to a command holds for ever.
-std::vector<Answer> answers_of(const std::vector<Exchange>& exchanges) {
+// Reports that came before the first command come with it: the host listens then.
+std::vector<Answer> answers_of(const std::vector<Exchange>& exchanges, const Toml& toml) {
   std::vector<Answer> answers;
+  std::string early;
   std::map<std::string, std::size_t> latest;
   for (const Exchange& exchange : exchanges) {
-    if (exchange.command.text.empty()) continue;
-    Answer answer = answer_of(exchange);
+    Answer answer = answer_of(exchange, toml);
+    if (answer.command.empty()) early = answer.reports;
+    if (answer.command.empty()) continue;
     // The simulated modem's own answer switches its echo, which an answer of a scenario would not.
     const bool echo = answer.command.compare(0, 3, "ATE") == 0;
     if (echo && answer.lines == "\"OK\"" && answer.reports.empty()) continue;
+    answer.reports = listed(early, answer.reports);
+    early.clear();
     const auto found = latest.find(answer.command);
     if (found != latest.end()) {
       Answer& before = answers[found->second];
@@ -102,19 +148,30 @@ std::vector<Answer> answers_of(const std::vector<Exchange>& exchanges) {
   return answers;
 }
 
-std::string scenario_of(const std::vector<Exchange>& exchanges, const std::string& title) {
+std::string scenario_of(const std::vector<Line>& lines, const std::string& title) {
+  Toml toml{false};
+  for (const Line& line : lines) toml.latin1 = toml.latin1 || !is_utf8(line.text);
   std::ostringstream text;
   text << "title = " << toml(title) << "\n";
-  if (exchanges.front().command.text.empty()) {
-    for (const Line& line : exchanges.front().reports) {
-      text << "\n[[at]]\nt = 0\nurc = " << toml(line.text) << "\n";
+  if (toml.latin1) text << "encoding = \"latin1\"\n";
+  const auto cut = cut_off(lines);
+  std::vector<Line> whole(lines.cbegin(), cut);
+  if (cut != lines.cend()) {
+    text << "\n# left out: " << toml(cut->text) << ", whose answer was not over when the recording ended\n";
+    for (auto line = cut; line != lines.cend(); ++line) {
+      if (line->port == Port::kUrc) whole.push_back(*line);
     }
   }
-  for (const Answer& answer : answers_of(exchanges)) {
-    text << "\n[[answer]]\ncommand = " << toml(answer.command) << "\nlines = [" << answer.lines << "]\n";
-    if (!answer.last) text << "times = " << answer.times << "\n";
-    if (answer.delay > 0) text << "delay = " << seconds(answer.delay) << "\n";
-    if (!answer.reports.empty()) text << "reports = [" << answer.reports << "]\n";
+  for (const Answer& answer : answers_of(at_log::exchanges(whole), toml)) {
+    // The last answer to a command holds for ever, its reports come once.
+    for (const bool reports : {true, false}) {
+      if (!reports && (answer.reports.empty() || !answer.last)) continue;
+      text << "\n[[answer]]\ncommand = " << toml(answer.command) << "\nlines = [" << answer.lines << "]\n";
+      const bool for_ever = answer.last && (!reports || answer.reports.empty());
+      if (!for_ever) text << "times = " << answer.times << "\n";
+      if (answer.delay > 0) text << "delay = " << seconds(answer.delay) << "\n";
+      if (reports && !answer.reports.empty()) text << "reports = [" << answer.reports << "]\n";
+    }
   }
   return text.str();
 }
@@ -163,16 +220,30 @@ std::vector<Call> calls_of(const std::vector<Line>& lines) {
   return calls;
 }
 
-// Answers that a simulated modem gives anyhow need no line.
-std::string answers_line(const Exchange& exchange) {
-  std::string words;
-  std::string final;
-  for (const Line& line : exchange.answers) {
-    if (line.text == exchange.command.text) continue;
-    words += " " + quoted(line.text);
-    final = line.text;
+// The OK that the simulated modem of a session gives anyhow needs no line.
+class OwnAnswers {
+ public:
+  OwnAnswers() {
+    modem_.observe([this](const modemsim::Traffic& traffic) {
+      if (traffic.port == modemsim::Port::kQuery) last_ = traffic.bytes;
+    });
   }
-  if (words == " \"OK\"") return "";
+  bool ok(const std::string& command) {
+    modem_.tell(command);
+    return last_ == "\r\nOK\r\n";
+  }
+
+ private:
+  std::string last_;
+  modemsim::Modem modem_;
+};
+
+std::string answers_line(const Exchange& exchange, OwnAnswers& own) {
+  std::string words;
+  for (const Line& line : exchange.answers) {
+    if (line.text != exchange.command.text) words += " " + quoted(line.text);
+  }
+  if (words == " \"OK\"" && own.ok(exchange.command.text)) return "";
   if (words.empty()) return "silent " + quoted(exchange.command.text) + " times=1\n";
   return "answer " + quoted(exchange.command.text) + " times=1" + words + "\n";
 }
@@ -218,20 +289,26 @@ bool can_be_played(const std::string& name) {
 std::string session_of(const std::vector<Line>& lines, const std::string& title) {
   std::ostringstream text;
   text << "# " << title << "\n";
+  OwnAnswers own;
   bool opened = false;
-  for (const Call& call : calls_of(lines)) {
+  std::string early;  // reports from before the open, to which nobody listens yet
+  const bool cut = cut_off(lines) != lines.cend();
+  const std::vector<Call> calls = calls_of(lines);
+  for (const Call& call : calls) {
     const std::string name = name_of(call.text);
-    if (!call.text.empty() && !can_be_played(name)) {
-      text << "# left out: " << call.text << "\n";
-      continue;
-    }
+    const bool ended = call.result.empty() || (cut && call.result == "?" && &call == &calls.back());
     std::string sent;
-    for (const Exchange& exchange : at_log::exchanges(call.lines)) {
-      if (exchange.command.text.empty()) continue;
-      text << answers_line(exchange);
-      sent += (sent.empty() ? "" : ", ") + exchange.command.text;
+    if (!call.text.empty() && (ended || !can_be_played(name))) {
+      text << "# left out: " << printable(call.text)
+           << (ended ? ", which was not over when the recording ended" : "") << "\n";
+    } else {
+      for (const Exchange& exchange : at_log::exchanges(call.lines)) {
+        if (exchange.command.text.empty()) continue;
+        text << answers_line(exchange, own);
+        sent += (sent.empty() ? "" : ", ") + exchange.command.text;
+      }
     }
-    if (!call.text.empty()) {
+    if (!call.text.empty() && !ended && can_be_played(name)) {
       const bool opens = name == "wabs_open" || name == "brio_open";
       if (!opens && !opened) text << "open\n";
       opened = true;
@@ -248,13 +325,24 @@ std::string session_of(const std::vector<Line>& lines, const std::string& title)
       if (known) text << " => " << call.result << (sent.empty() || opens ? "" : " ; sent " + sent);
       text << "\n";
     }
-    text << reports_of(call.lines);
+    early += reports_of(call.lines);
+    if (!opened) continue;
+    text << early;
+    early.clear();
   }
+  if (!early.empty()) text << "open\n" << early;
   return text.str();
 }
 
-void write_file(const std::string& path, const std::string& text, bool force) {
+void check_place(const std::string& path, const std::string& recording, bool force) {
+  std::error_code none;
+  if (fs::equivalent(path, recording, none)) {
+    throw Failure(path + " is the recording itself; --to names other files.");
+  }
   if (!force && fs::exists(path)) throw Failure(path + " exists; --force replaces it, --to names others.");
+}
+
+void write_file(const std::string& path, const std::string& text) {
   std::ofstream file(path);
   file << text;
   file.close();
@@ -274,14 +362,18 @@ int run_import(const std::string& recording, std::string prefix, bool force) {
   }
   if (prefix.empty()) {
     fs::path path(recording);
-    if (!path.has_filename()) path = path.parent_path();
-    prefix = fs::is_directory(path) ? (path / path.filename()).string() : path.replace_extension("").string();
+    if (fs::is_directory(path)) {
+      const std::string name = fs::canonical(path).filename().string();
+      prefix = (path / (name.empty() ? "recording" : name)).string();
+    } else {
+      prefix = path.replace_extension("").string();
+    }
   }
-  const std::vector<Exchange> exchanges = at_log::exchanges(lines);
-  if (exchanges.empty()) throw Failure(recording + " holds no line of the modem's ports.");
+  if (at_log::exchanges(lines).empty()) throw Failure(recording + " holds no line of the modem's ports.");
+  for (const char* end : {".toml", ".txt"}) check_place(prefix + end, at_log::file_of(recording), force);
   const std::string title = "Recorded " + at_log::format(lines.front()).substr(0, 19) + " UTC.";
-  write_file(prefix + ".toml", scenario_of(exchanges, title), force);
-  write_file(prefix + ".txt", session_of(lines, title), force);
+  write_file(prefix + ".toml", scenario_of(lines, title));
+  write_file(prefix + ".txt", session_of(lines, title));
   return 0;
 }
 

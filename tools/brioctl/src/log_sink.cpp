@@ -7,6 +7,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "outlet.h"
 #include "printable.h"
 #include "recorder.h"
 
@@ -108,7 +109,7 @@ void take(int priority, const char* format, va_list arguments) {
   const bool telling = LOG_PRI(priority) <= LOG_WARNING || s_events.size() > events;
   if (s_events.size() > kKept) s_events.erase(s_events.begin());
   const std::string time = time_of_day(wall_clock_ms());
-  if (s_echo > (telling ? 0 : 1)) fprintf(stderr, "%s log       %s\n", time.c_str(), line.c_str());
+  if (s_echo > (telling ? 0 : 1)) terminal().put(time + " log       " + line + "\n");
   if (s_file != nullptr) fprintf(s_file, "%s %s\n", time.c_str(), line.c_str());
   if (LOG_PRI(priority) == LOG_ERR) s_last_error = line;
   std::string refused = between(line, "AT_err_string:", ":");

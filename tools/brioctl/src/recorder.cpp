@@ -1,7 +1,11 @@
 #include "recorder.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 
@@ -27,6 +31,8 @@ std::int64_t wall_clock_ms() {
 }
 
 Recorder::Recorder(bool identities) : journal_(identities) {
+  journal_.listen_remarks(
+      [](const std::string& text) { terminal().put("brioctl: " + printable(text) + "\n"); });
   constexpr std::size_t kKept = 50;
   journal_.listen([this](const at_log::Line& line) {
     if (line.port == at_log::Port::kHost) return;
@@ -43,18 +49,19 @@ std::vector<at_log::Line> Recorder::last(std::size_t count) {
 }
 
 Recorder::~Recorder() {
-  if (file_ != nullptr) fclose(file_);
+  log_.reset();
+  if (file_ >= 0) close(file_);
 }
 
 void Recorder::write_to(const std::string& path) {
   path_ = path;
-  file_ = fopen(path.c_str(), "we");
-  if (file_ == nullptr) throw Failure(path + " cannot be written: " + std::strerror(errno) + ".");
-  fprintf(file_,
-          "# AT log of brioctl " BRIO_VERSION ": UTC, ms, port, --> to the modem or <-- from it, line\n");
+  file_ = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (file_ < 0) throw Failure(path + " cannot be written: " + std::strerror(errno) + ".");
+  log_ = std::make_unique<Outlet>(file_);
+  log_->put("# AT log of brioctl " BRIO_VERSION ": UTC, ms, port, --> to the modem or <-- from it, line\n");
+  journal_.listen_remarks([this](const std::string& text) { log_->put("# " + printable(text) + "\n"); });
   journal_.listen([this](const at_log::Line& line) {
-    fprintf(file_, "%s\n", at_log::format(line).c_str());
-    if (fflush(file_) != 0) failed_ = true;
+    log_->put(at_log::format(line) + "\n");
     lines_++;
   });
 }
@@ -62,20 +69,19 @@ void Recorder::write_to(const std::string& path) {
 void Recorder::show() {
   journal_.listen([](const at_log::Line& line) {
     static constexpr const char* kPorts[] = {"query", "urc  ", "host "};
-    fprintf(stderr, "%s %s %s %s\n", time_of_day(line.wall_ms).c_str(), kPorts[static_cast<int>(line.port)],
-            line.to_modem ? "-->" : "<--", printable(line.text).c_str());
+    terminal().put(time_of_day(line.wall_ms) + " " + kPorts[static_cast<int>(line.port)] +
+                   (line.to_modem ? " --> " : " <-- ") + printable(line.text) + "\n");
   });
 }
 
 void Recorder::finish() {
   journal_.finish();
-  if (file_ == nullptr) return;
-  const bool bad = ferror(file_) != 0;
-  if (fclose(file_) != 0 || bad) {
-    file_ = nullptr;
-    throw Failure(path_ + " could not be written whole: " + std::strerror(errno) + ".");
-  }
-  file_ = nullptr;
+  terminal().finish();
+  if (file_ < 0) return;
+  int error = log_->finish();
+  if (close(file_) != 0 && error == 0) error = errno;
+  file_ = -1;
+  if (error != 0) throw Failure(path_ + " could not be written whole: " + std::strerror(error) + ".");
 }
 
 }  // namespace brioctl

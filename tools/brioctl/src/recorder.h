@@ -3,13 +3,14 @@
 #define BRIOCTL_RECORDER_H
 
 #include <atomic>
-#include <cstdio>
 #include <deque>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "at_log.h"
+#include "outlet.h"
 
 namespace brioctl {
 
@@ -26,7 +27,7 @@ class Recorder {
   void show();
   at_log::Journal* journal() { return &journal_; }
   std::size_t lines() const { return lines_; }
-  bool failed() const { return failed_; }  // a line could not be written: finish() tells
+  bool failed() const { return log_ && log_->failed(); }  // a line could not be written: finish() tells
   // The last lines of the ports, the newest at the end.
   std::vector<at_log::Line> last(std::size_t count);
 
@@ -36,9 +37,9 @@ class Recorder {
  private:
   at_log::Journal journal_;
   std::string path_;
-  FILE* file_ = nullptr;
+  int file_ = -1;
+  std::unique_ptr<Outlet> log_;
   std::atomic<std::size_t> lines_{0};
-  std::atomic<bool> failed_{false};
   std::mutex last_mutex_;  // guards last_
   std::deque<at_log::Line> last_;
 };

@@ -18,8 +18,11 @@
 namespace brioctl {
 namespace {
 
-constexpr std::size_t kMaxWaiting =
-    65536;  // for a modem that has stopped reading; more is not taken from the host
+// For a modem that has stopped reading; more is not taken from the host.
+constexpr std::size_t kMaxWaiting = 65536;
+// For a host that has stopped reading; the rest is lost, as in a port that nobody reads.
+constexpr std::size_t kHostRoom = 1 << 20;
+constexpr int kLastReads = 1000;
 
 void wake(int event) {
   const std::uint64_t one = 1;
@@ -42,6 +45,7 @@ Relay::Relay(const std::string& query_port, const std::string& urc_port, at_log:
     for (Way& way : ways_) {
       const std::string problem = way.host.create(inotify_);
       if (!problem.empty()) throw Failure("The AT log cannot be taken: " + problem + ".");
+      way.host.set_room(kHostRoom);
     }
   } catch (const Failure&) {
     close_all();
@@ -116,8 +120,8 @@ void Relay::run() {
     for (const int event : {wake_, signal_event()}) {
       [[maybe_unused]] const ssize_t got = read(event, &ignored, sizeof ignored);
     }
-    if (end_) return;  // after the wake-up was taken, so that none is lost
     look_who_opened();
+    if (end_) return pass_the_rest();  // after the wake-up was taken, so that none is lost
     for (std::size_t i = 0; i < ways_.size(); i++) {
       Way& way = ways_[i];
       const auto ready = [&](std::size_t item) {
@@ -129,6 +133,34 @@ void Relay::run() {
       if (way.host.is_open()) way.host.flush();
     }
   }
+}
+
+// What was said before the end belongs to the log, and to whom it was said.
+void Relay::pass_the_rest() {
+  bool more = true;
+  for (int i = 0; i < kLastReads && more; i++) {
+    more = false;
+    for (Way& way : ways_) {
+      if (way.host.is_open() && way.waiting.size() < kMaxWaiting && from_host(way)) more = true;
+      if (way.modem >= 0 && from_modem(way)) more = true;
+      to_modem(way);
+      if (way.host.is_open()) way.host.flush();
+    }
+  }
+  for (Way& way : ways_) {
+    tell_lost(way);
+    if (way.waiting.empty()) continue;
+    journal_->remark(std::to_string(way.waiting.size()) +
+                     " bytes for the modem are lost: it did not take them");
+  }
+}
+
+void Relay::tell_lost(Way& way) {
+  if (way.lost == 0) return;
+  journal_->remark(std::to_string(way.lost) +
+                   " bytes of the modem did not reach the host, which did not read " +
+                   (way.port == at_log::Port::kUrc ? "its URC port" : "its query port"));
+  way.lost = 0;
 }
 
 void Relay::arm(int signals) {
@@ -171,23 +203,28 @@ void Relay::look_who_opened() {
   }
 }
 
-void Relay::from_modem(Way& way) {
+bool Relay::from_modem(Way& way) {
   char bytes[4096];
   const ssize_t size = read(way.modem, bytes, sizeof bytes);
   if (size > 0) {
     journal_->bytes(way.port, false, bytes, static_cast<std::size_t>(size));
-    way.host.queue(std::string(bytes, static_cast<std::size_t>(size)));
+    const bool pending = way.host.pending();
+    const bool room = way.host.queue(std::string(bytes, static_cast<std::size_t>(size)));
+    if (room && !pending) tell_lost(way);
+    if (!room && way.host.is_open()) way.lost += static_cast<std::size_t>(size);
   } else if (size == 0 || (errno != EAGAIN && errno != EINTR)) {
     hang_up();
   }
+  return size > 0;
 }
 
-void Relay::from_host(Way& way) {
+bool Relay::from_host(Way& way) {
   char bytes[4096];
   const std::size_t size = way.host.read(bytes, sizeof bytes);
-  if (size == 0) return;
+  if (size == 0) return false;
   journal_->bytes(way.port, true, bytes, size);
   way.waiting.append(bytes, size);
+  return true;
 }
 
 void Relay::to_modem(Way& way) {
@@ -202,6 +239,7 @@ void Relay::hang_up() {
     if (way.modem >= 0) close(way.modem);
     way.modem = -1;
     way.waiting.clear();
+    tell_lost(way);
     way.host.close();
   }
   gone_ = true;

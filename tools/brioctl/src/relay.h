@@ -40,15 +40,18 @@ class Relay {
     at_log::Port port = at_log::Port::kQuery;
     int modem = -1;
     modemsim::PtyPort host;
-    std::string waiting;  // for the modem
+    std::string waiting;   // for the modem
+    std::size_t lost = 0;  // bytes for the host, told when it takes some again
   };
 
   void open_modem(Way& way, const std::string& path);
   void close_all();
   void run();
   void look_who_opened();
-  void from_modem(Way& way);
-  void from_host(Way& way);
+  bool from_modem(Way& way);  // whether there was something
+  bool from_host(Way& way);
+  void pass_the_rest();
+  void tell_lost(Way& way);
   void to_modem(Way& way);
   void hang_up();
   int heed_signals();

@@ -10,6 +10,7 @@
 #include "modemsim/device_root.h"
 #include "modemsim/modem.h"
 #include "modemsim/scenario.h"
+#include "outlet.h"
 #include "printable.h"
 #include "progress.h"
 #include "recorder.h"
@@ -135,7 +136,7 @@ void Session::end_at_once() {
   if (!options_.scratch.empty()) fs::remove_all(options_.scratch, ignored);
   if (simulation_ != nullptr) fs::remove_all(fs::path(simulation_->device.dir()).parent_path(), ignored);
   watch::restore_terminal();
-  fprintf(stderr, "brioctl: interrupted.\n");
+  terminal().put("brioctl: interrupted.\n");
   fflush(nullptr);
   _exit(interrupted_status());
 }

@@ -108,8 +108,8 @@ struct Modem::Impl {
   std::string error_;
   int wake_ = -1;
   int inotify_ = -1;
-  bool connected_ = false;
   std::size_t unplugged_ = 0;  // times
+  bool connected_ = false;
   bool quit_ = false;
 
   std::array<PtyPort, 3> ports_;  // by Port

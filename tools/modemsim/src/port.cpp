@@ -16,7 +16,6 @@
 namespace modemsim {
 namespace {
 
-constexpr std::size_t kMaxWaiting = std::size_t{16} << 20;
 constexpr std::chrono::microseconds kPieceCheck(20);     // how soon to look whether a piece was read
 constexpr std::chrono::milliseconds kPiecePatience(20);  // then the next piece goes out all the same
 constexpr std::chrono::milliseconds kStreamTick(10);     // of a stream with a rate
@@ -131,13 +130,14 @@ std::size_t PtyPort::read(char* buffer, std::size_t size) {
   return 0;
 }
 
-void PtyPort::queue(const std::string& bytes) {
-  if (!open_ || waiting_.size() - head_ + bytes.size() > kMaxWaiting) return;
+bool PtyPort::queue(const std::string& bytes) {
+  if (!open_ || waiting_.size() - head_ + bytes.size() > room_) return false;
   if (head_ == waiting_.size()) {
     waiting_.clear();
     head_ = 0;
   }
   waiting_ += bytes;
+  return true;
 }
 
 void PtyPort::stream(std::uint64_t bytes, std::uint64_t rate) {
@@ -171,7 +171,7 @@ bool PtyPort::flush_whole() {
       continue;
     }
     blocked_ = true;
-    if (head_ > kMaxWaiting / 4) {
+    if (head_ > room_ / 4) {
       waiting_.erase(0, head_);
       head_ = 0;
     }

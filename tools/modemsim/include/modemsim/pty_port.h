@@ -39,8 +39,9 @@ class PtyPort {
   // Reads once into `buffer`; the number of bytes, 0 for none. Notices that the last user closed the port.
   std::size_t read(char* buffer, std::size_t size);
 
-  // Bytes for the host, dropped when nobody listens or too many wait.
-  void queue(const std::string& bytes);
+  // Bytes for the host, dropped when nobody listens or too many wait; false when they were dropped.
+  bool queue(const std::string& bytes);
+  void set_room(std::size_t bytes) { room_ = bytes; }  // how many may wait
   // Appends a generated stream to what is queued; `rate` in bytes per second, 0 without limit.
   void stream(std::uint64_t bytes, std::uint64_t rate);
   // A stream without end, for which nobody waits; rate 0 stops it.
@@ -71,6 +72,7 @@ class PtyPort {
   std::string device_;
   std::string waiting_;
   std::size_t head_ = 0;
+  std::size_t room_ = std::size_t{16} << 20;
   std::size_t chunk_ = 0;
   bool blocked_ = false;
   Clock::time_point retry_at_ = Clock::time_point::max();
