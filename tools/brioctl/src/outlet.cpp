@@ -66,8 +66,8 @@ void Outlet::run() {
     if (waiting_.empty()) return;
     std::deque<std::string> lines;
     lines.swap(waiting_);
-    if (lost_ > 0)
-      lines.push_back("# " + std::to_string(lost_) + " lines are missing: they were not taken\n");
+    const std::string missing = "# " + std::to_string(lost_) + " lines are missing: they were not taken\n";
+    if (lost_ > 0) lines.push_back(missing);
     lost_ = 0;
     writes_ = true;
     lock.unlock();
