@@ -543,8 +543,9 @@ TEST(Modemsim, RunsAScenarioAndRefusesABadOne) {
 TEST(Modemsim, ObeysItsControlSocket) {
   modemsim::DeviceRoot root;
   const std::string socket = root.path("/modemsim.sock"), ctl = "ctl --socket " + socket + " ";
-  const std::string begin = MODEMSIM " --root " + root.dir() + " --seconds 60 >" + root.path("/out") +
-                            " 2>&1 & until grep -q Ctrl-C " + root.path("/out") + "; do sleep 0.02; done; ";
+  const std::string out = root.path("/out"),
+                    begin = "rm -f " + out + "; " MODEMSIM " --root " + root.dir() + " --seconds 60 >" + out +
+                            " 2>&1 & until grep -qs Ctrl-C " + out + "; do sleep 0.02; done; ";
   const std::string kill = run(begin + "echo kill -9 $!").text, gone = "flock " + root.dir() + " true";
   const auto done = [&](const std::string& words, int status, const char* said) {
     check(MODEMSIM, {{(ctl + words).c_str(), status, {said}}});
