@@ -185,8 +185,9 @@ void Host::ask_signal() {
     problem = std::string("it does not answer ") + kCommand;
   } else if (status != BLPKT_STATUS_SUCCESS) {
     problem = std::string(kCommand) + " failed";
-    if (const std::string refusal = log_sink::last_failed().refusal; !refusal.empty())
+    if (const std::string refusal = log_sink::last_failed().refusal; !refusal.empty()) {
       problem += ": " + refusal;
+    }
   }
   const std::lock_guard<std::mutex> guard(mutex_);
   model_.problem = problem;
