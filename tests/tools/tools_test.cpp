@@ -500,6 +500,8 @@ TEST(Brioctl, HoldsNobodyAndLosesNothingSilently) {
   EXPECT_TRUE(modem.wait_written(patience));
   // It ends while reports wait in the port.
   const std::string tap_pid = "cd " + root.dir() + "; kill -";
+  run("cd " + root.dir() + "; until grep -q 'characters " + std::to_string(kLines) +
+      "$' case/at.log; do sleep 0.02; done");
   run(tap_pid + "STOP $(cat pid)");
   modem.raw(modemsim::Port::kUrc, reports.substr(reports.size() - 7000) + "+LAST: 1\r\n");
   EXPECT_TRUE(modem.wait_written(patience));
