@@ -85,6 +85,11 @@ int run_trace(const Options& options, const std::string& filter, const std::stri
                   "): " + trace_problem(status) + ".\nThe filter file is " + session.host_path(filter) +
                   "; one command a line, for example AT+XSYSTRACE=1.");
   }
+  // Also where the output cannot be written.
+  struct Capture {
+    ~Capture() { lib.brio_trace_tst_stop(); }
+    Library& lib;
+  } capture{session.lib};
   if (!output::json()) printf("Trace running; Ctrl-C ends it.\n");
   output::flush();
   double waited = 0;
