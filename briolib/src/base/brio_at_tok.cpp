@@ -1,4 +1,4 @@
-// The exported tokenizer, which stands on the parsers' field reader, and the string cleaners.
+// The exported tokenizer, built on the parsers' field reader, and the string cleaners.
 #include <stdlib.h>
 #include <string.h>
 

@@ -13,14 +13,14 @@ namespace brio {
 // No file of the library's comes near.
 inline constexpr ssize_t kInputMax = 16 << 20;
 
-// A file to be read. The path is taken as it stands. -1 with errno for what is no regular file of one name: a
+// A file to be read. The path is taken as it is. -1 with errno for what is no regular file of one name: a
 // link (ELOOP, which is not followed), a second name (EMLINK), a folder (EISDIR), a pipe or node (EINVAL; a
 // pipe keeps nobody waiting), and for more than kInputMax bytes (EFBIG).
 int open_input(const char* path);
 
 // A file of a device path to be written. It is created exclusively, with `mode` whatever the umask is. One
 // that is there keeps its mode and has to be a regular file of one name and of this user (EPERM), else it is
-// left as it stands; O_TRUNC and O_APPEND in `flags` are meant for this one.
+// left as it is; O_TRUNC and O_APPEND in `flags` are meant for this one.
 int open_output(const char* device_path, int flags, mode_t mode);
 
 // Write and read until all bytes are done; how many were. Fewer with errno, which is 0 where nothing moved
@@ -31,7 +31,7 @@ size_t read_all(int fd, char* data, size_t size);
 // Reads an input, kInputMax bytes at most, however it grows meanwhile (EFBIG).
 class InputFile {
  public:
-  // A device path, which stands in the error line of a file that is there and cannot be read.
+  // A device path, for the error line of a file that is there and cannot be read.
   explicit InputFile(const char* device_path);
   // Takes the descriptor over; no error lines.
   explicit InputFile(int fd);
@@ -41,7 +41,7 @@ class InputFile {
   int next();
   // The next bytes, fewer at the end.
   size_t read(char* data, size_t size);
-  // The next line with its "\n" and a NUL behind, of a longer one what fits. Its length, 0 at the end.
+  // The next line with its "\n" and a NUL after it, of a longer one what fits. Its length, 0 at the end.
   size_t line(char* text, size_t size);
   // The end was an error's.
   bool failed() const { return failed_; }

@@ -83,7 +83,7 @@ void log_text(int priority, bool escaped, const char* prefix, const char* suffix
     ::syslog(priority, "%s", raw);
     return;
   }
-  // An end of line that stands in the format itself is meant.
+  // An end of line in the format itself is meant.
   const char* line_end = strchr(format, '\n');
   const bool ends_line = line_end != nullptr && line_end[1] == '\0' && *suffix == '\0';
   if (ends_line) raw[end - 1] = '\0';

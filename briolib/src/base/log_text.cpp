@@ -19,7 +19,7 @@ constexpr size_t kDashedMost = 2 * kIccidFileDigits;  // a dash after each digit
 // A status word is one byte, in decimal.
 constexpr size_t kStatusWordDigits = 3;
 
-// What stands in a result's name or beside a number in an error's text.
+// Words in a result's name, or beside the number in an error's text, that make the number an identity.
 constexpr const char* kIdentityNames[] = {"CCID", "CIMI", "IMSI"};
 
 bool prv_holds(const char* text, const char* end, const char* name) {

@@ -1,4 +1,4 @@
-// Every device path of the system, and the root directory that may stand in front of them.
+// Every device path of the system, and the root directory that may precede them.
 #pragma once
 
 #include <fcntl.h>

@@ -1,4 +1,5 @@
-// Access to the plain words that threads share without a lock: relaxed atomics, since each word stands alone.
+// Access to the plain words that threads share without a lock: relaxed atomics, since no word
+// depends on another.
 #pragma once
 
 #include <stdint.h>

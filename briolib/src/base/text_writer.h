@@ -14,7 +14,7 @@ class TextWriter {
 
   void add(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-  // Bytes left, the terminating NUL of what stands there included.
+  // Bytes left, the terminating NUL of the text so far included.
   uint32_t room() const { return room_; }
   uint32_t written() const { return capacity_ - room_; }
 

@@ -36,7 +36,7 @@ uint32_t prv_get(Field brio_atcmd_data::*field, Out* out) {
   return BRIO_STATUS_OK;
 }
 
-// MCC values that stand for a network that is not known yet.
+// MCC values of a network that is not known yet.
 bool prv_is_placeholder(const char* mcc) {
   static constexpr const char* kPlaceholders[] = {BRIO_PLMN_UNKNOWN, "fff", "555"};
   for (const char* placeholder : kPlaceholders) {

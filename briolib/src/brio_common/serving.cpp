@@ -268,7 +268,7 @@ void briolib_update_time_info(const network_time* record) {
 }
 
 void briolib_send_time_event(const network_time* record) {
-  // Hosts rely on the size 4; the 16-byte record behind the pointer is whole.
+  // Hosts rely on the size 4; the 16-byte record at the pointer is whole.
   briolib_exec_event_callback(BRIO_EVENT_TIME_INFO, 4, record);
 }
 

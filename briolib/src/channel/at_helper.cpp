@@ -161,7 +161,7 @@ char* read_line(int32_t fd, char* buffer, char** leftover, int32_t* count) {
 
   // What was held counts only now, so that it never hides an error or the end of the file.
   *count += static_cast<int32_t>(counted);
-  // A NUL of the modem would hide everything behind it.
+  // A NUL of the modem would hide everything after it.
   fresh[prv_drop_nuls(fresh, static_cast<size_t>(got))] = '\0';
   BLIB_D(BRIO_LOG_AT_DETAIL, "AT data[%s]\n", fresh);
   return skip_line_ends(buffer);

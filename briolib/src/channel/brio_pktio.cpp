@@ -102,7 +102,8 @@ class PortUse {
   Ports ports_;
 };
 
-// Takes the ports out of use and closes them. Only the read thread does this, or whoever failed to start it.
+// Takes the ports out of use and closes them. Only the read thread does this, or the thread that failed to
+// start it.
 void prv_retire_ports() {
   s_thread.hang_up();  // a writer that waits for room sees this and leaves
   Ports ports;
@@ -129,7 +130,7 @@ void prv_keep(LineBuffer* lines, char* partial) {
   lines->leftover = *partial != '\0' ? partial : nullptr;
 }
 
-// One line of text and the place behind it, which is the end of the text when a prompt stood there.
+// One line of text and the place after it, which is the end of the text when it was a prompt.
 struct Cut {
   char* line;
   char* rest;
@@ -174,7 +175,7 @@ void prv_take_answer_lines(Cut cut, char* end) {
     Verdict verdict = prv_classify(cut.line);
     switch (verdict) {
       case Verdict::kComplete:
-        // What the same read holds behind the final line is dropped.
+        // What the same read holds after the final line is dropped.
         if (s_packet_cb != nullptr) s_packet_cb(kKindResponse, &s_answer.record, s_packet_context);
         prv_drop_answer();
         return;
@@ -265,7 +266,7 @@ bool prv_serve_urc_port(int fd) {
     BLIB_D(BRIO_LOG_URC, "leftover string[%s]\n", text);
     prv_keep(&s_urc_lines, text);
   }
-  // The leftover stands behind at least one line, so it keeps its text.
+  // The leftover follows at least one line, so it keeps its text.
   s_urc_lines.data[0] = '\0';
   return true;
 }

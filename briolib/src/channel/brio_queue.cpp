@@ -111,7 +111,7 @@ uint32_t prv_wait_element(queue* q, int32_t timeout_seconds) {
   while (prv_is_empty(q)) {
     int result = timeout_seconds > 0 ? clock_wait_until(&q->changed, &q->mutex, &deadline)
                                      : pthread_cond_wait(&q->changed, &q->mutex);
-    // A time-out stands even when an element arrived at the same moment: that one waits for the next take.
+    // A time-out counts even when an element arrived at the same moment: that one waits for the next take.
     if (result == ETIMEDOUT) return Q_TIMEOUT;
     if ((q->flags & kCancelled) != 0) return Q_CANCELLED;
   }

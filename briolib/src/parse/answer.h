@@ -1,4 +1,4 @@
-// The first steps of every response callback: the answer's line, and its text behind the result name.
+// The first steps of every response callback: the answer's line, and its text after the result name.
 #pragma once
 
 #include <string.h>
@@ -14,7 +14,7 @@ inline char* answer_line(const ATResponse* response) {
   return response->intermediates->line;
 }
 
-// Text behind the first ":" of `line`, white space skipped; null for a null line or one without ":".
+// Text after the first ":" of `line`, white space skipped; null for a null line or one without ":".
 inline const char* answer_payload(const char* line) {
   const char* colon = line != nullptr ? strchr(line, ':') : nullptr;
   return colon != nullptr ? skip_spaces(colon + 1) : nullptr;

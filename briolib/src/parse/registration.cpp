@@ -89,7 +89,7 @@ void registration_summary(const Registration& line, char (&summary)[kRegistratio
 }
 
 // +STKPCI: 0,"D009810301010082028182"
-// Position 0 is the first character that is not white space; from position 3 on stands a hexadecimal BER-TLV
+// Position 0 is the first character that is not white space; from position 3 on comes a hexadecimal BER-TLV
 // of ETSI TS 102 223. The lengths and the command's number are not examined.
 bool is_usim_refresh(const char* text) {
   static constexpr struct {

@@ -18,15 +18,15 @@ struct Registration {
   std::optional<uint8_t> reject_cause;
 };
 
-// Cuts up the text behind "+CREG:" or "+CGREG:". Query answers begin with the number of the reporting mode,
-// which is ignored; `with_band` says that a band stands in front of the reject type.
+// Cuts up the text after "+CREG:" or "+CGREG:". Query answers begin with the number of the reporting mode,
+// which is ignored; `with_band` says that a band precedes the reject type.
 Registration parse_registration(char* payload, bool is_query, bool with_band);
 
 // What the log may say of a line, cut at 32 characters.
 inline constexpr size_t kRegistrationSummarySize = 33;
 void registration_summary(const Registration& line, char (&summary)[kRegistrationSummarySize]);
 
-// Whether the text behind "+STKPCI:" is a REFRESH of the kind NAA initialisation and full file change
+// Whether the text after "+STKPCI:" is a REFRESH of the kind NAA initialisation and full file change
 // notification. Text of fewer than kProactiveCommandMin characters is too short for one.
 inline constexpr uint32_t kProactiveCommandMin = 24;
 bool is_usim_refresh(const char* text);

@@ -14,7 +14,7 @@ struct RejectReport {
   std::optional<uint16_t> mnc;
 };
 
-// Cuts up the text behind "+GTOTAREJECT:".
+// Cuts up the text after "+GTOTAREJECT:".
 RejectReport parse_reject(char* payload);
 
 // Whether the cause bars the subscription or the device for good.

@@ -42,7 +42,7 @@ Fields prv_take_operator(const ScanOperator& found) {
   return fields;
 }
 
-// Whether a text behind "," can be the beginning of a field: quoted, empty, or without a quote up to its end.
+// Whether a text after "," can be the beginning of a field: quoted, empty, or without a quote up to its end.
 bool prv_field_follows(const char* text) {
   text = skip_spaces(text);
   if (*text == '"') return true;
@@ -50,20 +50,20 @@ bool prv_field_follows(const char* text) {
 }
 
 // The end of a field of a malformed operator: its "," or ")" or the end of the text. A quote ends a quoted
-// one only where the list can go on behind it.
+// one only where the list can go on after it.
 char* prv_field_end(char* text) {
   char* start = skip_spaces(text);
   if (*start != '"') return start + strcspn(start, ",)");
   for (char* quote = strchr(start + 1, '"'); quote != nullptr; quote = strchr(quote + 1, '"')) {
-    char* behind = skip_spaces(quote + 1);
-    if (*behind == '\0') return behind;
-    if (*behind == ',' && prv_field_follows(behind + 1)) return behind;
-    if (*behind == ')' && list_goes_on(behind + 1)) return behind;
+    char* after = skip_spaces(quote + 1);
+    if (*after == '\0') return after;
+    if (*after == ',' && prv_field_follows(after + 1)) return after;
+    if (*after == ')' && list_goes_on(after + 1)) return after;
   }
   return start + strlen(start);
 }
 
-// Takes the fields of a malformed operator one by one, up to a ")", for which the text's end stands when
+// Takes the fields of a malformed operator one by one, up to a ")", or to the text's end when
 // `closed`. The last field is complete only with it.
 Fields prv_take_fields(char** cursor, bool closed) {
   Fields fields = {};
@@ -85,8 +85,8 @@ Fields prv_take_fields(char** cursor, bool closed) {
   return fields;
 }
 
-// Moves behind the next "(" of the list; false at the list's end, which an empty element marks: the modem's
-// modes and formats follow behind ",,".
+// Moves past the next "(" of the list; false at the list's end, which an empty element marks: the modem's
+// modes and formats follow after ",,".
 bool prv_next_group(char** cursor) {
   unsigned commas = 0;
   for (char* text = *cursor; *text != '\0'; text++) {

@@ -55,17 +55,17 @@ struct ScanList {
   bool no_more;       // there is none from here to the line's end
 };
 
-// Begins with `line` behind the text before its colon.
+// Begins with `line` after the text before its colon.
 ScanError start_scan(char* line, ScanList* list);
 // The next operator of the list, which is cut up in place. Torn and malformed operators are kError and do not
-// hide a whole one behind them; the formats behind the list are none of it. A fault's token and the texts of
+// hide a whole one after them; the formats after the list are none of it. A fault's token and the texts of
 // an entry that is kError live until the next call. All calls together take time in proportion to the line.
 ScanStep next_scan_entry(ScanList* list, ScanEntry* entry, ScanFault* fault);
 
 // The same MCC, MNC and access technology.
 bool same_network(const ScanEntry& a, const ScanEntry& b);
 
-// How much longer than in the answer an operator can stand in the list: "(1,,,31001,0)" has neither names nor
+// How much longer than in the answer an operator can be in the list: "(1,,,31001,0)" has neither names nor
 // quotes.
 inline constexpr size_t kScanEntryGrowth = 7;
 

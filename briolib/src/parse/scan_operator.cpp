@@ -40,7 +40,7 @@ char* prv_last_open(char* first, const char* end) {
   return open;
 }
 
-// The "," in front of `end` when nothing but digits, at least `minimum`, blanks and quotes stand between.
+// The "," before `end` when only digits (at least `minimum`), blanks and quotes lie between.
 char* prv_number_comma(char* begin, char* end, size_t minimum, bool may_be_quoted) {
   size_t digits = 0;
   while (end > begin) {
@@ -65,7 +65,7 @@ char* prv_unquoted_name_comma(char* begin, char* end) {
   return nullptr;
 }
 
-// Whether an operator ends at `close`, a ")": a numeric operator and an access technology stand in front of
+// Whether an operator ends at `close`, a ")": a numeric operator and an access technology come before
 // it and the end of a name in front of those.
 bool prv_ends_operator(char* begin, char* close, ScanOperator* found) {
   char* technology = prv_number_comma(begin, close, 1, false);
@@ -79,7 +79,7 @@ bool prv_ends_operator(char* begin, char* close, ScanOperator* found) {
   return true;
 }
 
-// The place behind a name that holds no quotes but its own; null when its closing quote is missing.
+// The place after a name that holds no quotes but its own; null when its closing quote is missing.
 char* prv_simple_name_end(char* text) {
   text = skip_spaces(text);
   if (*text != '"') return text + strcspn(text, "\"(),");

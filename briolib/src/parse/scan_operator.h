@@ -17,12 +17,12 @@ struct ScanOperator {
   char* close;       // ")"
 };
 
-// The first operator at or behind `first`, a "(", that has an end; all null when there is none. Unless its
+// The first operator at or after `first`, a "(", that has an end; all null when there is none. Unless its
 // names hold no quotes but their own it begins at the last place that fits, so that one that was torn does
 // not take those of the next for its own. Changes nothing.
 ScanOperator find_operator(char* first);
 
-// Whether the list's next element or its end stands behind a ")", at `text`.
+// Whether the list's next element or its end follows a ")", at `text`.
 bool list_goes_on(const char* text);
 
 }  // namespace brio::parse

@@ -99,7 +99,7 @@ ProtocolStates parse_protocol_states(char* payload) {
 }
 
 // +CCLK: "26/03/07,09:05:00-28"
-// The date's separator is "/", so the first sign behind the name is the zone's. The name may be missing; an
+// The date's separator is "/", so the first sign after the name is the zone's. The name may be missing; an
 // answer of another name has no zone, whatever signs it holds.
 std::optional<int32_t> parse_clock_zone(const char* text) {
   constexpr char kName[] = "+CCLK";

@@ -11,7 +11,7 @@ namespace brio::parse {
 
 enum class CopsResult {
   kOk,
-  kNoMode,          // nothing behind the colon
+  kNoMode,          // nothing after the colon
   kNoOperator,      // no quoted operator
   kNoClosingQuote,  // the operator's text does not end
   kBadLength,       // neither 5 nor 6 characters
@@ -45,7 +45,7 @@ LteInfo parse_lte_info(char* payload);
 
 // ---- Serving cell, "+GTSCINFO"
 
-// The RAT decides which of nmo, lac, tac and rac a line gives.
+// The RAT decides which of nmo, lac, tac and rac a line has.
 struct ServingCell {
   std::optional<int32_t> rat;  // the vendor's numbering: 8 LTE
   const char* plmn_text;

@@ -46,7 +46,7 @@ struct CrsmAnswer {
   const char* data;  // hexadecimal file contents, kOk only
 };
 
-// Text behind "+CRSM:", cut up in place.
+// Text after "+CRSM:", cut up in place.
 CrsmOutcome parse_crsm(char* payload, CrsmAnswer* answer);
 
 // The next entry of a PLMN list file; false at its end. Moves the cursor by 10 characters, never beyond the
@@ -56,7 +56,7 @@ bool next_plmn(const char** cursor, bool with_access_technology, plmn_entry* ent
 // ICCID of EF ICCID's contents: digits swapped in pairs, a filler in the 20th place cut.
 void iccid_from_file(const char* data, char (&iccid)[21]);
 
-// ICCID of a "+CCID" line: text behind the colon. The character in the last place, but at least the 20th, is
+// ICCID of a "+CCID" line: text after the colon. The character in the last place, but at least the 20th, is
 // cut unless it is a digit.
 void iccid_from_line(const char* rest, char (&iccid)[24]);
 

@@ -11,7 +11,7 @@ inline constexpr size_t kImsiPrefixSize = 7;  // six digits, which hold MCC and 
 
 // +CCID: 89014103211118510720
 //        1
-// Field 1: 19 digits with a filler that is no digit behind them, or 20 digits. Text behind that is dropped.
+// Field 1: 19 digits with a filler that is no digit after them, or 20 digits. Text after that is dropped.
 // A bare line of 19 or 20 digits counts as well. False (and `iccid` untouched) for any other without ":".
 bool parse_iccid(const char* line, char iccid[kIccidSize]);
 

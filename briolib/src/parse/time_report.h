@@ -28,7 +28,7 @@ struct TimeReport {
   const char* rest;   // what stood after the first field
 };
 
-// Text behind "+CTZV:" or "+CIEV:", cut at its commas.
+// Text after "+CTZV:" or "+CIEV:", cut at its commas.
 TimeReport parse_ctzv(char* text);
 TimeReport parse_ciev(char* text);
 

@@ -23,7 +23,7 @@ enum class TraceFilterLine {
 //     <blanks and tabs> # comment
 //
 // A command is "AT+XSYSTRACE=" or "AT+TRACE=" in any case, then everything up to the first blank, CR or LF. A
-// command that holds a NUL or goes on behind kTraceLineMax is invalid: it is never sent torn.
+// command that holds a NUL or goes on past kTraceLineMax is invalid: it is never sent torn.
 TraceFilterLine trace_filter_line(const char* line, size_t length, char (&command)[kTraceCommandSize]);
 
 // Bytes of the log prefix that count.

@@ -120,8 +120,8 @@ void prv_copy(int stop) {
 
 // ---- Start
 
-// Gives the port's lock back where the start fails behind it. A program that was started meanwhile may hold
-// the port for a moment longer, and with it a lock that only the close would end.
+// Releases the port's lock when the start fails after it was taken. A program that was started meanwhile may
+// hold the port for a moment longer, and with it a lock that only the close would end.
 class PortLock {
  public:
   explicit PortLock(int port) : port_(port) {}

@@ -22,7 +22,7 @@ inline constexpr Carrier kCarriers[] = {
 };
 inline constexpr uint16_t kCarrierUnknown = 0xFFFF;
 
-// First row whose IMSI prefix stands in `prefix`, or null.
+// First row whose IMSI prefix occurs anywhere in `prefix`, or null.
 inline const Carrier* carrier_of_sim(const char* prefix) {
   for (const Carrier& carrier : kCarriers) {
     if (strstr(prefix, carrier.imsi_prefix) != nullptr) return &carrier;

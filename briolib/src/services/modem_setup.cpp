@@ -136,7 +136,7 @@ uint32_t briolib_check_carrier_confg(void) {
     return BRIO_STATUS_TIMEOUT;
   }
   {
-    // One word, but whoever copies the record under the mutex reads it whole.
+    // One word, but a copy of the record made under the mutex has it whole.
     UrcDataLock lock;
     g_brio_lib_atcmd_data.carrier_config = static_cast<int16_t>(carrier_id);
   }

@@ -114,7 +114,7 @@ void prv_store_file(SimFile file, const char* data, const char* command) {
 void report_gtsimstatus(char* rest, void* /*argument_a*/, void* argument_b) {
   BLIB_D(BRIO_LOG_PARSE, "prv_at_parse_gtsimstatus %s\n", rest);
   auto* record = static_cast<sim_card_status*>(argument_b);
-  // A rest of one character is only the blank behind the colon. An unsolicited line has no record.
+  // A rest of one character is only the blank after the colon. An unsolicited line has no record.
   if (rest[0] == '\0' || rest[1] == '\0' || record == nullptr) {
     BLIB_E("prv_at_parse_gtsimstatus:line_ptr is invalid:\n");
     return;

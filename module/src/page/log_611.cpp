@@ -48,7 +48,7 @@ uint64_t prv_monotonic_ms() {
   return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
 }
 
-// The name stands in the log line.
+// The name is for the log line.
 void brio_module_update_ppp(NetInfo* net) {
   page::read_addresses(page::kWwanInterface, net);
   TrafficSample now;

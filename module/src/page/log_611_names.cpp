@@ -246,7 +246,7 @@ constexpr enum_pair kEsmRejectCauseRows[] = {
 };
 
 // 3GPP TS 24.008, 10.5.3.6 (MM) and 10.5.5.14 (GMM) merged, Release 12. "GMM_" marks a cause that only the
-// latter has. 48 stands for the range 48 to 63.
+// latter has. 48 means the range 48 to 63.
 constexpr enum_pair kMmRejectCauseRows[] = {
     {2, "MM_IMSI_UNKNOWN_IN_HLR"},
     {3, "MM_ILLEGAL_MS"},

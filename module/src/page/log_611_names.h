@@ -27,7 +27,7 @@ extern const Table kGmmSubstate;
 extern const Table kPdpState;
 
 // Reject causes, named in the words of their standards. A cause that is not listed prints as "N/A" with its
-// number, and so does 0, which is no cause. Which rows the tables hold is explained where they stand.
+// number, and so does 0, which is no cause. Which rows the tables hold is explained beside them.
 extern const Table kEmmRejectCause;
 extern const Table kEsmRejectCause;
 extern const Table kMmRejectCause;  // CS (MM) and PS (GMM)

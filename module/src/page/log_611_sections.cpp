@@ -9,7 +9,7 @@
 #include "brio_common/facts.h"
 #include "page/log_611_names.h"
 
-// Item numbers repeat and blanks stand before line ends: both belong to the page, which other programs read.
+// Item numbers repeat and blanks come before line ends: both belong to the page, which other programs read.
 
 namespace brio::page {
 namespace {

@@ -25,7 +25,7 @@ struct PageInput {
 // short; the page ends there.
 bool write_sections(TextWriter& page, const PageInput& input);
 
-// What stands below that heading: `file` line by line, as far as there is room.
+// What follows below that heading: `file` line by line, as far as there is room.
 void write_static_info(TextWriter& page, InputFile* file);
 
 }  // namespace brio::page

@@ -116,7 +116,7 @@ uint32_t prv_prox_reg_read(const char* name, uint32_t* value) {
   char text[kValueMax + 1];
   bool have = prv_attempt([&] { return prv_read_text(entry.get(), text); });
   if (have) {
-    // As "%x" reads it: white space around the digits and a "0x" are allowed, anything behind is ignored.
+    // As "%x" reads it: white space around the digits and a "0x" are allowed, anything after is ignored.
     char* end = text;
     unsigned long number = strtoul(text, &end, 16);
     if (end != text) {
