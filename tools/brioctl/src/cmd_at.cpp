@@ -68,7 +68,6 @@ class Talk {
   void tell_report(bool urc, const std::string& line);
   bool at_work() const { return client_.state() != AtClient::State::kIdle; }
 
-  Session& session_;
   const AtOptions& options_;
   LineEditor input_;
   Mode mode_;
@@ -81,13 +80,12 @@ class Talk {
 };
 
 Talk::Talk(Session& session, const AtOptions& options)
-    : session_(session),
-      options_(options),
+    : options_(options),
       mode_(!options.command.empty() ? Mode::kOne
             : input_.terminal()      ? Mode::kShell
                                      : Mode::kPipe),
       client_(session.relayed().query, session.relayed().urc) {
-  client_.on_line = [this](const std::string& line) {
+  client_.on_line = [](const std::string& line) {
     if (output::json()) return;
     printf("%s\n", printable(line).c_str());
     output::flush();

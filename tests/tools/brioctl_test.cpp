@@ -1,13 +1,9 @@
-// The command-line tools as people and scripts run them: what they print, how they end.
+// brioctl as people and scripts run it: what it prints, how it ends.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <stdio.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -16,53 +12,13 @@
 #include <regex>
 #include <sstream>
 #include <string>
-#include <tuple>
 #include <vector>
 
-#include "at_log.h"
 #include "modemsim/device_root.h"
 #include "modemsim/modem.h"
-#include "watch_layout.h"
+#include "run.h"
 
 namespace {
-
-struct Outcome {
-  std::string text;  // standard output and error
-  int status;
-};
-
-Outcome run(const std::string& command) {
-  Outcome outcome;
-  FILE* pipe = popen(("exec 2>&1 </dev/null; " + command).c_str(), "re");
-  if (pipe == nullptr) return {"no pipe", -1};
-  char bytes[4096];
-  for (size_t size; (size = fread(bytes, 1, sizeof bytes, pipe)) > 0;) outcome.text.append(bytes, size);
-  const int status = pclose(pipe);
-  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return outcome;
-}
-
-struct Case {
-  const char* command;
-  int status;
-  std::vector<const char*> lines;  // regular expressions, found in this order
-};
-
-void check(const char* program, const std::vector<Case>& cases) {
-  for (const Case& c : cases) {
-    const Outcome outcome = run(std::string(program) + " " + c.command);
-    EXPECT_EQ(c.status, outcome.status) << c.command << "\n" << outcome.text;
-    EXPECT_EQ(std::string::npos, outcome.text.find_first_of("\x07\x1b\x7f\x9b\r")) << c.command << "\n"
-                                                                                   << outcome.text;
-    auto at = outcome.text.cbegin();
-    for (const char* line : c.lines) {
-      std::smatch found;
-      const bool there = std::regex_search(at, outcome.text.cend(), found, std::regex(line));
-      EXPECT_TRUE(there) << c.command << " shows no \"" << line << "\" where it belongs:\n" << outcome.text;
-      if (there) at = found[0].second;
-    }
-  }
-}
 
 TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
   modemsim::DeviceRoot empty;
@@ -114,76 +70,6 @@ TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
   EXPECT_EQ("310-410", rows["wabs_get_mcc_mnc"]["value"]);
   for (const auto& [name, row] : rows.items()) EXPECT_EQ(0, row["status"]) << name;
 }
-
-// At any size each row is as wide as the screen, and a month of lines takes no more room than an hour.
-TEST(Watch, FitsTheScreen) {
-  brioctl::watch::Model model;
-  for (int i = 0; i < 100000; i++) {
-    for (const auto& [port, to_modem, text] : {std::tuple(at_log::Port::kQuery, true, "AT+GTBARS?"),
-                                               {at_log::Port::kQuery, false, "+GTBARS: 0,2,3,60,30"},
-                                               {at_log::Port::kUrc, false, "+X: caf\xc3\xa9 \x1b[2J"}}) {
-      model.line({i, i, port, to_modem, text, false}, i);
-    }
-  }
-  model.gone(1000);
-  model.opened(2000);
-  EXPECT_GT(30000U, model.lines.size() + model.reports.size() + model.news.size() + model.samples.size() +
-                        model.commands.size());
-  std::string whole;
-  for (const auto& [width, height] : {std::pair(1, 1), {20, 5}, {200, 50}, {80, 24}}) {
-    const auto rows = layout(model, width, height, 102000, 0, false);
-    EXPECT_EQ(height, static_cast<int>(rows.size()));
-    whole.clear();
-    for (const auto& row : rows) {
-      EXPECT_EQ(width,
-                std::count_if(row.text.begin(), row.text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
-      EXPECT_EQ(std::string::npos, row.text.find('\x1b'));
-      whole += row.text + "\n";
-    }
-  }
-  EXPECT_TRUE(
-      std::regex_search(whole, std::regex("RSCP -61 dBm, Ec/Io -9.5 dB, 3 bars, 2.0 s old[^]*gone .*, back "
-                                          "[^]* -70 \xe2\x94\xa4 +\xe2\x96\x88"
-                                          "[^]*caf\xc3\xa9 \\\\x1b[^]*--> AT.GTBARS.  <-- .GTBARS: 0,2")))
-      << whole;
-}
-
-TEST(Watch, ComesBackWithTheModem) {
-  modemsim::DeviceRoot root;
-  std::string scenario = "[[fault]]\ncommand = 'AT+GTBARS?'\nskip = 3\ntimes = 1\nunplug = true\n";
-  for (const char* t : {"2", "4", "10", "30", "90"}) {
-    scenario += std::string("[[at]]\nt = ") + t + "\nplug = true\nurc = '+CREG: 1,\"1A2B\",\"01C2D3E4\",7'\n";
-  }
-  root.write("/gone.toml", scenario);
-  const std::string watch = "--scenario " + root.path("/gone.toml") + " --at-log " + root.path("/at.log") +
-                            " watch --every 0.2 --seconds 600 ";
-  check(BRIOCTL,
-        {{(watch + "| sed '/modem   back/q'").c_str(),
-          0,
-          {" modem   gone ([0-9:]{8})\n.* modem   back [0-9:]+, gone"}},
-         {(watch + "--csv | awk '{print} /,back/{b=1} b && /,report/{exit}'").c_str(),
-          0,
-          {"^time,type,registration,",
-           "Z,state,home,home,LTE,310-410,01C2D3E4,2F01,,LTE_BAND_4,5780,4,RSRP,-81,,,", "Z,modem,,+gone\n",
-           "Z,modem,,+back\n", "Z,report,,+\"\\+CREG: 1,\"\"1A2B\"\",\"\"01C2"}}});
-  const std::string log = root.read("/at.log").value_or("");
-  EXPECT_LT(log.find("--> ATE0"), log.rfind("--> ATE0")) << log;
-  const auto state = nlohmann::json::parse(
-      run(BRIOCTL " --sim watch --json --seconds 600 2>/dev/null | sed -n '/state/{p;q}'").text);
-  EXPECT_TRUE(state["dbm"] == -81 && state["lac"].is_null() && state["sar"] == "off") << state;
-}
-
-#if SCREEN
-// Whatever it did to the terminal is undone, also when a signal ends it.
-TEST(Watch, TakesTheTerminalAndGivesItBack) {
-  const Outcome outcome =
-      run("TERM=xterm script -qec 'stty cols 80 rows 24; timeout --foreground -s TERM 2 " BRIOCTL
-          " --sim watch; stty -a' /dev/null");
-  EXPECT_TRUE(std::regex_search(
-      outcome.text, std::regex("\x1b\\[\\?1049h[^]*Registration[^]*\x1b\\[\\?1049l[^]* icanon [^]* echo ")))
-      << outcome.text;
-}
-#endif
 
 TEST(Brioctl, SendsWhatIsTypedAndNothingElse) {
   modemsim::DeviceRoot root;
@@ -387,90 +273,6 @@ TEST(Brioctl, NamesTheCause) {
   EXPECT_NE(std::string::npos, ended.text.find("interrupted.\nstatus 130\n")) << ended.text;
 }
 
-// The first column goes to the modem (>) or comes from it (<, torn off ~).
-TEST(AtLog, HidesIdentities) {
-  at_log::Mask mask;
-  for (const auto& [side, text, shown] : std::vector<std::array<std::string, 3>>{
-           {">", "AT+CRSM=176,12258,0,0,0", ""},
-           {">", "AT+COPS?", ""},
-           {"<", "+CRSM: 144,0,\"98440100000000123456\"", "+CRSM: 144,0,\"98440100000000000000\""},
-           {"<", "+CRSM: 144,0,\"13001440001301814000\"", ""},
-           {"<", "+ICCID: 8944015192E06012345F", "+ICCID: 89440100000000000000"},
-           {"<", "8944010000000012345F", "89440100000000000000"},
-           {"<", "+GTMODINFO: \"L816_18000.1000.00.24.01.01\",\"356938035643809\"",
-            "+GTMODINFO: \"L816_18000.1000.00.24.01.01\",\"356938000000000\""},
-           {"<", "+CREG: 5,\"1A2B\",\"01C2D3E4\",7", ""},
-           {"~", "3104101234", "3104100000"},
-           {"<", "5678901", "5678900"}}) {
-    at_log::Line line;
-    line.to_modem = side == ">";
-    line.torn = side == "~";
-    line.text = text;
-    mask.hide(line);
-    EXPECT_EQ(shown.empty() ? text : shown, line.text);
-    EXPECT_EQ(line.text, at_log::parse(at_log::format(line))->text);
-  }
-}
-
-// As docs/recording.md shows it. A host that does the same again follows the recording.
-TEST(Brioctl, RecordsWhatBecomesATest) {
-  modemsim::DeviceRoot home, device;
-  home.write(
-      "/walk.sh",
-      "cd " + home.dir() +
-          "\nwait_for() { [ \"$1\" != --root ] || until [ -e \"$2/dev/ttyACM3\" ]; do sleep 0.02; done; }\n" +
-          "brioctl() { wait_for \"$@\"; " BRIOCTL " \"$@\"; }\nbriolab() { " BRIOLAB " \"$@\"; }\n" +
-          "modemsim() { exec " MODEMSIM " \"$@\"; }\n");
-  const Outcome outcome = run("sed -n '/^```sh/,/^```$/{/^```/d;p}' " DOCS "/recording.md >> " +
-                              home.path("/walk.sh") + "; sh -e " + home.path("/walk.sh"));
-  EXPECT_EQ(0, outcome.status) << outcome.text;
-  EXPECT_NE(std::string::npos, outcome.text.find("\n  - 0 4\n  + 0 1\n")) << outcome.text;
-  EXPECT_NE(std::string::npos, outcome.text.find(": the host sent AT+CSQ, the recording has"))
-      << outcome.text;
-  const std::string log = home.read("/case/at.log").value_or("");
-  EXPECT_NE(std::string::npos, log.find("query <-- +CIMI: 310410000000000\n")) << outcome.text;
-  EXPECT_EQ(std::string::npos, log.find("3104101")) << log;
-  EXPECT_EQ(std::string::npos, home.read("/case/library.log").value_or("356938035").find("356938035"));
-  const std::string session = home.read("/case/case.txt").value_or("");
-  EXPECT_NE(std::string::npos,
-            session.find("\nwabs_get_bars => 0 4 ; sent AT+COPS?, AT+GTBARS?, AT+GTBARS=1\n"));
-
-  modemsim::Modem modem;
-  ASSERT_TRUE(modem.start(device.dir()) && modem.replay(home.path("/case"), 0)) << modem.error();
-  check(BRIOCTL, {{("--root " + device.dir() + " status").c_str(), 0, {"wabs_get_bars +0 ok +1 "}},
-                  {("--root " + device.dir() + " at AT+CSQ").c_str(), 1, {}}});
-  const std::string followed = modem.replayed();
-  EXPECT_TRUE(std::regex_search(
-      followed,
-      std::regex("^([0-9]+) of \\1 .*, [0-9]+ others. First: left .*: the host sent AT.COPS., .* end$")))
-      << followed;
-}
-
-// Bytes, reports before the first command, an OK to an unknown command, an end in the middle.
-TEST(Brioctl, ImportsWhatATapSaw) {
-  modemsim::DeviceRoot root;
-  std::string log;
-  for (const char* line : {"urc   <-- +EARLY: 1", "query --> AT+NEW=1", "query <-- OK", "query --> AT+NAME?",
-                           "query <-- +NAME: caf\\xe9", "query <-- OK", "query --> AT+CUT?"}) {
-    log += std::string("2026-11-22T07:00:00.000Z 10 ") + line + "\n";
-  }
-  root.write("/tapped/at.log", log);
-  root.write("/x.txt", log);
-  std::filesystem::current_path(root.path("/tapped"));
-  check(BRIOCTL, {{"import ../x.txt --force", 1, {"x\\.txt is the recording itself; --to"}},
-                  {"import .", 0, {"^\\./tapped\\.toml\n\\./tapped\\.txt\n$"}},
-                  {"--scenario ./tapped.toml -v at AT+NAME?", 0, {"\\+NAME: caf\\\\xe9\n"}}});
-  check(BRIOLAB, {{"tapped.txt", 0, {"^$"}}});
-  const std::string session = root.read("/tapped/tapped.txt").value_or("");
-  EXPECT_NE(std::string::npos, session.find("answer \"AT+NEW=1\" times=1 \"OK\"\n")) << session;
-  EXPECT_NE(std::string::npos, session.find("\nopen\n")) << session;
-  EXPECT_NE(std::string::npos, session.find("\nurc \"+EARLY: 1\"\n")) << session;
-  const std::string scenario = root.read("/tapped/tapped.toml").value_or("");
-  EXPECT_NE(std::string::npos, scenario.find("times = 1\nreports = [{ t = 0.000, line = \"+EARLY: 1\" }]\n"))
-      << scenario;
-  EXPECT_EQ(std::string::npos, scenario.find("command = \"AT+CUT?\"")) << scenario;
-}
-
 // What is read of the modem is written, to the end, whoever else does not read.
 TEST(Brioctl, HoldsNobodyAndLosesNothingSilently) {
   modemsim::DeviceRoot root;
@@ -525,145 +327,6 @@ TEST(Brioctl, ShowsTheTraceThatItMade) {
                                    std::filesystem::file_time_type::clock::now() + std::chrono::hours(1));
   const std::string program = BRIOCTL " --root " + root.dir();
   check(program.c_str(), {{"trace --seconds 1", 0, {"/mnt/us/trace_log(_[0-9]+){6}\\.istp: [0-9]+ bytes"}}});
-}
-
-TEST(Modemsim, RunsAScenarioAndRefusesABadOne) {
-  modemsim::DeviceRoot root;
-  root.write("/dev/ttyACM2", "in the way");
-  root.write("/bad.toml", "[state]\n\"bers\\u0007\" = 3\n");
-  root.write("/demo", "no scenario");
-  std::filesystem::current_path(root.dir());
-  const std::string occupied = "--root " + root.dir(), bad = "--scenario " + root.path("/bad.toml");
-  check(MODEMSIM,
-        {{"--scenario demo --seconds 0.2", 0, {"query port /.*/dev/ttyACM2\nURC port   /.*/dev/ttyACM3\n"}},
-         {"--scenario home-lte --speed 60 --seconds 20 -v | sed '/ 34.000 s: /q'", 0, {"34\\.000 s: .*prox"}},
-         {"--list-commands", 0, {"AT\\+CFUN=0\\|1 +radio off, on\n"}},
-         {occupied.c_str(), 1, {"ttyACM2 is in the way: it is not a link"}},
-         {bad.c_str(), 1, {"bad\\.toml:2: .*bers\\\\x07.*bars"}}});
-  check(BRIOCTL, {{(bad + " status").c_str(), 1, {"bers\\\\x07"}}});
-}
-
-TEST(Modemsim, ObeysItsControlSocket) {
-  modemsim::DeviceRoot root;
-  const std::string socket = root.path("/modemsim.sock"), ctl = "ctl --socket " + socket + " ";
-  const std::string out = root.path("/out"),
-                    begin = "rm -f " + out + "; " MODEMSIM " --root " + root.dir() + " --seconds 60 >" + out +
-                            " 2>&1 & until grep -qs Ctrl-C " + out + "; do sleep 0.02; done; ";
-  const std::string kill = run(begin + "echo kill -9 $!").text, gone = "flock " + root.dir() + " true";
-  const auto done = [&](const std::string& words, int status, const char* said) {
-    check(MODEMSIM, {{(ctl + words).c_str(), status, {said}}});
-  };
-  EXPECT_EQ("600\n", run("stat -c %a " + socket).text);
-  done("set bars=1 apn=internet bars_reports=true", 0, "^$");
-  done("status", 0, "plugged in\nquery port .*not open\n(.*\n)*bars=1\n(.*\n)*apn=internet\n");
-  done("set bars=1000", 1, "^modemsim: bars must be a whole number from 0 to 255\n$");
-  done("set bers=1", 1, "^modemsim: bers is not known; did you mean bars\\?\n$");
-  done("set apn=\\\"x\\\" bars", 1, "^modemsim: bars: a setting is written as bars=1\n$");
-  done("urc +X", 1, "nobody has the URC port open");
-  done("unplug", 0, "^$");
-  done("urc +X", 1, "is unplugged");
-  done("replug", 0, "^$");
-  const int port = open(root.path("/dev/ttyACM3").c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-  done("urc +CREG: '5,\"1A2B\"'", 0, "^$");
-  done("set creg_mode=1 && " MODEMSIM " " + ctl + "set cs_stat=3", 0, "^$");
-  char said[64] = {};
-  size_t size = 0;
-  const std::string expected = "\r\n+CREG: 5,\"1A2B\"\r\n\r\n+CREG: 3\r\n";
-  while (size < expected.size()) {
-    const ssize_t got = read(port, said + size, sizeof said - size);
-    ASSERT_LT(0, got);
-    size += static_cast<size_t>(got);
-  }
-  EXPECT_EQ(expected, said);
-  close(port);
-  // What a killed simulator leaves does not keep the next one away.
-  run(kill + gone);
-  done("status", 1, "nobody listens; the simulated modem has ended");
-  run(run(begin + "echo kill $!").text + gone);
-  done("status", 1, "No such file");
-}
-
-// A host that skips is followed, one command of its own does not move the place; nothing is said late.
-TEST(Modemsim, FollowsAHostAndForgetsAtUnplugging) {
-  modemsim::DeviceRoot root;
-  std::string log = "2026-11-22T07:00:00.000Z 0 urc <-- +EARLY: 1\n", seen;
-  for (int i = 0; i < 40; i++) {
-    const std::string columns = "2026-11-22T07:00:00.000Z 0 query ";
-    log += columns + "--> AT+A" + std::to_string(i) + "\n" + columns + "<-- OK\n";
-  }
-  root.write("/at.log", log);
-  modemsim::Modem modem;
-  modem.observe([&](const modemsim::Traffic& traffic) { seen += traffic.bytes; });
-  modemsim::Answer stale, mark;
-  stale.command = "AT+STALE";
-  stale.reports = {{modemsim::Milliseconds(10), "+STALE: 1"}};
-  mark.command = "AT+MARK";
-  mark.delay = modemsim::Milliseconds(30);
-  modem.answer(stale);
-  modem.answer(mark);
-  ASSERT_TRUE(modem.start(root.dir())) << modem.error();
-  modem.tell("AT+STALE");
-  modem.unplug();
-  ASSERT_TRUE(modem.plug());
-  modem.tell("AT+MARK");
-  EXPECT_TRUE(modem.wait_written());
-  ASSERT_TRUE(modem.replay(root.path("/at.log"), 0)) << modem.error();
-  for (const char* number : {"39", "0", "1", "30", "31", "32"}) modem.tell(std::string("AT+A") + number);
-  EXPECT_EQ(0U, modem.replayed().find("4 of 40 recorded commands came in their order, 2 others."))
-      << modem.replayed();
-  modem.stop();
-  EXPECT_EQ(std::string::npos, seen.find("+STALE: 1")) << seen;
-  EXPECT_NE(std::string::npos, seen.find("+EARLY: 1")) << seen;
-}
-
-// Folders and links that another user has planted, in the root's own path and below it.
-TEST(Modemsim, WritesOnlyIntoItsOwnFolder) {
-  modemsim::DeviceRoot victim, planted, linked, shared, theirs;
-  victim.write("/mine", "mine");
-  ASSERT_EQ(0, symlink(victim.path("/mine").c_str(), planted.path("/proc/net/dev.new").c_str()));
-  linked.remove("/proc");
-  ASSERT_EQ(0, symlink(victim.dir().c_str(), linked.path("/proc").c_str()));
-  ASSERT_EQ(0, chmod(shared.dir().c_str(), 0777));
-  const auto play = [](const std::string& root) {
-    return "--scenario home-lte --seconds 0.2 --root " + root;
-  };
-  const std::string link = planted.path("/link");
-  ASSERT_EQ(0, symlink(victim.dir().c_str(), link.c_str()));
-  const bool given = lchown(link.c_str(), 1, 1) == 0 && chown(theirs.dir().c_str(), 1, 1) == 0;
-  ASSERT_EQ(geteuid() == 0, given);  // only root can give files to others
-  check(MODEMSIM, {{play(planted.dir()).c_str(), 0, {"query port"}},
-                   {play(linked.dir()).c_str(), 1, {"/proc is in the way"}},
-                   {play(shared.dir()).c_str(), 1, {"others may write in "}},
-                   {play(shared.dir() + "/new").c_str(), 1, {"others may write in "}},
-                   {play(given ? theirs.dir() : "/").c_str(), 1, {"belongs to another user"}}});
-  if (given) {
-    check(MODEMSIM, {{play(link + "/new").c_str(), 1, {"is a link of another user"}},
-                     {play(theirs.dir() + "/new").c_str(), 1, {"belongs to another user"}}});
-  }
-  EXPECT_EQ("mine", victim.read("/mine"));
-  EXPECT_FALSE(std::filesystem::exists(victim.path("/net")));
-}
-
-TEST(Briolab, TellsWhatCanBeSaid) {
-  check(BRIOLAB, {{"--commands", 0, {"\n    urc LINE  "}},
-                  {"--functions", 0, {"\n  brio_open TEXT\n", "\n  wabs_get_imsi NUMBER\n"}},
-                  {"", 0, {"^$"}},
-                  {"/nonexistent", 2, {"^/nonexistent: cannot be read\n$"}},
-                  {"--record /nonexistent/x", 2, {"/nonexistent/x cannot be written\n$"}},
-                  {"--update", 2, {"FILE"}}});
-  // At a terminal, with an edited line and one from the history; a missing answer does not cost
-  // its minute.
-  const std::string typed = EDITS != 0 ? "opn\\002e\\n\\020" : "open\\nopen";
-  const std::string lines =
-      "\\nwabs_get_brs\\nanswer AT+GTBARS? +GTBARS:\\nbrio_get_bars 0\\nanswer AT+GTMODINFO? a b OK\\n"
-      "brio_get_modem_info\\nquit\\n";
-  check(("printf '" + typed + lines +
-         "' | TERM=dumb timeout 600 script -qec '" BRIOLAB "' /dev/null | tr -d '\\r'")
-            .c_str(),
-        {{"",
-          0,
-          {"open: it gave 2\n", "did you mean wabs_get_bars\\?", "has no final line", "[\n ]7 untouched\n",
-           "dropped an answer", "[\n ]4 untouched\n"}}});
 }
 
 }  // namespace
