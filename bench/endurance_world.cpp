@@ -190,8 +190,10 @@ void situate(Modem& modem, unsigned situation) {
   const auto& raw = kAntennas[situation % 3];
   const std::string clock = kClocks[situation % 3];
   modem.update([&](State& state) {
-    state.cs_stat = state.ps_stat = registered ? place.stat : situation == kNetworks ? 2 : 3;
-    state.cs_reject_cause = state.ps_reject_cause = registered || situation == kNetworks ? 0 : 13;
+    for (const modemsim::Domain& domain : modemsim::kDomains) {
+      state.*domain.stat.member = registered ? place.stat : situation == kNetworks ? 2 : 3;
+      state.*domain.reject_cause.member = registered || situation == kNetworks ? 0 : 13;
+    }
     state.bas_a = raw[0], state.bas_b = raw[1], state.antenna = raw[2];
     if (!registered) return;
     state.operator_numeric = state.plmn_text = place.numeric, state.rat = place.rat;

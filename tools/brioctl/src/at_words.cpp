@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "at_log.h"
+#include "modemsim/modem.h"
 
 namespace brioctl {
 namespace {
@@ -50,63 +51,11 @@ bool is_private(const std::string& line) {
 }  // namespace
 
 std::vector<std::string> known_at_commands() {
-  return {"AT",
-          "ATI",
-          "ATZ",
-          "AT&F",
-          "ATE0",
-          "ATE1",
-          "AT+CCID",
-          "AT+CCID?",
-          "AT+CCLK?",
-          "AT+CEREG=",
-          "AT+CEREG?",
-          "AT+CFUN=",
-          "AT+CFUN?",
-          "AT+CGATT=",
-          "AT+CGATT?",
-          "AT+CGCONTRDP",
-          "AT+CGDCONT=",
-          "AT+CGDCONT?",
-          "AT+CGMI",
-          "AT+CGMM",
-          "AT+CGMR",
-          "AT+CGREG=",
-          "AT+CGREG?",
-          "AT+CGSN",
-          "AT+CIMI",
-          "AT+CMEE=",
-          "AT+CMEE?",
-          "AT+CMGD=",
-          "AT+CMGF=",
-          "AT+CMGF?",
-          "AT+CMGL=",
-          "AT+CMGS=",
-          "AT+COPS=",
-          "AT+COPS=?",
-          "AT+COPS?",
-          "AT+CPIN?",
-          "AT+CREG=",
-          "AT+CREG?",
-          "AT+CRSM=",
-          "AT+CSQ",
-          "AT+CTZR=",
-          "AT+CTZR?",
-          "AT+GTBARS=",
-          "AT+GTBARS?",
-          "AT+GTFDCAR=",
-          "AT+GTFDCAR?",
-          "AT+GTLTEINFO?",
-          "AT+GTMODINFO?",
-          "AT+GTOTAREJECT=",
-          "AT+GTSCINFO?",
-          "AT+GTSCSTAT?",
-          "AT+GTSIMSTATUS?",
-          "AT+BODYSARON=",
-          "AT+TRACE=",
-          "AT+XSYSTRACE=",
-          "AT@EPHY:EPHY_BAS_SET(",
-          "AT@EPHY:EPHY_BAS_STATUS("};
+  std::vector<std::string> commands = modemsim::known_commands();
+  // Usual ones that only real modems know.
+  commands.insert(commands.end(), {"AT", "AT+CEREG=", "AT+CEREG?", "AT+CGATT=", "AT+CGATT?", "AT+CGCONTRDP",
+                                   "AT+CMGF=", "AT+CMGF?", "AT+CMGL=", "AT+CMGS=", "AT+CTZR?"});
+  return commands;
 }
 
 AtHistory::AtHistory() {

@@ -295,13 +295,12 @@ class Player {
     if (is == was) return;
     const bool updates = update_ && line != nullptr;
     holds_ = holds_ && updates;
-    if (updates) {
-      *line = line->substr(0, arrow) + (is.empty() ? "" : std::string(kArrow) + " " + is);
-      return;
-    }
-    std::cout << path_ << ":" << number_ << ": " << commands << "\n  - expected, + shown\n";
+    if (updates) *line = line->substr(0, arrow) + (is.empty() ? "" : std::string(kArrow) + " " + is);
+    std::cout << path_ << ":" << number_ << ": " << commands
+              << (updates ? "\n  - before, + written\n" : "\n  - expected, + shown\n");
     const Lines want = lines_of(expected), got = lines_of(shown);
     print_difference(want, got);
+    if (updates) return;
     const auto not_logged = [&](const std::string& each) {
       return begins(each, "log ") && std::find(got.begin(), got.end(), each) == got.end();
     };
@@ -359,18 +358,16 @@ class Player {
       shown.push_back({"", joined(seen.output, " | ")});
     }
     const auto add = [&](const char* kind, const Lines& lines, const char* between) {
-      if (asked(kind) || (watches(kind) && !lines.empty())) {
+      const auto gaps = std::find_if(expected.begin(), expected.end(), [&](const Clause& each) {
+        return each.kind == kind && each.text.find(kGap) != std::string::npos;
+      });
+      if (gaps != expected.end() && matches(split(gaps->text, between), 0, lines, 0)) {
+        shown.push_back(*gaps);
+      } else if (asked(kind) || (watches(kind) && !lines.empty())) {
         shown.push_back({kind, lines.empty() ? kNothing : joined(lines, between)});
       }
     };
-    const auto gaps = std::find_if(expected.begin(), expected.end(), [](const Clause& each) {
-      return each.kind == "sent" && each.text.find(kGap) != std::string::npos;
-    });
-    if (gaps != expected.end() && matches(split(gaps->text, ", "), 0, seen.sent, 0)) {
-      shown.push_back(*gaps);
-    } else {
-      add("sent", seen.sent, ", ");
-    }
+    add("sent", seen.sent, ", ");
     add("changed", seen.changed, " ");
     add("event", seen.events, ", ");
     add_log(seen, expected, &shown);

@@ -346,6 +346,28 @@ const std::vector<Command>& command_table() {
   return s_table;
 }
 
+const char* mark_of(Form form) {
+  switch (form) {
+    case Form::kPlain:
+      return "";
+    case Form::kRead:
+      return "?";
+    case Form::kTest:
+      return "=?";
+    case Form::kSet:
+      return "=";
+    case Form::kCall:
+      return "(";
+  }
+  return "";
+}
+
+std::vector<std::string> known_commands() {
+  std::vector<std::string> names;
+  for (const Command& command : command_table()) names.push_back(command.name + mark_of(command.form));
+  return names;
+}
+
 std::vector<std::string> split_line(const std::string& line) {
   if (upper(line.substr(0, 2)) != "AT") return {line};
   std::vector<std::string> commands;

@@ -45,6 +45,8 @@ std::vector<std::string> split_line(const std::string& line);
 // False when a quote or bracket is left open.
 bool parse_command(const std::string& text, Parsed& parsed);
 const std::vector<Command>& command_table();
+// What follows the name before the arguments: "", "?", "=?", "=" or "(".
+const char* mark_of(Form form);
 
 // How long the modem works on a command before it answers.
 Milliseconds command_time(const Parsed& command, const State& state);

@@ -44,25 +44,10 @@ constexpr char kExample[] =
     "that are\n"
     "installed are found by their name (home-lte, rough-day).";
 
-const char* form_of(modemsim::Form form) {
-  switch (form) {
-    case modemsim::Form::kRead:
-      return "?";
-    case modemsim::Form::kTest:
-      return "=?";
-    case modemsim::Form::kSet:
-      return "=";
-    default:
-      return "";
-  }
-}
-
 void list_commands() {
   for (const modemsim::Command& command : modemsim::command_table()) {
-    std::string usage = std::string(command.name) + form_of(command.form) + command.arguments;
-    if (command.form == modemsim::Form::kCall) {
-      usage = std::string(command.name) + "(" + command.arguments + ")";
-    }
+    const std::string usage = command.name + mark_of(command.form) + command.arguments +
+                              (command.form == modemsim::Form::kCall ? ")" : "");
     std::printf("%-60s %s\n", usage.c_str(), command.what);
   }
   std::printf("Everything else is answered with ERROR. Case does not matter.\n");

@@ -68,8 +68,20 @@ bool read_clock(Reader& reader, const std::string& key, std::string& place) {
   return true;
 }
 
+// `stat` and `reject_cause`: those of every domain.
+void read_domains(Reader& reader, const char* name, NumberField Domain::*field, Setters& setters) {
+  int value = 0;
+  const NumberField& any = kDomains[0].*field;
+  if (!reader.number_into(name, any.low, any.high, value)) return;
+  setters.push_back([field, value](State& state) {
+    for (const Domain& domain : kDomains) state.*(domain.*field).member = value;
+  });
+}
+
 Setters read_state(Reader& reader) {
   Setters setters;
+  read_domains(reader, "stat", &Domain::stat, setters);
+  read_domains(reader, "reject_cause", &Domain::reject_cause, setters);
   each_member([&](const auto& field) {
     auto value = State().*field.member;
     if (!read(reader, field, value)) return;

@@ -76,6 +76,9 @@ struct Traffic {
 
 struct Scenario;  // modemsim/scenario.h
 
+// The commands that the modem knows, without what is set: "AT+CFUN?", "AT+CFUN=", "ATI".
+std::vector<std::string> known_commands();
+
 class Modem {
  public:
   explicit Modem(State state = {});

@@ -195,7 +195,7 @@ inline constexpr SimFileName kSimFileNames[] = {
 };
 
 // A domain that the modem registers for: its row makes its commands, its report and its members in scenario
-// files.
+// files, where `stat` and `reject_cause` set those of all domains.
 struct Domain {
   const char* name;  // "CREG": of the report and, after "AT+", of the commands
   const char* what;  // for the list of commands
