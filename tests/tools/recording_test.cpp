@@ -1,5 +1,7 @@
 // Recordings: what they hide, and what becomes of them.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <array>
 #include <filesystem>
@@ -20,10 +22,10 @@ TEST(AtLog, HidesIdentities) {
   for (const auto& [side, text, shown] : std::vector<std::array<std::string, 3>>{
            {">", "AT+CRSM=176,12258,0,0,0", ""},
            {">", "AT+COPS?", ""},
-           {"<", "+CRSM: 144,0,\"98440100000000123456\"", "+CRSM: 144,0,\"98440100000000000000\""},
+           {"<", "+CRSM: 144,0,\"984401000000001234F6\"", "+CRSM: 144,0,\"984401000000000000F0\""},
            {"<", "+CRSM: 144,0,\"13001440001301814000\"", ""},
-           {"<", "+ICCID: 8944015192E06012345F", "+ICCID: 89440100000000000000"},
-           {"<", "8944010000000012345F", "89440100000000000000"},
+           {"<", "+ICCID: 8944015192E06012345F", "+ICCID: 8944010000000000000F"},
+           {"<", "8944010000000012345F", "8944010000000000000F"},
            {"<", "+GTMODINFO: \"L816_18000.1000.00.24.01.01\",\"356938035643809\"",
             "+GTMODINFO: \"L816_18000.1000.00.24.01.01\",\"356938000000000\""},
            {"<", "+CREG: 5,\"1A2B\",\"01C2D3E4\",7", ""},
@@ -81,12 +83,15 @@ TEST(Brioctl, ImportsWhatATapSaw) {
                            "query <-- +NAME: caf\\xe9", "query <-- OK", "query --> AT+CUT?"}) {
     log += std::string("2026-11-22T07:00:00.000Z 10 ") + line + "\n";
   }
-  root.write("/tapped/at.log", log);
+  root.write("/tapped/at.log", log + "2026-11-22T07:00:00.000Z 10 query <-- +C");
   root.write("/x.txt", log);
   std::filesystem::current_path(root.path("/tapped"));
-  check(BRIOCTL, {{"import ../x.txt --force", 1, {"x\\.txt is the recording itself; --to"}},
-                  {"import .", 0, {"^\\./tapped\\.toml\n\\./tapped\\.txt\n$"}},
-                  {"--scenario ./tapped.toml -v at AT+NAME?", 0, {"\\+NAME: caf\\\\xe9\n"}}});
+  check(BRIOCTL,
+        {{"import ../x.txt --force", 1, {"x\\.txt is the recording itself; --to"}},
+         {"import .", 0, {"at.log:8: the line is cut off", "\n\\./tapped\\.toml\n\\./tapped\\.txt\n$"}},
+         {"import . --to none/x", 1, {"No such file or directory"}},
+         {"record ../x.txt", 1, {"cannot be made: Not a directory"}},
+         {"--scenario ./tapped.toml -v at AT+NAME?", 0, {"\\+NAME: caf\\\\xe9\n"}}});
   check(BRIOLAB, {{"tapped.txt", 0, {"^$"}}});
   const std::string session = root.read("/tapped/tapped.txt").value_or("");
   EXPECT_NE(std::string::npos, session.find("answer \"AT+NEW=1\" times=1 \"OK\"\n")) << session;
@@ -96,6 +101,57 @@ TEST(Brioctl, ImportsWhatATapSaw) {
   EXPECT_NE(std::string::npos, scenario.find("times = 1\nreports = [{ t = 0.000, line = \"+EARLY: 1\" }]\n"))
       << scenario;
   EXPECT_EQ(std::string::npos, scenario.find("command = \"AT+CUT?\"")) << scenario;
+}
+
+// A session plays against the library that was recorded: outputs left alone, an odd ICCID, texts with quotes,
+// records, pages, reports while nobody listens, a modem that was pulled.
+TEST(Brioctl, ImportsWhatPlays) {
+  modemsim::DeviceRoot root;
+  for (const auto& [name, text] : std::vector<std::pair<std::string, std::string>>{
+           {"odd", "[state]\ncs_stat = 3\nps_stat = 3\niccid = \"8944109999000011112F\"\n"},
+           {"scan", "[[operator]]\nstat = 2\nlong_name = \"Pr\u00e9t\"\nnumeric = \"310410\"\nrat = 7\n"},
+           {"pulled", "[[fault]]\ncommand = \"AT+GTBARS?\"\nunplug = true\n"},
+           {"dead", "[[fault]]\ncommand = \"AT\"\nunplug = true\n"},
+           {"deaf", "[[fault]]\ncommand = \"AT\"\nsilent = true\ntimes = -1\n"}})
+    root.write("/" + name + ".toml", text);
+  std::filesystem::current_path(root.dir());
+  for (const char* words : {"odd.toml status", "scan.toml scan", "odd.toml doctor", "odd.toml page",
+                            "odd.toml ant", "odd.toml trace --seconds 0.1", "pulled.toml status"}) {
+    run(std::string(BRIOCTL " --force --at-log x.log --scenario ") + words);
+    const Outcome played = run(BRIOCTL " --force import x.log && " BRIOLAB " x.txt");
+    EXPECT_EQ(0, played.status) << words << "\n" << played.text;
+  }
+  const std::string session = root.read("/x.txt").value_or("");
+  EXPECT_NE(std::string::npos, session.find(", unplug = true\nwabs_get_bars => 2 ..\n")) << session;
+  check(BRIOCTL,
+        {{"--scenario x.toml status", 1, {"wabs_get_bars +2 "}},
+         {"--sim --at-log x.log status", 1, {"x\\.log exists; --force replaces it"}},
+         {"--scenario dead.toml report r.tgz", 0, {"tgz: checks, .*\nPage and status are missing"}}});
+  EXPECT_EQ("brioctl: interrupted.\nr.tgz\n",
+            run("timeout -s INT 1 " BRIOCTL " --scenario deaf.toml report s.tgz; ls *gz*").text);
+  const Outcome full = run("ulimit -f 1; " BRIOCTL " --sim --at-log full status");
+  EXPECT_NE(std::string::npos, full.text.find("written whole: File too large")) << full.text;
+}
+
+// Of a tap in the ports' place that was killed, also when the modem has come back with other ptys.
+TEST(Brioctl, GivesTappedPortsBack) {
+  const modemsim::DeviceRoot root;
+  modemsim::Modem modem;
+  ASSERT_TRUE(modem.start(root.dir()));
+  std::filesystem::current_path(root.dir());
+  const std::string tap = BRIOCTL " --root . --force record --tap --in-place case ";
+  for (const bool replugged : {false, true}) {
+    run("rm -f said; " + tap +
+        ">said 2>&1 & until grep -q Ctrl-C said; do sleep 0.02; done; kill -9 $!; wait $!");
+    check(BRIOCTL, {{"--root . status", 1, {"ttyACM2.*killed left the port as .*/ttyACM2\\.tapped"}},
+                    {"--root . ports", 0, {"killed", "\n[^ ]*/ttyACM1 +trace [^\n]+\n$"}}});
+    const int taken = open("/dev/ptmx", O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (replugged) modem.unplug();
+    ASSERT_TRUE(modem.plug());
+    EXPECT_EQ(0, run(tap + "--seconds 0.1; [ ! -e dev/ttyACM2.tapped ]").status);
+    check(BRIOCTL, {{"--root . at AT+CSQ", 0, {"\\+CSQ: "}}});
+    close(taken);
+  }
 }
 
 }  // namespace

@@ -13,7 +13,8 @@
 namespace at_log {
 namespace {
 
-constexpr const char* kPorts[] = {"query", "urc", "host"};
+constexpr const char* kPorts[] = {"query", "urc", "host", "modem"};
+constexpr char kHungUp[] = "hung up";
 constexpr std::int64_t kTornAfter = 1000;  // ms
 constexpr std::size_t kMaxLine = 65536;    // a longer line is cut in pieces, each of them torn
 constexpr std::size_t kShownDigits = 6;    // of an identity: the network or the issuer
@@ -80,11 +81,15 @@ std::string format(const Line& line) {
   std::snprintf(columns, sizeof columns, "%s.%03dZ %9" PRId64 " %-5s %s ", day,
                 static_cast<int>(line.wall_ms % 1000), line.ms, kPorts[static_cast<int>(line.port)],
                 line.to_modem ? "-->" : "<--");
-  return columns + escaped(line.text) + (line.torn ? "\\" : "");
+  return (line.port == Port::kModem ? "# " : "") + (columns + escaped(line.text)) + (line.torn ? "\\" : "");
 }
 
-std::optional<Line> parse(const std::string& text) {
-  if (text.empty() || text[0] == '#') return std::nullopt;
+std::optional<Line> parse(const std::string& whole) {
+  const bool remark = starts(whole, "#");
+  if (whole.empty() || (remark && whole.find(std::string(" modem <-- ") + kHungUp) == std::string::npos)) {
+    return std::nullopt;
+  }
+  const std::string text = whole.substr(remark ? 2 : 0);
   std::tm utc{};
   int milliseconds = 0, size = 0;
   Line line;
@@ -99,8 +104,10 @@ std::optional<Line> parse(const std::string& text) {
   line.wall_ms = static_cast<std::int64_t>(timegm(&utc)) * 1000 + milliseconds;
   std::size_t which = 0;
   while (which < std::size(kPorts) && std::string(port) != kPorts[which]) which++;
-  if (which == std::size(kPorts)) throw std::invalid_argument("the port must be query, urc or host");
   line.port = static_cast<Port>(which);
+  if (which == std::size(kPorts) || remark != (line.port == Port::kModem)) {
+    throw std::invalid_argument("the port must be query, urc or host");
+  }
   line.to_modem = std::string(direction) == "-->";
   if (!line.to_modem && std::string(direction) != "<--") {
     throw std::invalid_argument("the direction must be --> or <--");
@@ -123,13 +130,19 @@ std::string file_of(const std::string& path) {
   return std::filesystem::is_directory(path) ? (std::filesystem::path(path) / "at.log").string() : path;
 }
 
-std::vector<Line> load(const std::string& path) {
+std::vector<Line> load(const std::string& path, std::string* torn) {
   const std::string name = file_of(path);
   std::ifstream file(name);
   if (!file) throw std::runtime_error(name + " cannot be read");
   std::vector<Line> lines;
   std::string text;
   for (int number = 1; std::getline(file, text); number++) {
+    if (file.eof()) {
+      if (torn != nullptr) {
+        *torn = name + ":" + std::to_string(number) + ": the line is cut off, and left out";
+      }
+      break;
+    }
     if (!text.empty() && text.back() == '\r') text.pop_back();
     try {
       if (auto line = parse(text)) lines.push_back(*line);
@@ -144,7 +157,7 @@ std::vector<Line> load(const std::string& path) {
 std::vector<Exchange> exchanges(const std::vector<Line>& lines) {
   std::vector<Exchange> all;
   for (const Line& line : lines) {
-    if (line.port == Port::kHost) continue;
+    if (line.port == Port::kHost || line.port == Port::kModem) continue;
     const bool command = line.port == Port::kQuery && line.to_modem;
     if (command || all.empty()) {
       all.emplace_back().command = line;
@@ -179,14 +192,22 @@ void Mask::hide(Line& line) {
     std::size_t end = at;
     while (end < text.size() && belongs(text[end])) end++;
     // A bare ICCID ends in a filler.
-    if (!named && end < text.size() && (text[end] == 'F' || text[end] == 'f')) end++;
+    const auto filler = [&](std::size_t i) { return i < text.size() && (text[i] == 'F' || text[i] == 'f'); };
+    if (!named && filler(end)) end++;
     const auto part_of_word = [&](std::size_t i) {
       return i < text.size() && std::isalpha(text[i] & 0xFF) != 0;
     };
     const bool word = !named && ((at > 0 && part_of_word(at - 1)) || part_of_word(end));
     const std::size_t size = end - at;
     const std::size_t least = named || line.torn || torn_ ? kShownDigits + 1 : 14;
-    if (!word && size <= 24 && size >= least) blank(text, at, size, shown_);
+    // The filler of an odd number of digits stays: it tells how many there are. Where a SIM's file swaps its
+    // digits it is the last but one.
+    const std::size_t kept = end - (file && size > 1 && filler(end - 2) ? 2 : 1);
+    const bool fills = size > 0 && filler(kept);
+    if (!word && size <= 24 && size >= least) {
+      blank(text, at, size, shown_);
+      if (fills) text[kept] = 'F';
+    }
     at = end + 1;
   }
   if (line.port != Port::kHost) torn_ = line.torn;
@@ -245,6 +266,12 @@ void Journal::bytes(Port port, bool to_modem, const char* data, std::size_t size
       tell(port, to_modem, std::move(text), !end);
     }
   }
+}
+
+void Journal::hung_up() {
+  finish();
+  const std::lock_guard<std::mutex> guard(mutex_);
+  tell(Port::kModem, false, kHungUp, false);
 }
 
 void Journal::call(bool begins, const std::string& text) {

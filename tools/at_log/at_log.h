@@ -9,7 +9,9 @@
 // The columns are UTC, milliseconds on the monotonic clock since the log began, port, direction (--> to the
 // modem, or a call of the host; <-- from the modem, or a call's result) and the line without its line end.
 // Control characters and other bytes that are no text stand as \xNN, a backslash as \\; a single backslash at
-// the end says that the line end was missing. Lines that begin with # are remarks.
+// the end says that the line end was missing. Lines that begin with # are remarks; one of them counts:
+//
+//   # 2026-11-22T07:12:30.500Z     27689 modem <-- hung up
 #ifndef TOOLS_AT_LOG_H
 #define TOOLS_AT_LOG_H
 
@@ -24,7 +26,7 @@
 
 namespace at_log {
 
-enum class Port { kQuery, kUrc, kHost };
+enum class Port { kQuery, kUrc, kHost, kModem };  // the last for the modem's end
 
 struct Line {
   std::int64_t wall_ms = 0;  // since 1970, UTC
@@ -42,9 +44,9 @@ std::optional<Line> parse(
 bool is_final(const std::string& text);
 // FILE, or at.log of a recording's folder.
 std::string file_of(const std::string& path);
-// Of a file or a recording's folder. Throws std::runtime_error: a sentence with file and
-// line.
-std::vector<Line> load(const std::string& path);
+// Of a file or a recording's folder. Throws std::runtime_error: a sentence with file and line. A last line
+// without line end was cut off and is left out: `torn` becomes a sentence about it.
+std::vector<Line> load(const std::string& path, std::string* torn = nullptr);
 
 // A command and what the modem said until the next one.
 struct Exchange {
@@ -82,6 +84,7 @@ class Journal {
   void listen_remarks(Remark listener);
   void bytes(Port port, bool to_modem, const char* data, std::size_t size);
   void call(bool begins, const std::string& text);
+  void hung_up();
   // What happened to the log itself: lost bytes.
   void remark(const std::string& text);
   // Ends lines whose line end has not come for a second. How long until the next one needs it; -1 for none.

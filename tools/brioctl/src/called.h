@@ -7,6 +7,7 @@
 #include <ctime>
 #include <functional>
 #include <string>
+#include <tuple>
 #include <type_traits>
 
 namespace brioctl {
@@ -17,13 +18,10 @@ inline std::function<void(bool begins, const std::string& text)> call_listener;
 namespace words {
 
 inline std::string quoted(const char* text) {
-  const std::string plain = text;
-  // A page of text is not worth a word.
-  if (plain.find('\n') != std::string::npos) return " ...";
   std::string result = " \"";
-  for (const char c : plain) {
-    if (c == '"' || c == '\\') result += '\\';
-    result += c;
+  for (; *text != '\0'; text++) {
+    if (*text == '"' || *text == '\\') result += '\\';
+    result += *text;
   }
   return result + "\"";
 }
@@ -40,18 +38,62 @@ std::string argument(const T& value) {
   }
 }
 
-// Of an argument after the call: what a successful call filled.
 template <typename T>
-std::string filled(const T& value) {
-  if constexpr (std::is_same_v<T, char*>) {
-    return quoted(value);
-  } else if constexpr (std::is_same_v<T, uint32_t*> || std::is_same_v<T, int32_t*> ||
-                       std::is_same_v<T, uint16_t*> || std::is_same_v<T, time_t*>) {
-    return " " + std::to_string(*value);
-  } else {
-    return "";
+constexpr bool kOutput =
+    std::is_pointer_v<T> &&
+    (std::is_class_v<std::remove_pointer_t<T>> ||
+     std::is_integral_v<std::remove_pointer_t<T>>)&&!std::is_const_v<std::remove_pointer_t<T>>;
+
+// What a call fills, and its word afterwards. A number or text holds a mark meanwhile: one that was left
+// alone would look like one that was set to what the caller had there.
+template <typename T, bool = kOutput<T>>
+class Output {
+ public:
+  explicit Output(T place) : place_(place) {
+    if constexpr (kMarked) {
+      if (place_ == nullptr) return;
+      before_ = *place_;
+      *place_ = kMark;
+    }
   }
-}
+  std::string end() {
+    if (place_ == nullptr) return "";
+    // A record or a page is not worth a word.
+    if constexpr (!kMarked) {
+      return " ..";
+    } else {
+      if (*place_ == kMark) {
+        *place_ = before_;
+        return " untouched";
+      }
+      if constexpr (std::is_same_v<T, char*>) {
+        const std::string text = place_;
+        return text.find('\n') != std::string::npos ? " .." : " \"" + text + "\"";
+      } else {
+        return " " + std::to_string(*place_);
+      }
+    }
+  }
+
+ private:
+  using Value = std::remove_pointer_t<T>;
+  static constexpr bool kMarked = std::is_integral_v<Value>;
+  static constexpr Value mark() {
+    if constexpr (kMarked) return static_cast<Value>(0xA5A5A5A5A5A5A5A5);
+    return {};
+  }
+  static constexpr Value kMark = mark();
+
+  T place_;
+  Value before_{};
+};
+
+template <typename T>
+class Output<T, false> {
+ public:
+  explicit Output(const T&) {}
+  std::string end() { return ""; }
+};
 
 }  // namespace words
 
@@ -70,10 +112,11 @@ struct Called<R (*)(A...)> {
       function(arguments...);
       call_listener(false, name);
     } else {
+      std::tuple<words::Output<A>...> outputs{words::Output<A>(arguments)...};
       const R result = function(arguments...);
-      std::string text = name + (" " + std::to_string(result));
-      if (result == 0) text = (text + ... + words::filled(arguments));
-      call_listener(false, text);
+      const std::string filled =
+          std::apply([](auto&... each) { return (std::string() + ... + each.end()); }, outputs);
+      call_listener(false, name + (" " + std::to_string(result)) + (result == 0 ? filled : ""));
       return result;
     }
   }

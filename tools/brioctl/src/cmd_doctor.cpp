@@ -57,7 +57,7 @@ bool examine_port(Checkup& checkup, const NamedPort& port) {
   const std::string name = port.name + " port";
   struct stat file {};
   if (stat(port.path.c_str(), &file) != 0) {
-    checkup.wrong(name, port.path + ": " + open_problem(errno));
+    checkup.wrong(name, port.path + ": " + open_problem(errno, port.path));
     return false;
   }
   const std::string shown = port.path + " (" + rights(file) + ")";
@@ -66,7 +66,7 @@ bool examine_port(Checkup& checkup, const NamedPort& port) {
     return false;
   }
   if (access(port.path.c_str(), R_OK | W_OK) != 0) {
-    checkup.wrong(name, shown + ": " + open_problem(errno));
+    checkup.wrong(name, shown + ": " + open_problem(errno, port.path));
     return false;
   }
   checkup.add(Check::kOk, name, shown);

@@ -1,7 +1,9 @@
 // brioctl import: makes a scenario of the simulated modem and a session of briolab out of a recording.
 #include <algorithm>
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -33,13 +35,15 @@ bool is_utf8(const std::string& text) {
   return true;
 }
 
-std::string quoted(const std::string& text, const char* code, bool ascii) {
-  std::string result = "\"";
+std::string escaped(const std::string& text, const char* code, bool ascii, const char* special) {
+  std::string result;
   for (const char c : text) {
     const auto byte = static_cast<unsigned char>(c);
     char escape[8];
-    if (c == '"' || c == '\\') {
+    if (c != '\0' && std::strchr(special, c) != nullptr) {
       result += std::string("\\") + c;
+    } else if (c == '\t' || c == '\r') {
+      result += c == '\t' ? "\\t" : "\\r";
     } else if (byte < 0x20 || byte == 0x7F || (ascii && byte > 0x7F)) {
       snprintf(escape, sizeof escape, code, byte);
       result += escape;
@@ -47,12 +51,17 @@ std::string quoted(const std::string& text, const char* code, bool ascii) {
       result += c;
     }
   }
-  return result + "\"";
+  return result;
 }
 
 // A text of a session, with the escapes of C.
 std::string quoted(const std::string& text) {
-  return quoted(text, "\\x%02x", !is_utf8(text));
+  return "\"" + escaped(text, "\\x%02x", !is_utf8(text), "\"\\") + "\"";
+}
+
+// What a call returned, as a session shows it: in ASCII, and without escapes for quotes.
+std::string shown(const std::string& result) {
+  return escaped(result, "\\x%02x", true, "\\");
 }
 
 std::string seconds(std::int64_t milliseconds) {
@@ -68,7 +77,7 @@ std::vector<Line>::const_iterator cut_off(const std::vector<Line>& lines) {
     if (line->port == Port::kQuery && line->to_modem) {
       found = line;
     } else if (line->port != Port::kUrc && !line->to_modem &&
-               (line->port == Port::kHost || at_log::is_final(line->text))) {
+               (line->port != Port::kQuery || at_log::is_final(line->text))) {
       found = lines.cend();
     }
   }
@@ -80,7 +89,9 @@ std::vector<Line>::const_iterator cut_off(const std::vector<Line>& lines) {
 // A text of a TOML file, which holds no other bytes than UTF-8: those are characters of latin1 then.
 struct Toml {
   bool latin1;
-  std::string operator()(const std::string& text) const { return quoted(text, "\\u%04x", latin1); }
+  std::string operator()(const std::string& text) const {
+    return "\"" + escaped(text, "\\u%04x", latin1, "\"\\") + "\"";
+  }
 };
 
 struct Answer {
@@ -148,6 +159,39 @@ std::vector<Answer> answers_of(const std::vector<Exchange>& exchanges, const Tom
   return answers;
 }
 
+// The modem's going and coming back, which it has done before it says something again. A command that it did
+// not answer any more is taken out of the lines.
+std::string unplugged(std::vector<Line>& lines, const Toml& toml) {
+  std::ostringstream text;
+  std::vector<Line> kept;
+  auto outstanding = kept.size();  // commands and answers from here on belong to it
+  bool answered = true, gone = false;
+  for (const Line& line : lines) {
+    const bool goes = line.port == Port::kModem, back = gone && line.port != Port::kHost;
+    if (goes && !answered) {
+      const std::string& command = kept[outstanding].text;
+      const auto same = [&](const Line& each) {
+        return each.port == Port::kQuery && each.to_modem && each.text.rfind(command, 0) == 0;
+      };
+      text << "\n[[fault]]\ncommand = " << toml(command)
+           << "\nskip = " << std::count_if(kept.begin(), kept.end(), same) - 1
+           << "\ntimes = 1\nunplug = true\n";
+      const auto from = kept.begin() + static_cast<std::ptrdiff_t>(outstanding);
+      kept.erase(std::remove_if(from, kept.end(), [](const Line& each) { return each.port == Port::kQuery; }),
+                 kept.end());
+    } else if (goes || back) {
+      text << "\n[[at]]\nt = " << seconds(line.ms) << "\n" << (goes ? "unplug" : "plug") << " = true\n";
+    }
+    gone = goes || (gone && !back);
+    if (line.port == Port::kQuery && line.to_modem) outstanding = kept.size();
+    if (line.port == Port::kQuery) answered = !line.to_modem && (answered || at_log::is_final(line.text));
+    answered = answered || goes;
+    kept.push_back(line);
+  }
+  lines.swap(kept);
+  return text.str();
+}
+
 std::string scenario_of(const std::vector<Line>& lines, const std::string& title) {
   Toml toml{false};
   for (const Line& line : lines) toml.latin1 = toml.latin1 || !is_utf8(line.text);
@@ -162,6 +206,7 @@ std::string scenario_of(const std::vector<Line>& lines, const std::string& title
       if (line->port == Port::kUrc) whole.push_back(*line);
     }
   }
+  text << unplugged(whole, toml);
   for (const Answer& answer : answers_of(at_log::exchanges(whole), toml)) {
     // The last answer to a command holds for ever, its reports come once.
     for (const bool reports : {true, false}) {
@@ -238,11 +283,13 @@ class OwnAnswers {
   modemsim::Modem modem_;
 };
 
-std::string answers_line(const Exchange& exchange, OwnAnswers& own) {
+// `pulled`: the modem went before it had answered.
+std::string answers_line(const Exchange& exchange, OwnAnswers& own, bool pulled) {
   std::string words;
   for (const Line& line : exchange.answers) {
     if (line.text != exchange.command.text) words += " " + quoted(line.text);
   }
+  if (pulled) return "fault command = " + quoted(exchange.command.text) + ", times = 1, unplug = true\n";
   if (words == " \"OK\"" && own.ok(exchange.command.text)) return "";
   if (words.empty()) return "silent " + quoted(exchange.command.text) + " times=1\n";
   return "answer " + quoted(exchange.command.text) + " times=1" + words + "\n";
@@ -277,60 +324,95 @@ std::string session_call(const Call& call) {
   return call.text;
 }
 
-bool can_be_played(const std::string& name) {
-  // They fill records or pages, or need files of the device.
-  for (const char* left :
-       {"brio_get_bas_status", "brio_trace_tst_log", "brio_trace_tst_stop", "wabs_get_log_string"}) {
-    if (name == left) return false;
+// Why a session cannot repeat a call, "" when it can.
+std::string obstacle(const std::string& name) {
+  return name.rfind("brio_trace_tst_", 0) == 0
+             ? "a session has neither the filter file nor the trace; the answers to its commands follow"
+             : "";
+}
+
+bool pulled(const Call& call) {
+  return std::any_of(call.lines.begin(), call.lines.end(),
+                     [](const Line& line) { return line.port == Port::kModem; });
+}
+
+// The modem's side of a call: its answers. `sent` becomes the commands.
+std::string answers_to(const Call& call, OwnAnswers& own, std::string& sent, bool* unanswered) {
+  std::string text;
+  const std::vector<Exchange> exchanges = at_log::exchanges(call.lines);
+  for (const Exchange& exchange : exchanges) {
+    if (exchange.command.text.empty()) continue;
+    const bool ended = std::any_of(exchange.answers.begin(), exchange.answers.end(),
+                                   [](const Line& line) { return at_log::is_final(line.text); });
+    *unanswered = pulled(call) && !ended && &exchange == &exchanges.back();
+    text += answers_line(exchange, own, *unanswered);
+    sent += (sent.empty() ? "" : ", ") + exchange.command.text;
   }
-  return true;
+  return text;
+}
+
+// The call and what it must show.
+std::string played(const Call& call, const std::string& sent, bool gone) {
+  const std::string name = name_of(call.text), status = name_of(call.result);
+  const bool seen = status != "?" && status != "-";
+  const bool opens = name == "wabs_open" || name == "brio_open";
+  if (!seen) return session_call(call) + "\n";
+  // Without a modem a call may fail.
+  if (status != "0" && gone) return session_call(call) + " => " + status + " ..\n";
+  if (status != "0") {
+    return "# It returned " + call.result +
+           " when it was recorded. The line says what it should have returned: complete it.\n" +
+           session_call(call) + " => 0\n";
+  }
+  if (name == kRequest) return session_call(call) + "\n";
+  return session_call(call) + " => " + shown(call.result) +
+         (sent.empty() || opens ? "" : " ; sent " + shown(sent)) + "\n";
 }
 
 std::string session_of(const std::vector<Line>& lines, const std::string& title) {
   std::ostringstream text;
   text << "# " << title << "\n";
   OwnAnswers own;
-  bool opened = false;
-  std::string early;  // reports from before the open, to which nobody listens yet
+  bool opened = false, listens = false, gone = false;
+  std::string early;  // reports to which nobody listens yet
   const bool cut = cut_off(lines) != lines.cend();
   const std::vector<Call> calls = calls_of(lines);
   for (const Call& call : calls) {
     const std::string name = name_of(call.text);
     const bool ended = call.result.empty() || (cut && call.result == "?" && &call == &calls.back());
+    const std::string left_out = call.text.empty() ? ""
+                                 : ended           ? "it was not over when the recording ended"
+                                                   : obstacle(name);
+    const bool plays = !call.text.empty() && left_out.empty();
     std::string sent;
-    if (!call.text.empty() && (ended || !can_be_played(name))) {
-      text << "# left out: " << printable(call.text)
-           << (ended ? ", which was not over when the recording ended" : "") << "\n";
-    } else {
-      for (const Exchange& exchange : at_log::exchanges(call.lines)) {
-        if (exchange.command.text.empty()) continue;
-        text << answers_line(exchange, own);
-        sent += (sent.empty() ? "" : ", ") + exchange.command.text;
-      }
+    bool unanswered = false;
+    const std::string answers = ended && !call.text.empty() ? "" : answers_to(call, own, sent, &unanswered);
+    if (!left_out.empty()) text << "# left out: " << printable(call.text) << " (" << left_out << ")\n";
+    if (gone && !sent.empty()) text << "plug\n";
+    gone = gone && sent.empty();
+    text << answers;
+    if (plays && !opened && name != "wabs_open" && name != "brio_open") {
+      text << "open\n";
+      listens = true;
     }
-    if (!call.text.empty() && !ended && can_be_played(name)) {
-      const bool opens = name == "wabs_open" || name == "brio_open";
-      if (!opens && !opened) text << "open\n";
+    if (plays) {
+      text << played(call, sent, gone || pulled(call));
       opened = true;
-      const std::string status = name_of(call.result);
-      const bool failed = !status.empty() && status != "0" && status != "?" && status != "-";
-      if (failed) {
-        text << "# It returned " << call.result
-             << " when it was recorded. The line says what it should have returned: complete it.\n";
-      }
-      // What was not seen, or is too long, is not expected.
-      const bool known = status == "0" && name != kRequest && call.result.find("...") == std::string::npos;
-      text << session_call(call);
-      if (failed) text << " => 0";
-      if (known) text << " => " << call.result << (sent.empty() || opens ? "" : " ; sent " + sent);
-      text << "\n";
+      listens = (listens || name_of(call.result) == "0") && name != "wabs_close" && name != "brio_close";
     }
-    early += reports_of(call.lines);
-    if (!opened) continue;
-    text << early;
-    early.clear();
+    const std::string reports = reports_of(call.lines);
+    if (listens) {
+      text << early << reports;
+      early.clear();
+    } else {
+      early += reports;
+    }
+    if (!pulled(call)) continue;
+    if (!unanswered) text << "unplug\n";
+    gone = true;
+    listens = false;
   }
-  if (!early.empty()) text << "open\n" << early;
+  if (!early.empty()) text << (opened ? "# left out: reports that came after the end\n" : "open\n" + early);
   return text.str();
 }
 
@@ -343,10 +425,11 @@ void check_place(const std::string& path, const std::string& recording, bool for
 }
 
 void write_file(const std::string& path, const std::string& text) {
+  errno = 0;
   std::ofstream file(path);
   file << text;
   file.close();
-  if (!file) throw Failure(path + " cannot be written.");
+  if (!file) throw Failure(path + " cannot be written: " + std::strerror(errno) + ".");
   output::result()["files"].push_back(path);
   if (!output::json()) printf("%s\n", printable(path).c_str());
 }
@@ -356,7 +439,9 @@ void write_file(const std::string& path, const std::string& text) {
 int run_import(const std::string& recording, std::string prefix, bool force) {
   std::vector<Line> lines;
   try {
-    lines = at_log::load(recording);
+    std::string torn;
+    lines = at_log::load(recording, &torn);
+    if (!torn.empty()) fprintf(stderr, "brioctl: %s.\n", printable(torn).c_str());
   } catch (const std::runtime_error& problem) {
     throw Failure(problem.what());
   }

@@ -1,5 +1,6 @@
 // brioctl ports: the serial ports that may be a modem's.
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -7,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
+#include "errors.h"
 #include "holders.h"
 #include "output.h"
 #include "printable.h"
@@ -61,6 +63,11 @@ int run_ports(const Options& options) {
     if (!serial || entry.path().has_extension()) continue;
     Found port;
     port.path = entry.path();
+    if (!entry.exists()) {  // a link to nothing
+      fprintf(stderr, "brioctl: %s: %s.\n", printable(port.path).c_str(),
+              printable(open_problem(ENOENT, port.path)).c_str());
+      continue;
+    }
     port.role = port.path == used.query   ? "query"
                 : port.path == used.urc   ? "URC"
                 : port.path == used.trace ? "trace"

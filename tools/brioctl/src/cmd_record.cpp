@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
+#include "errors.h"
 #include "log_sink.h"
 #include "output.h"
 #include "printable.h"
@@ -22,25 +23,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A recording that was refused before its first line is no recording.
-void make_folder(const std::string& dir) {
-  std::error_code failed;
+void make_folder(const std::string& dir, bool force) {
+  std::error_code failed, ignored;
   fs::create_directories(dir, failed);
-  if (!fs::is_directory(dir, failed)) throw Failure(dir + " cannot be made: " + failed.message() + ".");
-  const std::string log = dir + "/at.log";
-  std::ifstream old(log);
-  std::string line;
-  while (std::getline(old, line)) {
-    if (line.empty() || line[0] == '#') continue;
-    throw Failure(log + " is a recording already; name another folder, or remove it.");
+  if (!fs::is_directory(dir, ignored)) {
+    throw Failure(dir + " cannot be made: " + (failed ? failed.message() : std::strerror(ENOTDIR)) + ".");
   }
+  Recorder::check_place(dir + "/at.log", force);
 }
 
 // A link to the relay where the host looks for a port. The port itself steps aside meanwhile, as PATH.tapped.
 class Replaced {
  public:
   Replaced(const std::string& path, const std::string& device)
-      : path_(path), aside_(aside(path)), device_(device) {
+      : path_(path), aside_(aside(path)), device_(marked(device)) {
     std::error_code failed;
     if (fs::exists(fs::symlink_status(aside_, failed))) {
       throw Failure(aside_ +
@@ -62,18 +58,29 @@ class Replaced {
   Replaced(const Replaced&) = delete;
   Replaced& operator=(const Replaced&) = delete;
 
-  // A tap that was killed left its link in the port's place. Its pty may be somebody else's by now.
+  // A tap that was killed left its link in the port's place, or the modem has come back with a port there.
   static void mend(const std::string& path) {
     std::error_code failed;
-    const std::string target = fs::read_symlink(path, failed).string();
-    if (target.rfind("/dev/pts/", 0) != 0 || !fs::exists(fs::symlink_status(aside(path), failed))) return;
+    if (!fs::exists(fs::symlink_status(aside(path), failed))) return;
+    if (fs::exists(fs::symlink_status(path, failed)) && !is_tap(path)) {
+      if (fs::exists(path, failed)) fs::remove(aside(path), failed);
+      return;
+    }
     Claim claim;
     if (!claim.take(aside(path))) throw Failure("Another tap runs on " + path + ".");
     put_back(path);
   }
 
  private:
-  static std::string aside(const std::string& path) { return path + ".tapped"; }
+  static std::string aside(const std::string& path) { return path + kTapped; }
+  // The target of a tap's link, which nobody else would write so: the pty's number may be another's by now.
+  static std::string marked(const std::string& device) {
+    return "/dev/./" + device.substr(std::strlen("/dev/"));
+  }
+  static bool is_tap(const std::string& path) {
+    std::error_code failed;
+    return fs::read_symlink(path, failed).string().rfind(marked("/dev/"), 0) == 0;
+  }
 
   // The kernel leaves a node that was renamed when the modem goes: it is put back only while it is that of
   // the port.
@@ -125,7 +132,7 @@ void tell_end(const std::string& dir, const Recorder& recorder) {
 
 int run_record(Options options, const std::string& dir, double seconds) {
   if (!options.at_log.empty()) throw Failure("A recording has its AT log in its folder; leave --at-log out.");
-  make_folder(dir);
+  make_folder(dir, options.force);
   options.at_log = dir + "/at.log";
   Session session(options);
   if (!log_sink::write_to(dir + "/library.log")) throw Failure(dir + "/library.log cannot be written.");
@@ -168,7 +175,7 @@ int run_tap(const Options& options, const std::string& dir, double seconds, bool
   if (!session.simulated()) check_ports({{ports.query, "query"}, {ports.urc, "URC"}}, options.force);
   Claim claim;
   if (!claim.take(ports.query) && !options.force) throw Failure(another_brioctl(ports));
-  make_folder(dir);
+  make_folder(dir, options.force);
   Recorder recorder(options.identities);
   recorder.write_to(dir + "/at.log");
   if (options.verbose > 0) recorder.show();

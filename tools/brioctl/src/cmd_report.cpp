@@ -137,7 +137,7 @@ int run_report(Options options, const std::string& file) {
   const fs::file_status old = fs::symlink_status(file);
   if (fs::exists(old) && !options.force) throw Failure(file + " exists; --force replaces it.");
   if (fs::exists(old) && !fs::is_regular_file(old)) throw Failure(file + " is no file, and is not replaced.");
-  Pending report(file);
+  { const Pending probe(file); }  // a place that cannot be written is told at once
   const Scratch scratch;
   options.scratch = scratch.dir();
   options.at_log = scratch.path("at.log");
@@ -152,16 +152,23 @@ int run_report(Options options, const std::string& file) {
     session.lib.wabs_exit_611_logging();
   });
   if (!log_sink::write_to("")) throw Failure("The library's log could not be written whole.");
-  if (!opened) scratch.write("page.txt", "The host module could not be opened; doctor.txt says why.\n");
+  constexpr char kMissing[] = "The host module could not be opened; doctor.txt says why.\n";
+  for (const char* missing : {"page.txt", "status.txt"}) {
+    if (!opened) scratch.write(missing, kMissing);
+  }
   scratch.write("doctor.txt", checkup.text());
   // Of the library, too, which is the first check.
   scratch.write("versions.txt", versions() + "library   " + checkup.checks().front().finding + "\n");
+  Pending report(file);
   pack(scratch.dir(), report.fd());
   report.keep(options.force);
-  output::result() = {{"file", file}, {"wrong", checkup.wrongs()}, {"identities", options.identities}};
+  output::result() = {
+      {"file", file}, {"wrong", checkup.wrongs()}, {"identities", options.identities}};
   if (!output::json()) {
-    printf("%s: page, status, checks, AT log, library log, versions; IMSI, ICCID and IMEI are %s.\n%s",
-           printable(file).c_str(), options.identities ? "whole" : "masked", checkup.text().c_str());
+    printf("%s: %schecks, AT log, library log, versions; IMSI, ICCID and IMEI are %s.\n%s%s",
+           printable(file).c_str(), opened ? "page, status, " : "", options.identities ? "whole" : "masked",
+           opened ? "" : "Page and status are missing: the host module could not be opened.\n",
+           checkup.text().c_str());
   }
   return 0;
 }

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 namespace brioctl {
 
@@ -10,7 +11,13 @@ std::string with_meaning(const std::string& final_line) {
   return meaning.empty() ? final_line : final_line + " (" + meaning + ")";
 }
 
-std::string open_problem(int error) {
+std::string open_problem(int error, const std::string& path) {
+  std::error_code ignored;
+  const std::string aside = path + kTapped;
+  if (error == ENOENT && std::filesystem::exists(std::filesystem::symlink_status(aside, ignored))) {
+    return "a tap that was killed left the port as " + aside + ". Put it back (mv " + aside + " " + path +
+           "), or start \"brioctl record --tap --in-place\" again, which does so";
+  }
   switch (error) {
     case ENOENT:
       return "there is no such port. Is the modem plugged in and switched on? \"brioctl ports\" lists what "

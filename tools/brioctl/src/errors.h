@@ -13,7 +13,9 @@ using at_log::meaning_of;
 std::string with_meaning(const std::string& final_line);
 
 // "permission denied: ..." with what to do about it, for an open of a device that failed.
-std::string open_problem(int error);
+std::string open_problem(int error, const std::string& path);
+// What a tap in the place of a port adds to its path, for the port itself.
+constexpr char kTapped[] = ".tapped";
 
 }  // namespace brioctl
 

@@ -94,7 +94,7 @@ std::string another_brioctl(const PortPaths& ports) {
 
 std::string port_problem(const NamedPort& port) {
   if (access(port.path.c_str(), R_OK | W_OK) == 0) return "";
-  return port.path + ", the modem's " + port.name + " port: " + open_problem(errno) + ".";
+  return port.path + ", the modem's " + port.name + " port: " + open_problem(errno, port.path) + ".";
 }
 
 void check_ports(const std::vector<NamedPort>& ports, bool force) {

@@ -9,6 +9,7 @@
 #include "log_sink.h"
 #include "output.h"
 #include "printable.h"
+#include "recorder.h"
 #include "watch_model.h"
 
 using namespace brioctl;
@@ -58,8 +59,9 @@ int main(int argc, char** argv) {
   app.add_option("--at-log", options.at_log, "Write each line of the query and URC port into this file")
       ->type_name("FILE")
       ->check(command_line::not_empty);
-  app.add_flag("--force", options.force,
-               "Go on when another program drives the modem; replace files (import, report)");
+  app.add_flag(
+      "--force", options.force,
+      "Go on when another program drives the modem; replace files (--at-log, record, import, report)");
   const std::tuple<const char*, std::string*, const char*> port_options[] = {
       {"--query-port", &options.ports.query, "Use this tty instead of /dev/ttyACM2"},
       {"--urc-port", &options.ports.urc, "Use this tty instead of /dev/ttyACM3"},
@@ -176,6 +178,7 @@ int main(int argc, char** argv) {
   output::begin(app.get_subcommands().front()->get_name(), options.json);
 
   const auto run = [&] {
+    if (!options.at_log.empty()) Recorder::check_place(options.at_log, options.force);
     if (*demo) {
       if (options.root.empty()) options.simulate = true;
       if (options.scenario.empty()) options.scenario = "demo";

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 
 #include "printable.h"
 #include "report.h"
@@ -35,7 +37,7 @@ Recorder::Recorder(bool identities) : journal_(identities) {
       [](const std::string& text) { terminal().put("brioctl: " + printable(text) + "\n"); });
   constexpr std::size_t kKept = 50;
   journal_.listen([this](const at_log::Line& line) {
-    if (line.port == at_log::Port::kHost) return;
+    if (line.port == at_log::Port::kHost || line.port == at_log::Port::kModem) return;
     const std::lock_guard<std::mutex> guard(last_mutex_);
     last_.push_back(line);
     if (last_.size() > kKept) last_.pop_front();
@@ -53,6 +55,16 @@ Recorder::~Recorder() {
   if (file_ >= 0) close(file_);
 }
 
+void Recorder::check_place(const std::string& path, bool force) {
+  // A recording that was refused before its first line is no recording.
+  std::error_code failed;
+  if (force || !std::filesystem::is_regular_file(path, failed)) return;
+  std::ifstream old(path);
+  for (std::string line; std::getline(old, line);) {
+    if (!line.empty() && line[0] != '#') throw Failure(path + " exists; --force replaces it.");
+  }
+}
+
 void Recorder::write_to(const std::string& path) {
   path_ = path;
   file_ = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
@@ -68,7 +80,7 @@ void Recorder::write_to(const std::string& path) {
 
 void Recorder::show() {
   journal_.listen([](const at_log::Line& line) {
-    static constexpr const char* kPorts[] = {"query", "urc  ", "host "};
+    static constexpr const char* kPorts[] = {"query", "urc  ", "host ", "modem"};
     terminal().put(time_of_day(line.wall_ms) + " " + kPorts[static_cast<int>(line.port)] +
                    (line.to_modem ? " --> " : " <-- ") + printable(line.text) + "\n");
   });

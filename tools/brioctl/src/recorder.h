@@ -21,6 +21,8 @@ class Recorder {
   Recorder(const Recorder&) = delete;
   Recorder& operator=(const Recorder&) = delete;
 
+  // Throws Failure when a file of the name holds something already; not for a device or a pipe.
+  static void check_place(const std::string& path, bool force);
   // Writes the AT log into a new file; an older one of the name is replaced. Throws Failure.
   void write_to(const std::string& path);
   // Shows each line on standard error.

@@ -80,7 +80,7 @@ void Relay::close_all() {
 
 void Relay::open_modem(Way& way, const std::string& path) {
   way.modem = open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-  if (way.modem < 0) throw Failure(path + ": " + open_problem(errno) + ".");
+  if (way.modem < 0) throw Failure(path + ": " + open_problem(errno, path) + ".");
   termios settings{};
   if (tcgetattr(way.modem, &settings) != 0) throw Failure(path + " is no serial port.");
   cfmakeraw(&settings);
@@ -213,6 +213,7 @@ bool Relay::from_modem(Way& way) {
     if (room && !pending) tell_lost(way);
     if (!room && way.host.is_open()) way.lost += static_cast<std::size_t>(size);
   } else if (size == 0 || (errno != EAGAIN && errno != EINTR)) {
+    journal_->hung_up();
     hang_up();
   }
   return size > 0;

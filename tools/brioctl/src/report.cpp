@@ -150,6 +150,8 @@ void install_signals() {
   struct sigaction action = {};
   action.sa_handler = on_signal;
   for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGQUIT}) sigaction(number, &action, nullptr);
+  // Over the limit a write fails then, as on a full disk.
+  signal(SIGXFSZ, SIG_IGN);
 }
 
 bool pause_for(double seconds, int event) {

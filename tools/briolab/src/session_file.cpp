@@ -355,7 +355,13 @@ class Player {
     };
     const bool output_asked = asked("") || (has_arrow && update_);
     if (output_asked && (!seen.output.empty() || asked(""))) {
-      shown.push_back({"", joined(seen.output, " | ")});
+      const std::string output = joined(seen.output, " | ");
+      const auto begun = std::find_if(expected.begin(), expected.end(), [&](const Clause& each) {
+        const size_t end = each.text.size() - std::min<size_t>(each.text.size(), 3);
+        return each.kind.empty() && each.text.substr(end) == " .." &&
+               begins(output + " ", each.text.substr(0, end + 1));
+      });
+      shown.push_back(begun != expected.end() ? *begun : Clause{"", output});
     }
     const auto add = [&](const char* kind, const Lines& lines, const char* between) {
       const auto gaps = std::find_if(expected.begin(), expected.end(), [&](const Clause& each) {
