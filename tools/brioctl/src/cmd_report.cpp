@@ -162,8 +162,7 @@ int run_report(Options options, const std::string& file) {
   Pending report(file);
   pack(scratch.dir(), report.fd());
   report.keep(options.force);
-  output::result() = {
-      {"file", file}, {"wrong", checkup.wrongs()}, {"identities", options.identities}};
+  output::result() = {{"file", file}, {"wrong", checkup.wrongs()}, {"identities", options.identities}};
   if (!output::json()) {
     printf("%s: %schecks, AT log, library log, versions; IMSI, ICCID and IMEI are %s.\n%s%s",
            printable(file).c_str(), opened ? "page, status, " : "", options.identities ? "whole" : "masked",
