@@ -112,8 +112,9 @@ TEST(Brioctl, ImportsWhatPlays) {
            {"scan", "[[operator]]\nstat = 2\nlong_name = \"Pr\u00e9t\"\nnumeric = \"310410\"\nrat = 7\n"},
            {"pulled", "[[fault]]\ncommand = \"AT+GTBARS?\"\nunplug = true\n"},
            {"dead", "[[fault]]\ncommand = \"AT\"\nunplug = true\n"},
-           {"deaf", "[[fault]]\ncommand = \"AT\"\nsilent = true\ntimes = -1\n"}})
+           {"deaf", "[[fault]]\ncommand = \"AT\"\nsilent = true\ntimes = -1\n"}}) {
     root.write("/" + name + ".toml", text);
+  }
   std::filesystem::current_path(root.dir());
   for (const char* words : {"odd.toml status", "scan.toml scan", "odd.toml doctor", "odd.toml page",
                             "odd.toml ant", "odd.toml trace --seconds 0.1", "pulled.toml status"}) {

@@ -39,7 +39,7 @@ struct Line {
 
 std::string format(const Line& line);  // without a line end
 std::optional<Line> parse(
-    const std::string& text);  // nothing for a remark or an empty line; throws std::invalid_argument
+    const std::string& whole);  // nothing for a remark or an empty line; throws std::invalid_argument
 // Whether a line ends an answer: OK, ERROR and their kin.
 bool is_final(const std::string& text);
 // FILE, or at.log of a recording's folder.
