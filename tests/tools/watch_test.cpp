@@ -55,8 +55,8 @@ TEST(Watch, ComesBackWithTheModem) {
     scenario += std::string("[[at]]\nt = ") + t + "\nplug = true\nurc = '+CREG: 1,\"1A2B\",\"01C2D3E4\",7'\n";
   }
   root.write("/gone.toml", scenario);
-  const std::string watch = "--scenario " + root.path("/gone.toml") + " --at-log " + root.path("/at.log") +
-                            " watch --every 0.2 --seconds 600 ";
+  const std::string watch = "--force --scenario " + root.path("/gone.toml") + " --at-log " +
+                            root.path("/at.log") + " watch --every 0.2 --seconds 600 ";
   check(BRIOCTL,
         {{(watch + "| sed '/modem   back/q'").c_str(),
           0,

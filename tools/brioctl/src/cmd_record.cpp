@@ -172,9 +172,11 @@ int run_tap(const Options& options, const std::string& dir, double seconds, bool
   Session session(options);
   const PortPaths ports = session.ports();
   for (const std::string& path : {ports.query, ports.urc}) Replaced::mend(path);
-  if (!session.simulated()) check_ports({{ports.query, "query"}, {ports.urc, "URC"}}, options.force);
   Claim claim;
-  if (!claim.take(ports.query) && !options.force) throw Failure(another_brioctl(ports));
+  if (!session.simulated()) {
+    check_ports({{ports.query, "query"}, {ports.urc, "URC"}}, options.force);
+    if (!claim.take(ports.query) && !options.force) throw Failure(another_brioctl(ports));
+  }
   make_folder(dir, options.force);
   Recorder recorder(options.identities);
   recorder.write_to(dir + "/at.log");
