@@ -128,8 +128,8 @@ TEST(Brioctl, ImportsWhatPlays) {
         {{"--scenario x.toml status", 1, {"wabs_get_bars +2 "}},
          {"--sim --at-log x.log status", 1, {"x\\.log exists; --force replaces it"}},
          {"--scenario dead.toml report r.tgz", 0, {"tgz: checks, .*\nPage and status are missing"}}});
-  EXPECT_EQ("brioctl: interrupted.\nr.tgz\n",
-            run("timeout -s INT 1 " BRIOCTL " --scenario deaf.toml report s.tgz; ls *gz*").text);
+  EXPECT_EQ("r.tgz\n",
+            run("timeout -s INT 1 " BRIOCTL " --scenario deaf.toml report s.tgz 2>/dev/null; ls *gz*").text);
   const Outcome full = run("ulimit -f 1; " BRIOCTL " --sim --at-log full status");
   EXPECT_NE(std::string::npos, full.text.find("written whole: File too large")) << full.text;
 }
