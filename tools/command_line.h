@@ -24,16 +24,17 @@ constexpr int kUsage = 2;  // exit status for wrong arguments
 inline std::string unexpected(const CLI::App& app, const std::string& argument) {
   const std::string word = argument.substr(0, argument.find('='));
   const bool option = word.size() > 1 && word[0] == '-';
-  const auto commands = app.get_subcommands();
+  const CLI::App* innermost = &app;
+  while (!innermost->get_subcommands().empty()) innermost = innermost->get_subcommands().front();
   std::vector<std::string> known;
   if (option) {
-    for (const CLI::App* each : {&app, commands.empty() ? &app : commands.front()}) {
+    for (const CLI::App* each : {&app, innermost}) {
       for (const CLI::Option* one : each->get_options()) {
         for (const std::string& name : one->get_lnames()) known.push_back("--" + name);
       }
     }
-  } else if (commands.empty()) {
-    for (const CLI::App* each : app.get_subcommands({})) known.push_back(each->get_name());
+  } else {
+    for (const CLI::App* each : innermost->get_subcommands({})) known.push_back(each->get_name());
   }
   return (option          ? "There is no option "
           : known.empty() ? "Nothing takes the argument "
@@ -64,6 +65,11 @@ inline std::string above_zero(const std::string& text) {
   char* end = nullptr;
   const double value = std::strtod(text.c_str(), &end);
   return *end == '\0' && value > 0 ? "" : "'" + text + "' is no number above 0";
+}
+inline std::string not_negative(const std::string& text) {
+  char* end = nullptr;
+  const double value = std::strtod(text.c_str(), &end);
+  return !text.empty() && *end == '\0' && value >= 0 ? "" : "'" + text + "' is no number, 0 or above";
 }
 inline std::function<std::string(const std::string&)> between(double low, double high) {
   return [=](const std::string& text) {

@@ -28,7 +28,8 @@ inline std::string did_you_mean(const std::string& word, const std::vector<std::
   };
   const auto near = std::min_element(known.begin(), known.end(),
                                      [&](const auto& a, const auto& b) { return far(a) < far(b); });
-  const bool close = near != known.end() && word_distance(word, *near) <= word.size() / 3 + 1;
+  const bool close =
+      near != known.end() && word_distance(word, *near) <= std::max<std::size_t>((word.size() + 1) / 3, 1);
   return close ? "; did you mean " + *near + "?" : "";
 }
 

@@ -25,6 +25,8 @@ TEST(Modemsim, RunsAScenarioAndRefusesABadOne) {
          {"--scenario home-lte --speed 60 --seconds 20 -v | sed '/ 34.000 s: /q'", 0, {"34\\.000 s: .*prox"}},
          {"--list-commands", 0, {"AT\\+CFUN=0\\|1 +radio off, on\n"}},
          {occupied.c_str(), 1, {"ttyACM2 is in the way: it is not a link"}},
+         {"ctl replugg", 2, {"^There is no command replugg; did you mean replug\\?"}},
+         {"--speed -1", 2, {"'-1' is no number, 0 or above"}},
          {bad.c_str(), 1, {"bad\\.toml:2: .*bers\\\\x07.*bars"}}});
   check(BRIOCTL, {{(bad + " status").c_str(), 1, {"bers\\\\x07"}}});
 }
@@ -44,6 +46,7 @@ TEST(Modemsim, ObeysItsControlSocket) {
   done("status", 0, "plugged in\nquery port .*not open\n(.*\n)*bars=1\n(.*\n)*apn=internet\n");
   done("set bars=1000", 1, "^modemsim: bars must be a whole number from 0 to 255\n$");
   done("set bers=1", 1, "^modemsim: bers is not known; did you mean bars\\?\n$");
+  done("set foo=1", 1, "^modemsim: foo is not known\n$");
   done("set apn=\\\"x\\\" bars", 1, "^modemsim: bars: a setting is written as bars=1\n$");
   done("urc +X", 1, "nobody has the URC port open");
   done("unplug", 0, "^$");

@@ -265,7 +265,7 @@ int run(int argc, char** argv) {
   app.get_option("--scenario")->excludes(replay);
   app.add_option("--speed", game.speed,
                  "Play the scenario or the recording this many times as fast; 0: a recording without waiting")
-      ->check(CLI::NonNegativeNumber);
+      ->check(command_line::not_negative);
   app.add_option("--seconds", game.seconds, "End after this time (default: at Ctrl-C)")
       ->check(command_line::above_zero);
   app.add_flag("--list-commands", commands, "Print the commands that the modem knows");
