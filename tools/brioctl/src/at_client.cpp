@@ -15,6 +15,7 @@ namespace brioctl {
 namespace {
 
 constexpr std::size_t kLongestLine = 65536;
+constexpr char kNameSigns[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
 
 bool starts(const std::string& text, const char* prefix) {
   return text.rfind(prefix, 0) == 0;
@@ -32,17 +33,50 @@ bool is_end(const std::string& line) {
          std::find(std::begin(kWhole), std::end(kWhole), line) != std::end(kWhole);
 }
 
+std::string upper(const std::string& text) {
+  std::string result;
+  for (const char c : text) result += static_cast<char>(std::toupper(c & 0xFF));
+  return result;
+}
+
+// "CSQ" of "+CSQ: 30,99", "" of other lines.
+std::string name_of(const std::string& line) {
+  const std::size_t colon = line.find(':');
+  if (line[0] != '+' || colon == std::string::npos || std::isalpha(line[1] & 0xFF) == 0) return "";
+  const std::string name = line.substr(1, colon - 1);
+  return name.find_first_not_of(kNameSigns) == std::string::npos ? name : "";
+}
+
 // A report on the query port while a command waits: it has the name of one and not the command's.
 bool is_report(const std::string& line, const std::string& command) {
   static constexpr const char* kNames[] = {"CREG",   "CGREG",       "CEREG",  "CTZV",  "CTZE",  "CIEV",
                                            "CMTI",   "CMT",         "CDS",    "CUSD",  "CRING", "CGEV",
                                            "GTBARS", "GTOTAREJECT", "BASURC", "STKPCI"};
   if (line == "RING") return true;
-  std::string upper;
-  for (const char c : command) upper += static_cast<char>(std::toupper(c & 0xFF));
-  return std::any_of(std::begin(kNames), std::end(kNames), [&](const char* name) {
-    return starts(line, ("+" + std::string(name) + ":").c_str()) && upper.find(name) == std::string::npos;
-  });
+  const std::string name = name_of(line);
+  return std::find(std::begin(kNames), std::end(kNames), name) != std::end(kNames) &&
+         upper(command).find(name) == std::string::npos;
+}
+
+bool is_read(const std::string& command) {
+  return command.size() > 2 && command.back() == '?' && command[command.size() - 2] != '=';
+}
+
+// Whether a line "+NAME: ..." cannot be an answer to the command: another name than "AT+NAME..." asks for,
+// where neither holds the other (AT+CCID: "+ICCID: ..."), or the list of AT+NAME=? ("(..." or ",...") for
+// AT+NAME?.
+bool is_foreign(const std::string& line, const std::string& command) {
+  const std::string name = name_of(line), asked = upper(command);
+  if (name.empty() || !starts(asked, "AT+")) return false;
+  const std::size_t value = line.find_first_not_of(' ', name.size() + 2);
+  if (is_read(command) && value != std::string::npos && (line[value] == '(' || line[value] == ','))
+    return true;
+  for (std::size_t at = asked.find('+'); at != std::string::npos; at = asked.find('+', at + 1)) {
+    const std::size_t end = asked.find_first_not_of(kNameSigns, at + 1);
+    const std::string each = asked.substr(at + 1, end == std::string::npos ? end : end - at - 1);
+    if (name.find(each) != std::string::npos || each.find(name) != std::string::npos) return false;
+  }
+  return true;
 }
 
 int open_port(const std::string& path) {
@@ -82,7 +116,18 @@ void AtClient::write_all(const std::string& bytes) {
   state_ = State::kWaiting;
 }
 
+bool AtClient::take_waiting() {
+  constexpr int kQuiet = 50;  // ms, for what the relay has still to pass
+  pollfd port = {query_, POLLIN, 0};
+  while (poll(&port, 1, kQuiet) > 0) {
+    if (!take(false)) return false;
+  }
+  return true;
+}
+
 void AtClient::send(const std::string& command) {
+  others_ = late_end_ = false;
+  if (command == "^") owed_.clear();  // the modem does not answer what it aborts
   answer_ = {};
   answer_.command = command;
   echo_ = command;
@@ -95,7 +140,17 @@ void AtClient::send_text(const std::string& bytes) {
   write_all(bytes);
 }
 
-void AtClient::give_up() {
+void AtClient::give_up(bool silent) {
+  // After another answer and a whole time-out nothing more is to come: the two were one, or this one is lost.
+  if (silent && late_end_) {
+    owed_.clear();
+  } else {
+    owed_.push_back(answer_.command);
+  }
+  done();
+}
+
+void AtClient::done() {
   state_ = State::kIdle;
   answer_.seconds = std::chrono::duration<double>(Clock::now() - begun_).count();
 }
@@ -127,16 +182,60 @@ bool AtClient::take(bool urc) {
 }
 
 void AtClient::line(bool urc, const std::string& text) {
-  if (!urc && state_ == State::kWaiting && !echo_.empty() && text == echo_) {
+  if (urc) {
+    on_report(true, text);
+  } else if (state_ == State::kWaiting && !echo_.empty() && text == echo_) {
     echo_.clear();
-  } else if (urc || state_ == State::kIdle || is_report(text, answer_.command)) {
-    on_report(urc, text);
-  } else if (is_end(text)) {
-    answer_.result = text;
-    give_up();
+  } else {
+    query_line(text);
+  }
+}
+
+// Whether a line that is no end belongs to a command before the one that waits, or to none.
+bool AtClient::is_late_line(const std::string& text) {
+  const bool foreign = answer_.lines.empty() && is_foreign(text, answer_.command);
+  if (!owed_.empty()) {
+    if (foreign || name_of(text).empty() || !is_foreign(text, owed_.front())) return true;
+    owed_.clear();  // its own name: those before it are not answered any more
+  }
+  if (!is_report(text, answer_.command)) {
+    others_ = others_ || foreign;
+    return foreign;
+  }
+  others_ = others_ || is_read(answer_.command);  // which has lines of its own
+  return true;
+}
+
+void AtClient::query_line(const std::string& text) {
+  if (is_end(text)) {
+    end(text);
+  } else if (state_ == State::kIdle || is_late_line(text)) {
+    on_report(false, text);
   } else if (text != "\x1a" && text != "> ") {
     answer_.lines.push_back(text);
     on_line(text);
+  }
+}
+
+void AtClient::end(const std::string& text) {
+  const bool waiting = state_ != State::kIdle;
+  if (waiting && owed_.empty() && !(others_ && answer_.lines.empty())) {
+    answer_.result = text;
+    done();
+    return;
+  }
+  on_report(false, text);
+  others_ = false;
+  std::string whose = "an earlier command";
+  if (!owed_.empty()) {
+    whose = owed_.front();
+    owed_.pop_front();
+  }
+  if (waiting) {
+    late_end_ = true;
+    sent_ = Clock::now();
+    on_late("That seems to be the late answer to " + whose + "; still waiting for that to " +
+            answer_.command + ".");
   }
 }
 

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "at_client.h"
 #include "at_words.h"
@@ -15,6 +16,7 @@
 #include "log_sink.h"
 #include "output.h"
 #include "printable.h"
+#include "progress.h"
 #include "recorder.h"
 #include "watch_model.h"
 
@@ -44,6 +46,10 @@ void print_json(const AtAnswer& answer) {
   print_json(object);
 }
 
+void tell_refused(const AtAnswer& answer) {
+  output::error("The modem refused " + answer.command + ": " + with_meaning(answer.result));
+}
+
 std::string no_answer(int timeout) {
   return "The modem did not answer within " + std::to_string(timeout) +
          " s. Give it more time with --timeout, or see with -v what it sent.";
@@ -60,15 +66,18 @@ class Talk {
   enum class Mode { kOne, kPipe, kShell };
 
   void begin_line();
+  void send(const std::string& command);
   void take_line();
   void wait();
   void look_at_time();
   void on_interrupt();
   void tell_answer();
   void tell_report(bool urc, const std::string& line);
+  void tell_late(const std::string& sentence);
   bool at_work() const { return client_.state() != AtClient::State::kIdle; }
 
   const AtOptions& options_;
+  const bool show_progress_;
   LineEditor input_;
   Mode mode_;
   AtHistory history_;
@@ -77,20 +86,24 @@ class Talk {
   bool all_ok_ = true;
   bool ended_ = false;  // no more input
   bool text_given_ = false;
+  std::optional<Progress> progress_;  // until something is printed
 };
 
 Talk::Talk(Session& session, const AtOptions& options)
     : options_(options),
+      show_progress_(session.options().progress && session.options().verbose == 0),
       mode_(!options.command.empty() ? Mode::kOne
             : input_.terminal()      ? Mode::kShell
                                      : Mode::kPipe),
       client_(session.relayed().query, session.relayed().urc) {
-  client_.on_line = [](const std::string& line) {
+  client_.on_line = [this](const std::string& line) {
+    progress_.reset();
     if (output::json()) return;
     printf("%s\n", printable(line).c_str());
     output::flush();
   };
   client_.on_report = [this](bool urc, const std::string& line) { tell_report(urc, line); };
+  client_.on_late = [this](const std::string& sentence) { tell_late(sentence); };
   if (mode_ != Mode::kShell) return;
   input_.complete(known_at_commands());
   for (const std::string& line : history_.lines()) input_.remember(line);
@@ -100,10 +113,8 @@ Talk::Talk(Session& session, const AtOptions& options)
 }
 
 int Talk::run() {
-  if (mode_ == Mode::kOne) {
-    told_ = false;
-    client_.send(options_.command);
-  }
+  if (!client_.take_waiting()) throw Failure("The modem went away.");
+  if (mode_ == Mode::kOne) send(options_.command);
   for (;;) {
     if (!at_work() && !told_) tell_answer();
     if (!at_work() && (ended_ || mode_ == Mode::kOne)) return all_ok_ || mode_ == Mode::kShell ? 0 : 1;
@@ -118,6 +129,12 @@ int Talk::run() {
 
 void Talk::begin_line() {
   input_.begin(at_work() ? "> " : mode_ == Mode::kShell ? "at> " : "");
+}
+
+void Talk::send(const std::string& command) {
+  text_given_ = told_ = false;
+  client_.send(command);
+  progress_.emplace("Waiting for the answer to " + printable(command), show_progress_);
 }
 
 // Of the text that the modem asks for, or a command.
@@ -141,8 +158,7 @@ void Talk::take_line() {
     if (end && mode_ == Mode::kShell) printf("\n");
   } else if (!line.empty()) {
     if (mode_ == Mode::kShell && history_.keep(line)) input_.remember(line);
-    text_given_ = told_ = false;
-    client_.send(line);
+    send(line);
   }
 }
 
@@ -165,6 +181,7 @@ void Talk::wait() {
   for (const bool urc : {false, true}) {
     if (items[urc ? 2 : 1].revents == 0 || client_.take(urc)) continue;
     input_.stop();
+    progress_.reset();
     throw Failure("The modem went away.");
   }
   if (items[3].revents != 0) take_line();
@@ -172,7 +189,8 @@ void Talk::wait() {
 
 void Talk::look_at_time() {
   if (client_.state() != AtClient::State::kWaiting || client_.waited() < options_.timeout) return;
-  client_.give_up();
+  client_.give_up(true);
+  progress_.reset();
   if (mode_ == Mode::kShell) return;
   if (output::json()) print_json(client_.answer());
   throw Failure(no_answer(options_.timeout) +
@@ -182,6 +200,7 @@ void Talk::look_at_time() {
 }
 
 void Talk::on_interrupt() {
+  progress_.reset();
   constexpr char kDrop = '\x1b';
   if (mode_ != Mode::kShell || interrupted_status() != 128 + SIGINT) {
     input_.stop();
@@ -194,14 +213,16 @@ void Talk::on_interrupt() {
   if (client_.state() == AtClient::State::kPrompted) {
     client_.send_text(std::string(1, kDrop));
   } else if (at_work()) {
-    client_.give_up();
+    client_.give_up(false);
   }
 }
 
 void Talk::tell_answer() {
   const AtAnswer& answer = client_.answer();
   told_ = true;
+  progress_.reset();
   all_ok_ = all_ok_ && answer.ok();
+  if (!answer.ok() && !answer.result.empty()) tell_refused(answer);
   if (output::json()) {
     print_json(answer);
     return;
@@ -219,7 +240,8 @@ void Talk::tell_answer() {
 }
 
 void Talk::tell_report(bool urc, const std::string& line) {
-  if (mode_ == Mode::kOne) return;
+  if (mode_ == Mode::kOne && urc) return;
+  progress_.reset();
   const char* port = urc ? "urc" : "query";
   if (output::json()) {
     Json object = stamped("report");
@@ -233,6 +255,14 @@ void Talk::tell_report(bool urc, const std::string& line) {
     input_.print_above(text);
   } else {
     fprintf(stderr, "%s\n", text.c_str());
+  }
+}
+
+void Talk::tell_late(const std::string& sentence) {
+  if (mode_ == Mode::kShell) {
+    input_.print_above(printable(sentence));
+  } else {
+    fprintf(stderr, "brioctl: %s\n", printable(sentence).c_str());
   }
 }
 
@@ -268,6 +298,8 @@ int run_opened(Session& session, const AtOptions& options) {
     if (!meaning.empty()) fprintf(stderr, "brioctl: %s.\n", meaning.c_str());
   }
   if (status == BLPKT_STATUS_SUCCESS) return 0;
+  if (session.modem_gone()) throw Failure(session.explain(""));
+  if (!answer.result.empty()) tell_refused(answer);
   if (status == BLPKT_STATUS_TIMEOUT) throw Failure(no_answer(options.timeout));
   if (!answer.result.empty()) return 1;
   throw Failure(session.explain("The command could not be sent"));
@@ -278,7 +310,8 @@ int run_opened(Session& session, const AtOptions& options) {
 int run_at(const Options& options, const AtOptions& at) {
   Session session(options);
   if (at.open) return run_opened(session, at);
-  session.open_ports();
+  // Who names the query port alone has no URC port to name.
+  session.open_ports(options.ports.query.empty() || !options.ports.urc.empty());
   const int status = Talk(session, at).run();
   session.close();
   return status;

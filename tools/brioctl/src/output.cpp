@@ -17,6 +17,7 @@ std::string s_verb;
 bool s_json = false;
 nlohmann::ordered_json s_result = nlohmann::ordered_json::object();
 std::vector<std::string> s_notes;
+std::string s_error;
 
 void print(const nlohmann::ordered_json& object) {
   printf("%s\n", object.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace).c_str());
@@ -54,6 +55,10 @@ void note(const std::string& sentence) {
   fprintf(stderr, "%s\n", printable(sentence).c_str());
 }
 
+void error(const std::string& sentence) {
+  s_error = sentence;
+}
+
 void flush() {
   if (!flushed()) throw Failure(kUnwritten);
 }
@@ -62,7 +67,7 @@ int end(int status, const std::string& error) {
   if (s_json) {
     nlohmann::ordered_json object = {
         {"verb", s_verb}, {"exit", status}, {"error", nullptr}, {"notes", s_notes}};
-    if (!error.empty()) object["error"] = error;
+    if (const std::string& what = error.empty() ? s_error : error; !what.empty()) object["error"] = what;
     object.update(s_result);
     print(object);
   }

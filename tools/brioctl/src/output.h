@@ -20,6 +20,9 @@ void line();
 // A sentence beside the result: on standard error, and among the object's notes.
 void note(const std::string& sentence);
 
+// What went wrong, where no Failure tells it: for the last object.
+void error(const std::string& sentence);
+
 // What was printed is handed on. Throws Failure when it cannot be.
 void flush();
 // Prints the last object, which tells how the verb ended, and hands on what was printed. The exit status:

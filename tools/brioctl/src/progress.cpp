@@ -3,10 +3,19 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 
 namespace brioctl {
+
+namespace {
+std::atomic<bool> s_shown{false};  // a line is there to be erased
+}
+
+void Progress::erase() {
+  if (s_shown.exchange(false)) fprintf(stderr, "\r\033[K");
+}
 
 Progress::Progress(std::string what, bool wanted, std::function<std::string()> detail)
     : what_(std::move(what)), detail_(std::move(detail)) {
@@ -35,8 +44,9 @@ void Progress::run() {
   while (!end_.wait_for(lock, std::chrono::seconds(1), [this] { return ended_; })) {
     fprintf(stderr, "\r\033[K%s: %d s%s", what_.c_str(), ++seconds, detail_ ? detail_().c_str() : "");
     fflush(stderr);
+    s_shown = true;
   }
-  if (seconds > 0) fprintf(stderr, "\r\033[K");
+  erase();
 }
 
 }  // namespace brioctl

@@ -16,6 +16,8 @@ class Progress {
   // "WHAT: 3 s" and what `detail` returns, which is called on a thread of its own.
   Progress(std::string what, bool wanted, std::function<std::string()> detail = {});
   ~Progress();
+  // For who ends the program meanwhile.
+  static void erase();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 

@@ -236,6 +236,7 @@ void Relay::to_modem(Way& way) {
 
 // A modem that goes takes both ports with it.
 void Relay::hang_up() {
+  gone_ = true;  // first, for a host that asks why it was hung up on
   for (Way& way : ways_) {
     if (way.modem >= 0) close(way.modem);
     way.modem = -1;
@@ -243,7 +244,6 @@ void Relay::hang_up() {
     tell_lost(way);
     way.host.close();
   }
-  gone_ = true;
 }
 
 }  // namespace brioctl

@@ -1,9 +1,15 @@
 #include "session.h"
 
+#include <poll.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
+#include <thread>
 
 #include "errors.h"
 #include "log_sink.h"
@@ -25,6 +31,7 @@ namespace fs = std::filesystem;
 
 // Requests, written commands and reports: what the demo and the watch read off the log.
 constexpr uint32_t kLibraryLog = BRIO_LOG_PORT | BRIO_LOG_REQUEST;
+constexpr char kGone[] = "The modem went away.";
 constexpr uint32_t kModuleLog = WABS_LOG_EVENT | WABS_LOG_NOTICE | WABS_LOG_WARNING | WABS_LOG_ERROR;
 
 std::string scenario_path(const std::string& wanted) {
@@ -34,6 +41,36 @@ std::string scenario_path(const std::string& wanted) {
   throw Failure("There is no scenario '" + name +
                 "'. Give a file, or an installed name: demo, home-lte, rough-day.");
 }
+
+// Ends a program that waits for the library to open the modem: it sleeps and asks again for seconds, whatever
+// happens to its ports, and has nothing to put back yet. A grace for an open that ends by itself.
+class OpeningGuard {
+ public:
+  explicit OpeningGuard(const std::function<void()>& end_at_once) : done_(eventfd(0, EFD_CLOEXEC)) {
+    // Signals are the main thread's.
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    thread_ = std::thread([this, end_at_once] {
+      constexpr int kGrace = 200;  // ms
+      pollfd items[] = {{done_, POLLIN, 0}, {interrupt_event(), POLLIN, 0}};
+      while (poll(items, 2, -1) < 0) continue;
+      if (items[0].revents == 0 && poll(items, 1, kGrace) == 0) end_at_once();
+    });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  }
+  ~OpeningGuard() {
+    eventfd_write(done_, 1);
+    thread_.join();
+    close(done_);
+  }
+  OpeningGuard(const OpeningGuard&) = delete;
+  OpeningGuard& operator=(const OpeningGuard&) = delete;
+
+ private:
+  int done_;
+  std::thread thread_;
+};
 
 std::string waiting_for() {
   const std::string command = log_sink::outstanding();
@@ -93,18 +130,25 @@ PortPaths device_ports(const Options& options, const std::string& root) {
           path(options.ports.urc, "/dev/ttyACM3")};
 }
 
-void Session::open_ports() {
+void Session::open_ports(bool urc) {
   relay_.reset();  // of an open that failed
   library_root_.reset();
   claim_.release();
+  gone_ = false;
   const PortPaths paths = ports();
   if (!simulated()) {  // whose ptys nobody else knows; one that is about to end may still claim their numbers
-    check_ports({{paths.query, "query"}, {paths.urc, "URC"}}, options_.force);
+    std::vector<NamedPort> used = {{paths.query, "query"}};
+    if (urc) used.push_back({paths.urc, "URC"});
+    check_ports(used, options_.force);
     if (!claim_.take(paths.query) && !options_.force) throw Failure(another_brioctl(paths));
   }
   if (!options_.at_log.empty() && !at_log_open_) recorder_->write_to(options_.at_log);
   at_log_open_ = true;
-  relay_ = std::make_unique<Relay>(paths.query, paths.urc, recorder_->journal());
+  if (!urc) {
+    silent_.close();
+    if (const std::string problem = silent_.create(-1); !problem.empty()) throw Failure(problem + ".");
+  }
+  relay_ = std::make_unique<Relay>(paths.query, urc ? paths.urc : silent_.device(), recorder_->journal());
 }
 
 PortPaths Session::relayed() const {
@@ -121,8 +165,13 @@ void Session::place_ports() {
   lib.brio_set_root_dir.function(library_root_->dir().c_str());
 }
 
+// A signal hangs up, too.
 bool Session::modem_gone() const {
-  return relay_->gone();
+  return interrupted() == 0 && (gone_ || (relay_ != nullptr && relay_->gone()));
+}
+
+void Session::check_modem() const {
+  if (modem_gone()) throw Failure(kGone);
 }
 
 void Session::end_at_signals(int signals) {
@@ -136,9 +185,10 @@ void Session::end_at_once() {
   if (!options_.scratch.empty()) fs::remove_all(options_.scratch, ignored);
   if (simulation_ != nullptr) fs::remove_all(fs::path(simulation_->device.dir()).parent_path(), ignored);
   watch::restore_terminal();
-  terminal().put("brioctl: interrupted.\n");
+  Progress::erase();
+  if (!options_.until_signal) terminal().put("brioctl: interrupted.\n");
   fflush(nullptr);
-  _exit(interrupted_status());
+  _exit(options_.until_signal ? 0 : interrupted_status());
 }
 
 std::string Session::cause() {
@@ -155,6 +205,7 @@ std::string Session::cause() {
 
 std::string Session::explain(const std::string& what) const {
   if (interrupted() != 0) return "interrupted.";
+  if (modem_gone()) return kGone;
   std::string text = what;
   if (const std::string why = cause(); !why.empty()) text += ".\n" + why;
   const auto words = recorder_->last(6);
@@ -166,34 +217,43 @@ std::string Session::explain(const std::string& what) const {
   return text + "\nRun the command again with -vv to see the library's whole log.";
 }
 
-void Session::open_module() {
+template <typename Open>
+void Session::open_library(const Open& open) {
   place_ports();
   log_sink::clear_errors();
-  uint32_t status = 0;
+  std::string status;
   {
     const Progress progress("Opening the modem", options_.progress && options_.verbose == 0, waiting_for);
-    status = lib.wabs_open();
+    const OpeningGuard guard([this] { end_at_once(); });
+    status = open();
   }
-  if (status != 0) {
-    throw Failure(explain("The modem could not be opened on " + ports().query + " (status " +
-                          std::to_string(status) + ", " + status_name(status) + ")"));
+  if (status.empty() && !modem_gone()) return;
+  std::string what = "The modem could not be opened on " + ports().query + " (" + status + ")";
+  if (log_sink::last_failed().status == BLPKT_STATUS_TIMEOUT) {
+    what +=
+        ".\nIf a program died while it scanned for networks, the modem may be busy with that for some "
+        "minutes: "
+        "\"brioctl auto\" aborts it";
   }
-  open_ = kModule;
+  throw NotOpened(explain(what));
+}
+
+void Session::open_module() {
+  open_library([this] {
+    const uint32_t status = lib.wabs_open();
+    if (status == WABS_STATUS_OK) open_ = kModule;
+    return status == WABS_STATUS_OK ? "" : "status " + std::to_string(status) + ", " + status_name(status);
+  });
 }
 
 void Session::open_modem() {
-  place_ports();
-  log_sink::clear_errors();
-  uint32_t status = 0;
-  {
-    const Progress progress("Opening the modem", options_.progress && options_.verbose == 0, waiting_for);
-    status = lib.brio_open("/dev/ttyACM2");
-  }
-  if (status != 0) {
-    throw Failure(explain("The modem could not be opened on " + ports().query + " (library status " +
-                          std::to_string(status) + ", " + library_status_name(status) + ")"));
-  }
-  open_ = kModem;
+  open_library([this] {
+    const uint32_t status = lib.brio_open("/dev/ttyACM2");
+    if (status == BRIO_STATUS_OK) open_ = kModem;
+    return status == BRIO_STATUS_OK
+               ? ""
+               : "library status " + std::to_string(status) + ", " + library_status_name(status);
+  });
 }
 
 void Session::close() {
@@ -205,7 +265,10 @@ void Session::disconnect() {
   if (open_ == kModule) lib.wabs_close();
   if (open_ == kModem) lib.brio_close();
   open_ = kClosed;
-  if (relay_ != nullptr) relay_->arm(0);
+  if (relay_ != nullptr) {
+    gone_ = relay_->gone();
+    relay_->arm(0);
+  }
   relay_.reset();
   library_root_.reset();
   claim_.release();
