@@ -42,6 +42,10 @@ TEST(Brioctl, ShowsTheModemAndSaysWhatIsWrong) {
        {"--sim trace >/dev/full", 1, {"^brioctl: The output cannot be written"}},
        {"demo >/dev/full", 1, {"^brioctl: The output cannot be written"}},
        {"--sim at AT+NOSUCH", 1, {"^ERROR\n$"}},
+       {"--sim --json at AT+NOSUCH", 1, {"\"error\":\"The modem refused AT.NOSUCH: ERROR\""}},
+       {"scan --help", 0, {"\nExamples:\n  brioctl scan "}},
+       {"--query-port /dev/null --urc-port /dev/null at AT", 2, {"cannot be the query and the URC port"}},
+       {"trace --prefix /dev/x", 2, {"folder of its own"}},
        {"--sim scan",
         0,
         {"^No\\. +Status +Network +Technology +Name\n", " 1  current +310-410 +E-UTRAN +Home Wireless\n",
@@ -80,6 +84,11 @@ TEST(Brioctl, SendsWhatIsTypedAndNothingElse) {
   prompt.replace = true;
   prompt.reply = "\r\n> ";
   modem.fault(prompt);
+  modemsim::Answer slow;
+  slow.command = "AT+SLOW";
+  slow.lines = {"+SLOW: 1", "OK"};
+  slow.delay = modemsim::Milliseconds(3000);
+  modem.answer(slow);
   const std::string at = BRIOCTL " --root " + root.dir() + " at ";
   check(("printf 'AT+COPS=3,2\\r\\n\\nAT+COPS?\\nAT+NO\\n^' | " + at).c_str(),
         {{"", 1, {"^OK\n\\+COPS: 0,2,\"310410\",7\nOK\nERROR\nOK\n$"}}});
@@ -87,12 +96,16 @@ TEST(Brioctl, SendsWhatIsTypedAndNothingElse) {
   EXPECT_TRUE(answer["ok"] == true && answer["lines"][0] == "+COPS: 0,2,\"310410\",7" &&
               answer["result"] == "OK")
       << answer;
+  // An answer that nobody waited for is not the next command's, whichever program sends that.
+  const std::string late = at + "--timeout 1 AT+SLOW; " BRIOCTL " --query-port " + root.path("/dev/ttyACM2");
+  check(late.c_str(), {{"at AT+CSQ", 0, {"SLOW: 1\n[^]*an earlier command; [^]*\n\\+CSQ: 30,99\nOK\n$"}}});
   // The modem asks for a text, which ends with Ctrl-Z and without a line end.
   check(("printf 'AT+CMGS=5\\nhello\\032\\nAT' | " + at).c_str(),
         {{"-v --timeout 1",
           1,
           {"<-- > \n[^]*--> hello.x1a\n[^]*did not answer[^]*after AT.CMGS=5 were not sent"}}});
-  EXPECT_EQ((std::vector<std::string>{"AT+COPS=3,2", "AT+COPS?", "AT+NO", "^", "AT+COPS?", "AT+CMGS=5"}),
+  EXPECT_EQ((std::vector<std::string>{"AT+COPS=3,2", "AT+COPS?", "AT+NO", "^", "AT+COPS?", "AT+SLOW",
+                                      "AT+CSQ", "AT+CMGS=5"}),
             modem.commands());
   modem.unplug();
   modem.clear_commands();
@@ -106,6 +119,10 @@ TEST(Brioctl, SendsWhatIsTypedAndNothingElse) {
   EXPECT_EQ((std::vector<std::string>{"AT+GTBARS?", "AT+CIMI=310410123456789", "AT+GTBARS?"}),
             modem.commands())
       << typed.text;
+  const Outcome owed = run("printf 'AT+SLOW\nAT+CSQ\nquit\n' | TERM=dumb timeout 600 script -qec '" + at +
+                           "--timeout 2' /dev/null | tr -d '\r'");
+  EXPECT_TRUE(std::regex_search(owed.text, std::regex("answer to AT.SLOW;[^]*\n.CSQ: 30,99\nOK\n")))
+      << owed.text;
   const std::string history = "/brioctl/at_history";
   EXPECT_EQ("AT+GTBARS?\nAT+GTBARS?\n", root.read(history));
   EXPECT_EQ(std::filesystem::perms(0600), std::filesystem::status(root.path(history)).permissions());
@@ -165,6 +182,7 @@ TEST(Brioctl, ExaminesAndReports) {
   modemsim::Modem modem(state);
   ASSERT_TRUE(modem.start(root.dir()));
   root.write("/no-sim.toml", "[state]\ncard_status = 2\n");
+  root.write("/denied.toml", "[state]\nstat = 3\nreject_cause = 11\n");
   const std::string planted = root.path("/var/local/wan/mcc"), file = empty.path("/a;touch b.tar.gz");
   ASSERT_EQ(0, symlink("/etc/passwd", planted.c_str()));
   const int port = open(root.path("/dev/ttyACM3").c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
@@ -179,12 +197,17 @@ TEST(Brioctl, ExaminesAndReports) {
          {(here + " --force doctor").c_str(), 1, {"ok +SIM", "note +clock", "ok +host module"}},
          {("--scenario " + root.path("/no-sim.toml doctor")).c_str(),
           1,
-          {"wrong +SIM +there is none. Put one in"}},
+          {"wrong +SIM +there is none. Put one in", "note .*/proc/net/dev: none"}},
+         {("--scenario " + root.path("/denied.toml doctor")).c_str(),
+          1,
+          {"denied .cause 11: this SIM may not"}},
          {pack.c_str(), 0, {"wrong +query port .*no such port"}},
          {pack.c_str(), 1, {"exists; --force replaces it"}},
          {("--sim --force" + report).c_str(), 0, {"are masked"}},
          {("--sim report " + empty.path("/none/r.tar.gz")).c_str(), 1, {"cannot be made"}}});
   close(port);
+  modem.update([](modemsim::State& now) { now.clock = "24/01/06,00:00:00+00"; });
+  check(BRIOCTL, {{(here + " doctor").c_str(), 1, {"wrong +clock .*, [0-9]+ days ahead of"}}});
   ASSERT_EQ(0, run(unpacked).status);
   const std::string all = empty.read("/all").value_or("");
   for (const char* held : {"AT+GTMODINFO?", "2.2  Library Version",
@@ -241,34 +264,58 @@ TEST(Brioctl, NamesTheCause) {
   root.write(
       "/away.toml",
       "[state]\nimsi = '310012123456789'\n[[answer]]\ncommand = 'AT+COPS?'\nlines = ['+COPS: 2', 'OK']\n");
+  root.write("/gone.toml", "[[fault]]\ncommand = 'AT+CIMI'\nunplug = true\n");
+  root.write("/pulled.toml", "[[at]]\nt = 2\nunplug = true\n");
+  root.write("/none.toml", "title = 'no network'\n");
+  root.write("/forbidden.toml", "[[operator]]\nstat = 3\nnumeric = '310260'\n");
+  ASSERT_EQ(0, symlink("/", root.path("/mnt/out").c_str()));
   root.write("/zeros.toml", "[state]\nimsi = '310000123456789'\n");
   root.write("/dev/ttyACM4.tapped", "");
   root.write("/silent.toml", "[[answer]]\ncommand = 'AT+CFUN=1'\nlines = []\n");
   const std::string holder = "ttyACM3 is held by .* \\(pid " + std::to_string(getpid()) + "\\)";
   const std::string here = "--root " + root.dir(), scenario = "--scenario " + root.path("/");
-  check(BRIOCTL,
-        {{(here + " status").c_str(), 1, {holder.c_str()}},
-         {(here + " ports").c_str(), 0, {"ttyACM2 +query", "ttyACM3 +URC .*\\(pid [0-9]+\\)\n$"}},
-         {(here + " --trace-port " + root.path("/dev/ttyACM3") + " trace").c_str(), 1, {holder.c_str()}},
-         {(here + " --force status").c_str(), 0, {"wabs_get_bars +0 ok"}},
-         {("--root " + empty.dir() + " status").c_str(),
-          1,
-          {"ttyACM2, the modem's query port: there is no such port"}},
-         {(scenario + "refuses.toml status").c_str(),
-          1,
-          {"refused AT\\+GTMODINFO\\?: \\+CME ERROR: 10 \\(SIM not inserted\\)", "--> AT\\+GTMODINFO\\?\n"}},
-         {(scenario + "away.toml status").c_str(),
-          0,
-          {"off the network", "wabs_get_hplmn_mcc_mnc +0 ok +310-01 "}},
-         {(scenario + "away.toml status --json").c_str(), 0, {"\"notes\":\\[\"The modem was told"}},
-         {(scenario + "zeros.toml status").c_str(), 0, {"wabs_get_hplmn_mcc_mnc +0 ok +310-00 "}},
-         {(here + " --force scan --select 310260").c_str(), 0, {"Selected 310-260 \\(Coast"}},
-         {(here + " --force at AT+COPS?").c_str(), 0, {"\\+COPS: 1,2,\"310260\""}},
-         {(here + " --force auto").c_str(), 0, {"Automatic"}},
-         {(here + " --force at AT+COPS?").c_str(), 0, {"\\+COPS: 0,2,"}}});
+  check(
+      BRIOCTL,
+      {{(here + " status").c_str(), 1, {holder.c_str()}},
+       {(here + " ports").c_str(), 0, {"ttyACM2 +query", "ttyACM3 +URC .*\\(pid [0-9]+\\)\n$"}},
+       {(here + " --trace-port " + root.path("/dev/ttyACM3") + " trace").c_str(), 1, {holder.c_str()}},
+       {(here + " --force status").c_str(), 0, {"wabs_get_bars +0 ok"}},
+       {("--root " + empty.dir() + " status").c_str(),
+        1,
+        {"ttyACM2, the modem's query port: there is no such port"}},
+       {(scenario + "refuses.toml status").c_str(),
+        1,
+        {"refused AT\\+GTMODINFO\\?: \\+CME ERROR: 10 \\(SIM not inserted\\)", "--> AT\\+GTMODINFO\\?\n"}},
+       {(scenario + "away.toml status").c_str(),
+        0,
+        {"off the network", "wabs_get_hplmn_mcc_mnc +0 ok +310-01 +home; by MCC 310-012\n"}},
+       {(scenario + "gone.toml status").c_str(), 1, {"^brioctl: The modem went away\\.\n$"}},
+       {(scenario + "gone.toml doctor").c_str(),
+        1,
+        {"wrong +opening +the modem went away", "not judged +SIM"}},
+       {(scenario + "pulled.toml page --follow").c_str(), 1, {"brioctl: The modem went away\\.\n$"}},
+       {(scenario + "pulled.toml trace").c_str(), 1, {"brioctl: The modem went away\\.\n$"}},
+       {(scenario + "none.toml scan").c_str(), 1, {"^brioctl: No network found\\.\n$"}},
+       {(scenario + "forbidden.toml scan").c_str(), 1, {"all in the list are forbidden"}},
+       {("--root " + empty.dir() + " watch --seconds 1").c_str(),
+        1,
+        {"modem +not open: waiting for .*ttyACM2"}},
+       {(here + " trace --seconds 1 --prefix /no/x").c_str(), 1, {"There is no folder .*/no for"}},
+       {(here + " trace --seconds 1 --prefix /mnt/out/x").c_str(), 1, {"is a link to /, which is not below"}},
+       {(scenario + "away.toml status --json").c_str(), 0, {"\"notes\":\\[\"The modem was told"}},
+       {(scenario + "zeros.toml status").c_str(), 0, {"wabs_get_hplmn_mcc_mnc +0 ok +310-00 "}},
+       {(here + " --force scan --select 310260").c_str(), 0, {"Selected 310-260 \\(Coast"}},
+       {(here + " --force at AT+COPS?").c_str(), 0, {"\\+COPS: 1,2,\"310260\""}},
+       {(here + " --force auto").c_str(), 0, {"Automatic"}},
+       {(here + " --force at AT+COPS?").c_str(), 0, {"\\+COPS: 0,2,"}}});
   close(port);
-  // A signal ends a wait of 20 seconds.
-  const Outcome ended = run("timeout --preserve-status -s INT 3 " BRIOCTL " " + scenario +
+  // What a program that died has left behind.
+  modem.update([](modemsim::State& now) { now.scan_time = modemsim::Milliseconds(600000); });
+  modem.tell("AT+COPS=?");
+  check(BRIOCTL, {{(here + " status").c_str(), 1, {"a program died while it scanned.*brioctl auto"}},
+                  {(here + " auto").c_str(), 0, {"aborting a scan", "Automatic"}}});
+  // A signal ends a wait of 20 seconds, at once.
+  const Outcome ended = run("timeout --preserve-status -k 1.5 -s INT 3 " BRIOCTL " " + scenario +
                             "silent.toml status; echo status $?");
   EXPECT_NE(std::string::npos, ended.text.find("interrupted.\nstatus 130\n")) << ended.text;
 }

@@ -69,8 +69,8 @@ bool is_foreign(const std::string& line, const std::string& command) {
   const std::string name = name_of(line), asked = upper(command);
   if (name.empty() || !starts(asked, "AT+")) return false;
   const std::size_t value = line.find_first_not_of(' ', name.size() + 2);
-  if (is_read(command) && value != std::string::npos && (line[value] == '(' || line[value] == ','))
-    return true;
+  const bool list = value != std::string::npos && (line[value] == '(' || line[value] == ',');
+  if (list && is_read(command)) return true;
   for (std::size_t at = asked.find('+'); at != std::string::npos; at = asked.find('+', at + 1)) {
     const std::size_t end = asked.find_first_not_of(kNameSigns, at + 1);
     const std::string each = asked.substr(at + 1, end == std::string::npos ? end : end - at - 1);

@@ -141,6 +141,39 @@ std::string quoted(const std::string& line, int pair) {
   return end == std::string::npos ? "" : line.substr(begin + 1, end - begin - 1);
 }
 
+// 3GPP TS 24.008 and 24.301: why a network refuses, "" for other numbers.
+const char* reject_name(int cause) {
+  static constexpr struct {
+    int cause;
+    const char* name;
+  } kNames[] = {{2, "it does not know this SIM"},
+                {3, "illegal SIM"},
+                {6, "illegal modem: its IMEI is barred"},
+                {7, "no packet data for this SIM"},
+                {8, "neither voice nor packet data for this SIM"},
+                {11, "this SIM may not use this network"},
+                {12, "this SIM may not use this area"},
+                {13, "no roaming in this area"},
+                {14, "no packet data for this SIM in this network"},
+                {15, "no suitable cell in this area"},
+                {17, "a failure of the network"},
+                {22, "the network is congested"}};
+  for (const auto& each : kNames) {
+    if (each.cause == cause) return each.name;
+  }
+  return "";
+}
+
+// ", cause 11: ..." of the last field of "+CREG: n,3,...,"0","11"", where the modem tells one; else "".
+std::string reject_of(const std::string& line) {
+  if (std::count(line.begin(), line.end(), ',') < 6) return "";
+  const std::size_t digit = line.find_first_of("0123456789", line.rfind(','));
+  const int cause = digit == std::string::npos ? 0 : std::atoi(line.c_str() + digit);
+  if (cause == 0) return "";
+  const std::string name = reject_name(cause);
+  return " (cause " + std::to_string(cause) + (name.empty() ? ")" : ": " + name + ")");
+}
+
 // The second number of "+CREG: n,stat,..."; -1 for another line.
 int registration_of(const std::string& line) {
   int mode = 0, state = -1;
@@ -155,11 +188,14 @@ std::string registration_name(int state) {
 
 void examine_registration(Checkup& checkup, const Library& lib) {
   constexpr int kHome = 1, kSearching = 2, kDenied = 3, kRoaming = 5;
-  const int cs = registration_of(ask_line(lib, "AT+CREG?", "+CREG"));
-  const int ps = registration_of(ask_line(lib, "AT+CGREG?", "+CGREG"));
+  const std::string voice = ask_line(lib, "AT+CREG?", "+CREG"), data = ask_line(lib, "AT+CGREG?", "+CGREG");
+  const int cs = registration_of(voice), ps = registration_of(data);
   const std::string network = ask_line(lib, "AT+COPS?", "+COPS");
   const std::string plmn = quoted(network, 1);
-  const std::string finding = "voice: " + registration_name(cs) + ", data: " + registration_name(ps) +
+  const auto named = [](int state, const std::string& line) {
+    return registration_name(state) + (state == kDenied ? reject_of(line) : "");
+  };
+  const std::string finding = "voice: " + named(cs, voice) + ", data: " + named(ps, data) +
                               (plmn.empty() ? "" : ", network " + printable(plmn));
   if (network.rfind("+COPS: 2", 0) == 0) {
     checkup.add(Check::kWrong, "registration", "the modem was told to stay off the network (AT+COPS=2)",
@@ -233,6 +269,18 @@ std::time_t modem_time(const std::string& line) {
   return timegm(&local) - static_cast<std::time_t>(quarters) * 900;
 }
 
+// "260 days", in the unit that fits.
+std::string duration(std::time_t seconds) {
+  constexpr struct {
+    std::time_t seconds;
+    const char* name;
+  } kUnits[] = {{86400, "days"}, {3600, "hours"}, {60, "minutes"}};
+  for (const auto& unit : kUnits) {
+    if (seconds >= 2 * unit.seconds) return std::to_string(seconds / unit.seconds) + " " + unit.name;
+  }
+  return std::to_string(seconds) + " s";
+}
+
 void examine_clock(Checkup& checkup, const Session* open) {
   constexpr std::time_t kTolerated = 300;
   constexpr std::time_t kSane = 1704067200;  // 2024
@@ -256,8 +304,8 @@ void examine_clock(Checkup& checkup, const Session* open) {
                 std::string(text) + "; the modem has no network time to compare it with");
   } else if (std::abs(now - network) > kTolerated) {
     checkup.add(Check::kWrong, "clock",
-                std::string(text) + ", " + std::to_string(std::abs(now - network)) + " s " +
-                    (now > network ? "ahead of" : "behind") + " the network's time",
+                std::string(text) + ", " + duration(std::abs(now - network)) +
+                    (now > network ? " ahead of" : " behind") + " the network's time",
                 set);
   } else {
     checkup.add(Check::kOk, "clock", std::string(text) + ", as the network's");
@@ -310,14 +358,31 @@ void examine_ipc(Checkup& checkup, bool in_use) {
   checkup.add(Check::kOk, "IPC", library);
 }
 
-// What the open modem says.
+constexpr char kGone[] = "the modem went away. Plug it in again; look at its cable and supply";
+
+// What the open modem says. A check during which it went away says so and nothing else.
 void examine_modem(Checkup& checkup, Session& session, bool* ready) {
   const Library& lib = session.lib;
-  *ready = examine_sim(checkup, lib, session.options().identities);
-  examine_registration(checkup, lib);
-  examine_carrier(checkup, lib, *ready);
-  examine_apn(checkup, session);
-  examine_clock(checkup, &session);
+  const std::pair<const char*, std::function<void(Checkup&)>> kSteps[] = {
+      {"SIM", [&](Checkup& part) { *ready = examine_sim(part, lib, session.options().identities); }},
+      {"registration", [&](Checkup& part) { examine_registration(part, lib); }},
+      {"carrier", [&](Checkup& part) { examine_carrier(part, lib, *ready); }},
+      {"APN", [&](Checkup& part) { examine_apn(part, session); }},
+      {"clock", [&](Checkup& part) { examine_clock(part, &session); }}};
+  for (const auto& [name, step] : kSteps) {
+    if (session.modem_gone()) {
+      checkup.add(Check::kNotJudged, name, "the modem is not there");
+      continue;
+    }
+    Checkup part;
+    step(part);
+    if (session.modem_gone()) {
+      *ready = false;
+      checkup.wrong(name, kGone);
+    } else {
+      checkup.add(part);
+    }
+  }
 }
 
 void examine_host_module(Checkup& checkup, Session& session,
@@ -328,8 +393,10 @@ void examine_host_module(Checkup& checkup, Session& session,
     if (with_module) with_module(session);
   } catch (const Failure& failure) {
     if (interrupted() > 0) throw;
-    const std::string cause = Session::cause();
-    checkup.wrong("host module", cause.empty() ? failure.what() : cause + ". -v shows what the modem says");
+    const std::string cause = session.modem_gone() ? "" : Session::cause();
+    checkup.wrong("host module", session.modem_gone() ? kGone
+                                 : cause.empty()      ? failure.what()
+                                                      : cause + ". -v shows what the modem says");
   }
   session.disconnect();
 }
@@ -345,6 +412,10 @@ std::string after_opening(double seconds) {
 void Checkup::add(Check::State state, const std::string& name, const std::string& finding,
                   const std::string& mend) {
   checks_.push_back({state, name, finding, mend});
+}
+
+void Checkup::add(const Checkup& part) {
+  checks_.insert(checks_.end(), part.checks_.begin(), part.checks_.end());
 }
 
 void Checkup::wrong(const std::string& name, const std::string& sentences) {
@@ -418,9 +489,10 @@ Checkup examine(const Options& options, const std::function<void(Session&)>& wit
     } catch (const Failure& failure) {
       if (interrupted() > 0) throw;
       const std::string cause = Session::cause();
-      checkup.wrong(
-          "opening",
-          (cause.empty() ? failure.what() : cause + ". Switch the modem off and on; -v shows what it says"));
+      checkup.wrong("opening",
+                    (session->modem_gone() ? kGone
+                     : cause.empty()       ? failure.what()
+                                           : cause + ". Switch the modem off and on; -v shows what it says"));
     }
   } else {
     checkup.add(Check::kNotJudged, "opening", hindrance);
@@ -438,7 +510,9 @@ Checkup examine(const Options& options, const std::function<void(Session&)>& wit
     examine_host_module(checkup, *session, with_module);
   } else {
     checkup.add(Check::kNotJudged, "host module",
-                open ? "it does not open without a SIM" : "the modem is not open");
+                !open                   ? "the modem is not open"
+                : session->modem_gone() ? "the modem is not there"
+                                        : "it does not open without a SIM");
   }
   if (interrupted() > 0) throw Failure("interrupted.");
   examine_sensor(checkup, root);

@@ -1,12 +1,16 @@
 // brioctl page, trace and ant.
 #include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <vector>
 
 #include "commands.h"
+#include "errors.h"
 #include "log_sink.h"
 #include "output.h"
 #include "printable.h"
@@ -14,13 +18,33 @@
 namespace brioctl {
 namespace {
 
+// Of the three causes of status 3 the one that is.
+std::string no_trace_port_or_file(const std::string& port, const std::string& folder) {
+  if (access(port.c_str(), R_OK | W_OK) != 0) return port + ": " + open_problem(errno, port);
+  if (access(folder.c_str(), W_OK | X_OK) != 0) {
+    return "the trace file cannot be created in " + folder + ": " + std::strerror(errno);
+  }
+  return "another program has locked " + port;
+}
+
+// Throws Failure where a link leads out of the root, or there is no folder.
+void check_trace_folder(const Session& session, const std::filesystem::path& folder) {
+  std::error_code failed;
+  const std::filesystem::path there = std::filesystem::canonical(folder, failed);
+  if (failed) {
+    throw Failure("There is no folder " + folder.string() + " for the trace file: " + failed.message() +
+                  ". Make it, or name another one with --prefix.");
+  }
+  const std::string root = std::filesystem::canonical(session.host_path("/"), failed).string();
+  if (root != "/" && there.string().rfind(root + "/", 0) != 0) {
+    throw Failure(folder.string() + " is a link to " + there.string() + ", which is not below " + root + ".");
+  }
+}
+
 const char* trace_problem(uint32_t status) {
   switch (status) {
     case 1:
       return "the modem library is not open";
-    case 3:
-      return "the trace port cannot be opened, is locked by another program, or the trace file cannot be "
-             "created";
     case 4:
       return "the filter file holds no command";
     case 6:
@@ -49,6 +73,7 @@ int run_page(const Options& options, bool full, bool follow) {
     uint32_t bars = 0;
     session.lib.wabs_get_bars(&bars);
     std::string page = read_page(session.lib, full);
+    session.check_modem();
     if (output::json()) {
       output::result()["page"] = page;
       if (follow) output::line();
@@ -64,25 +89,23 @@ int run_page(const Options& options, bool full, bool follow) {
 }
 
 int run_trace(const Options& options, const std::string& filter, const std::string& prefix, double seconds) {
-  const std::filesystem::path folder = std::filesystem::path(prefix).parent_path();
-  if (prefix.empty() || prefix[0] != '/' || prefix.find("..") != std::string::npos || folder == "/" ||
-      *++folder.begin() == "dev") {
-    throw Failure(
-        "--prefix must begin a path of the device in a folder of its own, for example /mnt/us/trace_log.");
-  }
   Session session(options);
+  const std::filesystem::path folder = std::filesystem::path(session.host_path(prefix)).parent_path();
   // A simulated device has no provisioned filter: switch everything on.
   if (session.simulated() && filter == kTraceFilter && !std::filesystem::exists(session.host_path(filter))) {
-    std::filesystem::create_directories(std::filesystem::path(session.host_path(prefix)).parent_path());
+    std::filesystem::create_directories(folder);
     std::ofstream(session.host_path(filter)) << "AT+XSYSTRACE=1\nAT+TRACE=1\n";
   }
+  check_trace_folder(session, folder);
   if (!session.simulated()) check_ports({{session.ports().trace, "trace"}}, options.force);
   session.open_modem();
   uint32_t status = session.lib.brio_trace_tst_log(filter.c_str(), prefix.c_str());
   if (status != 0) {
     session.close();
-    throw Failure("The trace did not start (status " + std::to_string(status) +
-                  "): " + trace_problem(status) + ".\nThe filter file is " + session.host_path(filter) +
+    throw Failure("The trace did not start (status " + std::to_string(status) + "): " +
+                  (status == BRIO_STATUS_FATAL ? no_trace_port_or_file(session.ports().trace, folder)
+                                               : trace_problem(status)) +
+                  ".\nThe filter file is " + session.host_path(filter) +
                   "; one command a line, for example AT+XSYSTRACE=1.");
   }
   // Also where the output cannot be written.
@@ -100,7 +123,7 @@ int run_trace(const Options& options, const std::string& filter, const std::stri
     return failed ? -1 : static_cast<long long>(bytes);
   };
   while (seconds < 0 || waited < seconds) {
-    if (!pause_for(1)) break;
+    if (!pause_for(1) || session.modem_gone()) break;
     waited += 1;
     if (output::json()) {
       output::result() = {{"seconds", waited}, {"bytes", size()}};
@@ -111,7 +134,12 @@ int run_trace(const Options& options, const std::string& filter, const std::stri
     }
   }
   session.lib.brio_trace_tst_stop();
+  const bool gone = session.modem_gone();
   session.close();
+  if (gone && size() >= 0) {
+    output::note(path + ": " + std::to_string(size()) + " bytes until then.");
+  }
+  if (gone) throw Failure(session.explain(""));
   if (size() < 0) throw Failure("No trace file is there; look at the log with -v.");
   if (output::json()) {
     output::result() = {{"file", path}, {"bytes", size()}};

@@ -1,4 +1,5 @@
 // brioctl scan: a network scan with progress, aborted in both halves by Ctrl-C.
+#include <poll.h>
 #include <unistd.h>
 #include <algorithm>
 #include <atomic>
@@ -7,11 +8,13 @@
 #include <regex>
 #include <thread>
 
+#include "at_client.h"
 #include "commands.h"
 #include "log_sink.h"
 #include "output.h"
 #include "printable.h"
 #include "progress.h"
+#include "recorder.h"
 
 namespace brioctl {
 namespace {
@@ -117,6 +120,25 @@ void select_network(Session& session, const Entry& entry) {
   }
 }
 
+// Why a scan failed to which the modem answered; "" for another reason. The library leaves out forbidden
+// networks, and takes an empty list for a failure.
+std::string nothing_found(const Session& session) {
+  constexpr uint32_t kUnusable = BRIO_STATUS_INVALID;  // what the library's reader of the list returns
+  const log_sink::Request request = log_sink::last_failed();
+  if (request.command != "AT+COPS=?" || request.status != static_cast<int>(kUnusable)) return "";
+  std::string list;
+  for (const at_log::Line& line : session.recorder().last(20)) {
+    if (!line.to_modem && line.text.rfind("+COPS:", 0) == 0) list = line.text;
+  }
+  if (list.find("(3,") != std::string::npos) {
+    return "No network found that takes this SIM: all in the list are forbidden (3).\nThe modem's list: " +
+           printable(list);
+  }
+  if (list.find("(\"") == std::string::npos && list.find(",\"") == std::string::npos)
+    return "No network found.";
+  return "The modem's list of networks is not understood: " + printable(list);
+}
+
 // Lets the modem return to its network; false, with a note, when it does not.
 bool select_automatically(const Library& lib) {
   const bool automatic = lib.wabs_set_auto_mode() == WABS_STATUS_OK;
@@ -126,6 +148,24 @@ bool select_automatically(const Library& lib) {
     output::note("Automatic selection could not be restored; \"brioctl auto\" tries again.");
   }
   return automatic;
+}
+
+// Of a program that died. The modem answers nothing else while it scans.
+void abort_scan(Session& session) {
+  constexpr double kPatience = 5;  // seconds
+  session.open_ports();
+  AtClient client(session.relayed().query, session.relayed().urc);
+  client.on_line = [](const std::string&) {};
+  client.on_report = [](bool, const std::string&) {};
+  client.on_late = [](const std::string&) {};
+  client.send("^");
+  while (client.state() == AtClient::State::kWaiting && client.waited() < kPatience) {
+    pollfd items[] = {{client.query_fd(), POLLIN, 0}, {interrupt_event(), POLLIN, 0}};
+    const int left = static_cast<int>((kPatience - client.waited()) * 1000) + 1;
+    if (poll(items, 2, left) > 0 && (interrupted() > 0 || !client.take(false))) break;
+  }
+  session.disconnect();
+  if (interrupted() > 0) throw Failure("interrupted.");
 }
 
 }  // namespace
@@ -165,8 +205,11 @@ bool scan_networks(Session& session, const std::string& select) {
   std::string problem;
   if (status != 0 && !aborted) {
     // Before the next command, whose lines would be the last ones.
-    problem = session.explain("The scan failed: status " + std::to_string(status) + " (" +
-                              status_name(status) + ")");
+    problem = nothing_found(session);
+    if (problem.empty()) {
+      problem = session.explain("The scan failed: status " + std::to_string(status) + " (" +
+                                status_name(status) + ")");
+    }
   } else if (chosen != nullptr) {
     try {
       session.end_at_signals(1);
@@ -178,13 +221,17 @@ bool scan_networks(Session& session, const std::string& select) {
     problem = "There is no network " + select + " in the scan.";
   }
   const bool selected = chosen != nullptr && problem.empty();
+  if (session.modem_gone()) throw Failure(session.explain(""));
   const bool restored = selected || select_automatically(lib);
   session.end_at_signals(1);
   if (aborted) {
     output::note(restored ? "Scan aborted; automatic selection is on again." : "Scan aborted.");
     return false;
   }
-  if (status == 0) print_list(entries);
+  if (status == 0)
+    print_list(entries);
+  else
+    output::result()["networks"] = nlohmann::ordered_json::array();
   if (!problem.empty()) {
     throw Failure(problem + (select.empty() || !restored ? "" : "\nAutomatic selection is on again."));
   }
@@ -201,7 +248,17 @@ bool scan_networks(Session& session, const std::string& select) {
 
 int run_auto(const Options& options) {
   Session session(options);
-  session.open_module();
+  try {
+    session.open_module();
+  } catch (const NotOpened&) {
+    if (interrupted() > 0 || session.modem_gone() || log_sink::last_failed().status != BLPKT_STATUS_TIMEOUT) {
+      throw;
+    }
+    output::note("The modem does not answer; aborting a scan that may run.");
+    session.disconnect();
+    abort_scan(session);
+    session.open_module();
+  }
   const uint32_t status = session.lib.wabs_set_auto_mode();
   if (status != 0) throw Failure(session.explain("Automatic selection could not be restored"));
   session.close();

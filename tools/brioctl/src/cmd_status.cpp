@@ -43,6 +43,14 @@ uint32_t recv_func_first_line(const ATResponse* response, void* user_data, uint1
   return 0;
 }
 
+// North America has MNCs of three digits; the library takes three where it knows the network.
+std::string home_meaning(const std::string& imsi, const std::string& plmn) {
+  const std::string mcc = imsi.substr(0, 3);
+  const bool three = mcc == "302" || (mcc >= "310" && mcc <= "316");
+  return !three || plmn.size() != 6 || imsi.size() < 6 ? "home network"
+                                                       : "home; by MCC " + mcc + "-" + imsi.substr(3, 3);
+}
+
 const char* mode_name(uint32_t mode) {
   static const char* const names[] = {"none", "UMTS family", "EDGE class", "GSM", "LTE"};
   return mode < 5 ? names[mode] : "?";
@@ -62,7 +70,7 @@ const char* sim_name(uint32_t status) {
                                       "other",
                                       "waiting to attach",
                                       "blacklisted",
-                                      "waiting to activate a PDP context",
+                                      "waits for PDP context",
                                       "service not subscribed",
                                       "SIM ready"};
   return status < 12 ? names[status] : "?";
@@ -93,7 +101,7 @@ Row time_row(const Library& lib) {
   char text[64] = "";
   if (status == 0) snprintf(text, sizeof(text), "%d", offset);
   std::string unit = "s east of UTC";
-  if (status == 0 && utc == static_cast<time_t>(-1)) unit += " (the modem gave no date)";
+  if (status == 0 && utc == static_cast<time_t>(-1)) unit += ", no date";
   return {"wabs_get_module_time", status, text, unit, true};
 }
 
@@ -124,8 +132,10 @@ std::vector<Row> status_rows(const Library& lib, bool identities) {
       {"wabs_get_mcc_mnc", status, status == 0 ? serving_plmn(lib) : "", "serving network", false});
   mcc = mnc = 0;
   status = lib.wabs_get_hplmn_mcc_mnc(&mcc, &mnc);
-  rows.push_back(
-      {"wabs_get_hplmn_mcc_mnc", status, status == 0 ? home_plmn(lib, mnc) : "", "home network", false});
+  const std::string home = status == 0 ? home_plmn(lib, mnc) : "";
+  char imsi[64] = "";
+  lib.wabs_get_imsi.function(imsi, sizeof imsi);
+  rows.push_back({"wabs_get_hplmn_mcc_mnc", status, home, home_meaning(imsi, home), false});
   rows.push_back(time_row(lib));
 
   rows.push_back(text_row("wabs_get_imsi", lib.wabs_get_imsi, "IMSI", true, identities));
@@ -173,7 +183,9 @@ int run_status(const Options& options) {
   Session session(options);
   session.open_module();
   auto rows = status_rows(session.lib, options.identities);
+  session.check_modem();
   const std::string off_network = left_deregistered(session.lib);
+  session.check_modem();
   session.close();
   if (interrupted() > 0) throw Failure("interrupted.");
   if (!off_network.empty()) output::note(off_network);

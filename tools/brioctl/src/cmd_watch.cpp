@@ -57,7 +57,7 @@ class Host {
  private:
   void run();
   void follow();
-  bool come_back();
+  bool open(bool again);
   void ask_signal();
   watch::Reading read();
   void take_events();
@@ -134,14 +134,15 @@ bool Host::lost() {
 
 void Host::run() {
   try {
-    session_.open_module();
+    bool open = this->open(false);
+    if (!open && interrupted() == 0) failure_ = "The modem was not there all the time: " + model_.problem;
     log_sink::take_events();
-    for (;;) {
+    while (open) {
       change([](watch::Model& model) { model.opened(wall_clock_ms()); });
       follow();
       if (!wait(0)) break;
       change([](watch::Model& model) { model.gone(wall_clock_ms()); });
-      if (!come_back()) break;
+      open = this->open(true);
     }
     session_.close();
   } catch (const std::exception& problem) {
@@ -226,29 +227,38 @@ void Host::take_events() {
   }
 }
 
-// False when it is to end instead.
-bool Host::come_back() {
-  const auto because = [this](const std::string& problem) {
-    change([&](watch::Model& model) { model.problem = problem; });
+// Waits for the modem as long as it takes; false when it is to end instead. The first time other failures
+// than the modem's own are thrown.
+bool Host::open(bool again) {
+  const auto because = [&](const std::string& problem) {
+    change([&](watch::Model& model) {
+      if (!again && model.problem != problem) model.waits(problem, wall_clock_ms());
+      model.problem = problem;
+    });
   };
-  for (double pause = kFirstWait;;) {
+  for (double pause = again ? kFirstWait : 0, next = kFirstWait;; pause = next) {
     session_.disconnect();
     if (!wait(pause)) return false;
     const PortPaths ports = session_.ports();
-    if (access(ports.query.c_str(), F_OK) != 0 || access(ports.urc.c_str(), F_OK) != 0) {
-      because("waiting for " + ports.query);
-      pause = kFirstWait;
+    const bool query = access(ports.query.c_str(), F_OK) == 0;
+    if (!query || access(ports.urc.c_str(), F_OK) != 0) {
+      because("waiting for " + (query ? ports.urc : ports.query));
+      next = kFirstWait;
       continue;
     }
-    because("being opened again");
+    if (again) because("being opened again");
+    std::string reason;
     try {
       session_.open_module();
       return true;
+    } catch (const NotOpened& failure) {
+      reason = failure.what();
     } catch (const Failure& failure) {
-      const std::string reason = failure.what();
-      pause = std::min(2 * pause, kLongestWait);
-      because(reason.substr(0, reason.find('\n')));
+      if (!again && access(ports.query.c_str(), F_OK) == 0) throw;
+      reason = failure.what();
     }
+    next = std::min(2 * next, kLongestWait);
+    because(reason.substr(0, reason.find('\n')));
   }
 }
 

@@ -21,6 +21,7 @@ class Checkup {
  public:
   void add(Check::State state, const std::string& name, const std::string& finding,
            const std::string& mend = "");
+  void add(const Checkup& part);
   // A sentence that says what is wrong, and those after it how to mend it.
   void wrong(const std::string& name, const std::string& sentences);
 

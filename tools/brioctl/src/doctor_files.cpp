@@ -106,10 +106,14 @@ void examine_files(Checkup& checkup, const std::string& root) {
     checkup.wrong("file", traces + "/trace_log_* " + problem);
   }
   const std::string counters = root + "/proc/net/dev";
+  errno = 0;
   if (std::ifstream(counters).good()) {
     checkup.add(Check::kOk, "file", counters);
+  } else if (errno == ENOENT && !root.empty()) {
+    checkup.add(Check::kNote, "file", counters + ": none below this root, so no counters of traffic");
   } else {
-    checkup.wrong("file", counters + " cannot be read. Mount /proc");
+    checkup.wrong("file", counters + " cannot be read: " + std::strerror(errno) +
+                              (errno == ENOENT ? ". Mount /proc" : ". Run as a user who may read it"));
   }
 }
 

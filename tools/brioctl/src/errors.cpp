@@ -1,5 +1,9 @@
 #include "errors.h"
 
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -10,6 +14,25 @@ std::string with_meaning(const std::string& final_line) {
   const std::string meaning = meaning_of(final_line);
   return meaning.empty() ? final_line : final_line + " (" + meaning + ")";
 }
+
+namespace {
+
+// Who may read and write the device.
+std::string who_may(const std::string& path) {
+  struct stat file {};
+  if (stat(path.c_str(), &file) != 0) return "Run as root";
+  const group* set = getgrgid(file.st_gid);
+  if ((file.st_mode & 060) == 060 && file.st_gid != 0 && set != nullptr) {
+    return std::string("Join the group ") + set->gr_name + " (adduser USER " + set->gr_name +
+           ", then log in again), or run as root";
+  }
+  const passwd* owner = getpwuid(file.st_uid);
+  return "Only its owner may use it: run as " +
+         (owner == nullptr ? "user " + std::to_string(file.st_uid) : owner->pw_name) +
+         ", or give a group the right to read and write it (a udev rule)";
+}
+
+}  // namespace
 
 std::string open_problem(int error, const std::string& path) {
   std::error_code ignored;
@@ -24,8 +47,7 @@ std::string open_problem(int error, const std::string& path) {
              "is there";
     case EACCES:
     case EPERM:
-      return "permission denied. Join the group dialout (adduser USER dialout, then log in again), or run as "
-             "root";
+      return "permission denied. " + who_may(path);
     case EBUSY:
       return "another program has it for itself (EBUSY)";
     case ENXIO:

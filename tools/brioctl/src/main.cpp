@@ -1,8 +1,10 @@
 // brioctl: the command-line host of the modem module.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <tuple>
+#include <utility>
 
 #include "command_line.h"
 #include "commands.h"
@@ -13,6 +15,61 @@
 #include "watch_model.h"
 
 using namespace brioctl;
+
+namespace {
+
+std::string trace_prefix(const std::string& prefix) {
+  const std::filesystem::path folder = std::filesystem::path(prefix).parent_path();
+  return !prefix.empty() && prefix[0] == '/' && prefix.find("..") == std::string::npos && folder != "/" &&
+                 *++folder.begin() != "dev"
+             ? ""
+             : "it must begin a path of the device in a folder of its own, for example /mnt/us/trace_log";
+}
+
+// "" or that two ports are one.
+std::string ports_clash(const Options& options) {
+  const PortPaths ports = device_ports(options, options.root);
+  std::error_code absent;
+  const bool one = ports.query == ports.urc || std::filesystem::equivalent(ports.query, ports.urc, absent);
+  return one ? ports.query + " cannot be the query and the URC port" : "";
+}
+
+// After the verb's own --help.
+constexpr std::pair<const char*, const char*> kExamples[] = {
+    {"demo",
+     "  brioctl demo --seconds 10          follow reports for ten seconds\n"
+     "  brioctl --root ~/desk demo         on another modem"},
+    {"status",
+     "  brioctl status                     the device's modem\n"
+     "  brioctl --sim --json status        a simulated one, for a script"},
+    {"watch",
+     "  brioctl watch                      a screen, until Ctrl-C\n"
+     "  brioctl watch --every 10 --csv >signal.csv"},
+    {"at",
+     "  brioctl at ATI                     one command\n"
+     "  brioctl at                         a shell\n"
+     "  printf 'AT+CSQ\\nAT+COPS?\\n' | brioctl at\n"
+     "  brioctl --query-port /dev/ttyUSB2 at AT+CSQ"},
+    {"ports", "  brioctl ports"},
+    {"auto", "  brioctl auto                       after a scan that died, or a network chosen by hand"},
+    {"scan",
+     "  brioctl scan                       list the networks\n"
+     "  brioctl scan --select 310260       and use this one, until \"brioctl auto\""},
+    {"page",
+     "  brioctl page --full                with identities\n"
+     "  brioctl page --follow              again and again"},
+    {"trace", "  brioctl trace --seconds 60         one minute, below /mnt/us"},
+    {"ant",
+     "  brioctl ant                        which antenna is in use\n"
+     "  brioctl ant auto                   let the modem choose"},
+    {"record",
+     "  brioctl record case                this host, until Ctrl-C\n"
+     "  brioctl record --tap case          another host"},
+    {"import", "  brioctl import case                case.toml and case.txt"},
+    {"doctor", "  brioctl doctor --json              for a script"},
+    {"report", "  brioctl report case.tar.gz"}};
+
+}  // namespace
 
 int main(int argc, char** argv) {
   CLI::App app{
@@ -129,6 +186,7 @@ int main(int argc, char** argv) {
   auto* trace = app.add_subcommand("trace", "Capture the modem's trace into a file");
   trace->add_option("--filter", filter, "Filter file, a device path")->capture_default_str();
   trace->add_option("--prefix", prefix, "Start of the trace file's path, a device path")
+      ->check(trace_prefix)
       ->capture_default_str();
   trace->add_option("--seconds", trace_seconds, "End after this time instead of at Ctrl-C")
       ->check(command_line::above_zero);
@@ -169,9 +227,16 @@ int main(int argc, char** argv) {
       ->required()
       ->check(command_line::not_empty);
 
+  for (const auto& [verb, examples] : kExamples) {
+    app.get_subcommand(verb)->footer(std::string("Examples:\n") + examples);
+  }
   int ended = 0;
   if (!command_line::parse(app, argc, argv, &ended)) return ended;
   if (!options.scenario.empty()) options.simulate = true;
+  if (const std::string clash = options.simulate ? "" : ports_clash(options); !clash.empty()) {
+    fprintf(stderr, "%s\n", printable(clash).c_str());
+    return command_line::kUsage;
+  }
   install_signals();
   log_sink::echo(options.verbose);
   if (options.identities) log_sink::show_identities();
@@ -187,6 +252,7 @@ int main(int argc, char** argv) {
       return run_demo(options, demo_seconds);
     }
     if (*status) return run_status(options);
+    options.until_signal = watch->parsed();
     options.progress = !*watch;  // it may have the screen
     if (*watch && options.json) format = WatchFormat::kJson;
     if (*watch) return run_watch(options, every, watch_seconds, format);

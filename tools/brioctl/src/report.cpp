@@ -73,13 +73,15 @@ std::string Row::status_text() const {
   return std::to_string(status) + " " + (of_library() ? library_status_name(status) : status_name(status));
 }
 
+// 80 columns wide: a row without a unit, or with one value that is long, is not kept to the columns.
 std::string render_table(std::vector<Row> rows) {
+  constexpr size_t kUsual = 18;
   size_t operation = 9, status = 6, value = 5;
   for (Row& row : rows) {
     row.value = printable(row.value);
     operation = std::max(operation, row.operation.size());
-    status = std::max(status, row.status_text().size());
-    value = std::max(value, row.value.size());
+    if (row.status == 0) status = std::max(status, row.status_text().size());
+    if (row.value.size() <= kUsual) value = std::max(value, row.value.size());
   }
   auto line = [&](const std::string& a, const std::string& b, const std::string& c, const std::string& d) {
     std::string text = padded(a, operation) + "  " + padded(b, status) + "  " + padded(c, value) + "  " + d;

@@ -182,6 +182,10 @@ void Model::gone(std::int64_t wall_ms) {
   add({wall_ms, Kind::kModem, "gone " + clock_time(wall_ms), {}, {}, 0});
 }
 
+void Model::waits(const std::string& reason, std::int64_t wall_ms) {
+  add({wall_ms, Kind::kModem, "not open: " + reason, {}, {}, 0});
+}
+
 // --- Lines
 
 namespace {

@@ -80,6 +80,7 @@ struct Model {
   void read(const Reading& now, std::int64_t now_ms, std::int64_t wall_ms);
   void opened(std::int64_t wall_ms);
   void gone(std::int64_t wall_ms);
+  void waits(const std::string& reason, std::int64_t wall_ms);  // it was never open yet
 
  private:
   void add(Record record);
