@@ -134,8 +134,8 @@ std::string nothing_found(const Session& session) {
     return "No network found that takes this SIM: all in the list are forbidden (3).\nThe modem's list: " +
            printable(list);
   }
-  if (list.find("(\"") == std::string::npos && list.find(",\"") == std::string::npos)
-    return "No network found.";
+  const bool named = list.find("(\"") != std::string::npos || list.find(",\"") != std::string::npos;
+  if (!named) return "No network found.";
   return "The modem's list of networks is not understood: " + printable(list);
 }
 
@@ -228,10 +228,11 @@ bool scan_networks(Session& session, const std::string& select) {
     output::note(restored ? "Scan aborted; automatic selection is on again." : "Scan aborted.");
     return false;
   }
-  if (status == 0)
+  if (status == 0) {
     print_list(entries);
-  else
+  } else {
     output::result()["networks"] = nlohmann::ordered_json::array();
+  }
   if (!problem.empty()) {
     throw Failure(problem + (select.empty() || !restored ? "" : "\nAutomatic selection is on again."));
   }
