@@ -125,7 +125,7 @@ TEST(Brioctl, ImportsWhatPlays) {
   const std::string session = root.read("/x.txt").value_or("");
   EXPECT_NE(std::string::npos, session.find(", unplug = true\nwabs_get_bars => 2 ..\n")) << session;
   check(BRIOCTL,
-        {{"--scenario x.toml status", 1, {"wabs_get_bars +2 "}},
+        {{"--scenario x.toml status", 1, {"went away"}},
          {"--sim --at-log x.log status", 1, {"x\\.log exists; --force replaces it"}},
          {"--scenario dead.toml report r.tgz", 0, {"tgz: checks, .*\nPage and status are missing"}}});
   EXPECT_EQ("r.tgz\n",
