@@ -56,8 +56,9 @@ std::string rights(const struct stat& file) {
 bool examine_port(Checkup& checkup, const NamedPort& port) {
   const std::string name = port.name + " port";
   struct stat file {};
-  if (stat(port.path.c_str(), &file) != 0) {
-    checkup.wrong(name, port.path + ": " + open_problem(errno, port.path));
+  const bool killed = tap_was_killed(port.path);
+  if (killed || stat(port.path.c_str(), &file) != 0) {
+    checkup.wrong(name, port.path + ": " + open_problem(killed ? ENOENT : errno, port.path));
     return false;
   }
   const std::string shown = port.path + " (" + rights(file) + ")";

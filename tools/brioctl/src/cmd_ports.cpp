@@ -63,7 +63,7 @@ int run_ports(const Options& options) {
     if (!serial || entry.path().has_extension()) continue;
     Found port;
     port.path = entry.path();
-    if (!entry.exists()) {  // a link to nothing
+    if (!entry.exists() || tap_was_killed(port.path)) {  // a link to nothing
       fprintf(stderr, "brioctl: %s: %s.\n", printable(port.path).c_str(),
               printable(open_problem(ENOENT, port.path)).c_str());
       continue;

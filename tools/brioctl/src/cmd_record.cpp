@@ -49,6 +49,7 @@ class Replaced {
     }
     fs::rename(path_, aside_, failed);
     if (!failed) {
+      claim_.take_tapped(aside_);
       fs::create_symlink(device_, path_, failed);
       if (failed) back();
     }
@@ -66,20 +67,18 @@ class Replaced {
       if (fs::exists(path, failed)) fs::remove(aside(path), failed);
       return;
     }
-    Claim claim;
-    if (!claim.take(aside(path))) throw Failure("Another tap runs on " + path + ".");
+    if (is_tap(path) && !tap_was_killed(path)) throw Failure("Another tap runs on " + path + ".");
     put_back(path);
   }
 
  private:
   static std::string aside(const std::string& path) { return path + kTapped; }
-  // The target of a tap's link, which nobody else would write so: the pty's number may be another's by now.
   static std::string marked(const std::string& device) {
-    return "/dev/./" + device.substr(std::strlen("/dev/"));
+    return kTapLink + device.substr(std::strlen("/dev/"));
   }
   static bool is_tap(const std::string& path) {
     std::error_code failed;
-    return fs::read_symlink(path, failed).string().rfind(marked("/dev/"), 0) == 0;
+    return fs::read_symlink(path, failed).string().rfind(kTapLink, 0) == 0;
   }
 
   // The kernel leaves a node that was renamed when the modem goes: it is put back only while it is that of
@@ -114,6 +113,7 @@ class Replaced {
   }
 
   std::string path_, aside_, device_;
+  Claim claim_;
 };
 
 void tell_size(const Recorder& recorder) {

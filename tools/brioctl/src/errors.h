@@ -14,8 +14,10 @@ std::string with_meaning(const std::string& final_line);
 
 // "permission denied. ..." with what to do about it, for an open of the device at `path` that failed.
 std::string open_problem(int error, const std::string& path);
-// What a tap in the place of a port adds to its path, for the port itself.
+// What a tap in the place of a port adds to its path, for the port itself; and how its own link begins, as
+// nobody else would write one.
 constexpr char kTapped[] = ".tapped";
+constexpr char kTapLink[] = "/dev/./";
 
 }  // namespace brioctl
 

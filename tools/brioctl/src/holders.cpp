@@ -75,10 +75,20 @@ void Claim::release() {
 bool Claim::take(const std::string& query_port) {
   struct stat device {};
   if (stat(query_port.c_str(), &device) != 0) return true;
+  return take_name("brioctl " + std::to_string(major(device.st_rdev)) + ":" +
+                   std::to_string(minor(device.st_rdev)));
+}
+
+bool Claim::take_tapped(const std::string& aside) {
+  struct stat entry {};
+  if (lstat(aside.c_str(), &entry) != 0) return true;
+  return take_name("brioctl tap " + std::to_string(entry.st_dev) + ":" + std::to_string(entry.st_ino));
+}
+
+bool Claim::take_name(const std::string& name) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  const int length = std::snprintf(address.sun_path + 1, sizeof address.sun_path - 1, "brioctl %u:%u",
-                                   major(device.st_rdev), minor(device.st_rdev));
+  const int length = std::snprintf(address.sun_path + 1, sizeof address.sun_path - 1, "%s", name.c_str());
   socket_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (socket_ < 0) return true;
   const auto size =
@@ -92,9 +102,18 @@ std::string another_brioctl(const PortPaths& ports) {
   return "Another brioctl drives the modem on " + ports.query + ". End it, or go on with --force.";
 }
 
+bool tap_was_killed(const std::string& path) {
+  std::error_code failed;
+  const std::string aside = path + kTapped;
+  return fs::read_symlink(path, failed).string().rfind(kTapLink, 0) == 0 &&
+         fs::exists(fs::symlink_status(aside, failed)) && Claim().take_tapped(aside);
+}
+
 std::string port_problem(const NamedPort& port) {
-  if (access(port.path.c_str(), R_OK | W_OK) == 0) return "";
-  return port.path + ", the modem's " + port.name + " port: " + open_problem(errno, port.path) + ".";
+  const bool killed = tap_was_killed(port.path);
+  if (!killed && access(port.path.c_str(), R_OK | W_OK) == 0) return "";
+  return port.path + ", the modem's " + port.name +
+         " port: " + open_problem(killed ? ENOENT : errno, port.path) + ".";
 }
 
 void check_ports(const std::vector<NamedPort>& ports, bool force) {

@@ -29,13 +29,20 @@ class Claim {
 
   // False when another brioctl has it.
   bool take(const std::string& query_port);
+  // Of a tap, to the port that it has set aside.
+  bool take_tapped(const std::string& aside);
   void release();
 
  private:
+  bool take_name(const std::string& name);
+
   int socket_ = -1;
 };
 
 std::string another_brioctl(const PortPaths& ports);  // what to say then
+
+// Whether the port is what a tap left that was killed: a link to a pty whose number may be another's by now.
+bool tap_was_killed(const std::string& path);
 
 struct NamedPort {
   std::string path, name;  // "query"
