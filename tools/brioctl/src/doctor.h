@@ -39,6 +39,12 @@ class Checkup {
 Checkup examine(const Options& options, const std::function<void(Session&)>& with_module = {});
 // The state files and the folders of the library below `root`, and their rights.
 void examine_files(Checkup& checkup, const std::string& root);
+// What the open modem says.
+bool examine_sim(Checkup& checkup, const Library& lib, bool identities);
+void examine_registration(Checkup& checkup, const Library& lib);
+void examine_carrier(Checkup& checkup, const Library& lib, bool sim);
+void examine_apn(Checkup& checkup, const Session& session);
+void examine_clock(Checkup& checkup, const Session* open);
 
 }  // namespace brioctl
 

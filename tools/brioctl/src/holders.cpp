@@ -20,18 +20,15 @@
 #include "report.h"
 
 namespace brioctl {
-namespace {
 
 namespace fs = std::filesystem;
 
-std::string first_line(const fs::path& path) {
+std::string first_line(const std::string& path) {
   std::ifstream file(path);
   std::string line;
   std::getline(file, line);
   return line;
 }
-
-}  // namespace
 
 std::vector<Holder> holders(const std::vector<std::string>& ports) {
   std::vector<std::pair<std::string, std::string>> devices;  // path, as asked for

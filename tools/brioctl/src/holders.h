@@ -15,6 +15,8 @@ struct Holder {
   std::string port;  // as it was asked for
 };
 
+// First line of a file, as those of /proc; "" where none can be read.
+std::string first_line(const std::string& path);
 // Other processes that have one of the ports open, as far as /proc shows them to this user.
 std::vector<Holder> holders(const std::vector<std::string>& ports);
 
