@@ -140,6 +140,12 @@ TEST(Briolab, TellsWhatCanBeSaid) {
                   {"/nonexistent", 2, {"^/nonexistent: cannot be read\n$"}},
                   {"--record /nonexistent/x", 2, {"/nonexistent/x cannot be written\n$"}},
                   {"--update", 2, {"FILE"}}});
+  // What a case asks of the log is its point.
+  modemsim::DeviceRoot root;
+  root.write("/case.txt", "wabs_open => 1 ; log as ever\nwabs_get_bars => 9\n");
+  check(BRIOLAB,
+        {{("--update " + root.path("/case.txt")).c_str(), 1, {"- log as ever\n", "mend them by hand\n"}}});
+  EXPECT_EQ("wabs_open => 0 ; log as ever\nwabs_get_bars => 0 4\n", root.read("/case.txt"));
   // At a terminal, with an edited line and one from the history; a missing answer does not cost
   // its minute.
   const std::string typed = EDITS != 0 ? "opn\\002e\\n\\020" : "open\\nopen";

@@ -35,7 +35,7 @@ uint32_t prv_send_bas(const char* command) {
   return query(command, SINGLELINE, kBasPrefix, nullptr);
 }
 
-// Response callback of "AT+CREG?" and "AT+CGREG?" (read thread).
+// Response callback of the domains' queries, "AT+CREG?" and so on (read thread).
 uint32_t recv_func_prv_briolib_get_reg(const ATResponse* response, void*, uint16_t) {
   char* line = answer_line_for("recv_func_prv_briolib_get_reg", response);
   if (line == nullptr) return BRIO_STATUS_INVALID;
@@ -57,24 +57,16 @@ uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_d
   return result;
 }
 
-// Serving-cell data is worthless once the modem is registered for no domain: true when it was cleared.
-bool prv_clear_if_unregistered() {
-  const brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  if (data.cs_reg_status != 0 || data.ps_reg_status != 0) return false;
-  briolib_init_atcmd_data(1);
-  return true;
-}
-
 bool prv_store_cs_stat(int32_t stat) {
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   data.cs_reg_status = stat == 1 ? kHome : stat == 5 ? kRoaming : stat == 3 ? kDenied : kNotRegistered;
-  return prv_clear_if_unregistered();
+  return true;
 }
 
 bool prv_store_ps_stat(int32_t stat) {
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   uint32_t attached = 0;
-  bool cleared = false;
+  bool may_be_off = false;
   switch (stat) {
     case 1:
     case 5:
@@ -87,7 +79,7 @@ bool prv_store_ps_stat(int32_t stat) {
       break;
     default:
       data.ps_reg_status = kNotRegistered;
-      cleared = prv_clear_if_unregistered();
+      may_be_off = true;
       break;
   }
   memcpy(s_prev_pdp_event, s_pdp_event, sizeof(s_pdp_event));
@@ -97,7 +89,7 @@ bool prv_store_ps_stat(int32_t stat) {
   if (s_pdp_event[0] != s_prev_pdp_event[0]) {
     briolib_exec_event_callback(BRIO_EVENT_PDP_ACTIVATION_ALLOWED, sizeof(s_pdp_event), s_pdp_event);
   }
-  return cleared;
+  return may_be_off;
 }
 
 struct DomainRow {
@@ -105,12 +97,13 @@ struct DomainRow {
   const char* name;                  // in the log
   bool logs_roaming;                 // as registered
   size_t cause;                      // place in reject_bytes
-  bool (*store_stat)(int32_t stat);  // true when serving-cell data was cleared
+  uint8_t brio_atcmd_data::*status;  // kNotRegistered (0) while it is not registered
+  bool (*store_stat)(int32_t stat);  // true when the modem may be registered for no domain now
 };
 constexpr DomainRow kDomains[] = {
     // by Domain
-    {"CREG", "CS", false, 1, prv_store_cs_stat},
-    {"CGREG", "PS", true, 2, prv_store_ps_stat},
+    {"CREG", "CS", false, 1, &brio_atcmd_data::cs_reg_status, prv_store_cs_stat},
+    {"CGREG", "PS", true, 2, &brio_atcmd_data::ps_reg_status, prv_store_ps_stat},
 };
 constexpr size_t kRegistrationCommandSize = 16;
 
@@ -148,13 +141,22 @@ void prv_log_tokens(const char* payload, bool is_query, bool with_band) {
   }
 }
 
+// Serving-cell data is worthless once the modem is registered for no domain: true when it was cleared.
+bool prv_clear_if_unregistered() {
+  for (const DomainRow& domain : kDomains) {
+    if (g_brio_lib_atcmd_data.*domain.status != kNotRegistered) return false;
+  }
+  briolib_init_atcmd_data(1);
+  return true;
+}
+
 // True when serving-cell data was cleared.
 bool prv_store_registration(const parse::Registration& line, const DomainRow& domain) {
   assert_urc_data_held();
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   bool cleared = false;
   // The registration state first: it may clear what the other fields then fill.
-  if (line.stat) cleared = domain.store_stat(*line.stat);
+  if (line.stat) cleared = domain.store_stat(*line.stat) && prv_clear_if_unregistered();
   if (line.lac) data.lac = *line.lac;
   if (line.cell_id) data.cell_id = *line.cell_id;
   if (line.rat) data.rat = *line.rat;

@@ -15,4 +15,13 @@ bool answer_text(const char* line, char* text, size_t capacity) {
   return true;
 }
 
+// 310410123456789
+const char* bare_number(const char* line, size_t least_digits, size_t most_digits) {
+  if (line == nullptr) return nullptr;
+  const char* number = skip_spaces(line);
+  const size_t digits = strspn(number, "0123456789");
+  const bool whole = *skip_spaces(number + digits) == '\0';
+  return whole && digits >= least_digits && digits <= most_digits ? number : nullptr;
+}
+
 }  // namespace brio::parse

@@ -24,4 +24,8 @@ inline const char* answer_payload(const char* line) {
 // one value needs. A line without ":" is taken whole. False for a null line.
 bool answer_text(const char* line, char* text, size_t capacity);
 
+// The number that is all of a line without a result name, the form of 3GPP TS 27.007 (AT+CIMI, AT+CGSN=3),
+// blanks skipped before it; null when the line is anything else. Blanks may follow it.
+const char* bare_number(const char* line, size_t least_digits, size_t most_digits);
+
 }  // namespace brio::parse

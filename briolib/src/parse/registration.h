@@ -1,4 +1,4 @@
-// Registration lines "+CREG" and "+CGREG", and the SIM toolkit REFRESH. Pure: text in, values out.
+// Registration lines ("+CREG" and so on), and the SIM toolkit REFRESH. Pure: text in, values out.
 #pragma once
 
 #include <stddef.h>
@@ -18,8 +18,8 @@ struct Registration {
   std::optional<uint8_t> reject_cause;
 };
 
-// Cuts up the text after "+CREG:" or "+CGREG:". Query answers begin with the number of the reporting mode,
-// which is ignored; `with_band` says that a band precedes the reject type.
+// Cuts up the text after the name, such as "+CREG:". Query answers begin with the number of the reporting
+// mode, which is ignored; `with_band` says that a band precedes the reject type.
 Registration parse_registration(char* payload, bool is_query, bool with_band);
 
 // What the log may say of a line, cut at 32 characters.

@@ -13,21 +13,11 @@ constexpr size_t kShortIccidLength = 19;
 constexpr size_t kShortestImsi = 6;  // MCC, MNC and a subscriber
 constexpr const char* kThreeDigitMncNetworks[] = {"310410", "302720"};
 
-// The number that is all of a line without a result name, the form of 3GPP TS 27.007; null when the line is
-// anything else.
-const char* prv_bare_number(const char* line, size_t least_digits, size_t most_digits) {
-  if (line == nullptr) return nullptr;
-  const char* number = skip_spaces(line);
-  const size_t digits = strspn(number, kDigits);
-  const bool whole = *skip_spaces(number + digits) == '\0';
-  return whole && digits >= least_digits && digits <= most_digits ? number : nullptr;
-}
-
 }  // namespace
 
 bool parse_iccid(const char* line, char iccid[kIccidSize]) {
   const char* payload = answer_payload(line);
-  if (payload == nullptr) payload = prv_bare_number(line, kShortIccidLength, kIccidSize - 1);
+  if (payload == nullptr) payload = bare_number(line, kShortIccidLength, kIccidSize - 1);
   if (payload == nullptr) return false;
   copy_text(iccid, kIccidSize, payload);
   if (strlen(iccid) > kShortIccidLength && !is_digit(iccid[kShortIccidLength])) {
@@ -38,7 +28,7 @@ bool parse_iccid(const char* line, char iccid[kIccidSize]) {
 
 bool parse_imsi(const char* line, char imsi[kImsiSize]) {
   const char* payload = answer_payload(line);
-  if (payload == nullptr) payload = prv_bare_number(line, kImsiSize - 1, kImsiSize - 1);
+  if (payload == nullptr) payload = bare_number(line, kImsiSize - 1, kImsiSize - 1);
   if (payload == nullptr) return false;
   char text[kImsiSize];
   copy_text(text, kImsiSize, payload);

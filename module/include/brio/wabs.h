@@ -179,10 +179,10 @@ BRIO_API uint32_t wabs_get_roaming_status(uint32_t* status);
 BRIO_API uint32_t wabs_get_module_time(time_t* utc, int32_t* offset_seconds);
 
 /** @} */
-/** @name Identity: texts that wabs_open has read */
+/** @name Identity */
 /** @{ */
 
-/** IMSI, cut to the buffer, whose last byte becomes 0. `length` is at least 16.
+/** IMSI as wabs_open has read it, cut to the buffer, whose last byte becomes 0. `length` is at least 16.
  * @return OK (0), NOT_OPEN (1), BUFFER_TOO_SMALL (7) or NULL_POINTER (11) */
 BRIO_API uint32_t wabs_get_imsi(char* buffer, uint32_t length);
 /** IMEI, as wabs_get_imsi. @return as wabs_get_imsi */
@@ -193,7 +193,8 @@ BRIO_API uint32_t wabs_get_radio_cert_param1(char* buffer, uint32_t length);
 BRIO_API uint32_t wabs_get_radio_cert_param2(char* buffer, uint32_t length);
 /** IMEI, as wabs_get_imsi. @return as wabs_get_imsi */
 BRIO_API uint32_t wabs_get_realm(char* buffer, uint32_t length);
-/** Firmware version, cut to a buffer of any length; 33 bytes hold every one. "norvik" while closed.
+/** Firmware version as wabs_open has read it, cut to a buffer of any length; 33 bytes hold every one.
+ * "norvik" while closed.
  * @return OK (0), NOT_OPEN (1) or NULL_POINTER (11) */
 BRIO_API uint32_t wabs_get_firmware_version(char* buffer, uint32_t length);
 

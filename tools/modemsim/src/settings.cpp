@@ -68,7 +68,7 @@ bool read_clock(Reader& reader, const std::string& key, std::string& place) {
   return true;
 }
 
-// `stat` and `reject_cause`: those of every domain.
+// `stat`, `reject_cause` and `reg_mode`: those of every domain.
 void read_domains(Reader& reader, const char* name, NumberField Domain::*field, Setters& setters) {
   int value = 0;
   const NumberField& any = kDomains[0].*field;
@@ -82,6 +82,7 @@ Setters read_state(Reader& reader) {
   Setters setters;
   read_domains(reader, "stat", &Domain::stat, setters);
   read_domains(reader, "reject_cause", &Domain::reject_cause, setters);
+  read_domains(reader, "reg_mode", &Domain::mode, setters);
   each_member([&](const auto& field) {
     auto value = State().*field.member;
     if (!read(reader, field, value)) return;

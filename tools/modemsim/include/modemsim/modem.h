@@ -97,7 +97,7 @@ class Modem {
   // `change` must not call the modem.
   void with_state(const std::function<void(State&)>& change);
   State state();
-  // The same, and sends the reports that a modem sends by itself when these values change: +CREG, +CGREG,
+  // The same, and sends the reports that a modem sends by itself when these values change: of registration,
   // +GTBARS and +BASURC, each as far as it was switched on.
   void update(const std::function<void(State&)>& change);
 

@@ -48,12 +48,12 @@ struct State {
   // Registration: stat of 3GPP TS 27.007. 1 home, 5 roaming, 0 and 2 not registered, 3 denied
   int cs_stat = 1;
   int ps_stat = 1;
-  int cs_reject_cause = 0,
-      ps_reject_cause = 0;  // shown in +CREG/+CGREG while stat is 3 and the cause is not 0
+  // Shown in the domain's lines while its stat is 3 and the cause is not 0.
+  int cs_reject_cause = 0, ps_reject_cause = 0;
   int lac = 0x1A2B;
   int cell_id = 0x01C2D3E4;
   int rat = 7;
-  int band = 104;  // shown in +CREG and +CGREG in mode 99
+  int band = 104;  // shown in registration lines in mode 99
   // Serving network
   std::string operator_numeric = "310410";
   int cops_mode = 0;
@@ -195,7 +195,7 @@ inline constexpr SimFileName kSimFileNames[] = {
 };
 
 // A domain that the modem registers for: its row makes its commands, its report and its members in scenario
-// files, where `stat` and `reject_cause` set those of all domains.
+// files, where `stat`, `reject_cause` and `reg_mode` set those of all domains.
 struct Domain {
   const char* name;  // "CREG": of the report and, after "AT+", of the commands
   const char* what;  // for the list of commands
