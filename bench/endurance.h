@@ -40,7 +40,7 @@ struct Tally {
 };
 inline Tally g_tally;
 
-// Any thread. Ends the programme when there are too many.
+// Any thread. Ends the program when there are too many.
 void complain(const std::string& what);
 inline void expect(bool right, const std::string& what) {
   if (!right) complain(what);

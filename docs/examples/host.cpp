@@ -59,7 +59,12 @@ int main(int argc, char** argv) {
   const auto end =
       std::chrono::steady_clock::now() + std::chrono::seconds(argc > 2 ? std::atoi(argv[2]) : 10);
   while (std::chrono::steady_clock::now() < end && brio_log_startup_status() == BRIO_STATUS_OK) {
-    if (bars != shown) std::printf("%d bars\n", shown = bars), std::fflush(stdout);
+    const int latest = bars;
+    if (latest != shown) {
+      std::printf("%d bars\n", latest);
+      std::fflush(stdout);
+      shown = latest;
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
   return 0;

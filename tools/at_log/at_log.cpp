@@ -30,7 +30,7 @@ std::string escaped(const std::string& text) {
   }
 }
 
-// The text behind the columns; false for an escape that does not exist.
+// The text after the columns; false for an escape that does not exist.
 bool unescape(const std::string& text, Line& line) {
   for (std::size_t at = 0; at < text.size(); at++) {
     if (text[at] != '\\') {

@@ -1,5 +1,5 @@
-// The library's files: how each is opened, whoever else may write where it stands. docs/security.md has them
-// all. Ports and the kernel's entries are no such files, see open_device.
+// The library's files: how each is opened safely, even in folders that others can write. docs/security.md
+// lists them. Ports and the kernel's entries are opened by open_device instead.
 #pragma once
 
 #include <fcntl.h>
@@ -10,12 +10,12 @@
 
 namespace brio {
 
-// No file of the library's comes near.
+// Far larger than any file the library uses.
 inline constexpr ssize_t kInputMax = 16 << 20;
 
-// A file to be read. The path is taken as it is. -1 with errno for what is no regular file of one name: a
-// link (ELOOP, which is not followed), a second name (EMLINK), a folder (EISDIR), a pipe or node (EINVAL; a
-// pipe keeps nobody waiting), and for more than kInputMax bytes (EFBIG).
+// A file to be read. The path is taken as it is. -1 with errno for anything but a regular file of one name: a
+// link (ELOOP, which is not followed), a second name (EMLINK), a folder (EISDIR), a pipe or node (EINVAL;
+// never blocks on a FIFO), and for more than kInputMax bytes (EFBIG).
 int open_input(const char* path);
 
 // A file of a device path to be written. It is created exclusively, with `mode` whatever the umask is. One

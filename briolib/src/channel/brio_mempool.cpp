@@ -15,7 +15,7 @@ namespace {
 
 struct Group;
 
-// Stands in front of each data area. The link tells a block that is allocated: it then names the pool.
+// Precedes each data area. The link of an allocated block names the pool.
 struct BlockHeader {
   void* next_or_owner;
   Group* group;

@@ -44,7 +44,7 @@ bool open_ports(const char* query_port, Ports* ports) {
 
   ports->urc = prv_open_serial(kUrcPort);
   if (ports->urc < 0) {
-    // The line names the query port, as it always did.
+    // The line names the query port; this is meant.
     BLIB_E("open:device=%s,errno=%d:cant open device\n", query_port, errno);
     return false;
   }

@@ -59,7 +59,7 @@ void prv_read_log_config() {
     BLIB_D(BRIO_LOG_CONFIG, "log config file: %s", buffer);
     const char* line = trim(buffer);
     if (*line == '\0' || *line == '#') continue;
-    // Text that is no number counts as what the conversion gives, 0: every debug line off.
+    // Non-numeric text yields 0: every debug line off.
     briolib_log_set_log_mask(hexadecimal(line));
     return;
   }

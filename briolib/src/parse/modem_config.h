@@ -23,7 +23,8 @@ uint8_t wan_type_of_model(const char* model);
 // WAN_TYPE=7
 //          1
 // One line of the WAN information file. None when it does not hold the key. The number begins at the tenth
-// character wherever the key is: a line that does not open with the key gives what is there.
+// character wherever the key is: a line that does not begin with the key yields
+// whatever is there.
 std::optional<uint8_t> parse_wan_type_line(const char* line);
 
 // 300 AT+COPS=0

@@ -24,7 +24,7 @@ struct Fields {
   size_t count;
 };
 
-// Where that ends which is malformed in front of an operator or within it; null when nothing was found.
+// End of the malformed text before or inside an operator; null when nothing was found.
 char* prv_limit(const ScanOperator& found) {
   return found.cut != nullptr ? found.open : found.close;
 }

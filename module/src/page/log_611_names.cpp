@@ -286,8 +286,8 @@ constexpr enum_pair kMmRejectCauseRows[] = {
     {111, "MM_PROTOCOL_ERROR_UNSPECIFIED"},
 };
 
-// 3GPP TS 24.008, 10.5.6.6. The standard grew beyond the rows that this table has: left out are 24 and 47
-// (multicast), 35 (not sent), 46, 48, 56, 60, 65 and 66. Their numbers are printed all the same.
+// 3GPP TS 24.008, 10.5.6.6, without 24 and 47 (multicast), 35 (never sent), and 46, 48, 56, 60, 65 and 66,
+// which later releases added. The page shows the numbers of these, too.
 constexpr enum_pair kSmRejectCauseRows[] = {
     {8, "SM_OPERATOR_DETERMINED_BARRING"},
     {25, "SM_LLC_OR_SNDCP_FAILURE"},

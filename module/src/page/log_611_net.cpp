@@ -96,7 +96,7 @@ void compute_rates(const TrafficSample& previous, const TrafficSample& now, uint
   net->rx_rate = -1;
   net->tx_rate = -1;
   if (diff_ms == 0) return;
-  // An unread clock gives a difference below 0.
+  // If the clock could not be read, the difference is negative.
   const int64_t diff = static_cast<int64_t>(diff_ms);
   net->rx_rate = prv_rate(previous.rx_bytes, now.rx_bytes, diff);
   net->tx_rate = prv_rate(previous.tx_bytes, now.tx_bytes, diff);

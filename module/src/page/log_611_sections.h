@@ -1,4 +1,4 @@
-// The text of the diagnostic page, built from values only: no lock, no log, no file, no modem.
+// The text of the diagnostic page, built from values and the static information file: no lock, log or modem.
 #pragma once
 
 #include <stddef.h>

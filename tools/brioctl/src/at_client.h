@@ -37,7 +37,7 @@ class AtClient {
 
   // What waits in the query port already is no answer to what is sent next: it is shown like reports.
   bool take_waiting();                       // false when the modem went away
-  void send(const std::string& command);     // with a CR behind it
+  void send(const std::string& command);     // with a CR after it
   void send_text(const std::string& bytes);  // as they are: what a prompt of the modem asked for
   enum class State { kIdle, kWaiting, kPrompted };
   State state() const { return state_; }

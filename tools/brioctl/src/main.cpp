@@ -219,7 +219,7 @@ int main(int argc, char** argv) {
 
   auto* doctor = app.add_subcommand(
       "doctor",
-      "Examine ports, modem, SIM, network, clock, sensor, IPC and files: what is wrong, how to mend it");
+      "Examine ports, modem, SIM, network, clock, sensor, IPC and files: what is wrong, how to fix it");
   std::string report_file;
   auto* report =
       app.add_subcommand("report", "Pack checks, page, status and logs into one file, identities masked");
