@@ -132,6 +132,8 @@ TEST(Brioctl, ImportsWhatPlays) {
             run("timeout -s INT 1 " BRIOCTL " --scenario deaf.toml report s.tgz 2>/dev/null; ls *gz*").text);
   const Outcome full = run("ulimit -f 1; " BRIOCTL " --sim --at-log full status");
   EXPECT_NE(std::string::npos, full.text.find("written whole: File too large")) << full.text;
+  check("ulimit -f 1; " BRIOCTL,
+        {{"--sim trace", 1, {"512 bytes until then.\nbrioctl: The trace could not be written"}}});
 }
 
 // Of a tap in the ports' place that was killed, also when the modem has come back with other ptys.

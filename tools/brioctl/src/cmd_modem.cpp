@@ -122,7 +122,9 @@ int run_trace(const Options& options, const std::string& filter, const std::stri
     const auto bytes = std::filesystem::file_size(path, failed);
     return failed ? -1 : static_cast<long long>(bytes);
   };
-  while (seconds < 0 || waited < seconds) {
+  // The library goes on without what it could not write, and says so once.
+  const auto torn = [] { return log_sink::last_error().find("brio_writeline:") != std::string::npos; };
+  while ((seconds < 0 || waited < seconds) && !torn()) {
     if (!pause_for(1) || session.modem_gone()) break;
     waited += 1;
     if (output::json()) {
@@ -134,12 +136,13 @@ int run_trace(const Options& options, const std::string& filter, const std::stri
     }
   }
   session.lib.brio_trace_tst_stop();
-  const bool gone = session.modem_gone();
+  const bool gone = session.modem_gone(), full = torn();
   session.close();
-  if (gone && size() >= 0) {
+  if ((gone || full) && size() >= 0) {
     output::note(path + ": " + std::to_string(size()) + " bytes until then.");
   }
   if (gone) throw Failure(session.explain(""));
+  if (full) throw Failure("The trace could not be written. Is the disk full?");
   if (size() < 0) throw Failure("No trace file is there; look at the log with -v.");
   if (output::json()) {
     output::result() = {{"file", path}, {"bytes", size()}};
