@@ -38,6 +38,14 @@ enum AtCommandType {
   NO_COMMAND = 5           /**< nothing outstanding: what arrives is discarded */
 };
 
+/** What process_line returns. */
+enum AtLineResult {
+  AT_LINE_FINAL = 0,     /**< the line was final and the record is complete */
+  AT_LINE_MORE = 1,      /**< more is expected; also for no record or an unsupported type */
+  AT_LINE_NO_PREFIX = 2, /**< a SINGLELINE line without the prefix */
+  AT_LINE_SURPLUS = 3    /**< a second line of a one-line type, or a MULTILINE line without the prefix */
+};
+
 /** Data bytes of one port's line buffer; the buffer has one byte more for the NUL. A longer line is dropped.
  */
 #define BRIO_LINE_DATA_MAX 2400
@@ -61,13 +69,7 @@ BRIO_API char* find_next_EOL(char* text);
  * @return the first byte of the text
  */
 BRIO_API char* read_line(int32_t fd, char* buffer, char** leftover, int32_t* count);
-/**
- * Classifies one line of an answer. Read thread only.
- *
- * @return 0 when it was final and the record is complete; 1 when more is expected (also for no record or an
- * unsupported type); 2 for a SINGLELINE line without the prefix; 3 for a second line of a one-line type or a
- * MULTILINE line without the prefix
- */
+/** Classifies one line of an answer. Read thread only. @return an AtLineResult */
 BRIO_API int32_t process_line(const char* line, ATResponse* record, uint32_t type, const char* prefix);
 
 BRIO_EXTERN_C_END

@@ -24,11 +24,11 @@ typedef struct mempool_def {
  * @return null on failure */
 BRIO_API mempool* mempool_create(const mempool_def* definitions, uint32_t thread_safe);
 /** A block of the first group that is big enough, or null: a larger group is not tried when that one is used
- * up. */
+ * up. A null pool or size 0 yields null with a log line. */
 BRIO_API void* mempool_alloc(mempool* pool, uint32_t size);
-/** Returns a block to the pool; a block that is not allocated from this pool is refused with a log line. */
+/** Returns a block to the pool; null or a block not allocated from this pool is refused with a log line. */
 BRIO_API void mempool_free(mempool* pool, void* data);
-/** Frees the pool with its blocks. Null is ignored. */
+/** Frees the pool with its blocks. Null is refused with a log line. */
 BRIO_API void mempool_destroy(mempool* pool);
 /** Logs the groups and how full they are, when BRIO_LOG_MEMPOOL is set. */
 BRIO_API void mempool_dump(mempool* pool);

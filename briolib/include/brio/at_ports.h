@@ -11,6 +11,12 @@
 
 BRIO_EXTERN_C_BEGIN
 
+/** What pktio_init and pktio_at_send_cmd return. */
+enum pktio_status {
+  PKTIO_OK = 0,    /**< done */
+  PKTIO_FAILED = 1 /**< not done */
+};
+
 /**
  * Packet callback: kind 0 with an ATResponse for a complete answer, kind 1 with a NUL-terminated unsolicited
  * line. Runs on the read thread; `data` is valid for the call only. It must not block (no port is read
@@ -30,7 +36,7 @@ BRIO_API void pktio_set_shutdown_callback(void (*callback)(void*), void* context
  * of an earlier pktio_init is ended first; requests then fail until blpkt_init has been called as well, as
  * after every end of a read thread.
  *
- * @return 0, or 1 with everything closed again
+ * @return PKTIO_OK (0), or PKTIO_FAILED (1) with everything closed again
  */
 BRIO_API uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* context);
 
@@ -39,13 +45,14 @@ BRIO_API uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, v
  * and `response_prefix` (null for none; copied) current for the read thread. The send mutex of the packet
  * layer serialises callers.
  *
- * @return 0; 1 when the write failed or was short, the port is closed, or the modem took nothing for 20 s
+ * @return PKTIO_OK (0); PKTIO_FAILED (1) when the write failed or was short, the port is closed, or the modem
+ * took nothing for 20 s
  */
 BRIO_API uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* response_prefix);
 
 /** Ends and joins the read thread; harmless when it does not run. A command that waits for room fails.
- * Refused with an error line on the library's own threads and in a forked child, as pktio_init (1),
- * blpkt_init (2) and blpkt_shutdown are; in a forked child pktio_at_send_cmd (1) as well. */
+ * Refused with an error line on the library's own threads and in a forked child, as pktio_init, blpkt_init
+ * and blpkt_shutdown are; in a forked child pktio_at_send_cmd as well. */
 BRIO_API void pktio_shutdown(void);
 
 BRIO_EXTERN_C_END

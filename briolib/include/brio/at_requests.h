@@ -32,7 +32,8 @@ enum blpkt_status {
  */
 typedef uint32_t (*recv_func)(const ATResponse* response, void* user_data, uint16_t user_value);
 
-/** Creates pool, queues and event thread. Before pktio_init. @return 0, or 2 with everything torn down */
+/** Creates pool, queues and event thread. Before pktio_init. @return BLPKT_STATUS_SUCCESS (0), or
+ * BLPKT_STATUS_ERROR (2) with everything torn down */
 BRIO_API uint32_t blpkt_init(void);
 /** Ends the event thread and every waiting request. After pktio_shutdown. */
 BRIO_API void blpkt_shutdown(void);
@@ -58,8 +59,8 @@ BRIO_API uint32_t blpkt_atcmd_request_with_callback(const char* command, uint32_
  * abort's, and on the library's own threads */
 BRIO_API uint32_t blpkt_abort_manual_nw_scan(void);
 /**
- * Locks the send mutex: while it is held, no other thread's request begins. Requests and these calls have
- * their turns in the order in which they came. A thread that closes the library with it gives it up.
+ * Locks the send mutex: while it is held, no other thread's request begins. A thread that closes the library
+ * with it gives it up.
  *
  * @return 0; EDEADLK when this thread holds it already or may not send
  */

@@ -16,7 +16,7 @@
  * otherwise.
  *
  * **Blocking.** An operation that sends a command blocks until the answer or the time-out, 20 s unless
- * stated. One command is outstanding at a time; callers are served in the order in which they came.
+ * stated. One command is outstanding at a time; callers are served in turn.
  *
  * **Thread.** Any thread of the host, except where "Host thread" asks for always the same one.
  *
@@ -44,11 +44,12 @@ BRIO_EXTERN_C_BEGIN
 extern BRIO_API uint32_t g_brio_lib_log_mask;
 /** The shared modem-data record, guarded by the URC-data mutex. */
 extern BRIO_API brio_atcmd_data g_brio_lib_atcmd_data;
-/** PS attachment: two equal words, 1 while registered for PS, else 0. */
+/** PS attachment: two equal words, 1 while registered for PS, else 0. Under the URC-data mutex. */
 extern BRIO_API uint32_t s_pdp_event[2];
-/** s_pdp_event before the last change. */
+/** s_pdp_event before the last "+CGREG" line. Under the URC-data mutex. */
 extern BRIO_API uint32_t s_prev_pdp_event[2];
-/** SAR mode that the proximity monitor applied last (enum brio_sar_mode), 0 at load. */
+/** SAR mode that the proximity monitor applied last (enum brio_sar_mode), 0 at load. No lock: a relaxed
+ * atomic. */
 extern BRIO_API int32_t g_pre_sar_mode;
 
 /** @} */
@@ -60,13 +61,15 @@ extern BRIO_API int32_t g_pre_sar_mode;
  * may be links; state files may not. */
 BRIO_API void brio_set_root_dir(const char* dir);
 /**
- * Opens the modem on `query_port` ("/dev/ttyACM2"). Blocks for the whole command sequence. A failed open
- * leaves nothing behind and may be retried. A port lost after "AT+CFUN=1" does not fail the open: afterwards
- * the status gate returns FATAL (3), as whenever a port is lost, until brio_close and another brio_open. Not
- * gated.
+ * Opens the modem on `query_port` ("/dev/ttyACM2"). Blocks for the whole command sequence: 6 s on a silent
+ * modem, some 370 s at most (83 s and its time-out more with a stored network selection, see wabs.h). A
+ * failed open leaves nothing behind and may be retried. A port lost after "AT+CFUN=1" does not fail the open:
+ * afterwards the status gate returns FATAL (3), as whenever a port is lost, until brio_close and another
+ * brio_open. Not gated.
  *
  * @return OK (0); BUSY (2) while open or closing, and where it is refused (above); FAILURE (4) when the
- * packet layer or a port cannot be opened; TIMEOUT (5) when the modem does not accept "ATE0" or "AT+CFUN=1"
+ * packet layer or a port cannot be opened, as with null; TIMEOUT (5) when the modem does not accept "ATE0" or
+ * "AT+CFUN=1"
  */
 BRIO_API uint32_t brio_open(const char* query_port);
 /** Closes the library; harmless when it is not open. A close that meets another one returns at once. Not
@@ -96,9 +99,9 @@ BRIO_API uint32_t brio_atcmd_enable_urc(uint32_t mode);
  * grow. */
 #define BRIO_SCAN_BUFFER_SIZE 3072
 /**
- * Scans for operators ("AT+COPS=?", up to 300 s) after de-registering. The modem stays off the network
- * afterwards, whatever the status, until brio_atcmd_set_auto_mode. `buffer` receives a NUL-terminated list of
- * at most 31 entries, at most `size` bytes with the NUL:
+ * Scans for operators ("AT+COPS=?", up to 300 s) after de-registering, 383 s in all. The modem stays off the
+ * network afterwards, whatever the status, until brio_atcmd_set_auto_mode. `buffer` receives a NUL-terminated
+ * list of at most 31 entries, at most `size` bytes with the NUL:
  *
  *     stat,mcc,mnc,rat,"",long name,short name;
  *
@@ -107,8 +110,8 @@ BRIO_API uint32_t brio_atcmd_enable_urc(uint32_t mode);
  * Forbidden operators are not listed. Entries that do not fit are left out with a log line; when none fits,
  * and with any status but OK (0), the buffer stays untouched.
  *
- * @return OK (0); FAILURE (4), also when nothing valid was found; TIMEOUT (5) after 300 s (80 s more when the
- * de-registration is not answered); INVALID (6) for a null buffer; SCAN_ABORTED (8)
+ * @return OK (0); FAILURE (4), also when nothing valid was found; TIMEOUT (5); INVALID (6) for a null buffer;
+ * SCAN_ABORTED (8)
  */
 BRIO_API uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size);
 /** Sends "^" to stop the modem's search. It waits for an outstanding request: abort a running scan first.
@@ -141,7 +144,7 @@ BRIO_API uint32_t brio_get_mcc_mnc(char out[8]);
 /** Both outputs become 1 while registered for PS, else 0. Asks for the operator while it is unknown, and then
  * raises BRIO_EVENT_SERVING_PLMN_CHANGED; asks for the registration at most once in 61 s while not
  * registered.
- * @return OK (0); INVALID (6) for null */
+ * @return OK (0); INVALID (6) for null, before the gate */
 BRIO_API uint32_t brio_get_pdp_context_activation_allowed(uint32_t* attached, uint32_t* allowed);
 /** Deletes every stored short message. @return OK (0); TIMEOUT (5) for any failure */
 BRIO_API uint32_t brio_clear_sms(void);
@@ -156,7 +159,8 @@ BRIO_API uint32_t brio_get_bas_status(bas_status* record);
 /** LTE antenna in use; the modem is asked only while it is unknown.
  * @return OK (0); INVALID (6) for null; UNAVAILABLE (7) when it cannot be read */
 BRIO_API uint32_t brio_get_curr_lte_ant(uint32_t* out);
-/** Locks antenna 1 or 2, or lets the modem switch (3).
+/** Locks antenna 1 or 2, or lets the modem switch (3). Sends "AT@GTICOM:SIO_PSVCTRL(0)" first, for any
+ * choice.
  * @return OK (0); INVALID (6) for another choice; request failures */
 BRIO_API uint32_t brio_set_lte_ant(uint32_t choice);
 
@@ -165,9 +169,9 @@ BRIO_API uint32_t brio_set_lte_ant(uint32_t choice);
 /** @{ */
 
 /** Signal bars. Mode 0 polls the modem at most once in 91 s and never gives 255; 1 (reading application
- * active) and 2 (plain read) serve the held value, which may be 255, and poll while none is held. Host
- * thread.
- * @return OK (0); INVALID (6) for null; UNAVAILABLE (7) when the poll failed */
+ * active) and 2 (plain read) serve the held value, which may be 255, and poll while none is held; any other
+ * mode behaves as 0. Host thread.
+ * @return OK (0); INVALID (6) for null, before the gate; UNAVAILABLE (7) when the poll failed */
 BRIO_API uint32_t brio_get_bars(uint32_t* out, int32_t mode);
 
 /** @} */
@@ -181,12 +185,12 @@ BRIO_API uint32_t brio_get_sim_status(sim_card_status* record);
  * occur. SIM_STATUS_OK also when it could not be read: the returned status tells.
  * @return as brio_get_sim_status */
 BRIO_API uint32_t brio_get_wn3_sim_status(uint32_t* out);
-/** IMSI and ICCID from the modem. @return OK (0); INVALID (6) for null; FAILURE (4) when either cannot be
- * read, and `block` is then untouched */
+/** IMSI and ICCID from the modem. @return OK (0); INVALID (6) for null, before the gate; FAILURE (4) when
+ * either cannot be read, and `block` is then untouched */
 BRIO_API uint32_t brio_get_sim_info(sim_identity* block);
 /** Copies the SIM's PLMN lists and completes the home PLMN of the copy from the IMSI. `size` is a selector,
- * any value but 0. @return OK (0); INVALID (6) for null or 0; FAILURE (4) when the IMSI cannot be read: the
- * lists are copied all the same */
+ * any value but 0. @return OK (0); INVALID (6) for null or 0, before the gate; FAILURE (4) when the IMSI
+ * cannot be read: the lists are copied all the same */
 BRIO_API uint32_t brio_get_sim_plmn_info(sim_plmn_data* record, uint32_t size);
 /** Reads the SIM's files and writes the static information file. Without `force` it stops after the ICCID
  * when that file exists. Host thread. @return OK (0), also when a file could not be read */
@@ -197,13 +201,14 @@ BRIO_API uint32_t brio_get_sim_static_info(int32_t force);
 /** @{ */
 
 /** Modem identity, asked for once after an open, then served from memory and then not gated.
- * @return OK (0); INVALID (6) for null; FAILURE (4) */
+ * @return OK (0); INVALID (6) for null, before the gate; FAILURE (4) */
 BRIO_API uint32_t brio_get_modem_info(modem_info* record);
 /** The texts held in memory, or " " in each; never asks the modem. The fault count is not copied. Not gated.
  * @return OK (0); INVALID (6) for null */
 BRIO_API uint32_t brio_copy_modem_info(modem_info* record);
-/** Body-SAR back-off on (non-zero) or off. @return 0; the gate's status or the request's packet status, which
- * share their numbers (BLPKT_STATUS_* of brio_at.h): any other value is a failure */
+/** Body-SAR back-off on (non-zero) or off. @return OK (0); NOT_OPEN (1) or FATAL (3) of the gate, or of the
+ * request BLPKT_STATUS_TIMEOUT (1), BLPKT_STATUS_ERROR (2) or BLPKT_STATUS_BAD_REQUEST (3) of brio_at.h: the
+ * numbers overlap, and any but 0 is a failure */
 BRIO_API uint32_t brio_set_sar_pwr(uint32_t on);
 
 /** @} */
@@ -238,10 +243,11 @@ BRIO_API uint32_t brio_carrier_selection(void);
  *     # trace of the protocol stack
  *     AT+XSYSTRACE=1,"oct"
  *
- * @return 0 running, or switched off; 3 when the port cannot be opened or another process holds it, or the
- * trace file cannot be created; 4 without a command in the file, a socket pair or a thread; 6 for a line of
- * an invalid format and 7 without a filter file, both with tracing switched off; 1 or 2, the packet status of
- * a filter command, with tracing switched off. 1 and 3 are also the gate's.
+ * @return OK (0) running, or switched off; FATAL (3) when the port cannot be opened or another process holds
+ * it, or the trace file cannot be created, and of the gate; FAILURE (4) without a command in the file, a
+ * socket pair or a thread; NOT_OPEN (1) of the gate. With tracing switched off: INVALID (6) for a line of an
+ * invalid format or more than 256 commands, UNAVAILABLE (7) without a filter file, and of a filter command
+ * BLPKT_STATUS_TIMEOUT (1) or BLPKT_STATUS_ERROR (2)
  */
 BRIO_API uint32_t brio_trace_tst_log(const char* filter_path, const char* log_prefix);
 /** Ends the capture and joins its thread; harmless when none runs. Sends nothing. Not gated. Host thread. */
@@ -255,7 +261,7 @@ BRIO_API void brio_trace_tst_stop(void);
 BRIO_API uint32_t brio_check_for_fatal_failure(void);
 /** Does nothing: the modem computes the bars. Not gated. @return OK (0) */
 BRIO_API uint32_t brio_set_bars_table(const void* table);
-/** Does nothing but check. @return OK (0); INVALID (6) when `period` is 1, 2 or above 255 */
+/** Does nothing but check. @return OK (0); INVALID (6) when `period` is 1, 2 or above 255, before the gate */
 BRIO_API uint32_t brio_set_bars_update_period(uint32_t period);
 
 /** @} */

@@ -3,7 +3,7 @@
  * Status codes, event ids and records that the modem library shares with its callers.
  *
  * Records keep the order of their fields and natural alignment: their layout is the same on 32-bit and 64-bit
- * ARM and x86. None of them holds a pointer.
+ * ARM and x86. Only enum_pair holds a pointer.
  */
 #ifndef BRIO_BRIO_TYPES_H
 #define BRIO_BRIO_TYPES_H
@@ -52,9 +52,9 @@ typedef uint32_t (*brio_event_callback)(uint32_t id, uint32_t data_size, const v
 #define BRIO_PLMN_UNKNOWN "FFF"
 
 /**
- * The shared modem-data record, guarded by the URC-data mutex (briolib_lock_urc_data_mutex). "Unknown" is the
- * value after a reset; a partial reset (registered neither for CS nor for PS) leaves the fields marked (kept)
- * alone. Texts are NUL-terminated; one that a host stores need not be.
+ * The shared modem-data record (144 bytes), guarded by the URC-data mutex (briolib_lock_urc_data_mutex).
+ * "Unknown" is the value after a reset; a partial reset (registered neither for CS nor for PS) leaves the
+ * fields marked (kept) alone. Texts are NUL-terminated; one that a host stores need not be.
  *
  * signal_a and signal_b are steps of the modem, whose meaning depends on rat:
  *
@@ -85,7 +85,7 @@ typedef struct brio_atcmd_data {
   uint16_t reject_words[10]; /**< rejecting MCC and MNC, in pairs CS, PS, SM, EMM, ESM (kept) */
   uint32_t signal_a;         /**< signal in the steps above, unknown 255 */
   uint32_t signal_b;         /**< Ec/Io in the steps above, unknown 255 */
-  uint8_t bars;              /**< signal bars, unknown 255 */
+  uint8_t bars;              /**< signal bars as the modem counts them, unknown 255 */
   uint8_t pdp_state;         /**< 0 inactive, 1 active, unknown 0xFF */
   uint8_t mm_state;          /**< mobility management state of +GTSCSTAT (kept) */
   uint8_t mm_substate;       /**< its substate (kept) */
@@ -95,7 +95,7 @@ typedef struct brio_atcmd_data {
   uint8_t nmo;               /**< network mode of operation, unknown 0xFF */
   uint32_t time_info[4];     /**< a network_time; its third word is -1 after a full reset (kept) */
   int16_t carrier_config;    /**< carrier configuration number, unknown -1 (kept) */
-  uint16_t carrier_word;     /**< 0x00FF after a full reset (kept) */
+  uint16_t carrier_word;     /**< not used, 0x00FF after a full reset (kept) */
   uint16_t bas_value_a;      /**< antenna measurement / 16, two's complement, unknown 0xFFFF */
   uint16_t bas_value_b;      /**< antenna measurement / 16, two's complement, unknown 0xFFFF */
   uint8_t curr_lte_ant;      /**< LTE antenna in use, unknown 0xFF */
@@ -104,8 +104,8 @@ typedef struct brio_atcmd_data {
   uint8_t rrc_state;         /**< RRC state (kept) */
   uint16_t tac;              /**< tracking area code (kept) */
   uint8_t bas_query_flag;    /**< 1 when the BAS antenna status is to be queried (kept) */
-  uint8_t wan_type; /**< 0 unknown, 6 Kestrel, 7 Osprey, or as the WAN information file says (kept) */
-  uint32_t band;    /**< band number of the registration report when wan_type is 7, unknown 0 */
+  uint8_t wan_type;          /**< BRIO_WAN_TYPE_*, or as the WAN information file says (kept) */
+  uint32_t band;             /**< band number of the registration report when wan_type is 7, unknown 0 */
 } brio_atcmd_data;
 
 #define BRIO_WAN_TYPE_UNKNOWN 0 /**< not decided yet, or the model could not be read */
@@ -276,6 +276,7 @@ enum brio_sar_mode {
 };
 
 #ifdef __cplusplus
+static_assert(sizeof(brio_atcmd_data) == 144, "brio_atcmd_data is 144 bytes");
 static_assert(sizeof(network_time) == 16, "network_time is 16 bytes");
 static_assert(sizeof(plmn_entry) == 10, "plmn_entry is 10 bytes");
 static_assert(sizeof(sim_plmn_data) == 7336, "sim_plmn_data is 7,336 bytes");

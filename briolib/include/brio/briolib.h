@@ -35,7 +35,8 @@ BRIO_API uint32_t briolib_unlock_static_data_mutex(void);
 BRIO_API uint32_t briolib_lock_urc_data_mutex(void);
 /** Unlocks the shared record. @return as briolib_lock_urc_data_mutex */
 BRIO_API uint32_t briolib_unlock_urc_data_mutex(void);
-/** Calls the event's callback, if any, on this thread. Size without data is refused with a log line. */
+/** Calls the event's callback, if any, on this thread. Size without data is refused with a log line; an id
+ * above 9 is ignored. */
 BRIO_API void briolib_exec_event_callback(uint32_t id, uint32_t data_size, const void* data);
 
 /** @} */
@@ -64,7 +65,8 @@ BRIO_API uint32_t briolib_atcmd_enable_urc(uint32_t mode);
  * @return packet status of the last one; 4 or 6 for an answer that cannot be used */
 BRIO_API uint32_t briolib_atcmd_query_reg_status(void);
 /** Stores the text after "+CREG:" (`is_cs` 1) or "+CGREG:" (0), cut up in place; `is_query` 1 for an answer.
- * The caller may hold the URC-data mutex. */
+ * Raises BRIO_EVENT_PDP_ACTIVATION_ALLOWED when "+CGREG" changes that. The caller may hold the URC-data
+ * mutex. */
 BRIO_API void briolib_parse_reg_status(char* payload, int32_t is_cs, int32_t is_query);
 /** Takes the text after "+STKPCI:". A USIM refresh re-reads the ICCID file, so no lock may be held. Not on
  * the read thread. */
@@ -98,7 +100,8 @@ BRIO_API uint32_t briolib_mccmnc_to_plmn(const char* mcc, const char* mnc, uint8
 /** Stores the text after "+BASURC:" (`record` null) or takes a "+BAS" answer line. The caller may hold the
  * URC-data mutex. */
 BRIO_API void briolib_parse_bas_status(char* payload, bas_status* record);
-/** Stores the text after "+GTBARS:", cut up in place. The caller may hold the URC-data mutex. */
+/** Stores the text after "+GTBARS:", cut up in place, and raises BRIO_EVENT_BARS_CHANGED on a change. The
+ * caller may hold the URC-data mutex. */
 BRIO_API void briolib_parse_gtbars(char* payload);
 /** Makes the next brio_get_bars poll. */
 BRIO_API void briolib_invalid_cached_bars(void);
@@ -184,7 +187,7 @@ BRIO_API void briolib_log_set_log_mask(uint32_t mask);
 BRIO_API void briolib_log_debug_print_packet(uint32_t bits, const void* data, uint32_t length);
 /**
  * Fills the snapshot; with `no_refresh` 0 every third call asks the modem for serving-cell data first. Gated.
- * Host thread. @return OK (0); INVALID (6) for null
+ * Host thread. @return OK (0); INVALID (6) for null, before the gate
  */
 BRIO_API uint32_t briolib_get_atcmd_snapshot(atcmd_snapshot* record, uint32_t no_refresh);
 /** Name of `value` in a table of `count` rows. @return "N/A" when it is absent or the table is null */

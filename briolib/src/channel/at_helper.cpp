@@ -175,11 +175,11 @@ int32_t brio::process_answer_line(const char* line, ATResponse* record, uint32_t
                                   size_t* held) {
   if (record == nullptr) {
     BLIB_E("FATAL:ERROR:: AT resp (p_resp) is NULL\n");
-    return kMoreExpected;
+    return AT_LINE_MORE;
   }
   if (const FinalResult* result = prv_find_final(line)) {
     prv_take_final(line, *result, record, type);
-    return kFinal;
+    return AT_LINE_FINAL;
   }
 
   // A command without a prefix accepts every line that its type lets through.
@@ -188,31 +188,31 @@ int32_t brio::process_answer_line(const char* line, ATResponse* record, uint32_t
     case NUMERIC:
       if (record->intermediates != nullptr) {
         BLIB_E("AT:ERROR: line %s:\n", masked_line(line).c_str());
-        return kViolation;
+        return AT_LINE_SURPLUS;
       }
       break;
     case SINGLELINE:
       if (record->intermediates != nullptr) {
         BLIB_E("AT:ERROR: line %s prefix %s:\n", masked_line(line).c_str(), prefix);
-        return kViolation;
+        return AT_LINE_SURPLUS;
       }
       if (!str_starts_with(line, prefix)) {
         BLIB_E("processLine:ERROR 2: line %s resp_prefix %s:\n", masked_line(line).c_str(), prefix);
-        return kPrefixMissing;
+        return AT_LINE_NO_PREFIX;
       }
       break;
     case MULTILINE:
       if (!str_starts_with(line, prefix)) {
         BLIB_E("AT:ERROR: line %s prefix %s:\n", masked_line(line).c_str(), prefix);
-        return kViolation;
+        return AT_LINE_SURPLUS;
       }
       break;
     case MULTILINE_NO_PREFIX:
       break;
     default:
       BLIB_E("AT:Unsupported AT command type %d:\n", type);
-      return kMoreExpected;
+      return AT_LINE_MORE;
   }
   if (prv_take_room(line, held)) prv_push_intermediate(line, record);
-  return kMoreExpected;
+  return AT_LINE_MORE;
 }

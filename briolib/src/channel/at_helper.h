@@ -12,9 +12,6 @@ namespace brio {
 // longest answer known, take half of it.
 inline constexpr size_t kAnswerBytesMax = size_t{256} * 1024;
 
-// Results of process_line.
-enum LineResult : int32_t { kFinal = 0, kMoreExpected = 1, kPrefixMissing = 2, kViolation = 3 };
-
 // process_line for an answer whose lines take `held` bytes so far, 0 for a new one. Beyond kAnswerBytesMax
 // lines are judged as ever, but not kept; an error line says so once an answer.
 int32_t process_answer_line(const char* line, ATResponse* record, uint32_t type, const char* prefix,

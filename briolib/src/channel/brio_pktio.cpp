@@ -23,9 +23,6 @@ using namespace brio;
 
 namespace {
 
-constexpr uint32_t kOk = 0;
-constexpr uint32_t kFailed = 1;
-
 constexpr size_t kSendBufferSize = 512;
 constexpr size_t kPrefixSize = 512;
 // How long a command waits for a modem that has stopped taking bytes.
@@ -158,8 +155,8 @@ Verdict prv_classify(const char* line) {
   }
   const char* prefix = s_command.has_prefix ? s_command.prefix : nullptr;
   int32_t result = process_answer_line(line, &s_answer.record, s_command.type, prefix, &s_answer.held);
-  if (result == kFinal) return Verdict::kComplete;
-  if (result != kMoreExpected) return Verdict::kViolation;
+  if (result == AT_LINE_FINAL) return Verdict::kComplete;
+  if (result != AT_LINE_MORE) return Verdict::kViolation;
   return prefix != nullptr && strcmp(prefix, kBasPrefix) == 0 ? Verdict::kGoOnBas : Verdict::kGoOn;
 }
 
@@ -398,18 +395,18 @@ void pktio_set_shutdown_callback(void (*callback)(void*), void* context) {
 }
 
 uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* context) {
-  if (refused_here("pktio_init")) return kFailed;
+  if (refused_here("pktio_init")) return PKTIO_FAILED;
   MutexGuard lifecycle(s_lifecycle_mutex);
   prv_end_thread();
   Ports ports;
   if (!open_ports(query_port, &ports)) {
     close_ports(ports);
-    return kFailed;
+    return PKTIO_FAILED;
   }
   if (!s_thread.open_sockets()) {
     BLIB_E("socketpair:errno=%d:can't create socket pair\n", errno);
     close_ports(ports);
-    return kFailed;
+    return PKTIO_FAILED;
   }
   ports.stop = s_thread.stop_socket();
   s_packet_cb = callback;
@@ -426,13 +423,13 @@ uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* cont
     BLIB_E("create_th:err=%d:cant create thread\n", err);
     prv_retire_ports();
     s_thread.close_sockets();
-    return kFailed;
+    return PKTIO_FAILED;
   }
-  return kOk;
+  return PKTIO_OK;
 }
 
 uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* response_prefix) {
-  if (command == nullptr || refused_in_forked_child("pktio_at_send_cmd")) return kFailed;
+  if (command == nullptr || refused_in_forked_child("pktio_at_send_cmd")) return PKTIO_FAILED;
   prv_set_command(type, response_prefix);
   memset(s_send_buffer, 0, sizeof(s_send_buffer));
   size_t length = strnlen(command, sizeof(s_send_buffer) - 1);
@@ -442,10 +439,10 @@ uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* respo
 
   PortUse use;
   errno = EBADF;
-  if (use.ports().query >= 0 && prv_write_whole(use.ports(), s_send_buffer, length + 1)) return kOk;
+  if (use.ports().query >= 0 && prv_write_whole(use.ports(), s_send_buffer, length + 1)) return PKTIO_OK;
   char text[128];
   BLIB_E("AT:Unable to send command %s err %s:\n", command, strerror_r(errno, text, sizeof(text)));
-  return kFailed;
+  return PKTIO_FAILED;
 }
 
 void pktio_shutdown(void) {

@@ -9,11 +9,18 @@
 
 BRIO_EXTERN_C_BEGIN
 
+/** What prox_open returns. */
+enum prox_status {
+  PROX_OK = 0,        /**< the monitor runs */
+  PROX_FAILED = 3,    /**< the sensor cannot be enabled, there is no thread, or starting is refused here */
+  PROX_NO_SOCKETS = 5 /**< no socket pair */
+};
+
 /**
  * Enables the sensor and starts the monitor thread; a monitor that still runs ends first. Host thread.
  *
- * @return 0; 3 when the sensor cannot be enabled or there is no thread, and where starting is refused (a
- * thread of the library, a child of the process whose monitor runs); 5 without a socket pair
+ * @return PROX_OK (0); PROX_FAILED (3), also on a thread of the library and in a child of the process whose
+ * monitor runs; PROX_NO_SOCKETS (5)
  */
 BRIO_API uint32_t prox_open(void);
 /**

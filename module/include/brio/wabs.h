@@ -9,10 +9,11 @@
  * wabs_close();
  * @endcode
  *
- * **Thread.** One host thread calls everything here; only wabs_abort_manual_nw_scan is called from another
- * one, since every other operation that sends a command waits for the outstanding one. The host is never
- * called back: it polls. wabs_open registers the module's own callbacks for every event of the modem library,
- * so a host that uses wabs_* leaves brio_set_callback_for_event_id alone.
+ * **Thread.** One host thread calls everything here. While it scans, another one may call
+ * wabs_abort_manual_nw_scan, wabs_close, and what sends no command; wabs_do_manual_nw_scan returns
+ * SCAN_RUNNING (14) there, and other commands wait for the scan's end. The host is never called back: it
+ * polls. wabs_open registers the module's own callbacks for every event of the modem library, so a host that
+ * uses wabs_* leaves brio_set_callback_for_event_id alone.
  *
  * **Status.** Every operation returns a WABS_STATUS_* code, written below without the prefix and with its
  * number, and returns NOT_OPEN (1) while the module is closed, unless it says otherwise. With any status but
@@ -25,8 +26,10 @@
  *     SCAN_ABORTED (8)     SCAN_ABORTED (15) from wabs_do_manual_nw_scan and wabs_abort_manual_nw_scan
  *     any other            LIBRARY_FAILURE (2)
  *
- * **Blocking.** An operation that sends a command blocks until the modem has answered, at most 20 s a command
- * unless it says otherwise. The others return at once.
+ * **Blocking.** Commands are sent by wabs_open, wabs_get_bars, wabs_get_module_time, wabs_get_hplmn_mcc_mnc,
+ * wabs_do_manual_nw_scan, wabs_send_abort_cmd, wabs_set_auto_mode, wabs_get_log_string and
+ * wabs_exit_611_logging. They block until the modem has answered, at most 20 s a command unless they say
+ * otherwise. The others, except wabs_close, return at once.
  *
  * **Lost modem.** When the modem is unplugged or resets, brio_log_startup_status of brio.h returns FATAL (3),
  * and whatever needs the modem library returns LIBRARY_FAILURE (2). What the module itself holds is served as
@@ -100,8 +103,8 @@ enum wabs_status {
 /**
  * Opens the module: modem library, trace capture, proximity monitor, SIM, IPC connection.
  *
- * Blocks for some twenty commands, each up to 20 s on a silent modem (a stored manual network selection: 80 s
- * and the time-out stored with it), and waits up to 20 s for the SIM.
+ * Blocks for some 30 commands on a first open, some 22 later, each up to 20 s (a stored manual network
+ * selection: 80 s and the time-out stored with it), and waits up to 20 s for the SIM.
  *
  * The trace capture runs when "/var/local/wan/debug/trace_filter.cfg" exists; brio_trace_tst_log of brio.h
  * describes that file. The trace goes to "/mnt/us/trace_log_Y_M_D_h_m_s.istp". A capture that cannot start is
@@ -116,7 +119,7 @@ BRIO_API uint32_t wabs_open(void);
  * when the modem does not answer its SAR command, longer while another thread's command is outstanding (end a
  * scan first). Requests of other threads then end at once with LIBRARY_FAILURE (2).
  *
- * @return OK (0), or what NipcClose returned.
+ * @return OK (0), or NipcClose's own error number, which is not a WABS_STATUS_* code: closed all the same.
  */
 BRIO_API uint32_t wabs_close(void);
 /** Whether the module is open. @return 1 from wabs_open to wabs_close, also without its modem, else 0. */
@@ -145,8 +148,8 @@ BRIO_API uint32_t wabs_report_event(const void* event);
 /** @{ */
 
 /**
- * Signal bars: 1 or more while attached, else WABS_BARS_NOT_ATTACHED. Poll this first: the call also keeps
- * the rest current.
+ * Signal bars: 1 or more while attached, as the modem counts them (the library sets no upper end, 254 fits),
+ * else WABS_BARS_NOT_ATTACHED. Poll this first: the call also keeps the rest current.
  *
  * The modem is asked at most once in 91 s. Below two bars it reports each change by itself and is not asked.
  * When it answers that it has no value (255), that call gives 1, and the calls of the next 91 s what was held
@@ -172,7 +175,7 @@ BRIO_API uint32_t wabs_get_roaming_status(uint32_t* status);
  *
  * The offset is the zone last reported, 0 before the first report; the modem is asked only while no zone is
  * known since the serving network changed. `*utc` is (time_t)-1, not known: no date comes with the zone. Open
- * or closed.
+ * or closed; LIBRARY_FAILURE (2) while closed without a known zone.
  *
  * @return OK (0), LIBRARY_FAILURE (2) or NULL_POINTER (11)
  */
@@ -238,15 +241,17 @@ BRIO_API uint32_t wabs_set_auto_mode(void);
  * @return OK (0), NOT_OPEN (1) or LIBRARY_FAILURE (2) */
 BRIO_API uint32_t wabs_get_current_network(void);
 /**
- * MCC and MNC of the serving network as numbers up to 999, 0 for a text that is no number. Of a network that
- * is not known the first call leaves the output as it was; later calls give the last known number, 0 for
- * none, until wabs_get_bars has asked for it. Asks the modem nothing. Open or closed.
+ * MCC and MNC of the serving network as numbers up to 999 (5 for "05" and for "005"), 0 for non-numeric text.
+ * The first call after wabs_open, or after wabs_get_bars has asked for the operator, takes what the library
+ * holds then; while that is unknown, it leaves the outputs as they were. Other calls repeat the last known
+ * network, 0 for none. Asks the modem nothing. Open or closed.
  *
  * @return OK (0), LIBRARY_FAILURE (2) or NULL_POINTER (11)
  */
 BRIO_API uint32_t wabs_get_mcc_mnc(uint32_t* mcc, uint32_t* mnc);
 /** MCC and MNC of the SIM's home network, read once per process: a changed SIM is not noticed. Open or
- * closed. @return OK (0), LIBRARY_FAILURE (2) or NULL_POINTER (11) */
+ * closed. Asks the modem ("AT+CIMI") until that has succeeded.
+ * @return OK (0), LIBRARY_FAILURE (2) or NULL_POINTER (11) */
 BRIO_API uint32_t wabs_get_hplmn_mcc_mnc(uint32_t* mcc, uint32_t* mnc);
 
 /** @} */
@@ -256,7 +261,8 @@ BRIO_API uint32_t wabs_get_hplmn_mcc_mnc(uint32_t* mcc, uint32_t* mnc);
 /**
  * Writes the page: `buffer` of `size` bytes is zeroed and filled. Mode 1 is the full view, any other the
  * masked one. WABS_PAGE_BUFFER_SIZE bytes hold every page, a smaller buffer its first characters. Null or a
- * size below 1 writes nothing. The page of a closed module is "Unable to get snapshot. status=1".
+ * size below 1 writes nothing. The page of a closed module is "Unable to get snapshot. status=1", with a lost
+ * modem "status=3".
  *
  * Sends up to 13 commands for the first page of a visit, up to 5 later. Open or closed. @return OK (0)
  */
@@ -264,7 +270,7 @@ BRIO_API uint32_t wabs_get_log_string(char* buffer, int32_t size, uint32_t mode)
 /** Ends a visit of the page: the next wabs_get_log_string leaves an empty text, the one after it begins a new
  * visit. Sends up to 5 commands. Open or closed. @return OK (0) */
 BRIO_API uint32_t wabs_exit_611_logging(void);
-/** 1 while the page has switched on the modem's BAS status reports. */
+/** 1 while the page has switched on the modem's BAS status reports. Host thread. */
 extern BRIO_API uint32_t g_611_urc_on;
 
 /** @} */

@@ -64,7 +64,7 @@ void prv_start_prox() {
   uint16_t carrier = kCarrierUnknown;
   brio_get_carrier_id(&carrier);
   if (carrier != kCarrierUnknown && !carrier_backs_off(carrier)) return;
-  if (prox_open() == 0) {
+  if (prox_open() == PROX_OK) {
     g_module.prox_open = 1;
   } else {
     // 1 whatever the status was: readers of the log know this line so.

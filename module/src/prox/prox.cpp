@@ -300,7 +300,7 @@ void prv_not_closed_properly() {
 }  // namespace
 
 uint32_t prox_open() {
-  if (refused_here("prox_open")) return 3;
+  if (refused_here("prox_open")) return PROX_FAILED;
   // A monitor that was never closed, or not joined then, ends before the next one starts.
   s_thread.hang_up();
   s_thread.join();
@@ -309,14 +309,14 @@ uint32_t prox_open() {
   if (status != kOk) {
     MODULE_E("proxlib:reg_write:status=%d:failed to enable prox", status);
     prv_write_control(kDisable);
-    return 3;
+    return PROX_FAILED;
   }
   MODULE_I("proxlib:prox init::prox sensor is enabled with scan cycle 0x%x", kEnableFast);
 
   if (!s_thread.open_sockets()) {
     MODULE_E("proxlib:socketpair:errno=%d:can't create socket pair", errno);
     prv_write_control(kDisable);
-    return 5;
+    return PROX_NO_SOCKETS;
   }
 
   prox::start_run(&s_state);
@@ -328,10 +328,10 @@ uint32_t prox_open() {
     MODULE_E("proxlib:pthread:status=%d:can't create thread", error);
     s_thread.close_sockets();
     prv_write_control(kDisable);
-    return 3;
+    return PROX_FAILED;
   }
   MODULE_D(WABS_LOG_VALUE, "proxlib:opened");
-  return 0;
+  return PROX_OK;
 }
 
 void prox_close() {
