@@ -17,7 +17,7 @@ inline constexpr char kSourceFile[] = "brio_module";
 struct ModuleState {
   uint8_t library_open;      // also read by the thread that aborts a scan: relaxed atomic
   uint8_t prox_open;         // the proximity monitor runs
-  void* ipc;                 // connection to the device's IPC service, null when it is not to be had
+  void* ipc;                 // connection to the device's IPC service, null when it is not available
   int32_t cached_time_zone;  // quarter hours, -1 not known: written by the event thread, relaxed atomic
   uint32_t mcc_mnc_refresh;  // 1: ask the library again; set by the event thread, relaxed atomic
   sim_identity sim;          // filled by wabs_open

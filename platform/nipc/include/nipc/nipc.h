@@ -10,7 +10,7 @@ extern "C" {
 
 #define NIPC_API __attribute__((visibility("default")))
 
-/* A connection under the caller's service name, or null when the service is not to be had. */
+/* A connection under the caller's service name, or null when the service is not available. */
 NIPC_API void* NipcOpen(const char* service);
 /* Closes a connection; 0, or the service's error. */
 NIPC_API uint32_t NipcClose(void* handle);

@@ -24,9 +24,10 @@ enum nipc_standin_status {
   NIPC_STANDIN_NO_MEMORY = 4
 };
 
-/* Sets a text property of a service, replacing an older value. 0, 3 or 4. */
+/* Sets a text property of a service, replacing an older value.
+ * NIPC_STANDIN_OK, _INVALID or _NO_MEMORY. */
 NIPC_API uint32_t NipcStandinSetProperty(const char* service, const char* property, const char* value);
-/* Removes it. 0, 2 or 3. */
+/* Removes it. NIPC_STANDIN_OK, _NO_PROPERTY or _INVALID. */
 NIPC_API uint32_t NipcStandinRemoveProperty(const char* service, const char* property);
 
 /* While non-zero, NipcOpen returns null. */
