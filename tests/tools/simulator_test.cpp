@@ -144,7 +144,7 @@ TEST(Briolab, TellsWhatCanBeSaid) {
   modemsim::DeviceRoot root;
   root.write("/case.txt", "wabs_open => 1 ; log as ever\nwabs_get_bars => 9\n");
   check(BRIOLAB,
-        {{("--update " + root.path("/case.txt")).c_str(), 1, {"- log as ever\n", "mend them by hand\n"}}});
+        {{("--update " + root.path("/case.txt")).c_str(), 1, {"- log as ever\n", "edit them by hand\n"}}});
   EXPECT_EQ("wabs_open => 0 ; log as ever\nwabs_get_bars => 0 4\n", root.read("/case.txt"));
   // At a terminal, with an edited line and one from the history; a missing answer does not cost
   // its minute.

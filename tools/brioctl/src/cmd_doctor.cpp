@@ -1,4 +1,4 @@
-// brioctl doctor: what is wrong between the ports and the network, and how to mend it.
+// brioctl doctor: what is wrong between the ports and the network, and how to fix it.
 #include <dlfcn.h>
 #include <grp.h>
 #include <pwd.h>

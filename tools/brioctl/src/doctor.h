@@ -1,4 +1,4 @@
-// What brioctl doctor examines, from the ports to the files: a finding a line, and how to mend what is wrong.
+// What brioctl doctor examines, from the ports to the files: a finding a line, and how to fix what is wrong.
 #ifndef BRIOCTL_DOCTOR_H
 #define BRIOCTL_DOCTOR_H
 
@@ -22,7 +22,7 @@ class Checkup {
   void add(Check::State state, const std::string& name, const std::string& finding,
            const std::string& mend = "");
   void add(const Checkup& part);
-  // A sentence that says what is wrong, and those after it how to mend it.
+  // A sentence that says what is wrong, and those after it how to fix it.
   void wrong(const std::string& name, const std::string& sentences);
 
   int wrongs() const;

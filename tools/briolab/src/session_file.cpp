@@ -307,7 +307,7 @@ class Player {
     const Lines want = lines_of(expected), got = lines_of(shown);
     print_difference(want, got);
     if (updates && log_holds) return;
-    if (updates) std::cout << "  its log and nolog clauses stay as they were: mend them by hand\n";
+    if (updates) std::cout << "  its log and nolog clauses stay as they were: edit them by hand\n";
     const auto not_logged = [&](const std::string& each) {
       return begins(each, "log ") && std::find(got.begin(), got.end(), each) == got.end();
     };
