@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "base/text.h"
 #include "brio/brio_at.h"
 
 namespace brio {
@@ -39,8 +40,7 @@ size_t prv_utf8_length(const Byte* text) {
 
 // C0, DEL and C1, the latter as a byte or as UTF-8.
 bool prv_is_control(const Byte* text, size_t length) {
-  const Byte byte = length == 2 && text[0] == 0xC2 ? text[1] : text[0];
-  return byte < 0x20 || (byte >= 0x7F && byte < 0xA0);
+  return is_control(length == 2 && text[0] == 0xC2 ? text[1] : text[0]);
 }
 
 // Copies as much as fits, control characters as "\x1b"; with `keeps_lines` a "\n" stays.

@@ -33,6 +33,10 @@ bool is_digit(char c) {
   return c >= '0' && c <= '9';
 }
 
+bool is_control(unsigned char c) {
+  return c < 0x20 || (c >= 0x7F && c < 0xA0);
+}
+
 uint8_t hex_digit(char c) {
   if (is_digit(c)) return static_cast<uint8_t>(c - '0');
   if (c >= 'a' && c <= 'f') return static_cast<uint8_t>(c - 'a' + 10);

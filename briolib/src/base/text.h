@@ -24,7 +24,8 @@ uint32_t hexadecimal(const char* text);
 
 bool is_space(char c);  // C locale
 bool is_digit(char c);
-uint8_t hex_digit(char c);  // its value, 255 for another character
+bool is_control(unsigned char c);  // C0, DEL, C1
+uint8_t hex_digit(char c);         // its value, 255 for another character
 
 // First character that is not white space.
 char* skip_spaces(char* text);

@@ -3,6 +3,7 @@
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
+#include "brio_common/facts.h"
 #include "brio_common/shared_data.h"
 #include "brio_common/steps.h"
 #include "channel/request.h"
@@ -13,9 +14,6 @@ constexpr char kLogTag[] = "briolib/src/brio_common";
 using namespace brio;
 
 namespace {
-
-constexpr uint8_t kAntennaUnknown = 0xFF;
-constexpr uint16_t kBasValueUnknown = 0xFFFF;
 
 // Antenna choice - 1 is the modem's own argument.
 constexpr const char* kLockCommands[] = {

@@ -9,6 +9,11 @@ namespace brio {
 inline constexpr uint8_t kRatLte = 7;
 inline constexpr uint8_t kRatUnknown = 255;
 
+// Unknown values of the shared record.
+inline constexpr uint8_t kBarsUnknown = 255;
+inline constexpr uint16_t kBasValueUnknown = 0xFFFF;
+inline constexpr uint8_t kAntennaUnknown = 255;
+
 // Registration state as the shared record keeps it.
 enum RegistrationState : uint8_t { kNotRegistered = 0, kHome = 1, kRoaming = 2, kDenied = 3 };
 

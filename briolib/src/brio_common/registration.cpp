@@ -57,9 +57,15 @@ uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_d
   return result;
 }
 
+// Registration states of 3GPP TS 27.007 that count here.
+enum Stat : int32_t { kStatHome = 1, kStatDenied = 3, kStatRoaming = 5 };
+
 bool prv_store_cs_stat(int32_t stat) {
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  data.cs_reg_status = stat == 1 ? kHome : stat == 5 ? kRoaming : stat == 3 ? kDenied : kNotRegistered;
+  data.cs_reg_status = stat == kStatHome      ? kHome
+                       : stat == kStatRoaming ? kRoaming
+                       : stat == kStatDenied  ? kDenied
+                                              : kNotRegistered;
   return true;
 }
 
@@ -68,12 +74,12 @@ bool prv_store_ps_stat(int32_t stat) {
   uint32_t attached = 0;
   bool may_be_off = false;
   switch (stat) {
-    case 1:
-    case 5:
-      data.ps_reg_status = stat == 1 ? kHome : kRoaming;
+    case kStatHome:
+    case kStatRoaming:
+      data.ps_reg_status = stat == kStatHome ? kHome : kRoaming;
       attached = 1;
       break;
-    case 3:
+    case kStatDenied:
       // A denied PS registration is kept in the CS field, and the PS field keeps its value. This is meant.
       data.cs_reg_status = kDenied;
       break;
@@ -169,7 +175,7 @@ bool prv_store_registration(const parse::Registration& line, const DomainRow& do
 void prv_log_registration(const parse::Registration& line, const DomainRow& domain, bool cleared) {
   if (line.stat) {
     BLIB_D(BRIO_LOG_REG, "PARSE_REG:reg_status[%d]", *line.stat);
-    if (*line.stat == 1 || (*line.stat == 5 && domain.logs_roaming)) {
+    if (*line.stat == kStatHome || (*line.stat == kStatRoaming && domain.logs_roaming)) {
       BLIB_D(BRIO_LOG_REG, "PARSE_REG:%s REGISTERED", domain.name);
     }
   }

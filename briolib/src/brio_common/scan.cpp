@@ -12,6 +12,7 @@
 #include "brio_common/steps.h"
 #include "channel/brio_blpkt.h"
 #include "channel/request.h"
+#include "parse/manual_selection.h"
 #include "parse/scan_list.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";
@@ -248,5 +249,5 @@ uint32_t brio_abort_manual_nw_scan(void) {
 uint32_t brio_atcmd_set_auto_mode(void) {
   uint32_t status = gate("brio_atcmd_set_auto_mode");
   if (status != BRIO_STATUS_OK) return status;
-  return briolib_translate_status(send_command("AT+COPS=0", NO_RESULT), 0);
+  return briolib_translate_status(send_command(parse::kAutomaticSelection, NO_RESULT), 0);
 }

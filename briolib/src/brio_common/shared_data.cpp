@@ -9,6 +9,7 @@
 #include "base/relaxed.h"
 #include "base/text.h"
 #include "brio/brio_at.h"
+#include "brio_common/facts.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";
 
@@ -72,8 +73,8 @@ void briolib_init_atcmd_data(int32_t keep) {
   data.signal_b = 255;
   data.lac = 0xFFFF;
   data.cell_id = 0xFFFFFFFF;
-  data.rat = 0xFF;
-  data.bars = 255;
+  data.rat = kRatUnknown;
+  data.bars = kBarsUnknown;
   briolib_invalid_cached_bars();
   data.nmo = 0xFF;
   data.cops_mode = -1;
@@ -82,9 +83,9 @@ void briolib_init_atcmd_data(int32_t keep) {
   copy_text(data.mnc, BRIO_PLMN_UNKNOWN);
   copy_text(data.plmn_text, "None");
   copy_text(data.band_text, "BAND_NONE");
-  data.bas_value_a = 0xFFFF;
-  data.bas_value_b = 0xFFFF;
-  data.curr_lte_ant = 0xFF;
+  data.bas_value_a = kBasValueUnknown;
+  data.bas_value_b = kBasValueUnknown;
+  data.curr_lte_ant = kAntennaUnknown;
   data.band = 0;
 }
 

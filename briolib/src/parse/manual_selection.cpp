@@ -11,14 +11,13 @@ namespace brio::parse {
 // 300 AT+COPS=1,2,"310410",7
 // time-out in seconds, one blank, command
 std::optional<ManualSelection> parse_manual_selection(char* line) {
-  constexpr char kAutomatic[] = "AT+COPS=0";
   line[strcspn(line, "\r\n")] = '\0';
   FieldReader fields(line);
   const char* timeout = fields.next(' ');
   const char* command = fields.rest();
   // Without a command there is nothing to bring the modem back after the de-registration.
   if (command == nullptr || *command == '\0') return std::nullopt;
-  if (strncasecmp(command, kAutomatic, sizeof(kAutomatic) - 1) == 0) return std::nullopt;
+  if (strncasecmp(command, kAutomaticSelection, strlen(kAutomaticSelection)) == 0) return std::nullopt;
   return ManualSelection{decimal(timeout), command};
 }
 

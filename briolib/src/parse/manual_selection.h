@@ -7,6 +7,8 @@
 
 namespace brio::parse {
 
+inline constexpr char kAutomaticSelection[] = "AT+COPS=0";
+
 struct ManualSelection {
   int32_t timeout_seconds;  // as stored; negative waits without limit
   const char* command;      // in the line

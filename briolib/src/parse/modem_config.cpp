@@ -6,6 +6,7 @@
 #include "base/text.h"
 #include "brio/brio_types.h"
 #include "parse/answer.h"
+#include "parse/manual_selection.h"
 
 namespace brio::parse {
 namespace {
@@ -30,11 +31,6 @@ bool prv_append(char* text, size_t capacity, size_t* used, const char* piece) {
   return true;
 }
 
-// C0, DEL, C1.
-bool is_control(unsigned char c) {
-  return c < 0x20 || (c >= 0x7F && c < 0xA0);
-}
-
 }  // namespace
 
 std::optional<uint16_t> parse_carrier_id(const char* line) {
@@ -56,7 +52,7 @@ std::optional<uint8_t> parse_wan_type_line(const char* line) {
 }
 
 uint32_t snapshot_mode_of_line(const char* line) {
-  const char* found = strcasestr(line, "AT+COPS=0");
+  const char* found = strcasestr(line, kAutomaticSelection);
   return found != nullptr && found < line + strcspn(line, "\r") ? 1 : 0;
 }
 

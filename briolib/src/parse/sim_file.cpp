@@ -11,7 +11,7 @@ namespace {
 
 constexpr size_t kCommandCapacity = 30;
 constexpr size_t kFileIdLength = 5;
-constexpr size_t kIccidDigits = 20;
+constexpr size_t kIccidDigits = kIccidSize - 1;
 
 struct FileRow {
   const char* id;
@@ -99,7 +99,7 @@ bool next_plmn(const char** cursor, bool with_access_technology, plmn_entry* ent
   return true;
 }
 
-void iccid_from_file(const char* data, char (&iccid)[21]) {
+void iccid_from_file(const char* data, char (&iccid)[kIccidSize]) {
   copy_padded(iccid, sizeof(iccid), data, kIccidDigits);
   for (size_t i = 0; iccid[i] != '\0' && iccid[i + 1] != '\0'; i += 2) {
     char first = iccid[i];
@@ -111,7 +111,7 @@ void iccid_from_file(const char* data, char (&iccid)[21]) {
 
 //   +CCID: 89014103211118510720
 //   +CCID: 8901410321111851072F   19 digits and a filler
-void iccid_from_line(const char* rest, char (&iccid)[24]) {
+void iccid_from_line(const char* rest, char (&iccid)[sizeof(sim_info_data::iccid)]) {
   copy_padded(iccid, sizeof(iccid), skip_spaces(rest));
   size_t n = strlen(iccid);
   if (n < kIccidDigits) n = kIccidDigits;

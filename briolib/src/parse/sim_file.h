@@ -6,6 +6,7 @@
 
 #include "base/log_text.h"
 #include "brio/brio_types.h"
+#include "parse/sim_identity.h"
 
 namespace brio::parse {
 
@@ -54,10 +55,10 @@ CrsmOutcome parse_crsm(char* payload, CrsmAnswer* answer);
 bool next_plmn(const char** cursor, bool with_access_technology, plmn_entry* entry);
 
 // ICCID of EF ICCID's contents: digits swapped in pairs, a filler in the 20th place cut.
-void iccid_from_file(const char* data, char (&iccid)[21]);
+void iccid_from_file(const char* data, char (&iccid)[kIccidSize]);
 
 // ICCID of a "+CCID" line: text after the colon. The character in the last place, but at least the 20th, is
 // cut unless it is a digit.
-void iccid_from_line(const char* rest, char (&iccid)[24]);
+void iccid_from_line(const char* rest, char (&iccid)[sizeof(sim_info_data::iccid)]);
 
 }  // namespace brio::parse

@@ -24,7 +24,6 @@ using namespace brio;
 
 namespace {
 
-constexpr uint8_t kBarsUnknown = 255;
 constexpr int64_t kPollPeriodSeconds = 91;
 constexpr size_t kShortestLine = 8;
 

@@ -48,7 +48,7 @@ uint32_t recv_func_prv_briolib_get_modem_info(const ATResponse* response, void*,
            info.imei, info.serial, info.hw_ver, info.fault_ct);
   }
   prv_store(info);
-  return 0;
+  return BRIO_STATUS_OK;
 }
 
 bool prv_copy_cached(modem_info* record) {

@@ -63,7 +63,7 @@ uint32_t prv_briolib_get_value(const ATResponse* response, void* user_data, uint
   char* input_line = parse::answer_line(response);
   if (input_line == nullptr) {
     BLIB_E("prv_briolib_get_value:input_line passed is NULL:\n");
-    return 2;
+    return BLPKT_STATUS_ERROR;
   }
   return at_parse(skip_spaces(input_line), nullptr, user_data);
 }
@@ -76,7 +76,7 @@ uint32_t recv_func_prv_briolib_get_iccid(const ATResponse* response, void* user_
   }
   prv_store(iccid, static_cast<char*>(user_data));
   BLIB_D(BRIO_LOG_DEBUG, "ICCID %s\n", masked_identity(iccid).c_str());
-  return 0;
+  return BRIO_STATUS_OK;
 }
 
 uint32_t recv_func_prv_briolib_get_imsi(const ATResponse* response, void* user_data, uint16_t) {
@@ -87,7 +87,7 @@ uint32_t recv_func_prv_briolib_get_imsi(const ATResponse* response, void* user_d
   }
   prv_store(imsi, static_cast<char*>(user_data));
   BLIB_D(BRIO_LOG_DEBUG, "IMSI updated\n");
-  return 0;
+  return BRIO_STATUS_OK;
 }
 
 // Reads a text into its half of the cache and copies it from there.

@@ -34,7 +34,7 @@ void prv_refresh() {
   if (rat == kRatLte) {
     briolib_update_lte_info();
     if (prv_queries_bas()) {
-      bas_status bas = {0xFFFF, 0xFFFF, 255};
+      bas_status bas = {kBasValueUnknown, kBasValueUnknown, kAntennaUnknown};
       brio_get_bas_status(&bas);
     }
   } else if (rat < kRatUnknown) {

@@ -43,7 +43,7 @@ uint32_t recv_func_prv_briolib_carrier_confg(const ATResponse* response, void* u
   }
   *static_cast<uint16_t*>(user_data) = *carrier_id;
   BLIB_PLAIN("carrier config:current confg:[%d]\n", *carrier_id);
-  return 0;
+  return BRIO_STATUS_OK;
 }
 
 uint32_t recv_func_prv_briolib_check_apn_setting(const ATResponse* response, void* user_data, uint16_t size) {
@@ -58,7 +58,7 @@ uint32_t recv_func_prv_briolib_check_apn_setting(const ATResponse* response, voi
   char shown[kApnAnswerSize];
   copy_text(shown, parse::answer_payload(masked_line(line).c_str()));
   BLIB_PLAIN("APN::[%s]\n", shown);
-  return 0;
+  return BRIO_STATUS_OK;
 }
 
 uint32_t recv_func_prv_briolib_get_model(const ATResponse* response, void* user_data, uint16_t) {
@@ -66,7 +66,7 @@ uint32_t recv_func_prv_briolib_get_model(const ATResponse* response, void* user_
     BLIB_E("recv_func_prv_briolib_get_model::response is invalid\n");
     return BRIO_STATUS_INVALID;
   }
-  return 0;
+  return BRIO_STATUS_OK;
 }
 
 // True when the override file decides: with a first line `command` is built, else it stays empty.

@@ -97,7 +97,7 @@ void prv_store_file(SimFile file, const char* data, const char* command) {
       break;
     case SimFile::kIccid: {
       BLIB_D(BRIO_LOG_DEBUG, "Updating iccid \n");
-      char iccid[21];
+      char iccid[parse::kIccidSize];
       parse::iccid_from_file(data, iccid);
       prv_store_text(&sim_info_data::iccid, iccid);
       BLIB_D(BRIO_LOG_DEBUG, "sim_info_data.iccid =  %s\n", briolib_obfuscate_numeral(iccid, '*'));
@@ -129,7 +129,7 @@ void report_gtsimstatus(char* rest, void* /*argument_a*/, void* argument_b) {
 
 void report_ccid(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
   BLIB_D(BRIO_LOG_DEBUG, "prv_briolib_get_iccid called iccid_line = %s\n", masked_identity(rest).c_str());
-  char iccid[24];
+  char iccid[sizeof(sim_info_data::iccid)];
   parse::iccid_from_line(rest, iccid);
   prv_store_text(&sim_info_data::iccid, iccid);
   BLIB_D(BRIO_LOG_DEBUG, "sim_info_data.iccid: %s\n", briolib_obfuscate_numeral(iccid, '*'));
