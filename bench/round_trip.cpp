@@ -19,7 +19,6 @@
 #include <cstring>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "brio/brio.h"
 #include "brio/brio_at.h"

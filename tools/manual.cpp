@@ -1,10 +1,11 @@
 #include "manual.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <string>
 #include <vector>
+
+#include "text.h"
 
 namespace command_line {
 namespace {
@@ -61,14 +62,12 @@ std::string man_options(const CLI::App& app) {
 
 std::string man_page(const CLI::App& app) {
   const std::string& name = app.get_name();
-  std::string upper = name;
-  for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   const std::string description = app.get_description();
   const std::string brief =
       replaced(description.substr(0, std::min(description.find(".\n"), description.find(". "))), "\n", " ");
   std::string page =
-      ".TH " + upper + " 1 \"\" \"" + name + " " BRIO_VERSION "\" \"User Commands\"\n.SH NAME\n" + name +
-      " \\- " + roff(brief) + "\n.SH SYNOPSIS\n.B " + name + "\n" +
+      ".TH " + upper(name) + " 1 \"\" \"" + name + " " BRIO_VERSION "\" \"User Commands\"\n.SH NAME\n" +
+      name + " \\- " + roff(brief) + "\n.SH SYNOPSIS\n.B " + name + "\n" +
       (shown_verbs(app).empty() ? "[\\fIOPTION\\fR]... [\\fIFILE\\fR]\n"
                                 : "[\\fIOPTION\\fR]... \\fICOMMAND\\fR [\\fIARGUMENT\\fR]...\n") +
       ".SH DESCRIPTION\n" + roff(description) + "\n.SH OPTIONS\n" + man_options(app);

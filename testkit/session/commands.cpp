@@ -15,7 +15,6 @@
 
 #include "base/relaxed.h"
 #include "brio/brio.h"
-#include "brio/brio_module.h"
 #include "brio/wabs.h"
 #include "kit/calls.h"
 #include "kit/interface.h"

@@ -4,7 +4,6 @@
 #include <stdio.h>
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <utility>

@@ -1,5 +1,6 @@
 #include "at_log.h"
 
+#include <algorithm>
 #include <cctype>
 #include <chrono>
 #include <cinttypes>
@@ -9,6 +10,7 @@
 #include <fstream>
 
 #include "printable.h"
+#include "text.h"
 
 namespace at_log {
 namespace {
@@ -57,10 +59,6 @@ bool unescape(const std::string& text, Line& line) {
   return true;
 }
 
-bool starts(const std::string& text, const char* prefix) {
-  return text.rfind(prefix, 0) == 0;
-}
-
 // `shown_instead` for what follows the first digits of `size` digits at `at`.
 void blank(std::string& text, std::size_t at, std::size_t size, char shown_instead) {
   std::size_t shown = 0;
@@ -72,15 +70,22 @@ void blank(std::string& text, std::size_t at, std::size_t size, char shown_inste
 
 }  // namespace
 
+std::string time_stamp(std::int64_t wall_ms) {
+  char milliseconds[8];
+  std::snprintf(milliseconds, sizeof milliseconds, ".%03dZ", static_cast<int>(wall_ms % 1000));
+  return utc(wall_ms / 1000, "%Y-%m-%dT%H:%M:%S") + milliseconds;
+}
+
+std::string compact(const std::string& command) {
+  std::string text = upper(command);
+  text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
+  return text;
+}
+
 std::string format(const Line& line) {
-  const std::time_t seconds = line.wall_ms / 1000;
-  std::tm utc{};
-  gmtime_r(&seconds, &utc);
-  char day[32], columns[96];
-  std::strftime(day, sizeof day, "%Y-%m-%dT%H:%M:%S", &utc);
-  std::snprintf(columns, sizeof columns, "%s.%03dZ %9" PRId64 " %-5s %s ", day,
-                static_cast<int>(line.wall_ms % 1000), line.ms, kPorts[static_cast<int>(line.port)],
-                line.to_modem ? "-->" : "<--");
+  char columns[96];
+  std::snprintf(columns, sizeof columns, "%s %9" PRId64 " %-5s %s ", time_stamp(line.wall_ms).c_str(),
+                line.ms, kPorts[static_cast<int>(line.port)], line.to_modem ? "-->" : "<--");
   return (line.port == Port::kModem ? "# " : "") + (columns + escaped(line.text)) + (line.torn ? "\\" : "");
 }
 
@@ -90,18 +95,18 @@ std::optional<Line> parse(const std::string& whole) {
     return std::nullopt;
   }
   const std::string text = whole.substr(remark ? 2 : 0);
-  std::tm utc{};
+  std::tm time{};
   int milliseconds = 0, size = 0;
   Line line;
   char port[8], direction[4];
-  if (std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d.%3dZ %" SCNd64 " %7s %3s%n", &utc.tm_year,
-                  &utc.tm_mon, &utc.tm_mday, &utc.tm_hour, &utc.tm_min, &utc.tm_sec, &milliseconds, &line.ms,
-                  port, direction, &size) != 10) {
+  if (std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d.%3dZ %" SCNd64 " %7s %3s%n", &time.tm_year,
+                  &time.tm_mon, &time.tm_mday, &time.tm_hour, &time.tm_min, &time.tm_sec, &milliseconds,
+                  &line.ms, port, direction, &size) != 10) {
     throw std::invalid_argument("this is no line of an AT log");
   }
-  utc.tm_year -= 1900;
-  utc.tm_mon -= 1;
-  line.wall_ms = static_cast<std::int64_t>(timegm(&utc)) * 1000 + milliseconds;
+  time.tm_year -= 1900;
+  time.tm_mon -= 1;
+  line.wall_ms = static_cast<std::int64_t>(timegm(&time)) * 1000 + milliseconds;
   std::size_t which = 0;
   while (which < std::size(kPorts) && std::string(port) != kPorts[which]) which++;
   line.port = static_cast<Port>(which);
@@ -171,11 +176,8 @@ std::vector<Exchange> exchanges(const std::vector<Line>& lines) {
 
 void Mask::hide(Line& line) {
   std::string& text = line.text;
-  std::string upper;
-  for (const char c : text) {
-    if (c != ' ') upper += static_cast<char>(std::toupper(c & 0xFF));
-  }
-  const auto holds = [&upper](const char* word) { return upper.find(word) != std::string::npos; };
+  const std::string solid = compact(text);
+  const auto holds = [&solid](const char* word) { return solid.find(word) != std::string::npos; };
   // EF_ICCID and EF_IMSI. The answer may come late, after another command.
   const bool command = line.port == Port::kQuery && line.to_modem;
   if (command && (holds("=176,12258") || holds("=176,28423"))) file_ = true;

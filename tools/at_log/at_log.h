@@ -37,6 +37,9 @@ struct Line {
   bool torn = false;  // without a line end
 };
 
+std::string time_stamp(std::int64_t wall_ms);  // UTC: 2026-11-22T22:13:05.123Z
+// Without blanks, in upper case.
+std::string compact(const std::string& command);
 std::string format(const Line& line);  // without a line end
 std::optional<Line> parse(
     const std::string& whole);  // nothing for a remark or an empty line; throws std::invalid_argument

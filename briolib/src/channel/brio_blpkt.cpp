@@ -2,7 +2,6 @@
 // through pool and queue.
 #include <errno.h>
 #include <pthread.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include "base/fair_lock.h"

@@ -1,6 +1,5 @@
 // The SIM's elementary files that make up the static information: read into the SIM blocks, then dumped.
 #include <stddef.h>
-#include <string.h>
 
 #include "base/files.h"
 #include "base/guards.h"

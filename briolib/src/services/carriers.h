@@ -2,7 +2,6 @@
 // transmit power off near a body.
 #pragma once
 
-#include <stddef.h>
 #include <stdint.h>
 #include <string.h>
 

@@ -1,7 +1,6 @@
 // The text of the diagnostic page, built from values and the static information file: no lock, log or modem.
 #pragma once
 
-#include <stddef.h>
 #include <stdint.h>
 
 #include "base/files.h"

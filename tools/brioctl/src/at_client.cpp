@@ -10,16 +10,13 @@
 #include <cstring>
 
 #include "report.h"
+#include "text.h"
 
 namespace brioctl {
 namespace {
 
 constexpr std::size_t kLongestLine = 65536;
 constexpr char kNameSigns[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-
-bool starts(const std::string& text, const char* prefix) {
-  return text.rfind(prefix, 0) == 0;
-}
 
 bool is_good_end(const std::string& line) {
   return line == "OK" || line == "CONNECT" || starts(line, "CONNECT ");
@@ -31,12 +28,6 @@ bool is_end(const std::string& line) {
                                            "NO ANSWER", "BUSY",       "ABORTED"};
   return is_good_end(line) || starts(line, "+CME ERROR:") || starts(line, "+CMS ERROR:") ||
          std::find(std::begin(kWhole), std::end(kWhole), line) != std::end(kWhole);
-}
-
-std::string upper(const std::string& text) {
-  std::string result;
-  for (const char c : text) result += static_cast<char>(std::toupper(c & 0xFF));
-  return result;
 }
 
 // "CSQ" of "+CSQ: 30,99", "" of other lines.

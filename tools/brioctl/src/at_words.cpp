@@ -4,13 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
 
 #include "at_log.h"
 #include "modemsim/modem.h"
+#include "text.h"
 
 namespace brioctl {
 namespace {
@@ -31,14 +31,11 @@ bool is_private(const std::string& line) {
   // After "AT"; those that only ask hold nothing.
   static constexpr const char* kCommands[] = {"D",     "+CPIN=",   "+CPWD=", "+CLCK=", "+CMGS", "+CMGW",
                                               "+CSCA", "+CGAUTH=", "+CCFC=", "+CPBW=", "+EGMR="};
-  std::string upper;
-  for (const char c : line) {
-    if (c != ' ') upper += static_cast<char>(std::toupper(c & 0xFF));
-  }
-  std::istringstream chain(upper.rfind("AT", 0) == 0 ? upper.substr(2) : upper);
+  const std::string command = at_log::compact(line);
+  std::istringstream chain(starts(command, "AT") ? command.substr(2) : command);
   for (std::string part; std::getline(chain, part, ';');) {
-    for (const char* command : kCommands) {
-      if (part.rfind(command, 0) == 0) return true;
+    for (const char* kept : kCommands) {
+      if (starts(part, kept)) return true;
     }
   }
   at_log::Line masked;

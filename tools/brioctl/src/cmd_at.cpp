@@ -31,7 +31,7 @@ void print_json(const Json& object) {
 }
 
 Json stamped(const char* type) {
-  return {{"time", watch::utc(wall_clock_ms())}, {"type", type}};
+  return {{"time", at_log::time_stamp(wall_clock_ms())}, {"type", type}};
 }
 
 void print_json(const AtAnswer& answer) {

@@ -1,7 +1,6 @@
 // brioctl import: makes a scenario of the simulated modem and a session of briolab out of a recording.
 #include <algorithm>
 #include <cerrno>
-#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -16,6 +15,7 @@
 #include "output.h"
 #include "printable.h"
 #include "recorder.h"
+#include "text.h"
 
 namespace brioctl {
 namespace {
@@ -326,7 +326,7 @@ std::string session_call(const Call& call) {
 
 // Why a session cannot repeat a call, "" when it can.
 std::string obstacle(const std::string& name) {
-  return name.rfind("brio_trace_tst_", 0) == 0
+  return starts(name, "brio_trace_tst_")
              ? "a session has neither the filter file nor the trace; the answers to its commands follow"
              : "";
 }

@@ -12,6 +12,7 @@
 #include "holders.h"
 #include "output.h"
 #include "printable.h"
+#include "text.h"
 
 namespace brioctl {
 namespace {
@@ -59,7 +60,7 @@ int run_ports(const Options& options) {
   for (const fs::directory_entry& entry : fs::directory_iterator(root + "/dev", failed)) {
     const std::string name = entry.path().filename();
     // A tap in the port's place sets the port aside as NAME.tapped.
-    const bool serial = name.rfind("ttyACM", 0) == 0 || name.rfind("ttyUSB", 0) == 0;
+    const bool serial = starts(name, "ttyACM") || starts(name, "ttyUSB");
     if (!serial || entry.path().has_extension()) continue;
     Found port;
     port.path = entry.path();

@@ -19,6 +19,7 @@
 #include "output.h"
 #include "printable.h"
 #include "recorder.h"
+#include "text.h"
 
 namespace brioctl {
 namespace {
@@ -27,36 +28,17 @@ namespace fs = std::filesystem;
 
 constexpr char kName[] = "brioctl-report";  // the folder in the archive
 
-// A folder for what is collected, gone with the object.
-class Scratch {
- public:
-  Scratch() {
-    std::error_code failed;
-    dir_ = (fs::temp_directory_path(failed) / "brioctl_XXXXXX").string();
-    if (failed || mkdtemp(dir_.data()) == nullptr) {
-      throw Failure("A temporary folder cannot be made (TMPDIR, else /tmp): " +
-                    (failed ? failed.message() : std::strerror(errno)) + ".");
-    }
-    fs::create_directory(fs::path(dir_) / kName);
-  }
-  ~Scratch() {
-    std::error_code ignored;
-    fs::remove_all(dir_, ignored);
-  }
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
+// What is collected.
+struct Scratch : TemporaryFolder {
+  Scratch() { fs::create_directory(fs::path(dir()) / kName); }
 
-  const std::string& dir() const { return dir_; }
-  std::string path(const std::string& name) const { return dir_ + "/" + kName + "/" + name; }
+  std::string path(const std::string& name) const { return dir() + "/" + kName + "/" + name; }
   void write(const std::string& name, const std::string& text) const {
     std::ofstream file(path(name));
     file << text;
     file.close();
     if (!file) throw Failure(path(name) + " cannot be written: is the disk full?");
   }
-
- private:
-  std::string dir_;
 };
 
 // A file under another name until it is whole; removed if it never is.
@@ -117,17 +99,12 @@ std::string versions() {
   std::string text = "brioctl   " BRIO_VERSION;
   std::ifstream release("/etc/os-release");
   for (std::string line; std::getline(release, line);) {
-    if (line.rfind("PRETTY_NAME=", 0) == 0) text += "\nsystem    " + line.substr(12);
+    if (starts(line, "PRETTY_NAME=")) text += "\nsystem    " + line.substr(12);
   }
   utsname kernel{};
   uname(&kernel);
   text += std::string("\nkernel    ") + kernel.sysname + " " + kernel.release + " " + kernel.machine;
-  const std::time_t now = std::time(nullptr);
-  std::tm utc{};
-  gmtime_r(&now, &utc);
-  char time[40];
-  std::strftime(time, sizeof time, "%Y-%m-%dT%H:%M:%SZ", &utc);
-  return text + "\nmade      " + time + "\n";
+  return text + "\nmade      " + utc(std::time(nullptr), "%Y-%m-%dT%H:%M:%SZ") + "\n";
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include "printable.h"
 #include "progress.h"
 #include "recorder.h"
+#include "text.h"
 
 namespace brioctl {
 namespace {
@@ -128,7 +129,7 @@ std::string nothing_found(const Session& session) {
   if (request.command != "AT+COPS=?" || request.status != static_cast<int>(kUnusable)) return "";
   std::string list;
   for (const at_log::Line& line : session.recorder().last(20)) {
-    if (!line.to_modem && line.text.rfind("+COPS:", 0) == 0) list = line.text;
+    if (!line.to_modem && starts(line.text, "+COPS:")) list = line.text;
   }
   if (list.find("(3,") != std::string::npos) {
     return "No network found that takes this SIM: all in the list are forbidden (3).\nThe modem's list: " +

@@ -1,5 +1,4 @@
 // brioctl watch: one thread drives the modem and comes back to it, the other shows.
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -16,7 +15,9 @@
 #include "log_sink.h"
 #include "output.h"
 #include "printable.h"
+#include "quiet_thread.h"
 #include "recorder.h"
+#include "text.h"
 #include "watch_layout.h"
 #include "watch_screen.h"
 
@@ -87,14 +88,9 @@ Host::Host(const Options& options, double every)
   session_.recorder().journal()->listen([this](const at_log::Line& line) {
     change([&](watch::Model& model) { model.line(line, monotonic_ms()); });
     const bool report = line.port == at_log::Port::kUrc && !line.to_modem;
-    if (report && (line.text.rfind("+CREG:", 0) == 0 || line.text.rfind("+CGREG:", 0) == 0)) moved_ = true;
+    if (report && (starts(line.text, "+CREG:") || starts(line.text, "+CGREG:"))) moved_ = true;
   });
-  // Signals are the main thread's.
-  sigset_t all, before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  thread_ = std::thread([this] { run(); });
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  thread_ = quiet_thread([this] { run(); });
 }
 
 Host::~Host() {

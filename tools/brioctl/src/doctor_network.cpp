@@ -11,6 +11,7 @@
 #include "log_sink.h"
 #include "printable.h"
 #include "report.h"
+#include "text.h"
 
 namespace brioctl {
 namespace {
@@ -145,11 +146,11 @@ void examine_registration(Checkup& checkup, const Library& lib) {
   };
   const std::string finding = "voice: " + named(cs, voice) + ", data: " + named(ps, data) +
                               (plmn.empty() ? "" : ", network " + printable(plmn));
-  if (network.rfind("+COPS: 2", 0) == 0) {
+  if (starts(network, "+COPS: 2")) {
     checkup.add(Check::kWrong, "registration", "the modem was told to stay off the network (AT+COPS=2)",
                 "\"brioctl auto\" lets it register again");
   } else if (ps == kHome || ps == kRoaming) {
-    const bool by_hand = network.rfind("+COPS: 1", 0) == 0;
+    const bool by_hand = starts(network, "+COPS: 1");
     checkup.add(by_hand ? Check::kNote : Check::kOk, "registration",
                 finding + (by_hand ? ", selected by hand" : ""),
                 by_hand ? "\"brioctl auto\" lets the modem choose" : "");
@@ -208,13 +209,10 @@ void examine_clock(Checkup& checkup, const Session* open) {
   constexpr std::time_t kTolerated = 300;
   constexpr std::time_t kSane = 1704067200;  // 2024
   const std::time_t now = std::time(nullptr);
-  std::tm utc{};
-  gmtime_r(&now, &utc);
-  char text[40];
-  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M UTC", &utc);
+  const std::string text = utc(now, "%Y-%m-%d %H:%M UTC");
   const char* set = "Set it: timedatectl set-ntp true, or date -s";
   if (now < kSane) {
-    checkup.add(Check::kWrong, "clock", std::string(text) + " cannot be", set);
+    checkup.add(Check::kWrong, "clock", text + " cannot be", set);
     return;
   }
   if (open == nullptr || open->simulated()) {
@@ -223,15 +221,14 @@ void examine_clock(Checkup& checkup, const Session* open) {
   }
   const std::time_t network = modem_time(ask_line(open->lib, "AT+CCLK?", "+CCLK"));
   if (network < 0) {
-    checkup.add(Check::kNote, "clock",
-                std::string(text) + "; the modem has no network time to compare it with");
+    checkup.add(Check::kNote, "clock", text + "; the modem has no network time to compare it with");
   } else if (std::abs(now - network) > kTolerated) {
     checkup.add(Check::kWrong, "clock",
-                std::string(text) + ", " + duration(std::abs(now - network)) +
-                    (now > network ? " ahead of" : " behind") + " the network's time",
+                text + ", " + duration(std::abs(now - network)) + (now > network ? " ahead of" : " behind") +
+                    " the network's time",
                 set);
   } else {
-    checkup.add(Check::kOk, "clock", std::string(text) + ", as the network's");
+    checkup.add(Check::kOk, "clock", text + ", as the network's");
   }
 }
 

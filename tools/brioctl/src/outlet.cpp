@@ -1,10 +1,11 @@
 #include "outlet.h"
 
 #include <poll.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
+
+#include "quiet_thread.h"
 
 namespace brioctl {
 namespace {
@@ -36,12 +37,7 @@ void Outlet::put(std::string line) {
   }
   waiting_.push_back(std::move(line));
   if (!thread_.joinable()) {
-    // Signals are the main thread's.
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    thread_ = std::thread([this] { run(); });
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    thread_ = quiet_thread([this] { run(); });
   }
   changed_.notify_one();
 }

@@ -10,19 +10,24 @@ struct PortPaths {  // in this file system
   std::string trace, query, urc;
 };
 
-// A temporary folder whose entries lead to those of `root`, but for /dev: there the ports lead to `ports`.
-class LinkedRoot {
+// Gone with the object, whatever is in it.
+class TemporaryFolder {
  public:
-  // Throws Failure.
-  LinkedRoot(const std::string& root, const PortPaths& ports);
-  ~LinkedRoot();
-  LinkedRoot(const LinkedRoot&) = delete;
-  LinkedRoot& operator=(const LinkedRoot&) = delete;
+  TemporaryFolder();  // throws Failure
+  ~TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
   const std::string& dir() const { return dir_; }
 
  private:
   std::string dir_;
+};
+
+// A temporary folder whose entries lead to those of `root`, but for /dev: there the ports lead to `ports`.
+struct LinkedRoot : TemporaryFolder {
+  // Throws Failure.
+  LinkedRoot(const std::string& root, const PortPaths& ports);
 };
 
 }  // namespace brioctl

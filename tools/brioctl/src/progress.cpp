@@ -1,11 +1,12 @@
 #include "progress.h"
 
-#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+
+#include "quiet_thread.h"
 
 namespace brioctl {
 
@@ -20,12 +21,7 @@ void Progress::erase() {
 Progress::Progress(std::string what, bool wanted, std::function<std::string()> detail)
     : what_(std::move(what)), detail_(std::move(detail)) {
   if (!wanted || isatty(STDERR_FILENO) == 0) return;
-  // Signals are the main thread's.
-  sigset_t all, before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  thread_ = std::thread([this] { run(); });
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  thread_ = quiet_thread([this] { run(); });
 }
 
 Progress::~Progress() {

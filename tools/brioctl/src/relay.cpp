@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <termios.h>
@@ -13,6 +12,7 @@
 #include <cstring>
 
 #include "errors.h"
+#include "quiet_thread.h"
 #include "report.h"
 
 namespace brioctl {
@@ -53,12 +53,7 @@ Relay::Relay(const std::string& query_port, const std::string& urc_port, at_log:
   }
   query_device_ = ways_[0].host.device();
   urc_device_ = ways_[1].host.device();
-  // Signals are the main thread's.
-  sigset_t all, before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  thread_ = std::thread([this] { run(); });
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  thread_ = quiet_thread([this] { run(); });
 }
 
 Relay::~Relay() {

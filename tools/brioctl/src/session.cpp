@@ -1,12 +1,9 @@
 #include "session.h"
 
 #include <poll.h>
-#include <signal.h>
-#include <stdlib.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <thread>
@@ -19,6 +16,7 @@
 #include "outlet.h"
 #include "printable.h"
 #include "progress.h"
+#include "quiet_thread.h"
 #include "recorder.h"
 #include "relay.h"
 #include "report.h"
@@ -47,17 +45,12 @@ std::string scenario_path(const std::string& wanted) {
 class OpeningGuard {
  public:
   explicit OpeningGuard(const std::function<void()>& end_at_once) : done_(eventfd(0, EFD_CLOEXEC)) {
-    // Signals are the main thread's.
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    thread_ = std::thread([this, end_at_once] {
+    thread_ = quiet_thread([this, end_at_once] {
       constexpr int kGrace = 200;  // ms
       pollfd items[] = {{done_, POLLIN, 0}, {interrupt_event(), POLLIN, 0}};
       while (poll(items, 2, -1) < 0) continue;
       if (items[0].revents == 0 && poll(items, 1, kGrace) == 0) end_at_once();
     });
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
   }
   ~OpeningGuard() {
     eventfd_write(done_, 1);

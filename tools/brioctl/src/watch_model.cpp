@@ -1,7 +1,6 @@
 #include "watch_model.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <iterator>
@@ -49,27 +48,12 @@ const char* word(const char* const (&words)[N], int value) {
   return value >= 0 && value < static_cast<int>(N) ? words[value] : nullptr;
 }
 
-std::string with_milliseconds(const std::string& text, std::int64_t wall_ms) {
-  char end[8];
-  std::snprintf(end, sizeof end, ".%03d", static_cast<int>(wall_ms % 1000));
-  return text + end;
-}
-
 template <typename T>
 void bound(std::deque<T>& items, std::size_t most) {
   while (items.size() > most) items.pop_front();
 }
 
 }  // namespace
-
-std::string utc(std::int64_t wall_ms) {
-  const std::time_t seconds = wall_ms / 1000;
-  std::tm parts{};
-  gmtime_r(&seconds, &parts);
-  char text[40];
-  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-  return with_milliseconds(text, wall_ms) + "Z";
-}
 
 std::string local_time(std::int64_t wall_ms, const char* format) {
   const std::time_t seconds = wall_ms / 1000;
@@ -258,7 +242,9 @@ std::string csv_field(const std::string& text) {
 }  // namespace
 
 std::string as_line(const Record& record) {
-  std::string text = with_milliseconds(local_time(record.wall_ms, "%Y-%m-%d %H:%M:%S"), record.wall_ms) + " ";
+  char milliseconds[8];
+  std::snprintf(milliseconds, sizeof milliseconds, ".%03d ", static_cast<int>(record.wall_ms % 1000));
+  std::string text = local_time(record.wall_ms, "%Y-%m-%d %H:%M:%S") + milliseconds;
   const std::string kind = kKinds[static_cast<int>(record.kind)];
   text += kind + std::string(8 - kind.size(), ' ');
   if (record.kind != Kind::kState) return text + printable(record.text);
@@ -275,7 +261,7 @@ std::string as_line(const Record& record) {
 
 Json as_json(const Record& record) {
   Json fields;
-  fields["time"] = utc(record.wall_ms);
+  fields["time"] = at_log::time_stamp(record.wall_ms);
   fields["type"] = kKinds[static_cast<int>(record.kind)];
   if (record.kind == Kind::kState) {
     fields.update(state_fields(record));
@@ -286,7 +272,7 @@ Json as_json(const Record& record) {
 }
 
 std::string as_csv(const Record& record) {
-  std::string text = utc(record.wall_ms) + "," + kKinds[static_cast<int>(record.kind)];
+  std::string text = at_log::time_stamp(record.wall_ms) + "," + kKinds[static_cast<int>(record.kind)];
   const Json fields = state_fields(record);
   for (const Json& value : fields) {
     text += "," + (value.is_null() || record.kind != Kind::kState ? "" : csv_field(plain(value)));

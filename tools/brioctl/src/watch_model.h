@@ -97,7 +97,6 @@ nlohmann::ordered_json as_json(const Record& record);
 std::string as_csv(const Record& record);
 std::string csv_heading();
 
-std::string utc(std::int64_t wall_ms);                             // 2026-11-22T22:13:05.123Z
 std::string local_time(std::int64_t wall_ms, const char* format);  // of strftime
 std::string clock_time(std::int64_t wall_ms);                      // 22:13:05, local
 

@@ -1,5 +1,4 @@
 // The commands of a session; commands.txt describes them.
-#include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>

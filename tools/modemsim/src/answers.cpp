@@ -6,6 +6,7 @@
 
 #include "at_log.h"
 #include "impl.h"
+#include "text.h"
 
 namespace modemsim {
 
@@ -17,9 +18,7 @@ bool same(const std::string& a, const std::string& b) {
 
 // "AT+COPS" of AT+COPS=2, "AT@EPHY:BAS" of AT@EPHY:BAS(1).
 std::string name_of(const std::string& command) {
-  std::string name = command.substr(0, command.find_first_of("=(?"));
-  std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::toupper(c); });
-  return name;
+  return upper(command.substr(0, command.find_first_of("=(?")));
 }
 
 bool sets(const std::string& command) {

@@ -7,14 +7,10 @@
 
 #include "at_errors.h"
 #include "handlers.h"
+#include "text.h"
 
 namespace modemsim {
 namespace {
-
-std::string upper(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  return text;
-}
 
 // "" when the SIM can be read, otherwise the error.
 std::string sim_error(const State& state) {

@@ -4,8 +4,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <sys/prctl.h>
@@ -14,7 +12,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <condition_variable>
 #include <cstring>
 #include <filesystem>
 #include <mutex>
@@ -22,6 +19,7 @@
 
 #include "device_files.h"
 #include "impl.h"
+#include "quiet_thread.h"
 
 namespace modemsim {
 namespace fs = std::filesystem;
@@ -60,12 +58,7 @@ bool Modem::Impl::start(const std::string& where) {
   }
   quit_ = false;
   running_ = true;
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);  // signals are the host's business
-  thread_ = std::thread([this] { run(); });
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  thread_ = quiet_thread([this] { run(); });
   return true;
 }
 

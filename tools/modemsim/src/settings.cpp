@@ -1,7 +1,6 @@
 #include "settings.h"
 
 #include <cstdio>
-#include <string_view>
 
 #include "state.h"
 
