@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -34,48 +35,37 @@ std::string ports_clash(const Options& options) {
   return one ? ports.query + " cannot be the query and the URC port" : "";
 }
 
-// After the verb's own --help.
-constexpr std::pair<const char*, const char*> kExamples[] = {
-    {"demo",
-     "  brioctl demo --seconds 10          follow reports for ten seconds\n"
-     "  brioctl --root ~/desk demo         on another modem"},
-    {"status",
-     "  brioctl status                     the device's modem\n"
-     "  brioctl --sim --json status        a simulated one, for a script"},
-    {"watch",
-     "  brioctl watch                      a screen, until Ctrl-C\n"
-     "  brioctl watch --every 10 --csv >signal.csv"},
-    {"at",
-     "  brioctl at ATI                     one command\n"
-     "  brioctl at                         a shell\n"
-     "  printf 'AT+CSQ\\nAT+COPS?\\n' | brioctl at\n"
-     "  brioctl --query-port /dev/ttyUSB2 at AT+CSQ"},
-    {"ports", "  brioctl ports"},
-    {"auto", "  brioctl auto                       after a scan that died, or a network chosen by hand"},
-    {"scan",
-     "  brioctl scan                       list the networks\n"
-     "  brioctl scan --select 310260       and use this one, until \"brioctl auto\""},
-    {"page",
-     "  brioctl page --full                with identities\n"
-     "  brioctl page --follow              again and again"},
-    {"trace", "  brioctl trace --seconds 60         one minute, below /mnt/us"},
-    {"ant",
-     "  brioctl ant                        which antenna is in use\n"
-     "  brioctl ant auto                   let the modem choose"},
-    {"record",
-     "  brioctl record case                this host, until Ctrl-C\n"
-     "  brioctl record --tap case          another host"},
-    {"import", "  brioctl import case                case.toml and case.txt"},
-    {"doctor", "  brioctl doctor --json              for a script"},
-    {"report", "  brioctl report case.tar.gz"}};
-
-}  // namespace
-
-int main(int argc, char** argv) {
+// The options and what the verbs take.
+struct Program {
   CLI::App app{
       "Drives a modem through libbrio_module.so.1 as the WAN manager does.\n"
       "Without --sim or --root the device's own ports are used; --sim starts a simulated modem.",
       "brioctl"};
+  Options options;
+  CLI::Option* json = nullptr;
+  std::function<int()> run;   // of the verb that was given
+  bool until_signal = false;  // a signal is its regular end
+
+  double demo_seconds = 4, watch_seconds = -1, trace_seconds = -1, record_seconds = -1;
+  double every = 1;
+  WatchFormat format = WatchFormat::kScreen;
+  AtOptions at;
+  bool full = false, follow = false, tap = false, in_place = false;
+  std::string select, filter = kTraceFilter, prefix = "/mnt/us/trace_log", choice;
+  std::string folder, recording, beside, report_file;
+};
+
+CLI::App* add_verb(Program& program, const char* name, const std::string& what, const char* examples,
+                   const std::function<int()>& run) {
+  CLI::App* verb = program.app.add_subcommand(name, what);
+  verb->footer(std::string("Examples:\n") + examples);
+  verb->callback([&program, run] { program.run = run; });
+  return verb;
+}
+
+void add_options(Program& program) {
+  CLI::App& app = program.app;
+  Options& options = program.options;
   app.require_subcommand(1);
   app.fallthrough();
   app.footer(
@@ -92,7 +82,6 @@ int main(int argc, char** argv) {
       "  2      wrong arguments\n"
       "  128+N  signal N ended it (130: Ctrl-C), where that is not the verb's regular end");
 
-  Options options;
   app.add_option("--library", options.library,
                  "Library to load instead of the one that belongs to this program")
       ->type_name("FILE");
@@ -126,112 +115,198 @@ int main(int argc, char** argv) {
   for (const auto& [name, place, what] : port_options) {
     app.add_option(name, *place, what)->type_name("TTY")->excludes(sim)->excludes(scenario);
   }
-  auto* json = app.add_flag("--json", options.json, "Print objects for scripts, one a line");
-  double demo_seconds = 4;
-  auto* demo =
-      app.add_subcommand("demo", "Open a simulated modem, show what it says and reports, scan, close");
-  demo->add_option("--seconds", demo_seconds, "How long to follow reports")
+  program.json = app.add_flag("--json", options.json, "Print objects for scripts, one a line");
+}
+
+void add_demo(Program& program) {
+  CLI::App* demo =
+      add_verb(program, "demo", "Open a simulated modem, show what it says and reports, scan, close",
+               "  brioctl demo --seconds 10          follow reports for ten seconds\n"
+               "  brioctl --root ~/desk demo         on another modem",
+               [&program] {
+                 Options& options = program.options;
+                 if (options.root.empty()) options.simulate = true;
+                 if (options.scenario.empty()) options.scenario = "demo";
+                 // A minute of the scenario in the few seconds of the tour.
+                 if (program.app.count("--speed") == 0) options.speed = 10;
+                 program.until_signal = true;
+                 return run_demo(options, program.demo_seconds);
+               });
+  demo->add_option("--seconds", program.demo_seconds, "How long to follow reports")
       ->check(command_line::above_zero)
       ->capture_default_str();
+}
 
-  auto* status = app.add_subcommand("status", "One table of everything that the host reads");
-
-  double every = 1, watch_seconds = -1;
-  WatchFormat format = WatchFormat::kScreen;
-  auto* watch = app.add_subcommand(
-      "watch", "Follow network, signal and reports until Ctrl-C: a screen at a terminal, else lines");
+void add_watch(Program& program) {
+  CLI::App* watch = add_verb(
+      program, "watch", "Follow network, signal and reports until Ctrl-C: a screen at a terminal, else lines",
+      "  brioctl watch                      a screen, until Ctrl-C\n"
+      "  brioctl watch --every 10 --csv >signal.csv",
+      [&program] {
+        Options& options = program.options;
+        options.until_signal = program.until_signal = true;
+        options.progress = false;  // it may have the screen
+        if (options.json) program.format = WatchFormat::kJson;
+        return run_watch(options, program.every, program.watch_seconds, program.format);
+      });
   watch
-      ->add_option("--every", every,
+      ->add_option("--every", program.every,
                    "Seconds between questions for the signal; at 1 that takes " + watch::cost(1) +
                        ", at 10 " + watch::cost(10) + ", and some more when the network changes")
       ->check(command_line::between(0.1, 3600))
       ->capture_default_str();
   auto* lines = watch->add_flag_callback(
-      "--lines", [&] { format = WatchFormat::kLines; }, "Lines with their time, at a terminal too");
+      "--lines", [&program] { program.format = WatchFormat::kLines; },
+      "Lines with their time, at a terminal too");
   watch
       ->add_flag_callback(
-          "--csv", [&] { format = WatchFormat::kCsv; }, "CSV with a heading (RFC 4180)")
-      ->excludes(lines->excludes(json))
-      ->excludes(json);
-  watch->add_option("--seconds", watch_seconds, "End after this time")->check(command_line::above_zero);
+          "--csv", [&program] { program.format = WatchFormat::kCsv; }, "CSV with a heading (RFC 4180)")
+      ->excludes(lines->excludes(program.json))
+      ->excludes(program.json);
+  watch->add_option("--seconds", program.watch_seconds, "End after this time")
+      ->check(command_line::above_zero);
+}
 
-  AtOptions at_options;
-  auto* at =
-      app.add_subcommand("at", "Send AT commands and nothing else: COMMAND, those from a pipe, or a shell");
-  auto* at_command = at->add_option("command", at_options.command, "For example \"AT+COPS?\"")
+void add_at(Program& program) {
+  CLI::App* at =
+      add_verb(program, "at", "Send AT commands and nothing else: COMMAND, those from a pipe, or a shell",
+               "  brioctl at ATI                     one command\n"
+               "  brioctl at                         a shell\n"
+               "  printf 'AT+CSQ\\nAT+COPS?\\n' | brioctl at\n"
+               "  brioctl --query-port /dev/ttyUSB2 at AT+CSQ",
+               [&program] { return run_at(program.options, program.at); });
+  auto* at_command = at->add_option("command", program.at.command, "For example \"AT+COPS?\"")
                          ->check(command_line::not_empty);
-  at->add_option("--timeout", at_options.timeout, "Seconds to wait for each answer")
+  at->add_option("--timeout", program.at.timeout, "Seconds to wait for each answer")
       ->check(CLI::Range(1, 600))
       ->capture_default_str();
-  at->add_flag("--open", at_options.open, "Open the modem through the library first, and ask through it")
+  at->add_flag("--open", program.at.open, "Open the modem through the library first, and ask through it")
       ->needs(at_command);
+}
 
-  auto* ports = app.add_subcommand("ports", "List serial ports that may be a modem's, and who has them");
-  auto* automatic = app.add_subcommand("auto", "Let the modem select a network by itself again");
-
-  std::string select;
-  auto* scan = app.add_subcommand(
-      "scan", "Scan for networks (up to 300 s; Ctrl-C aborts), then select automatically again");
-  scan->add_option("--select", select, "Select this one of them instead, until \"brioctl auto\"")
+void add_scan(Program& program) {
+  CLI::App* scan = add_verb(program, "scan",
+                            "Scan for networks (up to 300 s; Ctrl-C aborts), then select automatically again",
+                            "  brioctl scan                       list the networks\n"
+                            "  brioctl scan --select 310260       and use this one, until \"brioctl auto\"",
+                            [&program] { return run_scan(program.options, program.select); });
+  scan->add_option("--select", program.select, "Select this one of them instead, until \"brioctl auto\"")
       ->type_name("NUMBER|PLMN")
       ->check(command_line::number_or_plmn);
+}
 
-  bool full = false, follow = false;
-  auto* page = app.add_subcommand("page", "Print the 611 diagnostic page");
-  page->add_flag("--full", full, "The full view, with identities, instead of the masked one");
-  page->add_flag("--follow", follow, "Refresh every three seconds until Ctrl-C");
+void add_page(Program& program) {
+  CLI::App* page = add_verb(program, "page", "Print the 611 diagnostic page",
+                            "  brioctl page --full                with identities\n"
+                            "  brioctl page --follow              again and again",
+                            [&program] {
+                              program.until_signal = program.follow;
+                              return run_page(program.options, program.full, program.follow);
+                            });
+  page->add_flag("--full", program.full, "The full view, with identities, instead of the masked one");
+  page->add_flag("--follow", program.follow, "Refresh every three seconds until Ctrl-C");
+}
 
-  std::string filter = kTraceFilter, prefix = "/mnt/us/trace_log";
-  double trace_seconds = -1;
-  auto* trace = app.add_subcommand("trace", "Capture the modem's trace into a file");
-  trace->add_option("--filter", filter, "Filter file, a device path")->capture_default_str();
-  trace->add_option("--prefix", prefix, "Start of the trace file's path, a device path")
+void add_trace(Program& program) {
+  CLI::App* trace =
+      add_verb(program, "trace", "Capture the modem's trace into a file",
+               "  brioctl trace --seconds 60         one minute, below /mnt/us", [&program] {
+                 program.until_signal = true;
+                 return run_trace(program.options, program.filter, program.prefix, program.trace_seconds);
+               });
+  trace->add_option("--filter", program.filter, "Filter file, a device path")->capture_default_str();
+  trace->add_option("--prefix", program.prefix, "Start of the trace file's path, a device path")
       ->check(trace_prefix)
       ->capture_default_str();
-  trace->add_option("--seconds", trace_seconds, "End after this time instead of at Ctrl-C")
+  trace->add_option("--seconds", program.trace_seconds, "End after this time instead of at Ctrl-C")
       ->check(command_line::above_zero);
+}
 
-  std::string choice;
-  auto* ant = app.add_subcommand("ant", "Show the LTE antennas, or choose one");
-  ant->add_option("choice", choice, "1, 2 or auto")->check(CLI::IsMember({"1", "2", "auto"}));
+void add_ant(Program& program) {
+  CLI::App* ant = add_verb(program, "ant", "Show the LTE antennas, or choose one",
+                           "  brioctl ant                        which antenna is in use\n"
+                           "  brioctl ant auto                   let the modem choose",
+                           [&program] { return run_ant(program.options, program.choice); });
+  ant->add_option("choice", program.choice, "1, 2 or auto")->check(CLI::IsMember({"1", "2", "auto"}));
+}
 
-  std::string folder;
-  double record_seconds = -1;
-  bool tap = false, in_place = false;
-  auto* record = app.add_subcommand(
-      "record", "Open the modem and keep what is said on its ports in a folder, until Ctrl-C");
-  record->add_option("folder", folder, "Where: at.log and library.log")
+void add_record(Program& program) {
+  CLI::App* record = add_verb(
+      program, "record", "Open the modem and keep what is said on its ports in a folder, until Ctrl-C",
+      "  brioctl record case                this host, until Ctrl-C\n"
+      "  brioctl record --tap case          another host",
+      [&program] {
+        program.until_signal = true;
+        return program.tap
+                   ? run_tap(program.options, program.folder, program.record_seconds, program.in_place)
+                   : run_record(program.options, program.folder, program.record_seconds);
+      });
+  record->add_option("folder", program.folder, "Where: at.log and library.log")
       ->required()
       ->check(command_line::not_empty);
-  record->add_option("--seconds", record_seconds, "End after this time")->check(command_line::above_zero);
-  auto* tapping =
-      record->add_flag("--tap", tap, "Record another host: pass what it and the modem say to each other");
+  record->add_option("--seconds", program.record_seconds, "End after this time")
+      ->check(command_line::above_zero);
+  auto* tapping = record->add_flag("--tap", program.tap,
+                                   "Record another host: pass what it and the modem say to each other");
   record
-      ->add_flag("--in-place", in_place,
+      ->add_flag("--in-place", program.in_place,
                  "The tap takes the place of the modem's ports, for a host that knows no others")
       ->needs(tapping);
+}
 
-  std::string recording, beside;
-  auto* import = app.add_subcommand("import", "Make a scenario and a briolab session of a recording");
-  import->add_option("recording", recording, "An AT log, or the folder of a recording")->required();
-  import->add_option("--to", beside, "Write PREFIX.toml and PREFIX.txt (default: beside the recording)")
+void add_import(Program& program) {
+  CLI::App* import = add_verb(program, "import", "Make a scenario and a briolab session of a recording",
+                              "  brioctl import case                case.toml and case.txt", [&program] {
+                                return run_import(program.recording, program.beside, program.options.force);
+                              });
+  import->add_option("recording", program.recording, "An AT log, or the folder of a recording")->required();
+  import
+      ->add_option("--to", program.beside, "Write PREFIX.toml and PREFIX.txt (default: beside the recording)")
       ->type_name("PREFIX");
+}
 
-  auto* doctor = app.add_subcommand(
-      "doctor",
-      "Examine ports, modem, SIM, network, clock, sensor, IPC and files: what is wrong, how to fix it");
-  std::string report_file;
-  auto* report =
-      app.add_subcommand("report", "Pack checks, page, status and logs into one file, identities masked");
-  report->add_option("file", report_file, "Where, for example case.tar.gz")
+void add_report(Program& program) {
+  CLI::App* report =
+      add_verb(program, "report", "Pack checks, page, status and logs into one file, identities masked",
+               "  brioctl report case.tar.gz",
+               [&program] { return run_report(program.options, program.report_file); });
+  report->add_option("file", program.report_file, "Where, for example case.tar.gz")
       ->required()
       ->check(command_line::not_empty);
+}
 
-  for (const auto& [verb, examples] : kExamples) {
-    app.get_subcommand(verb)->footer(std::string("Examples:\n") + examples);
-  }
+}  // namespace
+
+int main(int argc, char** argv) {
+  Program program;
+  add_options(program);
+  add_demo(program);
+  add_verb(program, "status", "One table of everything that the host reads",
+           "  brioctl status                     the device's modem\n"
+           "  brioctl --sim --json status        a simulated one, for a script",
+           [&program] { return run_status(program.options); });
+  add_watch(program);
+  add_at(program);
+  add_verb(program, "ports", "List serial ports that may be a modem's, and who has them", "  brioctl ports",
+           [&program] { return run_ports(program.options); });
+  add_verb(program, "auto", "Let the modem select a network by itself again",
+           "  brioctl auto                       after a scan that died, or a network chosen by hand",
+           [&program] { return run_auto(program.options); });
+  add_scan(program);
+  add_page(program);
+  add_trace(program);
+  add_ant(program);
+  add_record(program);
+  add_import(program);
+  add_verb(program, "doctor",
+           "Examine ports, modem, SIM, network, clock, sensor, IPC and files: what is wrong, how to fix it",
+           "  brioctl doctor --json              for a script",
+           [&program] { return run_doctor(program.options); });
+  add_report(program);
+
   int ended = 0;
-  if (!command_line::parse(app, argc, argv, &ended)) return ended;
+  if (!command_line::parse(program.app, argc, argv, &ended)) return ended;
+  Options& options = program.options;
   if (!options.scenario.empty()) options.simulate = true;
   if (const std::string clash = options.simulate ? "" : ports_clash(options); !clash.empty()) {
     fprintf(stderr, "%s\n", printable(clash).c_str());
@@ -240,48 +315,19 @@ int main(int argc, char** argv) {
   install_signals();
   log_sink::echo(options.verbose);
   if (options.identities) log_sink::show_identities();
-  output::begin(app.get_subcommands().front()->get_name(), options.json);
+  output::begin(program.app.get_subcommands().front()->get_name(), options.json);
 
-  const auto run = [&] {
-    if (!options.at_log.empty()) Recorder::check_place(options.at_log, options.force);
-    if (*demo) {
-      if (options.root.empty()) options.simulate = true;
-      if (options.scenario.empty()) options.scenario = "demo";
-      // A minute of the scenario in the few seconds of the tour.
-      if (app.count("--speed") == 0) options.speed = 10;
-      return run_demo(options, demo_seconds);
-    }
-    if (*status) return run_status(options);
-    options.until_signal = watch->parsed();
-    options.progress = !*watch;  // it may have the screen
-    if (*watch && options.json) format = WatchFormat::kJson;
-    if (*watch) return run_watch(options, every, watch_seconds, format);
-    if (*at) return run_at(options, at_options);
-    if (*page) return run_page(options, full, follow);
-    if (*trace) return run_trace(options, filter, prefix, trace_seconds);
-    if (*record) {
-      return tap ? run_tap(options, folder, record_seconds, in_place)
-                 : run_record(options, folder, record_seconds);
-    }
-    if (*import) return run_import(recording, beside, options.force);
-    if (*ant) return run_ant(options, choice);
-    if (*ports) return run_ports(options);
-    if (*doctor) return run_doctor(options);
-    if (*report) return run_report(options, report_file);
-    if (*automatic) return run_auto(options);
-    return run_scan(options, select);
-  };
   int result = 1;
   std::string error;
   try {
-    result = run();
+    if (!options.at_log.empty()) Recorder::check_place(options.at_log, options.force);
+    result = program.run();
   } catch (const std::exception& problem) {  // a Failure, or what the file system refused
     error = problem.what();
     fflush(stdout);
     fprintf(stderr, "brioctl: %s\n", printable(error, '\n').c_str());
   }
   // Where a signal is the regular end it is no failure.
-  const bool until_signal = *watch || *trace || *record || *demo || follow;
-  if (interrupted() > 0 && (result != 0 || !until_signal)) result = interrupted_status();
+  if (interrupted() > 0 && (result != 0 || !program.until_signal)) result = interrupted_status();
   return output::end(result, error);
 }
