@@ -7,6 +7,7 @@
 
 #include <stdint.h>
 
+#include "brio/at_text.h"
 #include "brio/brio_export.h"
 
 BRIO_EXTERN_C_BEGIN
@@ -45,10 +46,6 @@ enum AtLineResult {
   AT_LINE_NO_PREFIX = 2, /**< a SINGLELINE line without the prefix */
   AT_LINE_SURPLUS = 3    /**< a second line of a one-line type, or a MULTILINE line without the prefix */
 };
-
-/** Data bytes of one port's line buffer; the buffer has one byte more for the NUL. A longer line is dropped.
- */
-#define BRIO_LINE_DATA_MAX 2400
 
 /** A zero-filled answer record, freed with at_response_free. @return null when memory is short */
 BRIO_API ATResponse* at_response_new(void);

@@ -17,6 +17,10 @@
 
 BRIO_EXTERN_C_BEGIN
 
+/** Data bytes of one port's line buffer; the buffer has one byte more for the NUL. A longer line is dropped.
+ */
+#define BRIO_LINE_DATA_MAX 2400
+
 /** Moves past the first ":". -1 with a null cursor, or without a ":" (the cursor becomes null). */
 BRIO_API int32_t at_tok_start(char** cursor);
 /** Whether there is more text at the cursor. @return 1 or 0 */

@@ -4,7 +4,7 @@
 
 #include "base/fields.h"
 #include "base/text.h"
-#include "brio/brio_at.h"
+#include "brio/at_text.h"
 
 using namespace brio;
 

@@ -5,7 +5,7 @@
 #include <string.h>
 
 #include "base/text.h"
-#include "brio/brio_at.h"
+#include "brio/at_text.h"
 
 namespace brio {
 namespace {

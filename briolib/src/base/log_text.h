@@ -3,7 +3,7 @@
 //   BLIB_D(BRIO_LOG_DEBUG, "ICCID %s\n", masked_identity(iccid).c_str());
 #pragma once
 
-#include "brio/brio_at.h"
+#include "brio/at_text.h"
 
 namespace brio {
 

@@ -3,6 +3,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "brio/at_text.h"
+
 namespace brio {
 
 void copy_text(char* destination, size_t capacity, const char* source, size_t count) {
@@ -23,6 +25,12 @@ int32_t decimal(const char* text) {
 
 uint32_t hexadecimal(const char* text) {
   return static_cast<uint32_t>(strtoull(text, nullptr, 16));
+}
+
+std::optional<unsigned long long> digits_only(char* text) {
+  remove_blank_space(text);
+  if (is_string_digit(text) == 0) return std::nullopt;
+  return strtoull(text, nullptr, 10);
 }
 
 bool is_space(char c) {

@@ -4,6 +4,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <optional>
+
 namespace brio {
 
 // Copies at most `count` characters of `source`, at most what fits, and terminates.
@@ -21,6 +23,9 @@ void copy_padded(char* destination, size_t capacity, const char* source, size_t 
 // 32 bits.
 int32_t decimal(const char* text);
 uint32_t hexadecimal(const char* text);
+
+// Deletes the white space of `text`; its number, when only digits are left (ULLONG_MAX beyond 64 bits).
+std::optional<unsigned long long> digits_only(char* text);
 
 bool is_space(char c);  // C locale
 bool is_digit(char c);

@@ -10,7 +10,6 @@
 #include "brio_common/shared_data.h"
 #include "brio_common/steps.h"
 #include "channel/request.h"
-#include "parse/answer.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";
 
@@ -82,7 +81,7 @@ uint32_t recv_func_prv_briolib_update_mcc_mnc(const ATResponse* response, void*,
 
 // The answer's line; null with an error line where there is none (`operation`) or an empty one (`callback`).
 char* prv_serving_line(const ATResponse* response, const char* operation, const char* callback) {
-  char* line = parse::answer_line(response);
+  char* line = answer_line(response);
   if (line == nullptr) {
     BLIB_E("%s:at_resp is invalid:", operation);
   } else if (*line == '\0') {

@@ -3,7 +3,6 @@
 #include "base/log.h"
 #include "brio/briolib.h"
 #include "channel/request.h"
-#include "parse/answer.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";
 
@@ -30,7 +29,7 @@ uint32_t switch_echo_off() {
 }
 
 char* answer_line_for(const char* callback, const ATResponse* response) {
-  char* line = parse::answer_line(response);
+  char* line = answer_line(response);
   if (line == nullptr) BLIB_E("%s::response is invalid", callback);
   return line;
 }

@@ -11,7 +11,6 @@
 #include "base/own_threads.h"
 #include "base/relaxed.h"
 #include "brio/brio_at.h"
-#include "brio/briolib.h"
 #include "channel/brio_blpkt.h"
 #include "channel/brio_pktio.h"
 #include "channel/brio_queue.h"

@@ -26,4 +26,10 @@ inline uint32_t query(const char* command, uint32_t shape, const char* prefix, r
   return blpkt_atcmd_request_with_callback(command, shape, prefix, callback, data, value);
 }
 
+// In a callback: the answer's first intermediate line, or null when there is none.
+inline char* answer_line(const ATResponse* response) {
+  if (response == nullptr || response->intermediates == nullptr) return nullptr;
+  return response->intermediates->line;
+}
+
 }  // namespace brio

@@ -1,18 +1,11 @@
-// The first steps of every response callback: the answer's line, and its text after the result name.
+// The text of an answer's line after the result name.
 #pragma once
 
 #include <string.h>
 
 #include "base/text.h"
-#include "brio/brio_at.h"
 
 namespace brio::parse {
-
-// The answer's first intermediate line, or null when there is none.
-inline char* answer_line(const ATResponse* response) {
-  if (response == nullptr || response->intermediates == nullptr) return nullptr;
-  return response->intermediates->line;
-}
 
 // Text after the first ":" of `line`, white space skipped; null for a null line or one without ":".
 inline const char* answer_payload(const char* line) {

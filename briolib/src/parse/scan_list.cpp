@@ -1,11 +1,10 @@
 #include "parse/scan_list.h"
 
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include "base/text.h"
-#include "brio/brio_at.h"
+#include "brio/at_text.h"
 
 namespace brio::parse {
 namespace {
@@ -103,10 +102,6 @@ bool prv_next_group(char** cursor) {
   return false;
 }
 
-unsigned long long prv_number(const char* digits) {
-  return strtoull(digits, nullptr, 10);
-}
-
 ScanStep prv_refuse(ScanFault* fault, ScanError error, const char* token) {
   *fault = {error, token};
   return ScanStep::kError;
@@ -117,9 +112,9 @@ ScanStep prv_refuse(ScanFault* fault, ScanError error, const char* token) {
 ScanStep prv_read_fields(const Fields& group, ScanEntry* entry, ScanFault* fault) {
   char* const* fields = group.texts;
   if (group.count < 1) return prv_refuse(fault, kScanNoStat, nullptr);
-  remove_blank_space(fields[0]);
-  if (is_string_digit(fields[0]) == 0) return prv_refuse(fault, kScanBadStat, fields[0]);
-  if (prv_number(fields[0]) > kStatMax) return ScanStep::kForbidden;
+  const std::optional<unsigned long long> stat = digits_only(fields[0]);
+  if (!stat) return prv_refuse(fault, kScanBadStat, fields[0]);
+  if (*stat > kStatMax) return ScanStep::kForbidden;
   entry->stat = fields[0];
 
   if (group.count < 2) return prv_refuse(fault, kScanNoLongName, nullptr);
@@ -139,8 +134,7 @@ ScanStep prv_read_fields(const Fields& group, ScanEntry* entry, ScanFault* fault
   copy_text(entry->mnc, fields[3] + kMccDigits);
 
   if (group.count < 5) return prv_refuse(fault, kScanNoAccessTechnology, nullptr);
-  remove_blank_space(fields[4]);
-  if (is_string_digit(fields[4]) == 0 || prv_number(fields[4]) > kAccessTechnologyMax) {
+  if (digits_only(fields[4]).value_or(kAccessTechnologyMax + 1) > kAccessTechnologyMax) {
     return prv_refuse(fault, kScanBadAccessTechnology, fields[4]);
   }
   entry->access_technology = fields[4];

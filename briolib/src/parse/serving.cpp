@@ -1,20 +1,16 @@
 #include "parse/serving.h"
 
-#include <stdlib.h>
 #include <string.h>
 
 #include "base/fields.h"
 #include "base/text.h"
-#include "brio/brio_at.h"
 
 namespace brio::parse {
 namespace {
 
 // Text that is no number counts as automatic: that default is meant.
 int8_t prv_cops_mode(char* field) {
-  remove_blank_space(field);
-  if (is_string_digit(field) == 0) return 0;
-  unsigned long long value = strtoull(field, nullptr, 10);
+  const unsigned long long value = digits_only(field).value_or(0);
   return value <= 1 ? static_cast<int8_t>(value) : int8_t{-1};
 }
 

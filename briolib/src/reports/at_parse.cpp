@@ -3,6 +3,7 @@
 
 #include "base/log.h"
 #include "base/log_text.h"
+#include "brio/at_lines.h"
 #include "brio/briolib.h"
 #include "parse/sim_file.h"
 #include "reports/report_table.h"

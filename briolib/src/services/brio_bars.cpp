@@ -15,7 +15,6 @@
 #include "brio_common/facts.h"
 #include "brio_common/shared_data.h"
 #include "channel/request.h"
-#include "parse/answer.h"
 #include "parse/bars.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_bars";
@@ -48,7 +47,7 @@ pthread_mutex_t s_bars_mutex = PTHREAD_MUTEX_INITIALIZER;
 uint32_t s_need_clear_sms = 255;
 
 uint32_t recv_func_at_req_get_bars(const ATResponse* response, void* data, uint16_t /*user_value*/) {
-  char* line = parse::answer_line(response);
+  char* line = answer_line(response);
   if (line == nullptr) {
     BLIB_E("recv_func_at_req_get_bars:at_resp is invalid:\n");
     return BRIO_STATUS_INVALID;

@@ -35,7 +35,7 @@ void prv_store(const modem_info& info) {
 // the request returns: by then the library may have been opened anew, with another modem.
 uint32_t recv_func_prv_briolib_get_modem_info(const ATResponse* response, void*, uint16_t) {
   modem_info info = {};
-  char* line = parse::answer_line(response);
+  char* line = answer_line(response);
   const char* payload = parse::answer_payload(line);
   if (line == nullptr) {
     BLIB_E("prv_briolib_get_modem_info:at_resp is invalid:\n");

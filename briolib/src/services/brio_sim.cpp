@@ -7,12 +7,12 @@
 #include "base/guards.h"
 #include "base/log.h"
 #include "base/log_text.h"
+#include "base/text.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "brio_common/shared_data.h"
 #include "channel/request.h"
-#include "parse/answer.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_sim";
 
@@ -60,7 +60,7 @@ void prv_store(const char (&text)[N], char* half) {
 // The response callbacks below run on the read thread.
 
 uint32_t prv_briolib_get_value(const ATResponse* response, void* user_data, uint16_t) {
-  char* input_line = parse::answer_line(response);
+  char* input_line = answer_line(response);
   if (input_line == nullptr) {
     BLIB_E("prv_briolib_get_value:input_line passed is NULL:\n");
     return BLPKT_STATUS_ERROR;
@@ -70,7 +70,7 @@ uint32_t prv_briolib_get_value(const ATResponse* response, void* user_data, uint
 
 uint32_t recv_func_prv_briolib_get_iccid(const ATResponse* response, void* user_data, uint16_t) {
   char iccid[parse::kIccidSize] = {};
-  if (!parse::parse_iccid(parse::answer_line(response), iccid)) {
+  if (!parse::parse_iccid(answer_line(response), iccid)) {
     BLIB_E("recv_func_prv_briolib_get_iccid::response is invalid\n");
     return BRIO_STATUS_INVALID;
   }
@@ -81,7 +81,7 @@ uint32_t recv_func_prv_briolib_get_iccid(const ATResponse* response, void* user_
 
 uint32_t recv_func_prv_briolib_get_imsi(const ATResponse* response, void* user_data, uint16_t) {
   char imsi[parse::kImsiSize] = {};
-  if (!parse::parse_imsi(parse::answer_line(response), imsi)) {
+  if (!parse::parse_imsi(answer_line(response), imsi)) {
     BLIB_E("recv_func_prv_briolib_get_imsi::response is invalid\n");
     return BRIO_STATUS_INVALID;
   }

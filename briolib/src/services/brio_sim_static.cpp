@@ -6,11 +6,11 @@
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/relaxed.h"
+#include "base/text.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "channel/request.h"
-#include "parse/answer.h"
 #include "parse/sim_file.h"
 #include "services/static_info.h"
 
@@ -38,7 +38,7 @@ uint32_t s_sim_info_md5_status;
 
 // Runs on the read thread. `user_data` is the command, which tells the parser whose contents the line holds.
 uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_data, uint16_t) {
-  char* line = parse::answer_line(response);
+  char* line = answer_line(response);
   if (line == nullptr) {
     BLIB_E("recv_func_prv_briolib_get_crsm::response is invalid\n");
     return BRIO_STATUS_INVALID;
