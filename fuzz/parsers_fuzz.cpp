@@ -69,10 +69,10 @@ void fuzz_static_info(Bytes data) {
   for (size_t i = 0; i < std::size(counts) && 2 * i + 2 <= data.size(); i++)
     memcpy(counts[i], data.data() + 2 * i, 2);
   memcpy(&info, data.data(), std::min(data.size(), sizeof(info)));
-  using Text = char[brio::kStaticInfoSize];
-  const std::unique_ptr<char[]> text(new char[sizeof(Text)]);
-  brio::static_info_text(plmn, info, reinterpret_cast<Text&>(*text.get()));
-  require(memchr(text.get(), '\0', sizeof(Text)) != nullptr);
+  using Whole = char[brio::kStaticInfoSize];
+  const std::unique_ptr<char[]> text(new char[sizeof(Whole)]);
+  brio::static_info_text(plmn, info, reinterpret_cast<Whole&>(*text.get()));
+  require(memchr(text.get(), '\0', sizeof(Whole)) != nullptr);
 }
 
 // Only the path's quotes could end the shell's word.
