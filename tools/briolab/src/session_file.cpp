@@ -306,6 +306,9 @@ class Player {
               << (updates ? "\n  - before, + written\n" : "\n  - expected, + shown\n");
     const Lines want = lines_of(expected), got = lines_of(shown);
     print_difference(want, got);
+    if (std::is_permutation(want.begin(), want.end(), got.begin(), got.end())) {
+      std::cout << "  the same in another order\n";
+    }
     if (updates && log_holds) return;
     if (updates) std::cout << "  its log and nolog clauses stay as they were: edit them by hand\n";
     const auto not_logged = [&](const std::string& each) {
