@@ -44,6 +44,11 @@ std::string roff(std::string text) {
   return replaced(replaced(text, "\n.", "\n\\&."), "\n'", "\n\\&'");
 }
 
+// Lines that are not filled.
+std::string as_it_is(const std::string& text) {
+  return text.empty() ? "" : ".nf\n" + roff(text) + "\n.fi\n";
+}
+
 std::string man_options(const CLI::App& app) {
   std::string page;
   for (const CLI::Option* option : shown_options(app)) {
@@ -74,8 +79,9 @@ std::string man_page(const CLI::App& app) {
   if (!shown_verbs(app).empty()) page += ".SH COMMANDS\n";
   for (const CLI::App* verb : shown_verbs(app)) {
     page += ".SS " + verb->get_name() + "\n" + roff(verb->get_description()) + "\n" + man_options(*verb);
+    if (verb->get_footer() != app.get_footer()) page += ".PP\n" + as_it_is(verb->get_footer());
   }
-  return page + ".SH NOTES\n.nf\n" + roff(app.get_footer()) + "\n.fi\n";
+  return page + ".SH NOTES\n" + as_it_is(app.get_footer());
 }
 
 // ---- Completion
