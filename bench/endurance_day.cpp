@@ -135,6 +135,8 @@ class Day {
     expect(status == wanted, "wabs_open: status " + std::to_string(status));
     if (status != 0) return device_.listen(false);
     g_tally.opens += 1;
+    // The antenna is asked for once; after that the library goes by reports.
+    expect(call("brio_atcmd_enable_urc 1").status == 0, "reports of the antennas");
     traced_ = 0;
     device_.settle();
     move_anew();
