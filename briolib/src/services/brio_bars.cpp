@@ -100,19 +100,23 @@ void prv_report_low_signal(bool on) {
   if (status == BRIO_STATUS_OK) s_low_signal_reports = on;
 }
 
+// Both under the lock: a report of a modem that is registered nowhere clears both.
+bool prv_take_cached_bars() {
+  UrcDataLock lock;
+  if (relaxed_load(g_cached_bars_valid) == 0) return false;
+  s_reply.bars = g_brio_lib_atcmd_data.bars;
+  return true;
+}
+
 uint32_t prv_get_bars(uint32_t* out, int32_t mode) {
   if (out == nullptr) return BRIO_STATUS_INVALID;
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
 
-  if (relaxed_load(g_cached_bars_valid) == 0) {
+  if (!prv_take_cached_bars()) {
     status = prv_poll();
     if (status != BRIO_STATUS_OK) return status;
   } else {
-    {
-      UrcDataLock lock;
-      s_reply.bars = g_brio_lib_atcmd_data.bars;
-    }
     if (mode == kReadingApplication || mode == kPlainRead) {
       *out = s_reply.bars;
       if (mode == kReadingApplication) {
