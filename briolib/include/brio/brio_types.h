@@ -52,9 +52,9 @@ typedef uint32_t (*brio_event_callback)(uint32_t id, uint32_t data_size, const v
 #define BRIO_PLMN_UNKNOWN "FFF"
 
 /**
- * The shared modem-data record (144 bytes), guarded by the URC-data mutex (briolib_lock_urc_data_mutex).
- * "Unknown" is the value after a reset; a partial reset (registered neither for CS nor for PS) leaves the
- * fields marked (kept) alone. Texts are NUL-terminated; one that a host stores need not be.
+ * The shared modem-data record, guarded by the URC-data mutex (briolib_lock_urc_data_mutex). "Unknown" is the
+ * value after a reset; a partial reset (registered for no domain) leaves the fields marked (kept) alone.
+ * Texts are NUL-terminated; one that a host stores need not be.
  *
  * signal_a and signal_b are steps of the modem, whose meaning depends on rat:
  *

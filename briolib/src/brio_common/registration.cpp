@@ -60,31 +60,29 @@ uint32_t recv_func_prv_briolib_get_crsm(const ATResponse* response, void* user_d
 // Registration states of 3GPP TS 27.007 that count here.
 enum Stat : int32_t { kStatHome = 1, kStatDenied = 3, kStatRoaming = 5 };
 
-bool prv_store_cs_stat(int32_t stat) {
-  brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  data.cs_reg_status = stat == kStatHome      ? kHome
-                       : stat == kStatRoaming ? kRoaming
-                       : stat == kStatDenied  ? kDenied
-                                              : kNotRegistered;
+bool prv_store_stat(int32_t stat, uint8_t& status) {
+  status = stat == kStatHome      ? kHome
+           : stat == kStatRoaming ? kRoaming
+           : stat == kStatDenied  ? kDenied
+                                  : kNotRegistered;
   return true;
 }
 
-bool prv_store_ps_stat(int32_t stat) {
-  brio_atcmd_data& data = g_brio_lib_atcmd_data;
+bool prv_store_ps_stat(int32_t stat, uint8_t& status) {
   uint32_t attached = 0;
   bool may_be_off = false;
   switch (stat) {
     case kStatHome:
     case kStatRoaming:
-      data.ps_reg_status = stat == kStatHome ? kHome : kRoaming;
+      status = stat == kStatHome ? kHome : kRoaming;
       attached = 1;
       break;
     case kStatDenied:
       // A denied PS registration is kept in the CS field, and the PS field keeps its value. This is meant.
-      data.cs_reg_status = kDenied;
+      g_brio_lib_atcmd_data.cs_reg_status = kDenied;
       break;
     default:
-      data.ps_reg_status = kNotRegistered;
+      status = kNotRegistered;
       may_be_off = true;
       break;
   }
@@ -104,12 +102,14 @@ struct DomainRow {
   bool logs_roaming;                 // as registered
   size_t cause;                      // place in reject_bytes
   uint8_t brio_atcmd_data::*status;  // kNotRegistered (0) while it is not registered
-  bool (*store_stat)(int32_t stat);  // true when the modem may be registered for no domain now
+  uint16_t brio_atcmd_data::*area;
+  // Fills `status`. True when the modem may be registered for no domain now.
+  bool (*store_stat)(int32_t stat, uint8_t& status);
 };
 constexpr DomainRow kDomains[] = {
     // by Domain
-    {"CREG", "CS", false, 1, &brio_atcmd_data::cs_reg_status, prv_store_cs_stat},
-    {"CGREG", "PS", true, 2, &brio_atcmd_data::ps_reg_status, prv_store_ps_stat},
+    {"CREG", "CS", false, 1, &brio_atcmd_data::cs_reg_status, &brio_atcmd_data::lac, prv_store_stat},
+    {"CGREG", "PS", true, 2, &brio_atcmd_data::ps_reg_status, &brio_atcmd_data::lac, prv_store_ps_stat},
 };
 constexpr size_t kRegistrationCommandSize = 16;
 
@@ -162,8 +162,8 @@ bool prv_store_registration(const parse::Registration& line, const DomainRow& do
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   bool cleared = false;
   // The registration state first: it may clear what the other fields then fill.
-  if (line.stat) cleared = domain.store_stat(*line.stat) && prv_clear_if_unregistered();
-  if (line.lac) data.lac = *line.lac;
+  if (line.stat) cleared = domain.store_stat(*line.stat, data.*domain.status) && prv_clear_if_unregistered();
+  if (line.lac) data.*domain.area = *line.lac;
   if (line.cell_id) data.cell_id = *line.cell_id;
   if (line.rat) data.rat = *line.rat;
   if (line.band) data.band = *line.band;

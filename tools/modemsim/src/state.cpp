@@ -10,8 +10,8 @@ namespace {
 
 constexpr int kIccidFile = 12258;
 
-// What the registration reports say of the cell.
-constexpr int State::*kCell[] = {&State::lac, &State::cell_id, &State::rat, &State::band};
+// What the registration reports of every domain say of the cell.
+constexpr int State::*kCell[] = {&State::cell_id, &State::rat, &State::band};
 
 }  // namespace
 
@@ -85,7 +85,7 @@ Reported reported(const State& state) {
   Reported values;
   const auto add = [&](int State::*member) { values.emplace_back(member, state.*member); };
   for (int State::*member : kCell) add(member);
-  for (const Domain& domain : kDomains) add(domain.stat.member);
+  for (const Domain& domain : kDomains) add(domain.stat.member), add(domain.area);
   for (const Report& report : kReports) std::for_each(report.watched.begin(), report.watched.end(), add);
   return values;
 }
@@ -115,7 +115,7 @@ std::string registration_fields(const State& state, const Domain& domain) {
   const bool rejected = stat == 3 && cause != 0;
   std::string text = std::to_string(stat);
   if (mode < 2 || !(is_registered(stat) || rejected)) return text;
-  text += format(",\"%04X\",\"%08X\",%d", static_cast<unsigned>(state.lac) & 0xFFFFU,
+  text += format(",\"%04X\",\"%08X\",%d", static_cast<unsigned>(state.*domain.area) & 0xFFFFU,
                  static_cast<unsigned>(state.cell_id), state.rat);
   if (mode == 99) text += "," + std::to_string(state.band);
   if (rejected) text += format(",\"0\",\"%d\"", cause);
@@ -132,7 +132,7 @@ std::vector<std::string> reports_of_change(const Reported& before, const State& 
   const bool cell = std::any_of(std::begin(kCell), std::end(kCell), changed);
   for (const Domain& domain : kDomains) {
     const int mode = now.*domain.mode.member;
-    const bool moved = mode >= 2 && cell && is_registered(now.*domain.stat.member);
+    const bool moved = mode >= 2 && (cell || changed(domain.area)) && is_registered(now.*domain.stat.member);
     if (mode == 0 || !(changed(domain.stat.member) || moved)) continue;
     lines.push_back("+" + std::string(domain.name) + ": " + registration_fields(now, domain));
   }

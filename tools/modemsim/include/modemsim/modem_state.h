@@ -83,12 +83,13 @@ struct State {
   int carrier_id = 201;
   std::string pdp_type = "IP";
   std::string apn = "broadband";
-  int radio = 1;                      // AT+CFUN
-  int creg_mode = 0, cgreg_mode = 0;  // 0 off, 1 stat only, 2 with the cell, 99 with cell and band
-  bool time_reports = false;          // AT+CTZR=1
-  bool reject_reports = false;        // AT+GTOTAREJECT=1
-  bool echo = true;                   // until ATE0
-  int cmee = 1;  // AT+CMEE, errors: 0 ERROR, 1 numbers (of this modem from the start), 2 words
+  int radio = 1;  // AT+CFUN
+  // 0 off, 1 stat only, 2 with the cell, 99 with cell and band
+  int creg_mode = 0, cgreg_mode = 0;
+  bool time_reports = false;    // AT+CTZR=1
+  bool reject_reports = false;  // AT+GTOTAREJECT=1
+  bool echo = true;             // until ATE0
+  int cmee = 1;                 // AT+CMEE, errors: 0 ERROR, 1 numbers (of this modem from the start), 2 words
   bool body_sar = false;
   bool fake_security = false;
   bool trace_on = false;                       // AT+XSYSTRACE=, AT+TRACE=
@@ -199,16 +200,19 @@ inline constexpr SimFileName kSimFileNames[] = {
 struct Domain {
   const char* name;  // "CREG": of the report and, after "AT+", of the commands
   const char* what;  // for the list of commands
+  int State::*area;
   NumberField stat, reject_cause, mode;
 };
 inline constexpr Domain kDomains[] = {
     {"CREG",
      "circuit-switched registration",
+     &State::lac,
      {"cs_stat", &State::cs_stat, 0, 10},
      {"cs_reject_cause", &State::cs_reject_cause, 0, 255},
      {"creg_mode", &State::creg_mode, 0, 99}},
     {"CGREG",
      "packet-switched registration",
+     &State::lac,
      {"ps_stat", &State::ps_stat, 0, 10},
      {"ps_reject_cause", &State::ps_reject_cause, 0, 255},
      {"cgreg_mode", &State::cgreg_mode, 0, 99}},
