@@ -185,8 +185,8 @@ std::string after_opening(double seconds) {
 }  // namespace
 
 void Checkup::add(Check::State state, const std::string& name, const std::string& finding,
-                  const std::string& mend) {
-  checks_.push_back({state, name, finding, mend});
+                  const std::string& fix) {
+  checks_.push_back({state, name, finding, fix});
 }
 
 void Checkup::add(const Checkup& part) {
@@ -212,7 +212,7 @@ std::string Checkup::text() const {
     char columns[64];
     snprintf(columns, sizeof columns, "%-10s  %-12s  ", kStates[check.state], check.name.c_str());
     text += columns + printable(check.finding) +
-            (check.mend.empty() ? "" : ". " + printable(check.mend) + ".") + "\n";
+            (check.fix.empty() ? "" : ". " + printable(check.fix) + ".") + "\n";
   }
   const int count = wrongs();
   return text + (count == 0   ? "\nNothing is wrong.\n"
@@ -226,8 +226,8 @@ nlohmann::ordered_json Checkup::json() const {
     list.push_back({{"check", check.name},
                     {"state", kStates[check.state]},
                     {"finding", check.finding},
-                    {"mend", nullptr}});
-    if (!check.mend.empty()) list.back()["mend"] = check.mend;
+                    {"fix", nullptr}});
+    if (!check.fix.empty()) list.back()["fix"] = check.fix;
   }
   return list;
 }

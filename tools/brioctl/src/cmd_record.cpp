@@ -60,7 +60,7 @@ class Replaced {
   Replaced& operator=(const Replaced&) = delete;
 
   // A tap that was killed left its link in the port's place, or the modem has come back with a port there.
-  static void mend(const std::string& path) {
+  static void fix(const std::string& path) {
     std::error_code failed;
     if (!fs::exists(fs::symlink_status(aside(path), failed))) return;
     if (fs::exists(fs::symlink_status(path, failed)) && !is_tap(path)) {
@@ -171,7 +171,7 @@ int run_tap(const Options& options, const std::string& dir, double seconds, bool
   if (!options.at_log.empty()) throw Failure("A recording has its AT log in its folder; leave --at-log out.");
   Session session(options);
   const PortPaths ports = session.ports();
-  for (const std::string& path : {ports.query, ports.urc}) Replaced::mend(path);
+  for (const std::string& path : {ports.query, ports.urc}) Replaced::fix(path);
   Claim claim;
   if (!session.simulated()) {
     check_ports({{ports.query, "query"}, {ports.urc, "URC"}}, options.force);

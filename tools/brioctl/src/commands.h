@@ -52,7 +52,7 @@ int run_tap(const Options& options, const std::string& dir, double seconds, bool
 int run_import(const std::string& recording, std::string prefix, bool force);
 
 int run_ports(const Options& options);
-// What is wrong, and how to mend it.
+// What is wrong, and how to fix it.
 int run_doctor(const Options& options);
 // Packs what the doctor sees, page, status and logs into a new file.
 int run_report(Options options, const std::string& file);

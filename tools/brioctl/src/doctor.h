@@ -13,14 +13,14 @@ namespace brioctl {
 
 struct Check {
   enum State { kOk, kNote, kWrong, kNotJudged } state = kOk;
-  std::string name, finding, mend;  // `mend` is "" where there is nothing to do
+  std::string name, finding, fix;  // `fix` is "" where there is nothing to do
 };
 
 // Where checks are collected.
 class Checkup {
  public:
   void add(Check::State state, const std::string& name, const std::string& finding,
-           const std::string& mend = "");
+           const std::string& fix = "");
   void add(const Checkup& part);
   // A sentence that says what is wrong, and those after it how to fix it.
   void wrong(const std::string& name, const std::string& sentences);
