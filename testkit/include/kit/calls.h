@@ -1,8 +1,8 @@
 // Stands between the product and the C library, libcrypto and the IPC library (link option --wrap): counts
 // every call that can fail, makes it fail on demand, and knows what the product holds. Only the product's own
 // calls reach it (brio_product in CMakeLists.txt).
-#ifndef LAB_CALLS_H
-#define LAB_CALLS_H
+#ifndef KIT_CALLS_H
+#define KIT_CALLS_H
 
 #include <sys/types.h>
 

@@ -1,7 +1,7 @@
 // Stand-in for briolib/src/base/clock.cpp: a clock that tests, fuzz targets and endurance runs drive. Sleeps
 // take no time: they move the clock and are recorded. Waits with a deadline run in real time.
-#ifndef PLATFORM_CLOCK_TEST_CLOCK_H
-#define PLATFORM_CLOCK_TEST_CLOCK_H
+#ifndef KIT_CLOCK_H
+#define KIT_CLOCK_H
 
 #include <cstdint>
 #include <ctime>

@@ -1,6 +1,6 @@
 // A writable text whose memory ends with its NUL, so that AddressSanitizer sees every step beyond it.
-#ifndef LAB_EXACT_TEXT_H
-#define LAB_EXACT_TEXT_H
+#ifndef KIT_EXACT_TEXT_H
+#define KIT_EXACT_TEXT_H
 
 #include <cstring>
 #include <memory>

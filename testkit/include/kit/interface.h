@@ -1,6 +1,6 @@
 // The network interface wwan0: it answers as scripted, whatever interfaces the machine has.
-#ifndef LAB_INTERFACE_H
-#define LAB_INTERFACE_H
+#ifndef KIT_INTERFACE_H
+#define KIT_INTERFACE_H
 
 #include <string>
 

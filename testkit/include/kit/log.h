@@ -1,6 +1,6 @@
 // Captures what the library writes to syslog: the test program defines the syslog functions itself.
-#ifndef LAB_LOG_CAPTURE_H
-#define LAB_LOG_CAPTURE_H
+#ifndef KIT_LOG_H
+#define KIT_LOG_H
 
 #include <functional>
 #include <string>

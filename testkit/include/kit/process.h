@@ -1,6 +1,6 @@
 // What this process holds: figures that must be the same before and after a test.
-#ifndef PLATFORM_PROCESS_H
-#define PLATFORM_PROCESS_H
+#ifndef KIT_PROCESS_H
+#define KIT_PROCESS_H
 
 #include <dirent.h>
 #include <malloc.h>
