@@ -75,7 +75,7 @@ class Mask {
   bool torn_ = false;
 };
 
-// Makes lines of bytes as they pass, and hands them to whoever listens. Any thread.
+// Makes lines of bytes as they pass, and hands them to its listeners. Any thread.
 class Journal {
  public:
   // Called with the journal's mutex held, by the thread that passes the bytes: listeners must not wait.

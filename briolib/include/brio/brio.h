@@ -168,7 +168,7 @@ BRIO_API uint32_t brio_set_lte_ant(uint32_t choice);
 /** @name Signal bars */
 /** @{ */
 
-/** Signal bars. Mode 0 polls the modem at most once in 91 s and never gives 255; 1 (reading application
+/** Signal bars. Mode 0 polls the modem at most once in 91 s and never returns 255; 1 (reading application
  * active) and 2 (plain read) serve the held value, which may be 255, and poll while none is held; any other
  * mode behaves as 0. Host thread.
  * @return OK (0); INVALID (6) for null, before the gate; UNAVAILABLE (7) when the poll failed */

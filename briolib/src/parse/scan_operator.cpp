@@ -55,7 +55,7 @@ char* prv_number_comma(char* begin, char* end, size_t minimum, bool may_be_quote
   return nullptr;
 }
 
-// The "," in front of the unquoted name that ends at `end`; null when no such name does.
+// The "," before the unquoted name that ends at `end`; null when no such name ends there.
 char* prv_unquoted_name_comma(char* begin, char* end) {
   while (end > begin) {
     char c = *--end;
@@ -65,8 +65,8 @@ char* prv_unquoted_name_comma(char* begin, char* end) {
   return nullptr;
 }
 
-// Whether an operator ends at `close`, a ")": a numeric operator and an access technology come before
-// it and the end of a name in front of those.
+// Whether an operator ends at `close`, a ")": the end of a name, a numeric operator and an access technology
+// come before it.
 bool prv_ends_operator(char* begin, char* close, ScanOperator* found) {
   char* technology = prv_number_comma(begin, close, 1, false);
   if (technology == nullptr) return false;

@@ -12,8 +12,8 @@ inline constexpr size_t kScanNumericMin = 5;
 struct ScanOperator {
   char* open;        // "("
   char* cut;         // "," between the names; null when they are not two: then `close` alone is certain
-  char* numeric;     // "," in front of the numeric operator
-  char* technology;  // "," in front of the access technology
+  char* numeric;     // "," before the numeric operator
+  char* technology;  // "," before the access technology
   char* close;       // ")"
 };
 

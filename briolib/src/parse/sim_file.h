@@ -23,8 +23,8 @@ enum class SimFile {
   kIccid,
 };
 
-// The file that a READ BINARY command names ("AT+CRSM=176,28512,0,0,0" or its parameters alone). Null gives
-// kOther.
+// The file that a READ BINARY command names ("AT+CRSM=176,28512,0,0,0" or its parameters alone); kOther for
+// null.
 SimFile crsm_file(const char* command);
 
 inline constexpr char kReadIccidCommand[] = "AT+CRSM=176,12258,0,0,0";

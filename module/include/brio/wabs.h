@@ -152,10 +152,10 @@ BRIO_API uint32_t wabs_report_event(const void* event);
  * else WABS_BARS_NOT_ATTACHED. Poll this first: the call also keeps the rest current.
  *
  * The modem is asked at most once in 91 s. Below two bars it reports each change by itself and is not asked.
- * When it answers that it has no value (255), that call gives 1, and the calls of the next 91 s what was held
- * before; while nothing is held, each call asks. While the IPC service names the reading application as the
- * active one, the held value is served however old it is, and may be 255, no value: the modem is only asked
- * while nothing is held, and told to stop reporting.
+ * When it answers that it has no value (255), that call returns 1, and the calls of the next 91 s return what
+ * was held before; while nothing is held, each call asks. While the IPC service names the reading application
+ * as the active one, the held value is served however old it is, and may be 255, no value: the modem is only
+ * asked while nothing is held, and told to stop reporting.
  *
  * While attached to a network that is not known yet, it asks for the operator, which wabs_get_mcc_mnc then
  * serves, and drops the time zone of wabs_get_module_time. While not attached, it asks for the registration,

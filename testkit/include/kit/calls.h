@@ -1,4 +1,4 @@
-// Stands between the product and the C library, libcrypto and the IPC library (link option --wrap): counts
+// A layer between the product and the C library, libcrypto and the IPC library (link option --wrap): counts
 // every call that can fail, makes it fail on demand, and knows what the product holds. Only the product's own
 // calls reach it (brio_product in CMakeLists.txt).
 #ifndef KIT_CALLS_H

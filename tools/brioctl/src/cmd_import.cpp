@@ -265,7 +265,7 @@ std::vector<Call> calls_of(const std::vector<Line>& lines) {
   return calls;
 }
 
-// The OK that the simulated modem of a session gives anyhow needs no line.
+// An OK that the simulated modem of a session answers anyway needs no line.
 class OwnAnswers {
  public:
   OwnAnswers() {

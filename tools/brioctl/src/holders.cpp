@@ -67,7 +67,7 @@ void Claim::release() {
   socket_ = -1;
 }
 
-// A name that the kernel forgets with the socket: nothing is left behind, whoever dies.
+// The kernel forgets the name with the socket, so a process that dies leaves nothing behind.
 bool Claim::take(const std::string& query_port) {
   struct stat device {};
   if (stat(query_port.c_str(), &device) != 0) return true;

@@ -1,5 +1,5 @@
-// Stands between a modem's query and URC port and whoever drives it: passes every byte on and tells a
-// journal.
+// The relay between a modem's query and URC ports and the program that drives them: passes every byte on and
+// reports it to a journal.
 #ifndef BRIOCTL_RELAY_H
 #define BRIOCTL_RELAY_H
 

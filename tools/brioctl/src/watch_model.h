@@ -1,5 +1,5 @@
 // What brioctl watch knows of a modem, and how it looks: rows of text for a screen of any size, a line, JSON,
-// CSV. No terminal, no library, no clock: whoever calls says what happened and what time it is.
+// CSV. No terminal, no library, no clock: the caller says what happened and what time it is.
 #ifndef BRIOCTL_WATCH_MODEL_H
 #define BRIOCTL_WATCH_MODEL_H
 
