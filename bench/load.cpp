@@ -135,7 +135,6 @@ int main(int argc, char** argv) {
   bench::PortRoot root;
   bench::PtyPort query(root, "ttyACM2"), urc(root, "ttyACM3");
   brio_set_root_dir(root.path().c_str());
-  at_parse_init();
   long descriptors_before = process::descriptors();
   if (blpkt_init() != 0 || pktio_init("/dev/ttyACM2", blpkt_handle_packet, nullptr) != 0) {
     fprintf(stderr, "load: the channel did not open\n");
