@@ -84,11 +84,14 @@ TEST(Brioctl, SendsWhatIsTypedAndNothingElse) {
   prompt.replace = true;
   prompt.reply = "\r\n> ";
   modem.fault(prompt);
-  modemsim::Answer slow;
+  modemsim::Fault slow;
   slow.command = "AT+SLOW";
-  slow.lines = {"+SLOW: 1", "OK"};
-  slow.delay = modemsim::Milliseconds(3000);
-  modem.answer(slow);
+  slow.silent = true;
+  modem.fault(slow);
+  modemsim::Answer late_and_own;
+  late_and_own.command = "AT+CSQ";
+  late_and_own.lines = {"+SLOW: 1", "OK", "+CSQ: 30,99", "OK"};
+  modem.answer(late_and_own);
   const std::string at = BRIOCTL " --root " + root.dir() + " at ";
   check(("printf 'AT+COPS=3,2\\r\\n\\nAT+COPS?\\nAT+NO\\n^' | " + at).c_str(),
         {{"", 1, {"^OK\n\\+COPS: 0,2,\"310410\",7\nOK\nERROR\nOK\n$"}}});
@@ -315,10 +318,12 @@ TEST(Brioctl, NamesTheCause) {
   check(BRIOCTL, {{(here + " status").c_str(), 1, {"a program died while it scanned.*brioctl auto"}},
                   {(here + " auto").c_str(), 0, {"aborting a scan", "Automatic"}}});
   // A signal ends a wait of 20 seconds, at once: the library's threads end with the process.
+  const std::string log = root.path("/at.log");
   const Outcome ended =
-      run("export TSAN_OPTIONS=$TSAN_OPTIONS:report_thread_leaks=0; "
-          "timeout --preserve-status -k 1.5 -s INT 3 " BRIOCTL " " +
-          scenario + "silent.toml status; echo status $?");
+      run("export TSAN_OPTIONS=$TSAN_OPTIONS:report_thread_leaks=0; bash -mc '" BRIOCTL " --at-log " + log +
+          " " + scenario + "silent.toml status & p=$!; until grep -q ATE0 " + log +
+          "; do sleep 0.05; done; "
+          "kill -INT $p; (sleep 15; kill -KILL $p) >/dev/null 2>&1 & wait $p; echo status $?; kill -- -$!'");
   EXPECT_NE(std::string::npos, ended.text.find("interrupted.\nstatus 130\n")) << ended.text;
 }
 

@@ -76,9 +76,12 @@ TEST(Watch, ComesBackWithTheModem) {
 #if SCREEN
 // Whatever it did to the terminal is undone, also when a signal ends it.
 TEST(Watch, TakesTheTerminalAndGivesItBack) {
+  const modemsim::DeviceRoot root;
   const Outcome outcome =
-      run("TERM=xterm script -qec 'stty cols 80 rows 24; timeout --foreground -s TERM 2 " BRIOCTL
-          " --sim watch; stty -a' /dev/null");
+      run("cd " + root.dir() +
+          "; (until grep -q Registration screen; do sleep 0.1; done; kill $(cat id)) 2>&- & "
+          "TERM=xterm script -qfec 'stty cols 80 rows 24; sh -c \"echo \\$\\$ >id; exec " BRIOCTL
+          " --sim watch --seconds 600\"; stty -a' screen; kill $! 2>&-");
   std::size_t at = 0;
   for (const char* word : {"\x1b[?1049h", "Registration", "\x1b[?1049l", " icanon ", " echo "}) {
     at = outcome.text.find(word, at);
