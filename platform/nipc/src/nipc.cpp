@@ -2,6 +2,7 @@
 #include "nipc/nipc.h"
 
 #include <pthread.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -34,6 +35,7 @@ uint32_t s_read_status;
 uint32_t s_close_status;
 uint32_t s_unfreed_strings;
 uint32_t s_read_count;
+char s_service[64];
 
 class Lock {
  public:
@@ -89,6 +91,7 @@ uint32_t read_property(const void* handle, const char* service, const char* name
 void* NipcOpen(const char* service) {
   Lock lock;
   if (service == nullptr || s_fail_open) return nullptr;
+  snprintf(s_service, sizeof s_service, "%s", service);
   auto* connection = static_cast<Connection*>(malloc(sizeof(Connection)));
   if (connection == nullptr) return nullptr;
   connection->next = s_connections;
@@ -182,6 +185,10 @@ uint32_t NipcStandinUnfreedStrings(void) {
   return s_unfreed_strings;
 }
 
+const char* NipcStandinService(void) {
+  return s_service;
+}
+
 uint32_t NipcStandinReadCount(void) {
   Lock lock;
   return s_read_count;
@@ -217,4 +224,5 @@ void NipcStandinReset(void) {
   s_close_status = 0;
   s_unfreed_strings = 0;
   s_read_count = 0;
+  s_service[0] = '\0';
 }

@@ -299,6 +299,7 @@ void nipc(Session& s, Arguments& a) {
   if (a.option("fail_reads", &value)) return NipcStandinFailReads(static_cast<uint32_t>(to_number(value)));
   if (a.option("close", &value)) return NipcStandinSetCloseStatus(static_cast<uint32_t>(to_number(value)));
   const auto words = a.words();
+  if (words.size() == 1 && words[0] == "service") return s.emit(NipcStandinService());
   if (words.size() == 3) {
     NipcStandinSetProperty(words[0].c_str(), words[1].c_str(), words[2].c_str());
   } else if (words.size() == 2) {

@@ -16,11 +16,9 @@ constexpr int kDiffers = 1;
 
 int main(int argc, char** argv) {
   CLI::App app{
-      "The library in the laboratory: opened on a simulated modem inside this process, with time, files and "
-      "failing\n"
-      "calls at your command. Without FILE the commands come from the terminal; with FILE a session is "
-      "played, and\n"
-      "what differs from it is shown. Nothing outside a temporary folder is touched.",
+      "The library in the laboratory: opened on a simulated modem inside this process, with time and files\n"
+      "at your command. Without FILE the commands come from the terminal; with FILE a session is played,\n"
+      "and what differs from it is shown. Nothing outside a temporary folder is touched.",
       "briolab"};
   app.footer(
       "Exit status: 0; 1 when something differs or is left open; 2 when a file, or a command from a file "
@@ -33,7 +31,7 @@ int main(int argc, char** argv) {
       "  echo 'call brio_open /dev/ttyACM2' | briolab -v");
   std::string file, record;
   bool update = false, verbose = false, commands = false, functions = false;
-  auto* file_option = app.add_option("FILE", file, "Transcript to play");
+  auto* file_option = app.add_option("FILE", file, "Session to play");
   app.add_flag("--update", update, "Write what is shown into FILE")->needs(file_option);
   app.add_option("--record", record, "Write the typed session as a session")
       ->type_name("FILE")

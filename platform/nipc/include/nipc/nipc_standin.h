@@ -43,6 +43,8 @@ NIPC_API void NipcStandinSetCloseStatus(uint32_t status);
 /* Connections that are open, and texts handed out and not freed yet. */
 NIPC_API uint32_t NipcStandinOpenHandles(void);
 NIPC_API uint32_t NipcStandinUnfreedStrings(void);
+/* The name that the last NipcOpen took, "" before it. Valid until the next one. */
+NIPC_API const char* NipcStandinService(void);
 /* Property reads so far, failed ones included. */
 NIPC_API uint32_t NipcStandinReadCount(void);
 
