@@ -58,8 +58,10 @@ void at_crash(void (*handler)(int), void (*instead_of)(int)) {
 bool screen_possible() {
   if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) return false;
   int error = 0;
-  return setupterm(nullptr, STDOUT_FILENO, &error) == OK && !capability("cup").empty() &&
-         !capability("clear").empty();
+  if (setupterm(nullptr, STDOUT_FILENO, &error) != OK) return false;
+  const bool able = !capability("cup").empty() && !capability("clear").empty();
+  del_curterm(cur_term);  // newterm() sets up its own
+  return able;
 }
 
 Terminal::Terminal() {
