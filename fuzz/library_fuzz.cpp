@@ -72,6 +72,7 @@ void check_sim_blocks() {
   sim_info_data info;
   require(briolib_lock_static_data_mutex() == 0);
   require(briolib_get_sim_plmn_data(&plmn) == 0 && briolib_get_sim_info_data(&info) == 0);
+  require(briolib_update_sim_plmn_data(&plmn) == 0 && briolib_update_sim_info_data(&info) == 0);
   require(briolib_unlock_static_data_mutex() == 0);
   require_text(info.psloci, info.loci, info.epsloci, info.iccid);
   const auto check_list = [](const auto& list) {
