@@ -83,8 +83,7 @@ TEST(Watch, TakesTheTerminalAndGivesItBack) {
           "TERM=xterm script -qfec 'stty cols 80 rows 24; sh -c \"echo \\$\\$ >id; exec " BRIOCTL
           " --sim watch\"; echo status $?; stty -a' screen; kill $! 2>/dev/null");
   std::size_t at = 0;
-  for (const char* word :
-       {"\x1b[?1049h", "Registration", "\x1b[?1049l", "status 0", " icanon ", " echo "}) {
+  for (const char* word : {"\x1b[?1049h", "Registration", "\x1b[?1049l", "status 0", " icanon ", " echo "}) {
     at = outcome.text.find(word, at);
     ASSERT_NE(std::string::npos, at) << word << "\n" << outcome.text;
   }
