@@ -16,7 +16,7 @@ bool screen_possible();
 class Terminal {
  public:
   Terminal();
-  ~Terminal();
+  ~Terminal();  // NOLINT(performance-trivially-destructible): with a screen it is not
   Terminal(const Terminal&) = delete;
   Terminal& operator=(const Terminal&) = delete;
 
