@@ -25,6 +25,8 @@ TEST(Watch, FitsTheScreen) {
       model.line({i, i, port, to_modem, text, false}, i);
     }
   }
+  model.waits("no port", 0);
+  EXPECT_EQ("not open", as_json(model.news.back())["text"]);
   model.gone(1000);
   model.opened(2000);
   EXPECT_GT(30000U, model.lines.size() + model.reports.size() + model.news.size() + model.samples.size() +
@@ -56,7 +58,7 @@ TEST(Watch, ComesBackWithTheModem) {
   }
   root.write("/gone.toml", scenario);
   const std::string watch = "--force --scenario " + root.path("/gone.toml") + " --at-log " +
-                            root.path("/at.log") + " watch --every 0.2 --seconds 600 ";
+                            root.path("/at.log") + " watch --every 0.2 --seconds 120 ";
   check(BRIOCTL,
         {{(watch + "| sed '/modem   back/q'").c_str(),
           0,
@@ -69,7 +71,7 @@ TEST(Watch, ComesBackWithTheModem) {
   const std::string log = root.read("/at.log").value_or("");
   EXPECT_LT(log.find("--> ATE0"), log.rfind("--> ATE0")) << log;
   const auto state = nlohmann::json::parse(
-      run(BRIOCTL " --sim watch --json --seconds 600 2>/dev/null | sed -n '/state/{p;q}'").text);
+      run(BRIOCTL " --sim watch --json --seconds 120 2>/dev/null | sed -n '/state/{p;q}'").text);
   EXPECT_TRUE(state["dbm"] == -81 && state["lac"].is_null() && state["sar"] == "off") << state;
 }
 

@@ -88,7 +88,7 @@ Host::Host(const Options& options, double every)
   session_.recorder().journal()->listen([this](const at_log::Line& line) {
     change([&](watch::Model& model) { model.line(line, monotonic_ms()); });
     const bool report = line.port == at_log::Port::kUrc && !line.to_modem;
-    if (report && (starts(line.text, "+CREG:") || starts(line.text, "+CGREG:"))) moved_ = true;
+    if (report && starts(line.text, "+C") && line.text.find("REG: ") < 6) moved_ = true;  // of any domain
   });
   thread_ = quiet_thread([this] { run(); });
 }

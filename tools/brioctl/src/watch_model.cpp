@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "printable.h"
+#include "text.h"
 
 namespace brioctl::watch {
 namespace {
@@ -17,6 +18,7 @@ using Json = nlohmann::ordered_json;
 constexpr const char* kTechnologies[] = {"GSM",   "GSM compact", "UMTS", "EDGE",
                                          "HSDPA", "HSUPA",       "HSPA", "LTE"};
 constexpr const char* kRegistrations[] = {"none", "home", "roaming", "denied"};
+constexpr const char* kNotOpen = "not open";
 constexpr const char* kSarModes[] = {"off", "on", "undecided"};
 
 // The scale of the signal's power by technology: step n is `zero` + n dBm, 0 and `top` stand for all beyond.
@@ -167,7 +169,7 @@ void Model::gone(std::int64_t wall_ms) {
 }
 
 void Model::waits(const std::string& reason, std::int64_t wall_ms) {
-  add({wall_ms, Kind::kModem, "not open: " + reason, {}, {}, 0});
+  add({wall_ms, Kind::kModem, kNotOpen + (": " + reason), {}, {}, 0});
 }
 
 // --- Lines
@@ -226,9 +228,10 @@ std::string plain(const Json& value) {
   return value.is_string() ? printable(value.get<std::string>()) : dumped(value);
 }
 
-// Without the times of day, which are for people: "gone" or "back".
+// Without the times of day and reasons, which are for people: "gone", "back" or "not open".
 std::string text_of(const Record& record) {
-  return record.kind == Kind::kModem ? record.text.substr(0, record.text.find(' ')) : record.text;
+  if (record.kind != Kind::kModem) return record.text;
+  return starts(record.text, kNotOpen) ? kNotOpen : record.text.substr(0, record.text.find(' '));
 }
 
 // RFC 4180.
