@@ -20,7 +20,7 @@ struct Device {
 };
 
 void PrintTo(const Device& device, std::ostream* out) {
-  *out << device.carrier << " " << device.offset << " " << device.useful;
+  *out << device.carrier << ',' << device.offset << ',' << device.useful;
 }
 
 class ProxModel : public SimFixture, public testing::WithParamInterface<Device> {
