@@ -62,10 +62,10 @@ extern BRIO_API int32_t g_pre_sar_mode;
 BRIO_API void brio_set_root_dir(const char* dir);
 /**
  * Opens the modem on `query_port` ("/dev/ttyACM2"). Blocks for the whole command sequence: 6 s on a silent
- * modem, some 370 s at most (83 s and its time-out more with a stored network selection, see wabs.h). A
- * failed open leaves nothing behind and may be retried. A port lost after "AT+CFUN=1" does not fail the open:
- * afterwards the status gate returns FATAL (3), as whenever a port is lost, until brio_close and another
- * brio_open. Not gated.
+ * modem, six to seven minutes at most (83 s and its time-out more with a stored network selection, see
+ * wabs.h). A failed open leaves nothing behind and may be retried. A port lost after "AT+CFUN=1" does not
+ * fail the open: afterwards the status gate returns FATAL (3), as whenever a port is lost, until brio_close
+ * and another brio_open. Not gated.
  *
  * @return OK (0); BUSY (2) while open or closing, and where it is refused (above); FAILURE (4) when the
  * packet layer or a port cannot be opened, as with null; TIMEOUT (5) when the modem does not accept "ATE0" or

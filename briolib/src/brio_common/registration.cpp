@@ -100,7 +100,7 @@ struct DomainRow {
   const char* result;                // of its lines and, after "AT+", of its commands
   const char* name;                  // in the log
   bool logs_roaming;                 // as registered
-  size_t cause;                      // place in reject_bytes
+  size_t cause;                      // place in reject_bytes (brio_types.h), which the page shows
   uint8_t brio_atcmd_data::*status;  // kNotRegistered (0) while it is not registered
   uint16_t brio_atcmd_data::*area;
   // Fills `status`. True when the modem may be registered for no domain now.

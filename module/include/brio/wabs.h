@@ -103,7 +103,7 @@ enum wabs_status {
 /**
  * Opens the module: modem library, trace capture, proximity monitor, SIM, IPC connection.
  *
- * Blocks for some 30 commands on a first open, some 22 later, each up to 20 s (a stored manual network
+ * Blocks for some 30 commands on a first open, fewer later, each up to 20 s (a stored manual network
  * selection: 80 s and the time-out stored with it), and waits up to 20 s for the SIM.
  *
  * The trace capture runs when "/var/local/wan/debug/trace_filter.cfg" exists; brio_trace_tst_log of brio.h
