@@ -431,7 +431,6 @@ uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* cont
 uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* response_prefix) {
   if (command == nullptr || refused_in_forked_child("pktio_at_send_cmd")) return PKTIO_FAILED;
   prv_set_command(type, response_prefix);
-  memset(s_send_buffer, 0, sizeof(s_send_buffer));
   size_t length = strnlen(command, sizeof(s_send_buffer) - 1);
   memcpy(s_send_buffer, command, length);
   s_send_buffer[length] = '\r';
