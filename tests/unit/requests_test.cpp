@@ -112,17 +112,23 @@ std::vector<Statuses> noted() {
 
 }  // namespace
 
-// In callbacks on the read thread while the library opens and when it is open, on the event thread with the
-// record locked and without, and on the monitor's thread.
+// In callbacks on the read and the event thread while the library opens, on the event thread with the record
+// locked and without when it is open, and on the monitor's thread.
 TEST_F(Requests, LibrarysOwnThreadsAreRefused) {
   for (const uint32_t event : {BRIO_EVENT_PDP_ACTIVATION_ALLOWED, BRIO_EVENT_TIME_INFO}) {
     ASSERT_EQ(brio_set_callback_for_event_id(event, note_statuses), 0u);
   }
+  brio::relaxed_store(g_brio_lib_log_mask, BRIO_LOG_REQUEST);
+  log_capture::on_line("Exit sending [AT+CGREG?]", [&] {
+    modem().urc("+CTZV: -24,\"26/03/07,09:05:00\"");
+    EXPECT_TRUE(eventually([] { return noted().size() == 4; }));
+  });
   ASSERT_EQ(brio_open("/dev/ttyACM2"), 0u);
   modem().urc("+CGREG: 0");
   modem().urc("+CTZV: -28,\"26/03/07,09:05:00\"");
-  ASSERT_TRUE(eventually([] { return noted().size() == 6; }));
-  EXPECT_EQ(noted(), (std::vector<Statuses>{kNoClose, kNotOpen, kNoClose, kNoRequest, kNoClose, kNoRequest}));
+  ASSERT_TRUE(eventually([] { return noted().size() == 8; }));
+  EXPECT_EQ(noted(), (std::vector<Statuses>{kNoClose, kNotOpen, kNoClose, kNotOpen, kNoClose, kNoRequest,
+                                            kNoClose, kNoRequest}));
 
   brio::relaxed_store(gBrioModuleLogMask, ~0u);
   root().rest_sensor();

@@ -73,6 +73,11 @@ TEST(Objects, ThatAreNone) {
   blpkt_set_log_callbacks(none);
   blpkt_set_default_event_callback(nullptr);
   blpkt_set_default_log_callback(nullptr);
+  const char* const text[] = {"a"};
+  uint8_t digest[16];
+  EXPECT_EQ(briolib_get_md5_hash(nullptr, 1, digest), 0u);
+  EXPECT_EQ(briolib_get_md5_hash(text, 0, digest), 0u);
+  EXPECT_EQ(briolib_get_md5_hash(text, 1, nullptr), 0u);
   EXPECT_TRUE(log_capture::has("FATAL:ERROR:: AT resp (p_resp) is NULL"));
   EXPECT_TRUE(log_capture::has("bad parameters given to mempool_destroy"));
   EXPECT_EQ(log_capture::lines().size(), 2u);
