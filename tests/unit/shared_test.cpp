@@ -73,6 +73,10 @@ TEST(Objects, ThatAreNone) {
   blpkt_set_log_callbacks(none);
   blpkt_set_default_event_callback(nullptr);
   blpkt_set_default_log_callback(nullptr);
+  for (const uint32_t status : {briolib_get_sim_plmn_data(nullptr), briolib_update_sim_plmn_data(nullptr),
+                                briolib_get_sim_info_data(nullptr), briolib_update_sim_info_data(nullptr)}) {
+    EXPECT_EQ(status, 6u);
+  }
   const char* const text[] = {"a"};
   uint8_t digest[16];
   EXPECT_EQ(briolib_get_md5_hash(nullptr, 1, digest), 0u);
