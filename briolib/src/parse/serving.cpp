@@ -106,8 +106,6 @@ std::optional<int32_t> parse_clock_zone(const char* text) {
     if (!named || strchr(": \"", rest[kNameLength]) == nullptr) return std::nullopt;
     rest += kNameLength;
   }
-  const size_t colon = strcspn(rest, ":\"");
-  if (rest[colon] == ':') rest += colon + 1;
   const char* sign = strchr(rest, '+');
   if (sign == nullptr) sign = strchr(rest, '-');
   return number_of(sign);
