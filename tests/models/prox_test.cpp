@@ -7,6 +7,7 @@
 #include "base/relaxed.h"
 #include "brio/brio.h"
 #include "brio/prox.h"
+#include "brio/wabs.h"
 #include "support/random.h"
 #include "support/sim_fixture.h"
 
@@ -52,6 +53,7 @@ TEST_P(ProxModel, RandomPolls) {
   };
   const auto control = [&] { return root().read(std::string(kFolder) + "prox_ctrl0"); };
   ASSERT_EQ(0u, brio_open("/dev/ttyACM2"));
+  wabs_set_log_mask(WABS_LOG_NOTICE);
   test_clock::manual_select(true);
   test_clock::stop();
   write("prox_ctrl0", "", 0);
@@ -107,6 +109,7 @@ TEST_P(ProxModel, RandomPolls) {
     ASSERT_EQ(commands, modem().commands()) << poll;
     ASSERT_EQ(rate, control()) << poll;
     ASSERT_TRUE(gone == "sensor_sel" || root().read(std::string(kFolder) + "sensor_sel") == "1");
+    ASSERT_EQ(examined && !calibrated, log_capture::has("::Disabling SAR")) << poll;
   }
 }
 
