@@ -10,6 +10,7 @@
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "kit/exact_text.h"
+#include "parse/modem_config.h"
 #include "parse/scan_list.h"
 #include "services/static_info.h"
 
@@ -131,6 +132,15 @@ TEST(LogText, MasksTheSubscriber) {
   std::string text(65536 + 3, '7');  // counts as 3
   briolib_obfuscate_numeral(&text[0], '*');
   EXPECT_EQ(text.find_last_of('*'), 2u);
+}
+
+TEST(RemoveCommand, QuotesWhatIsNotTheDevicesOwnPath) {
+  char command[40];
+  EXPECT_TRUE(build_remove_command("/var/info", "/var/info", command, sizeof command));
+  EXPECT_STREQ(command, "rm -f /var/info");
+  EXPECT_TRUE(build_remove_command("/it's a root/var/info", "/var/info", command, sizeof command));
+  EXPECT_STREQ(command, "rm -f -- '/it'\\''s a root/var/info'");
+  EXPECT_FALSE(build_remove_command("/a longer root/var/information", "/var/information", command, 40));
 }
 
 TEST(Names, AreTakenByIndexFirst) {

@@ -3,7 +3,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <future>
+#include <iterator>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "base/relaxed.h"
@@ -55,6 +59,20 @@ TEST_F(Requests, AbortEndsAScanThatDoesNotWait) {
     EXPECT_STREQ(buffer, "untouched");
     EXPECT_EQ(brio_atcmd_set_auto_mode(), 0u) << line;
   }
+}
+
+TEST_F(Requests, AbortThatMeetsTheTimeOutLeavesNoStatusBehind) {
+  ASSERT_EQ(brio_open("/dev/ttyACM2"), 0u);
+  modemsim::Fault silent;
+  silent.command = "AT+COPS=?", silent.silent = true;
+  modem().fault(silent);
+  log_capture::on_line("AT cmd AT+COPS=? timed out", [] { EXPECT_EQ(brio_abort_manual_nw_scan(), 8u); });
+  char buffer[30] = "untouched";
+  auto scan = std::async(std::launch::async, brio_atcmd_scan_network, buffer, sizeof buffer);
+  ASSERT_TRUE(modem().wait_command("AT+COPS=?"));
+  test_clock::expire_wait();
+  EXPECT_EQ(scan.get(), 8u);
+  EXPECT_EQ(brio_atcmd_set_auto_mode(), 0u);
 }
 
 // The file was read before that report; the event thread has just not continued yet.
@@ -151,7 +169,13 @@ bool child_is_refused() {
     alarm(10);
     const bool refused = try_to_close() == kNoClose && try_to_send() == kNotOpen &&
                          pktio_at_send_cmd("AT+EVIL", NO_RESULT, nullptr) == 1;
-    _exit(refused && log_capture::has("pktio_at_send_cmd::refused") ? 0 : 1);
+    const char* const names[] = {"pktio_at_send_cmd", "blpkt_init",     "blpkt_shutdown",
+                                 "pktio_init",        "pktio_shutdown", "blpkt_abort_manual_nw_scan",
+                                 "brio_open",         "brio_close",     "brio_trace_tst_stop",
+                                 "wabs_open",         "wabs_close",     "prox_open",
+                                 "prox_close"};
+    const auto named = [](std::string name) { return log_capture::has(name + "::refused on a thread"); };
+    _exit(refused && std::all_of(std::begin(names), std::end(names), named) ? 0 : 1);
   }
   int status = 0;
   return waitpid(child, &status, 0) == child && status == 0;

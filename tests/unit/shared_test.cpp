@@ -77,6 +77,10 @@ TEST(Objects, ThatAreNone) {
                                 briolib_get_sim_info_data(nullptr), briolib_update_sim_info_data(nullptr)}) {
     EXPECT_EQ(status, 6u);
   }
+  uint8_t plmn[3];
+  const char digits[] = {'3', '\0', '1', '0', '\0'};
+  EXPECT_EQ(briolib_mccmnc_to_plmn(digits, digits + 1, plmn), 0u);
+  EXPECT_EQ(plmn[0] << 16 | plmn[1] << 8 | plmn[2], 0xF3FFFF);  // what follows a text's end is none of it
   const char* const text[] = {"a"};
   uint8_t digest[16];
   EXPECT_EQ(briolib_get_md5_hash(nullptr, 1, digest), 0u);
@@ -141,6 +145,10 @@ TEST_F(Identity, IsWhatWasReadLast) {
   modem().with_state([](modemsim::State& sim) { sim.imsi = "440101234567890"; });
   EXPECT_EQ(brio_get_sim_plmn_info(&plmn, 1), 0u);
   EXPECT_STREQ(imsi, "440101234567890");
+  strcpy(plmn.home_mcc, "999");  // a home PLMN that the host knows
+  EXPECT_EQ(briolib_update_sim_plmn_data(&plmn), 0u);
+  EXPECT_EQ(brio_get_sim_plmn_info(&plmn, 1), 0u);
+  EXPECT_STREQ(plmn.home_mcc, "999");
   run_at_once(3, [](int) {
     sim_identity mine;
     for (int i = 0; i < 20; i++) EXPECT_EQ(brio_get_sim_info(&mine), 0u);

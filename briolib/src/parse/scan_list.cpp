@@ -158,8 +158,7 @@ ScanError start_scan(char* line, ScanList* list) {
   char* text = skip_spaces(line);
   text += strspn(text, ":");
   if (*text == '\0') return kScanNothingToSplit;
-  text += strcspn(text, ":");
-  list->text = *text == ':' ? text + 1 : text;
+  list->text = text + strcspn(text, ":");
   return kScanOk;
 }
 
