@@ -239,6 +239,17 @@ TEST_F(Channel, RequestWaitsForItsRunningCallback) {
   EXPECT_EQ(request("AT"), 6u) << "nothing is flushed: what the first one no longer took";
 }
 
+TEST_F(Channel, HalfALineEndsWithTheChannel) {
+  start();
+  modem().raw(Port::kUrc, "+HALF");
+  EXPECT_EQ(request("AT") | request("AT"), 0u);  // the read thread has taken it
+  close_library();
+  start();
+  modem().urc("+WHOLE: 1");
+  EXPECT_TRUE(log_capture::wait_for("avail WHOLE"));
+  EXPECT_FALSE(log_capture::has("HALF"));
+}
+
 // An abort and an answer that meet yield one status, that of the first. The other one runs no callback
 // and waits for no later request.
 TEST_F(Channel, AbortAndAnswerThatMeetAreOneStatus) {
