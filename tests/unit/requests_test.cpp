@@ -4,10 +4,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <future>
 #include <iterator>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "base/relaxed.h"
@@ -73,6 +75,28 @@ TEST_F(Requests, AbortThatMeetsTheTimeOutLeavesNoStatusBehind) {
   test_clock::expire_wait();
   EXPECT_EQ(scan.get(), 8u);
   EXPECT_EQ(brio_atcmd_set_auto_mode(), 0u);
+}
+
+// Not that of a thread whose own scan is over, and not one that begins while the aborted scan still waits.
+TEST_F(Requests, AbortEndsNoOtherRequest) {
+  ASSERT_EQ(brio_open("/dev/ttyACM2"), 0u);
+  char own[30];
+  EXPECT_EQ(brio_atcmd_scan_network(own, sizeof own), 0u);
+  const pid_t requester = gettid();
+  std::atomic<bool> held{false};
+  auto scan = std::async(std::launch::async, [&] {
+    EXPECT_EQ(blpkt_acquire_send_mutex(), 0u);
+    held = true;
+    EXPECT_TRUE(eventually([requester] { return process::waits(requester); }));
+    char buffer[30];
+    auto later = std::async(std::launch::async, brio_atcmd_scan_network, buffer, sizeof buffer);
+    EXPECT_TRUE(eventually([] { return brio_abort_manual_nw_scan() == 8; }));
+    EXPECT_EQ(blpkt_release_send_mutex(), 0u);
+    return later.get();
+  });
+  while (!held) std::this_thread::yield();
+  EXPECT_EQ(brio_atcmd_set_auto_mode(), 0u);
+  EXPECT_EQ(scan.get(), 8u);
 }
 
 // The file was read before that report; the event thread has just not continued yet.
@@ -210,11 +234,14 @@ TEST_F(Requests, ForkedChildLeavesTheParentsLibraryAlone) {
 
 // The event thread waits for the mutex, and the close for the event thread.
 TEST_F(Requests, CloseGivesUpAForgottenSendMutex) {
-  briolib_log_set_log_mask(BRIO_LOG_REG);
+  briolib_log_set_log_mask(BRIO_LOG_REG | BRIO_LOG_PORT);
   ASSERT_EQ(brio_open("/dev/ttyACM2"), 0u);
+  uint32_t status_meanwhile = 0;
+  log_capture::on_line("exiting read thread", [&] { status_meanwhile = briolib_check_library_status(); });
   ASSERT_EQ(blpkt_acquire_send_mutex(), 0u);
   modem().urc("+STKPCI: 0,\"D009810301010082028182\"");
   ASSERT_TRUE(log_capture::wait_for("Refresh command for USIM"));
   EXPECT_EQ(brio_close(), 0u);
+  EXPECT_EQ(status_meanwhile, 3u);
   EXPECT_EQ(blpkt_release_send_mutex(), uint32_t{EPERM});
 }

@@ -8,6 +8,8 @@
 
 #include "base/log.h"
 #include "brio/brio_at.h"
+#include "brio/brio_module.h"
+#include "brio/wabs.h"
 #include "brio_common/shared_data.h"
 #include "kit/log.h"
 #include "support/sim_fixture.h"
@@ -86,6 +88,9 @@ TEST(Objects, ThatAreNone) {
   EXPECT_EQ(briolib_get_md5_hash(nullptr, 1, digest), 0u);
   EXPECT_EQ(briolib_get_md5_hash(text, 0, digest), 0u);
   EXPECT_EQ(briolib_get_md5_hash(text, 1, nullptr), 0u);
+  brio::relaxed_store(gBrioModuleLogMask, ~0u);
+  EXPECT_EQ(wabs_report_event(nullptr), 0u);
+  brio::relaxed_store(gBrioModuleLogMask, 0u);
   EXPECT_TRUE(log_capture::has("FATAL:ERROR:: AT resp (p_resp) is NULL"));
   EXPECT_TRUE(log_capture::has("bad parameters given to mempool_destroy"));
   EXPECT_EQ(log_capture::lines().size(), 2u);
@@ -139,7 +144,10 @@ TEST_F(Identity, IsWhatWasReadLast) {
   EXPECT_STREQ(imsi, "310410123456789");
   modem().with_state([](modemsim::State& sim) { sim.imsi = "26201123456789", sim.iccid = "8949"; });
   sim_identity block;
+  memset(&block, 'x', sizeof block);
   EXPECT_EQ(brio_get_sim_info(&block), 0u);
+  EXPECT_EQ(std::string(block.iccid, sizeof block.iccid), "8949" + std::string(20, '\0'));
+  EXPECT_EQ(block.imsi[sizeof block.imsi - 1], '\0');
   EXPECT_STREQ(imsi, "26201123456789");
   EXPECT_STREQ(iccid, "8949");
   modem().with_state([](modemsim::State& sim) { sim.imsi = "440101234567890"; });

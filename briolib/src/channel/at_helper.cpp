@@ -97,7 +97,7 @@ size_t prv_keep_leftover(char* buffer, char* leftover) {
     BLIB_E(":ERROR::full line found in leftover buffer\n");
     return 0;
   }
-  size_t held = strnlen(partial, static_cast<size_t>(buffer + BRIO_LINE_DATA_MAX - partial));
+  const size_t held = strlen(partial);
   BLIB_D(BRIO_LOG_AT_DETAIL, "leftover buffer len=%zu\n", held);
   memmove(buffer, partial, held);
   buffer[held] = '\0';

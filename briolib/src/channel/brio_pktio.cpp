@@ -437,8 +437,7 @@ uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* respo
   BLIB_D(BRIO_LOG_PORT, "atcmd request:%s\n", command);
 
   PortUse use;
-  errno = EBADF;
-  if (use.ports().query >= 0 && prv_write_whole(use.ports(), s_send_buffer, length + 1)) return PKTIO_OK;
+  if (prv_write_whole(use.ports(), s_send_buffer, length + 1)) return PKTIO_OK;
   char text[128];
   BLIB_E("AT:Unable to send command %s err %s:\n", command, strerror_r(errno, text, sizeof(text)));
   return PKTIO_FAILED;

@@ -74,10 +74,9 @@ const char* override_apn(char* line, size_t length) {
 
 bool build_remove_command(const char* path, const char* device_path, char* command, size_t capacity) {
   size_t used = 0;
-  if (path[0] == '\0') return false;
-  if (!prv_append(command, capacity, &used, "rm -f ")) return false;
-  if (strcmp(path, device_path) == 0) return prv_append(command, capacity, &used, path);
-  if (!prv_append(command, capacity, &used, "-- '")) return false;
+  const bool plain = strcmp(path, device_path) == 0;
+  if (path[0] == '\0' || !prv_append(command, capacity, &used, plain ? "rm -f " : "rm -f -- '")) return false;
+  if (plain) return prv_append(command, capacity, &used, path);
   for (const char* c = path; *c != '\0'; c++) {
     const char piece[] = {*c, '\0'};
     if (!prv_append(command, capacity, &used, *c == '\'' ? "'\\''" : piece)) return false;

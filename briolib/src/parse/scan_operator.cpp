@@ -136,7 +136,7 @@ char* prv_cut_other_names(char* open, char* end) {
   char* names = open + strcspn(open, ",") + 1;
   char* first = skip_spaces(names);
   const char* last = prv_last_letter(names, end);
-  if (last == nullptr || last <= first) return nullptr;
+  if (last == nullptr) return nullptr;
   if (*first == '"' && *last == '"') return prv_cut_quoted_names(first, last);
   if (*last == '"') {
     char* comma = first + strcspn(first, "\"(),");

@@ -162,9 +162,8 @@ uint32_t brio_get_sim_info(sim_identity* block) {
     BLIB_E("SIM info:failed to get iccid/imsi:\n");
     return BRIO_STATUS_FAILURE;
   }
-  memset(block, 0, sizeof(*block));
-  copy_text(block->iccid, iccid);
-  copy_text(block->imsi, imsi);
+  copy_padded(block->iccid, sizeof(block->iccid), iccid);
+  copy_padded(block->imsi, sizeof(block->imsi), imsi);
   return BRIO_STATUS_OK;
 }
 
