@@ -158,6 +158,7 @@ class Player {
         const bool expects = has_arrow || template_expects_;
         for (const auto& words : cases(left)) {
           const bool own = has_arrow && words == left;
+          check_places(words);
           play(own ? &line : nullptr, arrow, filled(template_, words, true), expects,
                filled(expected, words, false));
         }
@@ -221,6 +222,20 @@ class Player {
       }
     }
     return all;
+  }
+
+  // A case's words beyond the last place of the `for` would be lost, and with them what a forgotten "=>"
+  // asks.
+  void check_places(const std::string& words) const {
+    const std::string names = template_ + template_expected_;
+    if (names.find("$*") != std::string::npos) return;
+    char last = '9';
+    while (last > '0' && names.find(std::string("$") + last) == std::string::npos) last--;
+    const Lines each = split_words(words);
+    const auto places = static_cast<size_t>(last - '0');
+    if (template_.find('$') != std::string::npos && each.size() > places) {
+      throw UsageError("no place for " + each[places]);
+    }
   }
 
   // A text with the words of a case in their places, or appended when it names none.
