@@ -103,8 +103,10 @@ TEST_F(Channel, ModemThatStopsReadingHoldsNeitherWriterNorClose) {
   const auto send = [&] { return pktio_at_send_cmd(command.c_str(), NO_RESULT, nullptr); };
   ASSERT_EQ(pktio_init(kQueryPort, blpkt_handle_packet, nullptr), 0u);
   test_clock::scale_waits(0.001);
+  faults::fail("poll", EINTR);
   // The first refusal may be a short write; when a write finds no room at all, its wait ends by itself.
   ASSERT_TRUE(eventually([&] { return send(), log_capture::has("err Connection timed out:"); }));
+  EXPECT_EQ(faults::fired("poll"), 1);
   test_clock::scale_waits(1);
   for (const bool thread_fails : {false, true}) {
     ASSERT_EQ(pktio_init(kQueryPort, blpkt_handle_packet, nullptr), 0u);
