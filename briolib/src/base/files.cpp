@@ -46,21 +46,6 @@ int prv_unless(int error, int fd) {
   return -1;
 }
 
-template <typename Transfer>
-size_t prv_all(size_t size, Transfer transfer) {
-  size_t done = 0;
-  while (done < size) {
-    errno = 0;
-    const ssize_t count = transfer(done);
-    if (count > 0) {
-      done += static_cast<size_t>(count);
-    } else if (errno != EINTR) {
-      break;
-    }
-  }
-  return done;
-}
-
 }  // namespace
 
 int open_input(const char* path) {
@@ -86,11 +71,17 @@ int open_output(const char* device_path, int flags, mode_t mode) {
 }
 
 size_t write_all(int fd, const char* data, size_t size) {
-  return prv_all(size, [=](size_t done) { return write(fd, data + done, size - done); });
-}
-
-size_t read_all(int fd, char* data, size_t size) {
-  return prv_all(size, [=](size_t done) { return read(fd, data + done, size - done); });
+  size_t done = 0;
+  while (done < size) {
+    errno = 0;
+    const ssize_t count = write(fd, data + done, size - done);
+    if (count > 0) {
+      done += static_cast<size_t>(count);
+    } else if (errno != EINTR) {
+      break;
+    }
+  }
+  return done;
 }
 
 InputFile::InputFile(const char* device_path)

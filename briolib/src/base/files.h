@@ -23,10 +23,9 @@ int open_input(const char* path);
 // left as it is; O_TRUNC and O_APPEND in `flags` are meant for this one.
 int open_output(const char* device_path, int flags, mode_t mode);
 
-// Write and read until all bytes are done; how many were. Fewer with errno, which is 0 where nothing moved
-// any more without an error.
+// Writes until all bytes are done; how many were. Fewer with errno, which is 0 where nothing moved any more
+// without an error.
 size_t write_all(int fd, const char* data, size_t size);
-size_t read_all(int fd, char* data, size_t size);
 
 // Reads an input, kInputMax bytes at most, however it grows meanwhile (EFBIG).
 class InputFile {

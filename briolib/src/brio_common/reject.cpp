@@ -5,7 +5,6 @@
 #include "base/guards.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "brio/brio_at.h"
 #include "brio_common/shared_data.h"
 #include "parse/reject.h"
 

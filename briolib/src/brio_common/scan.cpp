@@ -42,13 +42,9 @@ struct CurrentNetwork {
 constexpr CurrentNetwork kUnknownNetwork = {"F", BRIO_PLMN_UNKNOWN, BRIO_PLMN_UNKNOWN};
 CurrentNetwork s_current_network = kUnknownNetwork;  // guarded by the URC-data mutex
 
-// An answer's list with its NUL: at most the characters of its line, and what each entry is written with.
-constexpr size_t kEntryExtra = 12;
-constexpr size_t kScanTextSize = BRIO_LINE_DATA_MAX + kScanEntriesMax * kEntryExtra + 1;
-
 // The list, until the request has succeeded: the caller's buffer is written for a scan that returns 0 only.
 struct ScanTarget {
-  char text[kScanTextSize];
+  char text[BRIO_SCAN_BUFFER_SIZE];
   size_t used;  // length of the text; 0: no entry fitted
 };
 

@@ -12,6 +12,7 @@
 #include "base/guards.h"
 #include "base/log.h"
 #include "base/own_threads.h"
+#include "base/text.h"
 #include "brio/brio_at.h"
 #include "channel/at_helper.h"
 #include "channel/brio_pktio_ports.h"
@@ -118,11 +119,6 @@ void prv_drop_answer() {
   s_answer.held = 0;
 }
 
-void prv_forget_lines(LineBuffer* lines) {
-  memset(lines->data, 0, sizeof(lines->data));
-  lines->leftover = nullptr;
-}
-
 void prv_keep(LineBuffer* lines, char* partial) {
   lines->leftover = *partial != '\0' ? partial : nullptr;
 }
@@ -178,12 +174,10 @@ void prv_take_answer_lines(Cut cut, char* end) {
         return;
       case Verdict::kNoCommand:
         // An answer whose request has timed out, or noise.
-        prv_forget_lines(&s_query_lines);
         prv_drop_answer();
         BLIB_E("prv_read_thread:NO_COMMAND:cleaning up!\n");
         return;
       case Verdict::kViolation:
-        prv_forget_lines(&s_query_lines);
         prv_drop_answer();
         BLIB_E("process_line:ERROR:cleaning up!\n");
         return;
@@ -204,31 +198,24 @@ void prv_take_answer_lines(Cut cut, char* end) {
   }
 }
 
-enum class ReadResult { kData, kNothing, kEnd };
-
-// Reads one port; kEnd ends the thread.
-ReadResult prv_read_port(int fd, LineBuffer* lines, char** text) {
+// Reads one port; null when the thread is to end. The text begins with no line end.
+char* prv_read_port(int fd, LineBuffer* lines) {
   int32_t count = 0;
-  *text = read_line(fd, lines->data, &lines->leftover, &count);
+  char* text = read_line(fd, lines->data, &lines->leftover, &count);
+  if (count > 0) return text;
   if (count < 0) {
-    if (errno == EINTR) return ReadResult::kNothing;
     BLIB_E("read:errno=%d:error on read--pausing read thread\n", errno);
-    return ReadResult::kEnd;
-  }
-  if (count == 0 || *text == nullptr) {
+  } else {
     BLIB_E("eof::EOF received--pausing read thread\n");
-    return ReadResult::kEnd;
   }
-  return ReadResult::kData;
+  return nullptr;
 }
 
 // False when the thread is to end.
 bool prv_serve_query_port(int fd) {
-  char* text = nullptr;
-  ReadResult result = prv_read_port(fd, &s_query_lines, &text);
-  if (result != ReadResult::kData) return result != ReadResult::kEnd;
+  char* text = prv_read_port(fd, &s_query_lines);
+  if (text == nullptr) return false;
   BLIB_D(BRIO_LOG_AT_DETAIL, "AT resp[%s]\n", text);
-  text = skip_line_ends(text);
   char* end = text + strlen(text);
   Cut cut;
   if (prv_cut_line(text, end, &cut)) {
@@ -243,10 +230,8 @@ bool prv_serve_query_port(int fd) {
 // False when the thread is to end.
 bool prv_serve_urc_port(int fd) {
   BLIB_D(BRIO_LOG_URC, "s_pktio_urc_p[%p]\n", static_cast<void*>(s_urc_lines.data));
-  char* text = nullptr;
-  ReadResult result = prv_read_port(fd, &s_urc_lines, &text);
-  if (result != ReadResult::kData) return result != ReadResult::kEnd;
-  text = skip_line_ends(text);
+  char* text = prv_read_port(fd, &s_urc_lines);
+  if (text == nullptr) return false;
   if (find_next_EOL(text) == nullptr) {
     BLIB_D(BRIO_LOG_URC, "saving incomplete URC[%s]\n", text);
     prv_keep(&s_urc_lines, text);
@@ -263,8 +248,6 @@ bool prv_serve_urc_port(int fd) {
     BLIB_D(BRIO_LOG_URC, "leftover string[%s]\n", text);
     prv_keep(&s_urc_lines, text);
   }
-  // The leftover follows at least one line, so it keeps its text.
-  s_urc_lines.data[0] = '\0';
   return true;
 }
 
@@ -370,9 +353,7 @@ uint32_t prv_set_command(uint32_t type, const char* prefix) {
   const uint32_t before = s_command.serial++;
   s_command.type = type;
   s_command.has_prefix = prefix != nullptr;
-  size_t length = prefix != nullptr ? strnlen(prefix, sizeof(s_command.prefix) - 1) : 0;
-  memcpy(s_command.prefix, prefix != nullptr ? prefix : "", length);
-  s_command.prefix[length] = '\0';
+  copy_text(s_command.prefix, prefix != nullptr ? prefix : "");
   return before;
 }
 
@@ -411,8 +392,8 @@ uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, void* cont
   ports.stop = s_thread.stop_socket();
   s_packet_cb = callback;
   s_packet_context = context;
-  prv_forget_lines(&s_query_lines);
-  prv_forget_lines(&s_urc_lines);
+  s_query_lines.leftover = nullptr;
+  s_urc_lines.leftover = nullptr;
   pktio_reset_command();
   {
     MutexGuard lock(s_ports_mutex);

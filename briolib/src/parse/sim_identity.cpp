@@ -38,13 +38,9 @@ bool parse_imsi(const char* line, char imsi[kImsiSize]) {
   return true;
 }
 
-void imsi_prefix(const char* imsi, char prefix[kImsiPrefixSize]) {
-  copy_text(prefix, kImsiPrefixSize, imsi);
-}
-
 void home_plmn(const char* imsi, char mcc[4], char mnc[4]) {
   char prefix[kImsiPrefixSize];
-  imsi_prefix(imsi, prefix);
+  copy_text(prefix, imsi);
   size_t mnc_digits = 2;
   for (const char* network : kThreeDigitMncNetworks) {
     if (strstr(prefix, network) != nullptr) mnc_digits = 3;

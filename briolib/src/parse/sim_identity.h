@@ -21,9 +21,6 @@ bool parse_iccid(const char* line, char iccid[kIccidSize]);
 // `imsi` untouched) for anything else.
 bool parse_imsi(const char* line, char imsi[kImsiSize]);
 
-// The first six characters of an IMSI; fewer of a shorter one.
-void imsi_prefix(const char* imsi, char prefix[kImsiPrefixSize]);
-
 // MCC and MNC of an IMSI. Only the networks 310410 and 302720 have three MNC digits here, on purpose; every
 // other home network is read with two.
 void home_plmn(const char* imsi, char mcc[4], char mnc[4]);

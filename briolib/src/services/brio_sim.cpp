@@ -112,7 +112,7 @@ bool brio::read_sim_imsi(char (&imsi)[parse::kImsiSize]) {
 bool brio::read_imsi_prefix(char (&prefix)[parse::kImsiPrefixSize]) {
   char imsi[parse::kImsiSize];
   if (!read_sim_imsi(imsi)) return false;
-  parse::imsi_prefix(imsi, prefix);
+  copy_text(prefix, imsi);
   return true;
 }
 

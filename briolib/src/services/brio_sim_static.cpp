@@ -2,7 +2,6 @@
 #include <stddef.h>
 
 #include "base/files.h"
-#include "base/guards.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/relaxed.h"

@@ -14,7 +14,6 @@
 #include "base/paths.h"
 #include "base/serial.h"
 #include "brio/brio.h"
-#include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "channel/request.h"
 #include "parse/trace_filter.h"

@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <string.h>
 
-#include "base/enum_table.h"
 #include "base/files.h"
 #include "base/guards.h"
 #include "base/log.h"
@@ -20,14 +19,11 @@ namespace {
 constexpr mode_t kFileMode = 0644;
 constexpr uint16_t kEntriesPerLine = 5;
 
-constexpr enum_pair kAccessTechnologies[] = {
-    {1, "G"}, {2, "W"}, {4, "L"}, {6, "LW"}, {5, "LG"}, {3, "WG"}, {7, "LWG"},
-};
+// By the bits of plmn_entry's access_tech.
+constexpr const char* kAccessTechnologies[] = {"Null", "G", "W", "WG", "L", "LG", "LW", "LWG"};
 
 const char* access_technology(uint8_t mask) {
-  const char* name =
-      enum_find(kAccessTechnologies, sizeof(kAccessTechnologies) / sizeof(kAccessTechnologies[0]), mask);
-  return name != nullptr ? name : "Null";
+  return kAccessTechnologies[mask < 8 ? mask : 0];
 }
 
 void print_list(TextWriter* writer, const char* heading, const plmn_entry* entries, uint16_t count,

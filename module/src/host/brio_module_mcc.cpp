@@ -1,7 +1,6 @@
 // Serving and home network, and the file in which a change of country is noticed across restarts.
 #include <errno.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/files.h"
@@ -58,17 +57,18 @@ void prv_cannot_open() {
 // True when the file does not hold `mcc`; a file that cannot be read counts as unchanged, so that it is left
 // alone.
 bool prv_differs_from_file(const char* mcc) {
-  Descriptor file(open_input(DevicePath(kMccFile).c_str()));
-  if (!file.valid() && errno == ENOENT) {
+  InputFile file(open_input(DevicePath(kMccFile).c_str()));
+  if (!file && errno == ENOENT) {
     MODULE_D_OF("prv_report_mcc_change", WABS_LOG_FLOW, "def:current MCC = %s no previous MCC", mcc);
     return true;
   }
-  if (!file.valid()) {
+  if (!file) {
     prv_cannot_open();
     return false;
   }
+  errno = 0;  // as for a file that is too short
   char previous[kMccDigits + 1] = {};
-  if (read_all(file.get(), previous, kMccDigits) != kMccDigits) {
+  if (file.read(previous, kMccDigits) != kMccDigits) {
     MODULE_E("brio:readfile:name=\"%s\",errno=%d:can't read file", kMccFile, errno);
     return false;
   }

@@ -1,5 +1,4 @@
 // Opening and closing the module.
-#include <string.h>
 
 #include "base/clock.h"
 #include "base/own_threads.h"

@@ -70,19 +70,13 @@ bool prv_reader_active() {
   return reader;
 }
 
-uint32_t prv_scan_result(uint32_t status) {
-  switch (status) {
-    case BRIO_STATUS_OK:
-      return WABS_STATUS_OK;
-    case BRIO_STATUS_SCAN_ABORTED:
-      return WABS_STATUS_SCAN_ABORTED;
-    default:
-      return WABS_STATUS_LIBRARY_FAILURE;
-  }
-}
-
 uint32_t prv_plain_result(uint32_t status) {
   return status == BRIO_STATUS_OK ? WABS_STATUS_OK : WABS_STATUS_LIBRARY_FAILURE;
+}
+
+uint32_t prv_scan_result(uint32_t status) {
+  if (status == BRIO_STATUS_SCAN_ABORTED) return WABS_STATUS_SCAN_ABORTED;
+  return prv_plain_result(status);
 }
 
 }  // namespace

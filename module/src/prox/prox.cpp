@@ -319,7 +319,7 @@ uint32_t prox_open() {
     return PROX_NO_SOCKETS;
   }
 
-  prox::start_run(&s_state);
+  s_state.period_seconds = prox::kFastPeriodSeconds;
   relaxed_store(g_pre_sar_mode, static_cast<int32_t>(BRIO_SAR_INIT));
   MODULE_I("proxlib:prox init::prox sensor init is done");
 

@@ -23,12 +23,6 @@ constexpr Row kRows[] = {
 
 }  // namespace
 
-void start_run(State* state) {
-  state->offset = kUnknownCalibration;
-  state->useful = kUnknownCalibration;
-  state->period_seconds = kFastPeriodSeconds;
-}
-
 bool count_poll(State* state) {
   if (state->period_seconds != kFastPeriodSeconds) return false;
   return state->tick_count++ > kFastPolls;

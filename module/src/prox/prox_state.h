@@ -10,11 +10,10 @@ inline constexpr int32_t kSlowPeriodSeconds = 6;
 // The count before a fast poll must exceed this for the slow scan: the 25th poll, about 125 seconds after the
 // start.
 inline constexpr int32_t kFastPolls = 23;
-inline constexpr int32_t kDiffThreshold = 43;            // a body is near above it
-inline constexpr int32_t kAverageDropThreshold = 1000;   // INIT is released above it
-inline constexpr int32_t kOffsetThreshold = 3700;        // calibration is good up to it
-inline constexpr int32_t kUsefulThreshold = 10000;       // calibration is good up to it
-inline constexpr uint16_t kUnknownCalibration = 0xFFFF;  // -1 when compared
+inline constexpr int32_t kDiffThreshold = 43;           // a body is near above it
+inline constexpr int32_t kAverageDropThreshold = 1000;  // INIT is released above it
+inline constexpr int32_t kOffsetThreshold = 3700;       // calibration is good up to it
+inline constexpr int32_t kUsefulThreshold = 10000;      // calibration is good up to it
 
 enum class Calibration : int16_t {
   kUnexamined = 0,
@@ -43,9 +42,6 @@ struct Action {
   bool command;         // the modem is told before the mode changes
   bool to_slow_period;  // afterwards
 };
-
-// A new monitor run: what it resets, and only that.
-void start_run(State* state);
 
 // Counts one poll of the fast period; true when it is the one that ends the fast period.
 bool count_poll(State* state);
