@@ -156,7 +156,7 @@ BRIO_API uint32_t brio_clear_sms(void);
 /** Asks for the BAS antenna status. The caller presets `record`.
  * @return OK (0); TIMEOUT (5) for any failed request; INVALID (6) for null */
 BRIO_API uint32_t brio_get_bas_status(bas_status* record);
-/** LTE antenna in use; the modem is asked only while it is unknown.
+/** LTE antenna in use, 255 when the modem does not name it; the modem is asked only while it is unknown.
  * @return OK (0); INVALID (6) for null; UNAVAILABLE (7) when it cannot be read */
 BRIO_API uint32_t brio_get_curr_lte_ant(uint32_t* out);
 /** Locks antenna 1 or 2, or lets the modem switch (3). Sends "AT@GTICOM:SIO_PSVCTRL(0)" first, for any

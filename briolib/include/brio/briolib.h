@@ -117,7 +117,8 @@ BRIO_API char* briolib_get_sim_iccid(void);
 BRIO_API char* briolib_get_sim_imsi(void);
 /** Whether the digest of the static information file is known. @return 1 or 0 */
 BRIO_API uint32_t briolib_get_sim_info_md5_status(void);
-/** 0 forgets that digest. */
+/** Stores whether it is known: after 0 the next brio_get_sim_static_info(1) takes it from the file that is
+ * there. The digest itself stays until then. */
 BRIO_API void briolib_set_sim_info_md5_status(uint32_t value);
 /** Copies the PLMN lists out. The caller holds the static-data mutex. @return OK (0); INVALID (6) for null */
 BRIO_API uint32_t briolib_get_sim_plmn_data(sim_plmn_data* record);

@@ -19,7 +19,11 @@ BRIO_EXTERN_C_BEGIN
  * Host thread. @return 0
  */
 BRIO_API uint32_t brio_module_get_log_string(char* buffer, uint32_t* size, uint32_t mode);
-/** Ends a visit of the page and switches off what it switched on in the modem. Host thread. @return 0 */
+/**
+ * Ends a visit of the page. On LTE it switches off the antenna reports that the page switched on; elsewhere
+ * they stay on. When no snapshot can be taken here, as after the modem was lost, the reports stay as they are
+ * and the next visit does not read the SIM's static information again. Host thread. @return 0
+ */
 BRIO_API uint32_t brio_module_exit_logging(void);
 /** Masks a band name in place, up to its last "_": "LTE_BAND_4" becomes "XXX_XXXX_4". Null does nothing. */
 BRIO_API void mask_band(char* text);

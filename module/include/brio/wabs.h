@@ -152,6 +152,9 @@ BRIO_API uint32_t wabs_report_event(const void* event);
  * else WABS_BARS_NOT_ATTACHED. Poll this first: the call also keeps the rest current.
  *
  * The modem is asked at most once in 91 s. Below two bars it reports each change by itself and is not asked.
+ * A weak signal before wabs_close counts as reported after the next wabs_open as well, although opening ends
+ * the reports: the value of the first call then stands until a call while the reading application is active,
+ * or until the modem is registered nowhere.
  * When it answers that it has no value (255), that call returns 1, and the calls of the next 91 s return what
  * was held before; while nothing is held, each call asks. While the IPC service names the reading application
  * as the active one, the held value is served however old it is, and may be 255, no value: the modem is only
