@@ -117,6 +117,8 @@ TEST_F(Files, GrowingEnds) {
   EXPECT_EQ(bytes, size_t{brio::kInputMax});
   EXPECT_TRUE(file.failed() && log_capture::has("wan/info,errno=27:can't read file"));
   EXPECT_FALSE(brio::InputFile("/var/local/wan/info"));  // too long from the beginning
+  ASSERT_EQ(truncate(root().path("/var/local/wan/info").c_str(), brio::kInputMax), 0);
+  EXPECT_TRUE(brio::InputFile("/var/local/wan/info"));
 }
 
 // Stopping a thread that has ended by itself raises no signal in the host.

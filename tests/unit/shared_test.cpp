@@ -79,6 +79,7 @@ TEST(Objects, ThatAreNone) {
                                 briolib_get_sim_info_data(nullptr), briolib_update_sim_info_data(nullptr)}) {
     EXPECT_EQ(status, 6u);
   }
+  EXPECT_EQ(briolib_base64_decode("aGk=", nullptr, 4, 3), -1);
   uint8_t plmn[3];
   const char digits[] = {'3', '\0', '1', '0', '\0'};
   EXPECT_EQ(briolib_mccmnc_to_plmn(digits, digits + 1, plmn), 0u);

@@ -19,7 +19,6 @@ int8_t prv_cops_mode(char* field) {
 // +COPS: 0,2,"310410",7
 //        mode  format  operator  access technology
 CopsResult parse_cops(char* text, CopsAnswer* answer) {
-  *answer = {};
   FieldReader fields(text);
   fields.next(':');
   if (fields.rest() == nullptr || *fields.rest() == '\0') return CopsResult::kNoMode;
