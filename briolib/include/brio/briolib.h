@@ -191,7 +191,8 @@ BRIO_API void briolib_log_debug_print_packet(uint32_t bits, const void* data, ui
  * Host thread. @return OK (0); INVALID (6) for null, before the gate
  */
 BRIO_API uint32_t briolib_get_atcmd_snapshot(atcmd_snapshot* record, uint32_t no_refresh);
-/** Name of `value` in a table of `count` rows. @return "N/A" when it is absent or the table is null */
+/** Name of `value` in a table of `count` rows. A row at the index that is its value wins over earlier rows of
+ * it. @return "N/A" when it is absent or the table is null */
 BRIO_API const char* enum_to_string(const enum_pair* table, uint32_t count, uint32_t value);
 
 /** @} */

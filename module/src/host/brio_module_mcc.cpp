@@ -66,7 +66,7 @@ bool prv_differs_from_file(const char* mcc) {
     prv_cannot_open();
     return false;
   }
-  errno = 0;  // as for a file that is too short
+  errno = 0;  // a file that is too short sets none
   char previous[kMccDigits + 1] = {};
   if (file.read(previous, kMccDigits) != kMccDigits) {
     MODULE_E("brio:readfile:name=\"%s\",errno=%d:can't read file", kMccFile, errno);
