@@ -29,10 +29,10 @@ constexpr size_t kCommandsMax = 64;
 
 // ---- What the shared modem-data record, the SIM blocks and the events may look like, whatever a modem sent
 
-// The texts end inside their fields.
-template <size_t... N>
-void require_text(const char (&... texts)[N]) {
-  (require(memchr(texts, '\0', N) != nullptr), ...);
+// A text ends inside its field.
+template <size_t N>
+bool ends(const char (&text)[N]) {
+  return memchr(text, '\0', N) != nullptr;
 }
 
 // Size of each event's data; the network time is announced with 4 bytes and has 16.
@@ -58,11 +58,12 @@ void watch_events() {
 void check_record() {
   require(briolib_lock_urc_data_mutex() == 0);
   const brio_atcmd_data& d = g_brio_lib_atcmd_data;
-  require_text(d.mcc, d.mnc, d.plmn_text, d.band_text);
-  require(d.cs_reg_status <= 3 && d.ps_reg_status <= 2 && d.rat_valid <= 1);
-  require(d.cops_mode >= -1 && d.cops_mode <= 1 && d.band <= 1900);
-  require(d.rat == 0xFF || d.rat_valid == 1);
-  require(d.reject_bytes[0] == 0 && d.spare_state == 0);
+#define FIELD(name, offset, opened, unregistered, holds) \
+  {                                                      \
+    [[maybe_unused]] const auto& v = d.name;             \
+    require(holds, #name);                               \
+  }
+#include "record.def"
   require(s_pdp_event[0] == s_pdp_event[1] && s_pdp_event[0] <= 1);
   require(briolib_unlock_urc_data_mutex() == 0);
 }
@@ -74,7 +75,7 @@ void check_sim_blocks() {
   require(briolib_get_sim_plmn_data(&plmn) == 0 && briolib_get_sim_info_data(&info) == 0);
   require(briolib_update_sim_plmn_data(&plmn) == 0 && briolib_update_sim_info_data(&info) == 0);
   require(briolib_unlock_static_data_mutex() == 0);
-  require_text(info.psloci, info.loci, info.epsloci, info.iccid);
+  require(ends(info.psloci) && ends(info.loci) && ends(info.epsloci) && ends(info.iccid));
   const auto check_list = [](const auto& list) {
     for (const plmn_entry& entry : list) require(entry.mcc[3] == '\0' && entry.mnc[3] == '\0');
   };

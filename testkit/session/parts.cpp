@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "base/paths.h"
+#include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
 #include "channel/brio_queue.h"
@@ -259,6 +260,43 @@ std::string md5_file(Arguments& a) {
              digest);
 }
 
+// ---- Shared record
+
+struct RecordField {
+  const char* name;
+  size_t offset, size, alignment;
+  const char* opened;
+  const char* unregistered;  // kKept: as it was
+};
+constexpr const char* kKept = nullptr;
+constexpr RecordField kRecord[] = {
+#define FIELD(name, offset, opened, unregistered, ...)                                           \
+  {#name,  offset,      sizeof(brio_atcmd_data::name), alignof(decltype(brio_atcmd_data::name)), \
+   opened, unregistered},
+#include "record.def"
+    {"end", sizeof(brio_atcmd_data), 0, alignof(brio_atcmd_data), nullptr, nullptr}};
+
+// KEEP: the fields that a reset of a used record leaves otherwise than their rows say, and what has no row.
+std::string reset_record(Arguments& a) {
+  const bool opens = a.number() == 0;
+  memset(&g_brio_lib_atcmd_data, 'R', sizeof g_brio_lib_atcmd_data);
+  const Fields before = shared_fields();
+  briolib_init_atcmd_data(opens ? 0 : 1);
+  const Fields after = shared_fields();
+  std::string wrong;
+  size_t end = 0;
+  for (size_t i = 0; i < std::size(kRecord); i++) {
+    const RecordField& row = kRecord[i];
+    if (row.offset - end >= row.alignment) wrong += std::string("no row before ") + row.name + " ";
+    end = row.offset + row.size;
+    if (row.size == 0) break;
+    const char* expected = opens ? row.opened : row.unregistered;
+    const bool right = after[i].second == (expected != kKept ? expected : before[i].second);
+    if (!right || after[i].first != row.name) wrong += row.name + ("=" + after[i].second + " ");
+  }
+  return wrong.empty() ? "as its rows say" : wrong;
+}
+
 }  // namespace
 
 void add_parts(std::map<std::string, Call>& table) {
@@ -286,6 +324,7 @@ void add_parts(std::map<std::string, Call>& table) {
       {"base64_decode", {base64<briolib_base64_decode>, "TEXT CAPACITY [SIZE]"}},
       {"md5", {md5, "TEXT..."}},
       {"md5_file", {md5_file, "PATH [null]"}},
+      {"reset_record", {reset_record, "KEEP"}},
       {"tick", {[](Arguments&) { return std::string(test_clock::tick() ? "done" : "gone"); }, ""}},
   });
 }

@@ -1,7 +1,7 @@
 /*
  * A C99 host: has the interface declared once more as hosts were built with it (abi/operations.def) and the
- * records measured, so that a header that departs from either does not compile, and loads the library given
- * as argument with every name bound at once, as the WAN manager does.
+ * records measured (abi/record.def), so that a header that departs from either does not compile, and loads
+ * the library given as argument with every name bound at once, as the WAN manager does.
  */
 #define _POSIX_C_SOURCE 200112L
 #include <dlfcn.h>
@@ -24,15 +24,9 @@
  * the header asserts are not here. */
 #define SIZE(type, expected) extern char type##_size[sizeof(type) == (expected) ? 1 : -1]
 #define AT(type, field, expected) extern char type##_##field[offsetof(type, field) == (expected) ? 1 : -1]
+#define FIELD(name, offset, ...) AT(brio_atcmd_data, name, offset);
+#include "record.def"
 /* clang-format off */
-AT(brio_atcmd_data, cops_mode, 3); AT(brio_atcmd_data, lac, 4);
-AT(brio_atcmd_data, cell_id, 8); AT(brio_atcmd_data, rat, 12); AT(brio_atcmd_data, rac, 14);
-AT(brio_atcmd_data, mcc, 16); AT(brio_atcmd_data, plmn_text, 24); AT(brio_atcmd_data, band_text, 34);
-AT(brio_atcmd_data, arfcn, 64); AT(brio_atcmd_data, reject_bytes, 66); AT(brio_atcmd_data, reject_words, 72);
-AT(brio_atcmd_data, signal_a, 92); AT(brio_atcmd_data, bars, 100); AT(brio_atcmd_data, nmo, 107);
-AT(brio_atcmd_data, time_info, 108); AT(brio_atcmd_data, carrier_config, 124);
-AT(brio_atcmd_data, bas_value_a, 128); AT(brio_atcmd_data, curr_lte_ant, 132); AT(brio_atcmd_data, tac, 136);
-AT(brio_atcmd_data, wan_type, 139); AT(brio_atcmd_data, band, 140);
 AT(network_time, year, 6); AT(network_time, time_zone, 8); AT(network_time, dst, 12); AT(plmn_entry, access_tech, 8);
 AT(sim_plmn_data, uplmn_count, 2600); AT(sim_plmn_data, oplmn_count, 5202); AT(sim_plmn_data, fplmn_count, 5604);
 AT(sim_plmn_data, hplmn_count, 5706);

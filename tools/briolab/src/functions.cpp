@@ -31,7 +31,7 @@ std::make_signed_t<T>& as_signed(T& word) {
   return reinterpret_cast<std::make_signed_t<T>&>(word);
 }
 
-// A record that hands the names of its fields, as one text, and the fields to a visitor.
+// A record that hands its fields to a visitor: all at once, their names as one text, or one by one.
 template <typename R>
 struct Named;
 #define NAMED(R, ...)                     \
@@ -43,11 +43,15 @@ struct Named;
     }                                     \
   };
 NAMED(network_time, year, month, day, hour, minute, second, spare, time_zone, dst)
-NAMED(brio_atcmd_data, cs_reg_status, ps_reg_status, rat_valid, cops_mode, lac, cell_id, rat, rac, mcc, mnc,
-      plmn_text, band_text, arfcn, reject_bytes, reject_words, as_signed(signal_a), as_signed(signal_b), bars,
-      pdp_state, mm_state, mm_substate, gmm_state, gmm_substate, spare_state, nmo, time_info, carrier_config,
-      carrier_word, as_signed(bas_value_a), as_signed(bas_value_b), curr_lte_ant, emm_state, emm_substate,
-      rrc_state, tac, bas_query_flag, wan_type, band)
+template <>
+struct Named<brio_atcmd_data> : brio_atcmd_data {
+  template <typename V>
+  void visit(V&& visitor) {
+#define FIELD(name, ...) visitor(#name, name);
+#define SIGNED_FIELD(name, ...) visitor(#name, as_signed(name));
+#include "record.def"
+  }
+};
 NAMED(atcmd_snapshot, cs_reg_status, ps_reg_status, lac, cell_id, rat, rac, mcc, mnc, plmn_text, band_text,
       arfcn, reject_bytes, reject_words, signal_a, signal_b, bars, pdp_state, mm_state, mm_substate,
       gmm_state, gmm_substate, rrc_state, nmo, rat_valid, spare_state, carrier_config, sim_status,
