@@ -29,16 +29,12 @@ uint32_t prv_pdp_activation_allowed_callback(uint32_t, uint32_t, const void* dat
 }
 
 uint32_t prv_data_service_mode_callback(uint32_t, uint32_t, const void* data) {
-  if (data != nullptr) {
-    MODULE_D(WABS_LOG_EVENT, "brio:data_service_mode changed %d", prv_word(data, 0));
-  }
+  if (data != nullptr) MODULE_D(WABS_LOG_EVENT, "brio:data_service_mode changed %d", prv_word(data, 0));
   return 0;
 }
 
 uint32_t prv_roaming_status_callback(uint32_t, uint32_t, const void* data) {
-  if (data != nullptr) {
-    MODULE_D(WABS_LOG_EVENT, "brio:roaming_status changed %d", prv_word(data, 0));
-  }
+  if (data != nullptr) MODULE_D(WABS_LOG_EVENT, "brio:roaming_status changed %d", prv_word(data, 0));
   return 0;
 }
 

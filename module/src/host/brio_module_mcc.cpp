@@ -139,9 +139,8 @@ uint32_t wabs_get_mcc_mnc(uint32_t* mcc, uint32_t* mnc) {
   relaxed_store(g_module.mcc_mnc_refresh, 0u);
   char texts[sizeof(PlmnTexts)] = {};
   uint32_t status = brio_get_mcc_mnc(texts);
-  if (status != BRIO_STATUS_OK) {
+  if (!succeeded("mcc_mnc", status)) {
     relaxed_store(g_module.mcc_mnc_refresh, 1u);
-    log_get_error("mcc_mnc", status);
     MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   }
   PlmnTexts updated;
@@ -159,14 +158,12 @@ uint32_t wabs_get_hplmn_mcc_mnc(uint32_t* mcc, uint32_t* mnc) {
   uint32_t result = WABS_STATUS_OK;
   if (s_home_cached == 0) {
     sim_plmn_data record = {};
-    uint32_t status = brio_get_sim_plmn_info(&record, kHomePlmnSelector);
-    if (status != BRIO_STATUS_OK) {
-      log_get_error("plmn_info", status);
-      result = WABS_STATUS_LIBRARY_FAILURE;
-    } else {
+    if (succeeded("plmn_info", brio_get_sim_plmn_info(&record, kHomePlmnSelector))) {
       s_home_mcc = prv_number(record.home_mcc);
       s_home_mnc = prv_number(record.home_mnc);
       s_home_cached = 1;
+    } else {
+      result = WABS_STATUS_LIBRARY_FAILURE;
     }
   }
   if (result == WABS_STATUS_OK) {

@@ -12,8 +12,9 @@ namespace brio {
 
 ModuleState g_module;
 
-void log_get_error(const char* parameter, uint32_t status) {
-  MODULE_E("brio:get:param=%s,error=%d:can't get parameter", parameter, status);
+bool succeeded(const char* parameter, uint32_t status) {
+  if (status != 0) MODULE_E("brio:get:param=%s,error=%d:can't get parameter", parameter, status);
+  return status == 0;
 }
 
 uint32_t log_return(const char* function, int line, uint32_t result) {
@@ -78,10 +79,7 @@ bool prv_wait_sim_status(uint32_t* rounds) {
     MODULE_D_OF("wabs_open", WABS_LOG_VALUE, "brio:getting SIM status, retry = %d", *rounds);
     uint32_t status = brio_get_wn3_sim_status(&sim_status);
     MODULE_D_OF("wabs_open", WABS_LOG_VALUE, "brio:SIM status=%d", sim_status);
-    if (status != BRIO_STATUS_OK) {
-      log_get_error("sim_status", status);
-      return false;
-    }
+    if (!succeeded("sim_status", status)) return false;
     if (sim_status != SIM_NOT_READ && sim_status != NO_SIM && sim_status != INVALID_OTHER) break;
     ++*rounds;
     sleep_seconds(kSimStatusPauseSeconds);
@@ -102,11 +100,7 @@ bool prv_wait_sim_info(uint32_t* rounds) {
     sleep_seconds(kSimInfoPauseSeconds);
     ++*rounds;
   }
-  if (status != BRIO_STATUS_OK) {
-    log_get_error("sim_plmn_info", status);
-    return false;
-  }
-  return true;
+  return succeeded("sim_plmn_info", status);
 }
 
 bool prv_register_callbacks() {
@@ -120,15 +114,9 @@ bool prv_register_callbacks() {
   return true;
 }
 
-bool prv_read_modem_info() {
-  uint32_t status = brio_get_modem_info(&g_module.modem);
-  if (status != BRIO_STATUS_OK) log_get_error("modeminfo", status);
-  return status == BRIO_STATUS_OK;
-}
-
 void prv_open_ipc() {
   g_module.ipc = NipcOpen(kIpcService);
-  if (g_module.ipc == nullptr) log_get_error("Npic handle", 0);
+  if (g_module.ipc == nullptr) MODULE_E("brio:get:param=Npic handle,error=0:can't get parameter");
 }
 
 uint32_t prv_open() {
@@ -147,14 +135,12 @@ uint32_t prv_open() {
   prv_start_prox();
 
   uint32_t rounds = 0;
-  if (!prv_wait_sim_status(&rounds) || !prv_read_modem_info() || !prv_register_callbacks() ||
-      !prv_wait_sim_info(&rounds)) {
+  if (!prv_wait_sim_status(&rounds) || !succeeded("modeminfo", brio_get_modem_info(&g_module.modem)) ||
+      !prv_register_callbacks() || !prv_wait_sim_info(&rounds)) {
     return WABS_STATUS_LIBRARY_FAILURE;
   }
   status = brio_get_sim_static_info(0);
-  if (status != BRIO_STATUS_OK) {
-    MODULE_E("brio:set:param=SIM static info,status=%d:can't set", status);
-  }
+  if (status != BRIO_STATUS_OK) MODULE_E("brio:set:param=SIM static info,status=%d:can't set", status);
   prv_open_ipc();
   return WABS_STATUS_OK;
 }

@@ -19,10 +19,6 @@ constexpr uint32_t kSecondsPerZoneUnit = 900;
 // Neither the modem's answer nor the cache holds a date, so this is all that the host ever reads.
 constexpr time_t kTimeUnknown = static_cast<time_t>(-1);
 
-constexpr uint32_t kImsiSpace = sizeof(sim_identity::imsi);
-constexpr uint32_t kIccidSpace = sizeof(sim_identity::iccid);
-constexpr uint32_t kImeiSpace = sizeof(modem_info::imei);
-
 // Host values, indexed by the library's data service mode; what lies beyond is none (0).
 constexpr uint32_t kHostServiceMode[] = {0, 3, 2, 1, 1, 4};
 // Host values, indexed by the library's roaming value; what lies beyond is neither (8).
@@ -47,25 +43,27 @@ void prv_copy_out(char* buffer, uint32_t length, const char (&text)[N]) {
   memset(buffer + count, 0, length - count);
 }
 
-// What every text query checks before it copies.
-uint32_t prv_check_text(const char* buffer, uint32_t length, uint32_t least) {
-  if (!module_is_open()) return WABS_STATUS_NOT_OPEN;
-  if (buffer == nullptr) return WABS_STATUS_NULL_POINTER;
-  return length < least ? WABS_STATUS_BUFFER_TOO_SMALL : WABS_STATUS_OK;
-}
-
 // What every query of one value checks first.
 uint32_t prv_check_value(const void* out) {
   if (!module_is_open()) return WABS_STATUS_NOT_OPEN;
   return out == nullptr ? WABS_STATUS_NULL_POINTER : WABS_STATUS_OK;
 }
 
+// A query of a text, which is copied only to a buffer that its field fits.
+template <size_t N>
+uint32_t prv_get_text(char* buffer, uint32_t length, const char (&text)[N]) {
+  const uint32_t check = prv_check_value(buffer);
+  if (check != WABS_STATUS_OK) return check;
+  if (length < N) return WABS_STATUS_BUFFER_TOO_SMALL;
+  prv_copy_out(buffer, length, text);
+  return WABS_STATUS_OK;
+}
+
 // True while the foreground application is the one that shows pages to a reader.
 bool prv_reader_active() {
   char* active = nullptr;
   uint32_t status = NipcGetStringProperty(g_module.ipc, kAppManager, kActiveAppProperty, &active);
-  if (status != 0) log_get_error(kAppManager, status);
-  bool reader = status == 0 && active != nullptr && strcmp(active, kReaderApp) == 0;
+  bool reader = succeeded(kAppManager, status) && active != nullptr && strcmp(active, kReaderApp) == 0;
   NipcFreeString(active);
   return reader;
 }
@@ -89,10 +87,7 @@ uint32_t wabs_get_bars(uint32_t* bars) {
   uint32_t attached = 0;
   uint32_t allowed = 0;
   uint32_t status = brio_get_pdp_context_activation_allowed(&attached, &allowed);
-  if (status != BRIO_STATUS_OK) {
-    log_get_error("pdpa", status);
-    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
-  }
+  if (!succeeded("pdpa", status)) MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   MODULE_D(WABS_LOG_FLOW, "brio:pdp activation state attached: %d,allowed: %d", attached, allowed);
   if (attached == 0) {
     *bars = WABS_BARS_NOT_ATTACHED;
@@ -104,17 +99,11 @@ uint32_t wabs_get_bars(uint32_t* bars) {
     MODULE_E("brio:fatalfailure::modem must be reset because fatal failure has occurred");
     MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   }
-  if (status != BRIO_STATUS_OK) {
-    log_get_error("fatalstatus", status);
-    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
-  }
+  if (!succeeded("fatalstatus", status)) MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
 
   MODULE_D(WABS_LOG_FLOW, "brio:getting bars");
   status = brio_get_bars(bars, prv_reader_active() ? 1 : 0);
-  if (status != BRIO_STATUS_OK) {
-    log_get_error("bars", status);
-    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
-  }
+  if (!succeeded("bars", status)) MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   if (*bars == 0) *bars = 1;  // an attached modem never shows none
   MODULE_D(WABS_LOG_VALUE, "brio:bars:%d", *bars);
   MODULE_RETURN(WABS_STATUS_OK);
@@ -132,10 +121,7 @@ uint32_t wabs_get_module_time(time_t* utc, int32_t* offset_seconds) {
       MODULE_D(WABS_LOG_FLOW, "brio:Network time not provided");
       MODULE_RETURN(WABS_STATUS_NO_NETWORK_TIME);
     }
-    if (status != BRIO_STATUS_OK) {
-      log_get_error("local_time", status);
-      MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
-    }
+    if (!succeeded("local_time", status)) MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
     zone = record.time_zone;
   }
   *utc = kTimeUnknown;
@@ -151,11 +137,7 @@ uint32_t wabs_get_data_service_mode(uint32_t* mode) {
   if (check != WABS_STATUS_OK) MODULE_RETURN(check);
   MODULE_D(WABS_LOG_FLOW, "brio:getting data service mode");
   uint32_t value = 0;
-  uint32_t status = brio_get_data_service_mode(&value);
-  if (status != BRIO_STATUS_OK) {
-    log_get_error("dsm", status);
-    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
-  }
+  if (!succeeded("dsm", brio_get_data_service_mode(&value))) MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   MODULE_D(WABS_LOG_FLOW, "brio:data service mode = %d", value);
   *mode = prv_map(kHostServiceMode, value, 0);
   MODULE_RETURN(WABS_STATUS_OK);
@@ -166,11 +148,8 @@ uint32_t wabs_get_roaming_status(uint32_t* status) {
   uint32_t check = prv_check_value(status);
   if (check != WABS_STATUS_OK) MODULE_RETURN(check);
   uint32_t value = 0;
-  uint32_t library_status = brio_get_roaming_status(&value);
-  if (library_status != BRIO_STATUS_OK) {
-    log_get_error("roaming_status", library_status);
+  if (!succeeded("roaming_status", brio_get_roaming_status(&value)))
     MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
-  }
   *status = prv_map(kHostRoaming, value, 8);
   MODULE_RETURN(WABS_STATUS_OK);
 }
@@ -186,28 +165,23 @@ uint32_t wabs_get_rssi(int32_t* rssi) {
 
 uint32_t wabs_get_imsi(char* buffer, uint32_t length) {
   MODULE_ENTER();
-  uint32_t check = prv_check_text(buffer, length, kImsiSpace);
-  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
-  prv_copy_out(buffer, length, g_module.sim.imsi);
-  MODULE_D(WABS_LOG_VALUE, "brio:IMSI updated");
-  MODULE_RETURN(WABS_STATUS_OK);
+  const uint32_t status = prv_get_text(buffer, length, g_module.sim.imsi);
+  if (status == WABS_STATUS_OK) MODULE_D(WABS_LOG_VALUE, "brio:IMSI updated");
+  MODULE_RETURN(status);
 }
 
 uint32_t wabs_get_radio_serial_number(char* buffer, uint32_t length) {
   MODULE_ENTER();
-  uint32_t check = prv_check_text(buffer, length, kImeiSpace);
-  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
-  prv_copy_out(buffer, length, g_module.modem.imei);
-  MODULE_D(WABS_LOG_VALUE, "brio:imei=%s", buffer);
-  MODULE_RETURN(WABS_STATUS_OK);
+  const uint32_t status = prv_get_text(buffer, length, g_module.modem.imei);
+  if (status == WABS_STATUS_OK) MODULE_D(WABS_LOG_VALUE, "brio:imei=%s", buffer);
+  MODULE_RETURN(status);
 }
 
 uint32_t wabs_get_radio_cert_param1(char* buffer, uint32_t length) {
   MODULE_ENTER();
-  uint32_t check = prv_check_text(buffer, length, kIccidSpace);
-  if (check != WABS_STATUS_OK) MODULE_RETURN(check);
-  prv_copy_out(buffer, length, g_module.sim.iccid);
-  char masked[kIccidSpace];
+  const uint32_t status = prv_get_text(buffer, length, g_module.sim.iccid);
+  if (status != WABS_STATUS_OK) MODULE_RETURN(status);
+  char masked[sizeof(g_module.sim.iccid)];
   prv_copy_out(masked, sizeof(masked), g_module.sim.iccid);
   MODULE_D(WABS_LOG_VALUE, "brio:iccid=%s", briolib_obfuscate_numeral(masked, '*'));
   MODULE_RETURN(WABS_STATUS_OK);

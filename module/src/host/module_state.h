@@ -38,8 +38,9 @@ inline constexpr int kEventCallbackCount = 8;
 // In the order of registration.
 extern const EventCallback kEventCallbacks[kEventCallbackCount];
 
-// The line of a query that the modem library (or another service) refused.
-void log_get_error(const char* parameter, uint32_t status);
+// Whether a query of the modem library (or another service) succeeded, which is status 0; else its error
+// line.
+bool succeeded(const char* parameter, uint32_t status);
 
 // Logs the exit of `function` at `line` and hands the result on.
 uint32_t log_return(const char* function, int line, uint32_t result);

@@ -8,6 +8,7 @@
 #include "brio/brio_module.h"
 #include "brio_common/facts.h"
 #include "page/log_611_names.h"
+#include "sar_names.h"
 
 // Item numbers repeat and blanks come before line ends: both belong to the page, which other programs read.
 
@@ -166,7 +167,7 @@ void prv_rf_status(TextWriter& page, const PageInput& input) {
       page.add("5.3 RSSI: N/A \n");
       break;
   }
-  page.add("5.4 SAR Pwr backoff: %s\n", name_of(names::kSarMode, static_cast<uint32_t>(input.sar_mode)));
+  page.add("5.4 SAR Pwr backoff: %s\n", sar_name(input.sar_mode));
 }
 
 // A reject cause, then the network that it came from as "<number> <name>: <MCC>-<MNC>", masked "<number>

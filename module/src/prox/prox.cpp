@@ -225,9 +225,7 @@ void prv_poll() {
   if (prox::count_poll(&s_state)) {
     MODULE_I("proxlib:::2min timer expired, now using slower scan rate");
     uint32_t status = prv_to_slow_scan();
-    if (status != kOk) {
-      MODULE_E("proxlib:reg_write:status=%d:failed to enable prox", status);
-    }
+    if (status != kOk) MODULE_E("proxlib:reg_write:status=%d:failed to enable prox", status);
   }
   if (!prv_read_sensor()) return;
   int32_t mode = relaxed_load(g_pre_sar_mode);
@@ -243,9 +241,7 @@ void prv_poll() {
   prv_log_transition(action);
   if (action.to_slow_period) {
     uint32_t status = prv_to_slow_scan();
-    if (status != kOk) {
-      MODULE_E("proxlib:reg_write:status=%d:failed to change scan period", status);
-    }
+    if (status != kOk) MODULE_E("proxlib:reg_write:status=%d:failed to change scan period", status);
   }
 }
 
