@@ -36,28 +36,10 @@ std::optional<int32_t> FieldReader::number() {
   return number_of(next());
 }
 
-std::optional<uint8_t> FieldReader::byte() {
-  const std::optional<int32_t> value = number();
-  if (!value) return std::nullopt;
-  return static_cast<uint8_t>(*value);
-}
-
-std::optional<uint16_t> FieldReader::word() {
-  const std::optional<int32_t> value = number();
-  if (!value) return std::nullopt;
-  return static_cast<uint16_t>(*value);
-}
-
 std::optional<uint32_t> FieldReader::hex() {
   const char* field = text();
   if (field == nullptr) return std::nullopt;
   return hexadecimal(field);
-}
-
-std::optional<uint16_t> FieldReader::hex_word() {
-  const std::optional<uint32_t> value = hex();
-  if (!value) return std::nullopt;
-  return static_cast<uint16_t>(*value);
 }
 
 }  // namespace brio

@@ -19,6 +19,13 @@ namespace brio {
 // The decimal number at the start of a field; none for a null or blank one.
 std::optional<int32_t> number_of(const char* field);
 
+// A number's low bits; none for none.
+template <typename T, typename N>
+std::optional<T> low_bits(std::optional<N> number) {
+  if (!number) return std::nullopt;
+  return static_cast<T>(*number);
+}
+
 // Cuts up `text` in place. Each call takes one field.
 class FieldReader {
  public:
@@ -32,10 +39,10 @@ class FieldReader {
   // The field's value; none for a missing or blank field. Numbers that do not fit keep their low bits.
   const char* text();  // with its blanks; null for none
   std::optional<int32_t> number();
-  std::optional<uint8_t> byte();
-  std::optional<uint16_t> word();
+  std::optional<uint8_t> byte() { return low_bits<uint8_t>(number()); }
+  std::optional<uint16_t> word() { return low_bits<uint16_t>(number()); }
   std::optional<uint32_t> hex();
-  std::optional<uint16_t> hex_word();
+  std::optional<uint16_t> hex_word() { return low_bits<uint16_t>(hex()); }
 
  private:
   char* rest_;

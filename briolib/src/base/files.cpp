@@ -110,6 +110,15 @@ size_t InputFile::line(char* text, size_t size) {
   return length;
 }
 
+size_t InputFile::cut_line(char* text, size_t size) {
+  size_t length = 0;
+  for (int c = 0; c != '\n' && (c = next()) >= 0;) {
+    if (length + 1 < size) text[length++] = static_cast<char>(c);
+  }
+  text[length] = '\0';
+  return length;
+}
+
 bool InputFile::fill() {
   if (ended_ || !fd_.valid()) return false;
   used_ = 0;
@@ -132,9 +141,7 @@ bool InputFile::fill() {
 
 void InputFile::fail() {
   failed_ = true;
-  if (name_ != nullptr) {
-    BLIB_E("readfile:name=%s,errno=%d:can't read file\n", name_, errno);
-  }
+  if (name_ != nullptr) BLIB_E("readfile:name=%s,errno=%d:can't read file\n", name_, errno);
 }
 
 }  // namespace brio

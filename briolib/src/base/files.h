@@ -42,6 +42,8 @@ class InputFile {
   size_t read(char* data, size_t size);
   // The next line with its "\n" and a NUL after it, of a longer one what fits. Its length, 0 at the end.
   size_t line(char* text, size_t size);
+  // The same, but the rest of a longer line is skipped.
+  size_t cut_line(char* text, size_t size);
   // The end was an error's.
   bool failed() const { return failed_; }
   int release() { return fd_.release(); }

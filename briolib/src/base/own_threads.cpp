@@ -41,9 +41,7 @@ void prv_give_up() {
 }
 
 bool prv_refuse(bool refused, const char* function) {
-  if (refused) {
-    BLIB_E("%s::refused on a thread of the library or in a forked child\n", function);
-  }
+  if (refused) BLIB_E("%s::refused on a thread of the library or in a forked child\n", function);
   return refused;
 }
 

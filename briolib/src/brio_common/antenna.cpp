@@ -7,7 +7,7 @@
 #include "brio_common/shared_data.h"
 #include "brio_common/steps.h"
 #include "channel/request.h"
-#include "parse/bas.h"
+#include "parse/signal.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";
 
@@ -78,11 +78,7 @@ uint32_t brio_get_curr_lte_ant(uint32_t* out) {
   uint32_t status = gate("brio_get_curr_lte_ant");
   if (status != BRIO_STATUS_OK) return status;
   if (out == nullptr) return BRIO_STATUS_INVALID;
-  uint8_t antenna = kAntennaUnknown;
-  {
-    UrcDataLock lock;
-    antenna = g_brio_lib_atcmd_data.curr_lte_ant;
-  }
+  uint8_t antenna = shared_value(&brio_atcmd_data::curr_lte_ant);
   if (antenna == kAntennaUnknown) {
     bas_status record = {kBasValueUnknown, kBasValueUnknown, kAntennaUnknown};
     if (brio_get_bas_status(&record) != BRIO_STATUS_OK) {
@@ -104,8 +100,6 @@ uint32_t brio_set_lte_ant(uint32_t choice) {
     return BRIO_STATUS_INVALID;
   }
   status = send_command(kLockCommands[choice - 1]);
-  if (status != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("setANT:err_no=%d:can't set LTE ANT", status);
-  }
+  if (status != BLPKT_STATUS_SUCCESS) BLIB_E("setANT:err_no=%d:can't set LTE ANT", status);
   return briolib_translate_status(status, 0);
 }

@@ -31,8 +31,7 @@ template <typename Field, typename Out>
 uint32_t prv_get(Field brio_atcmd_data::*field, Out* out) {
   uint32_t status = prv_check(out);
   if (status != BRIO_STATUS_OK) return status;
-  UrcDataLock lock;
-  *out = static_cast<Out>(g_brio_lib_atcmd_data.*field);
+  *out = static_cast<Out>(shared_value(field));
   return BRIO_STATUS_OK;
 }
 
@@ -101,8 +100,7 @@ uint32_t brio_get_mcc_mnc(char out[8]) {
 uint32_t brio_get_roaming_status(uint32_t* out) {
   uint32_t status = prv_check(out);
   if (status != BRIO_STATUS_OK) return status;
-  UrcDataLock lock;
-  const uint8_t cs_reg_status = g_brio_lib_atcmd_data.cs_reg_status;
+  const uint8_t cs_reg_status = shared_value(&brio_atcmd_data::cs_reg_status);
   *out = is_registered(cs_reg_status) ? cs_reg_status : 0;
   return BRIO_STATUS_OK;
 }
@@ -111,12 +109,7 @@ uint32_t brio_get_pdp_context_activation_allowed(uint32_t* attached, uint32_t* a
   if (attached == nullptr || allowed == nullptr) return BRIO_STATUS_INVALID;
   uint32_t status = briolib_check_library_status();
   if (status != BRIO_STATUS_OK) return status;
-  uint8_t ps_reg_status;
-  {
-    UrcDataLock lock;
-    ps_reg_status = g_brio_lib_atcmd_data.ps_reg_status;
-  }
-  if (is_registered(ps_reg_status)) {
+  if (is_registered(shared_value(&brio_atcmd_data::ps_reg_status))) {
     *attached = 1;
     *allowed = 1;
     prv_refresh_placeholder_plmn();

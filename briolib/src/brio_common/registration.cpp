@@ -113,15 +113,14 @@ constexpr DomainRow kDomains[] = {
 };
 constexpr size_t kRegistrationCommandSize = 16;
 
+// That hardware names the band in its registration lines, in the reporting mode 99 only.
+bool prv_names_band() {
+  return shared_value(&brio_atcmd_data::wan_type) == BRIO_WAN_TYPE_OSPREY;
+}
+
 void prv_enable_startup_urcs() {
   prv_send("AT+COPS=3,2");
-  uint8_t wan_type;
-  {
-    UrcDataLock lock;
-    wan_type = g_brio_lib_atcmd_data.wan_type;
-  }
-  // That hardware names the band in its registration lines, in the reporting mode 99 only.
-  const int mode = wan_type == BRIO_WAN_TYPE_OSPREY ? 99 : 2;
+  const int mode = prv_names_band() ? 99 : 2;
   for (const DomainRow& domain : kDomains) {
     char command[kRegistrationCommandSize];
     snprintf(command, sizeof(command), "AT+%s=%d", domain.result, mode);
@@ -158,7 +157,7 @@ bool prv_clear_if_unregistered() {
 
 // True when serving-cell data was cleared.
 bool prv_store_registration(const parse::Registration& line, const DomainRow& domain) {
-  assert_urc_data_held();
+  UrcDataLock lock;
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   bool cleared = false;
   // The registration state first: it may clear what the other fields then fill.
@@ -181,13 +180,9 @@ void prv_log_registration(const parse::Registration& line, const DomainRow& doma
   }
   if (cleared) BLIB_D(BRIO_LOG_DEREG, "CS PS de-reg, clearing cache");
   if (line.lac) BLIB_D(BRIO_LOG_REG, "PARSE_REG:LAC[%d]", *line.lac);
-  if (line.cell_id) {
-    BLIB_D(BRIO_LOG_REG, "PARSE_REG:CELL_ID[%d]", *line.cell_id);
-  }
+  if (line.cell_id) BLIB_D(BRIO_LOG_REG, "PARSE_REG:CELL_ID[%d]", *line.cell_id);
   if (line.rat) BLIB_D(BRIO_LOG_REG, "PARSE_REG:RAT[%d]", *line.rat);
-  if (line.reject_type) {
-    BLIB_D(BRIO_LOG_REG, "PARSE_REG:%s_REJECT_TYPE[%d]", domain.name, *line.reject_type);
-  }
+  if (line.reject_type) BLIB_D(BRIO_LOG_REG, "PARSE_REG:%s_REJECT_TYPE[%d]", domain.name, *line.reject_type);
   if (line.reject_cause) {
     BLIB_D(BRIO_LOG_REG, "PARSE_REG:%s_REJECT_CAUSE[%d]", domain.name, *line.reject_cause);
   }
@@ -245,25 +240,17 @@ void briolib_parse_reg_status(char* payload, int32_t is_cs, int32_t is_query) {
 
 void brio::registration_line(Domain which, char* payload, bool is_query) {
   const DomainRow& domain = kDomains[which];
-  brio_atcmd_data& data = g_brio_lib_atcmd_data;
   if (payload == nullptr) {
     BLIB_E("briolib_parse_reg_status:reg_payload is NULL:");
     UrcDataLock lock;
+    brio_atcmd_data& data = g_brio_lib_atcmd_data;
     if (data.rat < kRatUnknown) data.rat_valid = 1;
     return;
   }
-  bool with_band = false;
-  {
-    UrcDataLock lock;
-    with_band = data.wan_type == BRIO_WAN_TYPE_OSPREY;
-  }
+  const bool with_band = prv_names_band();
   if (log_on(BRIO_LOG_REG)) prv_log_tokens(payload, is_query, with_band);
   const parse::Registration line = parse::parse_registration(payload, is_query, with_band);
-  bool cleared = false;
-  {
-    UrcDataLock lock;
-    cleared = prv_store_registration(line, domain);
-  }
+  const bool cleared = prv_store_registration(line, domain);
   prv_log_registration(line, domain, cleared);
   if (is_query) return;
   char summary[parse::kRegistrationSummarySize];

@@ -6,7 +6,7 @@
 #include "base/log.h"
 #include "base/paths.h"
 #include "brio_common/shared_data.h"
-#include "parse/reject.h"
+#include "parse/registration.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";
 
@@ -45,9 +45,7 @@ const RejectPlace* prv_find_place(uint8_t procedure) {
 void prv_briolib_create_fatal_reject_flag() {
   // The file's presence is the whole message.
   Descriptor flag(open_output(kFatalRejectFile, O_WRONLY | O_TRUNC, 0644));
-  if (!flag.valid()) {
-    BLIB_E("prv_briolib_create_fatal_reject_flag::FATAL Reject Flag create failure");
-  }
+  if (!flag.valid()) BLIB_E("prv_briolib_create_fatal_reject_flag::FATAL Reject Flag create failure");
 }
 
 void prv_briolib_check_fatal_reject(uint8_t procedure, uint8_t cause) {

@@ -12,7 +12,7 @@
 #include "brio_common/steps.h"
 #include "channel/brio_blpkt.h"
 #include "channel/request.h"
-#include "parse/manual_selection.h"
+#include "parse/modem_config.h"
 #include "parse/scan_list.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";

@@ -92,8 +92,8 @@ char* prv_serving_line(const ATResponse* response, const char* operation, const 
 }
 
 // What is stored now, for the log.
-const brio_atcmd_data& prv_store_lte_info(const parse::LteInfo& info) {
-  assert_urc_data_held();
+brio_atcmd_data prv_store_lte_info(const parse::LteInfo& info) {
+  UrcDataLock lock;
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   if (info.emm_state) data.emm_state = *info.emm_state;
   if (info.emm_substate) data.emm_substate = *info.emm_substate;
@@ -112,20 +112,15 @@ uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16
   parse::LteInfo info = {};
   if (at_tok_start(&line) == 0) info = parse::parse_lte_info(line);
 
-  brio_atcmd_data data;
-  {
-    UrcDataLock lock;
-    data = prv_store_lte_info(info);
-  }
+  const brio_atcmd_data data = prv_store_lte_info(info);
   BLIB_D(BRIO_LOG_DEBUG,
          "emm_state[%d] emm_substate[%d] rrc_state[%d] mcc %.3s mnc %.3s tac 0x%x cell id 0x%x",
          data.emm_state, data.emm_substate, data.rrc_state, data.mcc, data.mnc, data.tac, data.cell_id);
   return BRIO_STATUS_OK;
 }
 
-// What is stored now, for the log.
-const brio_atcmd_data& prv_store_serving_cell(const parse::ServingCell& cell) {
-  assert_urc_data_held();
+void prv_store_serving_cell(const parse::ServingCell& cell) {
+  UrcDataLock lock;
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   if (cell.plmn_text != nullptr) copy_padded(data.plmn_text, sizeof(data.plmn_text), cell.plmn_text);
   if (cell.nmo) data.nmo = *cell.nmo;
@@ -134,22 +129,18 @@ const brio_atcmd_data& prv_store_serving_cell(const parse::ServingCell& cell) {
   if (cell.tac) data.tac = *cell.tac;
   if (cell.rac) data.rac = *cell.rac;
   if (cell.arfcn) data.arfcn = *cell.arfcn;
-  return data;
 }
 
-void prv_log_serving_cell(const parse::ServingCell& cell, const brio_atcmd_data& data) {
+// Texts as far as the record holds them.
+void prv_log_serving_cell(const parse::ServingCell& cell) {
   if (cell.rat) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: RAT[%d]", *cell.rat);
-  if (cell.plmn_text != nullptr) {
-    BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: PLMN %s", data.plmn_text);
-  }
-  if (cell.nmo) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: NMO [%d]", data.nmo);
-  if (cell.band_text != nullptr) {
-    BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: BAND %s", data.band_text);
-  }
-  if (cell.lac) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: LAC 0X%X", data.lac);
-  if (cell.tac) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: TAC 0X%X", data.tac);
-  if (cell.rac) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: RAC 0X%X", data.rac);
-  if (cell.arfcn) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: ARFCN 0X%X", data.arfcn);
+  if (cell.plmn_text != nullptr) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: PLMN %.9s", cell.plmn_text);
+  if (cell.nmo) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: NMO [%d]", *cell.nmo);
+  if (cell.band_text != nullptr) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: BAND %.29s", cell.band_text);
+  if (cell.lac) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: LAC 0X%X", *cell.lac);
+  if (cell.tac) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: TAC 0X%X", *cell.tac);
+  if (cell.rac) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: RAC 0X%X", *cell.rac);
+  if (cell.arfcn) BLIB_D(BRIO_LOG_DEBUG, "GTSCINFO: ARFCN 0X%X", *cell.arfcn);
 }
 
 // Response callback of "AT+GTSCINFO?" (read thread).
@@ -159,12 +150,8 @@ uint32_t recv_func_at_req_get_gtscinfo(const ATResponse* response, void*, uint16
   BLIB_D(BRIO_LOG_PARSE, "recv_func_at_req_get_gtscinfo callback %s", line);
   if (at_tok_start(&line) != 0) return BRIO_STATUS_INVALID;
   const parse::ServingCell cell = parse::parse_serving_cell(line);
-  brio_atcmd_data data;
-  {
-    UrcDataLock lock;
-    data = prv_store_serving_cell(cell);
-  }
-  prv_log_serving_cell(cell, data);
+  prv_store_serving_cell(cell);
+  prv_log_serving_cell(cell);
   return BRIO_STATUS_OK;
 }
 
@@ -278,8 +265,7 @@ uint32_t brio_get_data_service_mode(uint32_t* out) {
   enum DataServiceMode : uint32_t { kNone = 0, kGsm = 1, kEdge = 2, kUmts = 3, kLte = 5 };
   // By access technology of 3GPP TS 27.007.
   static constexpr DataServiceMode kModes[] = {kGsm, kNone, kUmts, kEdge, kUmts, kUmts, kUmts, kLte};
-  UrcDataLock lock;
-  const uint8_t rat = g_brio_lib_atcmd_data.rat;
+  const uint8_t rat = shared_value(&brio_atcmd_data::rat);
   *out = rat < sizeof(kModes) / sizeof(kModes[0]) ? kModes[rat] : kNone;
   return BRIO_STATUS_OK;
 }

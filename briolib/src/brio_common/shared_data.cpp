@@ -24,11 +24,8 @@ namespace {
 // may be held when this one is taken, never the other way round.
 pthread_mutex_t s_urc_data_mutex = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
 
-// Guards s_sim_plmn and s_sim_info. Taken with no other data mutex held.
+// Guards g_sim_plmn and g_sim_info. Taken with no other data mutex held.
 pthread_mutex_t s_static_data_mutex = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
-
-sim_plmn_data s_sim_plmn;
-sim_info_data s_sim_info;
 
 constexpr size_t kTimeZoneWord = 2;
 
@@ -42,6 +39,8 @@ brio_atcmd_data g_brio_lib_atcmd_data;
 
 uint16_t brio::g_sim_status = SIM_NOT_READ;
 uint8_t brio::g_cached_bars_valid;
+sim_plmn_data brio::g_sim_plmn;
+sim_info_data brio::g_sim_info;
 
 uint32_t briolib_lock_urc_data_mutex(void) {
   return prv_mutex_status(pthread_mutex_lock(&s_urc_data_mutex));
@@ -95,25 +94,25 @@ void briolib_invalid_cached_bars() {
 
 uint32_t briolib_get_sim_plmn_data(sim_plmn_data* record) {
   if (record == nullptr) return BRIO_STATUS_INVALID;
-  *record = s_sim_plmn;
+  *record = g_sim_plmn;
   return BRIO_STATUS_OK;
 }
 
 uint32_t briolib_update_sim_plmn_data(const sim_plmn_data* record) {
   if (record == nullptr) return BRIO_STATUS_INVALID;
-  s_sim_plmn = *record;
+  g_sim_plmn = *record;
   return BRIO_STATUS_OK;
 }
 
 uint32_t briolib_get_sim_info_data(sim_info_data* record) {
   if (record == nullptr) return BRIO_STATUS_INVALID;
-  *record = s_sim_info;
+  *record = g_sim_info;
   return BRIO_STATUS_OK;
 }
 
 uint32_t briolib_update_sim_info_data(const sim_info_data* record) {
   if (record == nullptr) return BRIO_STATUS_INVALID;
-  s_sim_info = *record;
+  g_sim_info = *record;
   return BRIO_STATUS_OK;
 }
 

@@ -30,6 +30,13 @@ using UrcDataLock = DataLock<briolib_lock_urc_data_mutex, briolib_unlock_urc_dat
 // Holds the static-data mutex: the two SIM blocks. Used like UrcDataLock.
 using StaticDataLock = DataLock<briolib_lock_static_data_mutex, briolib_unlock_static_data_mutex>;
 
+// A field of the shared record.
+template <typename T>
+T shared_value(T brio_atcmd_data::*field) {
+  UrcDataLock lock;
+  return g_brio_lib_atcmd_data.*field;
+}
+
 // First line of a function whose caller holds the URC-data mutex; debug builds check it.
 inline void assert_urc_data_held() {
   assert(briolib_lock_urc_data_mutex() != BRIO_STATUS_OK);
@@ -37,6 +44,10 @@ inline void assert_urc_data_held() {
 
 // SIM status (enum brio_sim_status) of the last brio_get_wn3_sim_status, guarded by the URC-data mutex.
 extern uint16_t g_sim_status;
+
+// The two SIM blocks, guarded by the static-data mutex.
+extern sim_plmn_data g_sim_plmn;
+extern sim_info_data g_sim_info;
 
 // Whether the record's bars are a poll's. Set with the URC-data mutex held, cleared by any thread, so that a
 // reset of the record is not lost.

@@ -431,9 +431,7 @@ uint32_t blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t
   BLIB_D(BRIO_LOG_DEBUG, ">>>>>Start sending [%s]<<<<<\n", shown);
   uint32_t status = prv_send_and_await(command, type, response_prefix,
                                        {callback, user_data, user_value, false, t_scans}, timeout_seconds);
-  if (status == BLPKT_STATUS_SCAN_ABORTED) {
-    BLIB_I("blpkt_recv::Aborting the manual nw scan\n");
-  }
+  if (status == BLPKT_STATUS_SCAN_ABORTED) BLIB_I("blpkt_recv::Aborting the manual nw scan\n");
   BLIB_D(BRIO_LOG_REQUEST, "<<<<<Exit sending [%s] ret[%d]>>>>>\n", shown, status);
   return status;
 }

@@ -58,10 +58,15 @@ pthread_mutex_t* prv_mutex(mempool* pool) {
   return pool->thread_safe != 0 ? &pool->mutex : nullptr;
 }
 
+// Where the blocks begin.
+size_t prv_blocks_offset(int32_t num_groups) {
+  return prv_round_up(offsetof(mempool, groups) + static_cast<size_t>(num_groups) * sizeof(Group),
+                      alignof(BlockHeader));
+}
+
 // Bytes of the whole pool; false when the table asks for more than can be addressed.
 bool prv_total_size(const mempool_def* definitions, int32_t num_groups, size_t* total) {
-  *total = prv_round_up(offsetof(mempool, groups) + static_cast<size_t>(num_groups) * sizeof(Group),
-                        alignof(BlockHeader));
+  *total = prv_blocks_offset(num_groups);
   for (int32_t i = 0; i < num_groups; i++) {
     size_t bytes = 0;
     if (__builtin_mul_overflow(prv_stride(definitions[i]), static_cast<size_t>(definitions[i].block_count),
@@ -76,10 +81,7 @@ bool prv_total_size(const mempool_def* definitions, int32_t num_groups, size_t* 
 
 // Links the blocks of every group in address order.
 void prv_build_free_lists(mempool* pool, const mempool_def* definitions) {
-  uint8_t* place =
-      reinterpret_cast<uint8_t*>(pool) +
-      prv_round_up(offsetof(mempool, groups) + static_cast<size_t>(pool->num_groups) * sizeof(Group),
-                   alignof(BlockHeader));
+  uint8_t* place = reinterpret_cast<uint8_t*>(pool) + prv_blocks_offset(pool->num_groups);
   for (int32_t i = 0; i < pool->num_groups; i++) {
     Group* group = &pool->groups[i];
     group->block_size = static_cast<uint32_t>(prv_block_size(definitions[i]));

@@ -14,7 +14,7 @@
 #include "brio_common/steps.h"
 #include "channel/brio_blpkt.h"
 #include "channel/request.h"
-#include "parse/manual_selection.h"
+#include "parse/modem_config.h"
 #include "services/carriers.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";
@@ -37,17 +37,6 @@ void prv_channel_lost(void*) {
   blpkt_channel_lost();
 }
 
-// The next line, "\n" included, of a longer one its first characters; false at the end of the file.
-bool prv_next_config_line(InputFile* file, char (&line)[kLogConfigLine + 1]) {
-  size_t length = 0;
-  int c = 0;
-  while (c != '\n' && (c = file->next()) >= 0) {
-    if (length < kLogConfigLine) line[length++] = static_cast<char>(c);
-  }
-  line[length] = '\0';
-  return length > 0;
-}
-
 void prv_read_log_config() {
   InputFile file(kLogConfigFile);
   if (!file) {
@@ -55,7 +44,7 @@ void prv_read_log_config() {
     return;
   }
   char buffer[kLogConfigLine + 1];
-  while (prv_next_config_line(&file, buffer)) {
+  while (file.cut_line(buffer, sizeof(buffer)) > 0) {
     BLIB_D(BRIO_LOG_CONFIG, "log config file: %s", buffer);
     const char* line = trim(buffer);
     if (*line == '\0' || *line == '#') continue;
@@ -63,6 +52,11 @@ void prv_read_log_config() {
     briolib_log_set_log_mask(hexadecimal(line));
     return;
   }
+}
+
+void prv_stop_channel() {
+  pktio_shutdown();
+  blpkt_shutdown();
 }
 
 bool prv_start_channel(const char* query_port) {
@@ -77,31 +71,21 @@ bool prv_start_channel(const char* query_port) {
   relaxed_store(g_state.modem_failed, 0u);
   if (pktio_init(query_port, blpkt_handle_packet, nullptr) != 0) {
     BLIB_E("pktioinit::pktio failed to initialize");
-    pktio_shutdown();
-    blpkt_shutdown();
+    prv_stop_channel();
     return false;
   }
   return true;
 }
 
-void prv_stop_channel() {
-  pktio_shutdown();
-  blpkt_shutdown();
+uint32_t prv_switch_radio_on() {
+  return send_command("AT+CFUN=1");
 }
 
-bool prv_switch_echo_off() {
-  for (int left = kEchoAttempts - 1; left >= 0; left--) {
-    if (switch_echo_off() == BLPKT_STATUS_SUCCESS) return true;
-    BLIB_E("AT::failed to set echo, retry left[%d]", left);
-    sleep_seconds(kRetryPauseSeconds);
-  }
-  return false;
-}
-
-bool prv_switch_radio_on() {
-  for (int left = kRadioAttempts - 1; left >= 0; left--) {
-    if (send_command("AT+CFUN=1") == BLPKT_STATUS_SUCCESS) return true;
-    BLIB_E("AT::failed to set cfun1, retry left[%d]", left);
+// Tries `step` several times; `aim` as the error line has it.
+bool prv_insist(int attempts, uint32_t (*step)(), const char* aim) {
+  for (int left = attempts - 1; left >= 0; left--) {
+    if (step() == BLPKT_STATUS_SUCCESS) return true;
+    BLIB_E("AT::failed to set %s, retry left[%d]", aim, left);
     sleep_seconds(kRetryPauseSeconds);
   }
   return false;
@@ -124,9 +108,7 @@ void prv_brio_atcmd_mcs(const parse::ManualSelection& selection) {
     // The modem may have been left echoing.
     switch_echo_off();
   }
-  if (status != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("AT::failed to set manual network select");
-  }
+  if (status != BLPKT_STATUS_SUCCESS) BLIB_E("AT::failed to set manual network select");
 }
 
 // A manual selection that another program stored is carried over a restart.
@@ -139,11 +121,7 @@ void prv_replay_manual_selection() {
 
 // Some carrier configurations (carriers.h) start with the SAR back-off engaged.
 void prv_start_sar() {
-  int16_t carrier;
-  {
-    UrcDataLock lock;
-    carrier = g_brio_lib_atcmd_data.carrier_config;
-  }
+  const int16_t carrier = shared_value(&brio_atcmd_data::carrier_config);
   if (carrier_backs_off(static_cast<uint16_t>(carrier))) briolib_set_sar_pwr(1);
 }
 
@@ -164,7 +142,8 @@ uint32_t brio_open(const char* query_port) {
   }
   if (!prv_start_channel(query_port)) return BRIO_STATUS_FAILURE;
   briolib_reset_modem_info();
-  if (!prv_switch_echo_off() || !prv_switch_radio_on()) {
+  if (!prv_insist(kEchoAttempts, switch_echo_off, "echo") ||
+      !prv_insist(kRadioAttempts, prv_switch_radio_on, "cfun1")) {
     prv_stop_channel();
     return BRIO_STATUS_TIMEOUT;
   }

@@ -2,14 +2,24 @@
 
 #include <stdio.h>
 #include <string.h>
+#include <strings.h>
 
+#include "base/fields.h"
 #include "base/text.h"
 #include "brio/brio_types.h"
 #include "parse/answer.h"
-#include "parse/manual_selection.h"
 
 namespace brio::parse {
 namespace {
+
+// The first character and the last one are taken for the quotes whatever they are.
+template <size_t N>
+void prv_store_quoted(const char* field, char (&stored)[N]) {
+  if (field == nullptr) return;
+  field = skip_spaces(field);
+  const size_t length = strlen(field);
+  copy_text(stored, N, field + 1, length > 2 ? length - 2 : 0);
+}
 
 struct ModelRow {
   const char* model;
@@ -32,6 +42,19 @@ bool prv_append(char* text, size_t capacity, size_t* used, const char* piece) {
 }
 
 }  // namespace
+
+// +GTMODINFO: "L816_18000.1000.00.24.01.01","356938035643809","SN1234567890","V1.0.1",0
+//             firmware version               IMEI              serial number  hardware version  fault count
+void parse_modem_info(char* line, modem_info* info) {
+  FieldReader fields(line);
+  fields.next(':');
+  prv_store_quoted(fields.text(), info->fw_ver);
+  prv_store_quoted(fields.text(), info->imei);
+  prv_store_quoted(fields.text(), info->serial);
+  prv_store_quoted(fields.text(), info->hw_ver);
+  const std::optional<uint16_t> faults = fields.word();
+  if (faults) info->fault_ct = *faults;
+}
 
 std::optional<uint16_t> parse_carrier_id(const char* line) {
   const char* payload = answer_payload(line);
@@ -82,6 +105,19 @@ bool build_remove_command(const char* path, const char* device_path, char* comma
     if (!prv_append(command, capacity, &used, *c == '\'' ? "'\\''" : piece)) return false;
   }
   return prv_append(command, capacity, &used, "'");
+}
+
+// 300 AT+COPS=1,2,"310410",7
+// time-out in seconds, one blank, command
+std::optional<ManualSelection> parse_manual_selection(char* line) {
+  line[strcspn(line, "\r\n")] = '\0';
+  FieldReader fields(line);
+  const char* timeout = fields.next(' ');
+  const char* command = fields.rest();
+  // Without a command there is nothing to bring the modem back after the de-registration.
+  if (command == nullptr || *command == '\0') return std::nullopt;
+  if (strncasecmp(command, kAutomaticSelection, strlen(kAutomaticSelection)) == 0) return std::nullopt;
+  return ManualSelection{decimal(timeout), command};
 }
 
 }  // namespace brio::parse

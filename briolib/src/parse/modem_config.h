@@ -1,5 +1,4 @@
-// Carrier configuration, data context and WAN type: answers, file lines and the command that is built of
-// them.
+// What the modem is and how it is set up: answers, file lines, and the commands that are built of them.
 #pragma once
 
 #include <stddef.h>
@@ -7,7 +6,13 @@
 
 #include <optional>
 
+#include "brio/brio_types.h"
+
 namespace brio::parse {
+
+// The line that answers "AT+GTMODINFO?", cut up in place. A missing or blank field leaves its value in `info`
+// alone.
+void parse_modem_info(char* line, modem_info* info);
 
 // +GTFDCAR: 201
 //           1
@@ -23,9 +28,19 @@ uint8_t wan_type_of_model(const char* model);
 // WAN_TYPE=7
 //          1
 // One line of the WAN information file. None when it does not hold the key. The number begins at the tenth
-// character wherever the key is: a line that does not begin with the key yields
-// whatever is there.
+// character wherever the key is: a line that does not begin with the key yields whatever is there.
 std::optional<uint8_t> parse_wan_type_line(const char* line);
+
+inline constexpr char kAutomaticSelection[] = "AT+COPS=0";
+
+struct ManualSelection {
+  int32_t timeout_seconds;  // as stored; negative waits without limit
+  const char* command;      // in the line
+};
+
+// Cuts up the file's first line, which also ends at a CR: one command. None when there is nothing to replay:
+// no blank, no command after it, or automatic selection.
+std::optional<ManualSelection> parse_manual_selection(char* line);
 
 // 300 AT+COPS=0
 // The stored selection command up to a CR: 1 when it selects automatically (any letter case), else 0.

@@ -21,25 +21,15 @@ bool prv_known_band(uint32_t band) {
 }
 
 // One opening quote is skipped and the last character, taken for the closing quote, is cut whatever it is.
-void prv_strip_quotes(const char* field, char (&text)[32]) {
+template <typename N>
+std::optional<N> prv_quoted(const char* field, N (*convert)(const char*)) {
+  if (field == nullptr) return std::nullopt;
   field = skip_spaces(field);
   if (*field == '"') field++;
-  size_t length = strlen(field);
+  const size_t length = strlen(field);
+  char text[32];
   copy_text(text, sizeof(text), field, length > 0 ? length - 1 : 0);
-}
-
-std::optional<uint32_t> prv_quoted_hex(const char* field) {
-  if (field == nullptr) return std::nullopt;
-  char text[32];
-  prv_strip_quotes(field, text);
-  return hexadecimal(text);
-}
-
-std::optional<int32_t> prv_quoted_number(const char* field) {
-  if (field == nullptr) return std::nullopt;
-  char text[32];
-  prv_strip_quotes(field, text);
-  return decimal(text);
+  return convert(text);
 }
 
 void prv_append_text(char (&summary)[kRegistrationSummarySize], const char* text) {
@@ -64,17 +54,15 @@ Registration parse_registration(char* payload, bool is_query, bool with_band) {
   Registration line;
   if (is_query) fields.next();
   line.stat = fields.number();
-  const std::optional<uint32_t> lac = prv_quoted_hex(fields.text());
-  if (lac) line.lac = static_cast<uint16_t>(*lac);
-  line.cell_id = prv_quoted_hex(fields.text());
+  line.lac = low_bits<uint16_t>(prv_quoted(fields.text(), hexadecimal));
+  line.cell_id = prv_quoted(fields.text(), hexadecimal);
   line.rat = fields.byte();
   if (with_band) {
-    const std::optional<int32_t> band = fields.number();
-    if (band && prv_known_band(static_cast<uint32_t>(*band))) line.band = static_cast<uint32_t>(*band);
+    const std::optional<uint32_t> band = low_bits<uint32_t>(fields.number());
+    if (band && prv_known_band(*band)) line.band = band;
   }
-  line.reject_type = prv_quoted_number(fields.text());
-  const std::optional<int32_t> cause = prv_quoted_number(fields.text());
-  if (cause) line.reject_cause = static_cast<uint8_t>(*cause);
+  line.reject_type = prv_quoted(fields.text(), decimal);
+  line.reject_cause = low_bits<uint8_t>(prv_quoted(fields.text(), decimal));
   return line;
 }
 
@@ -112,6 +100,36 @@ bool is_usim_refresh(const char* text) {
     if (memcmp(command + part.position, part.digits, 2) != 0) return false;
   }
   return true;
+}
+
+// +GTOTAREJECT: 1,5,7,310,410
+//               0 not examined  1 procedure  2 cause  3 mcc  4 mnc
+RejectReport parse_reject(char* payload) {
+  FieldReader fields(payload);
+  fields.next();
+  RejectReport report;
+  report.procedure = fields.byte();
+  report.cause = fields.byte();
+  report.mcc = fields.word();
+  report.mnc = fields.word();
+  return report;
+}
+
+bool is_fatal_reject(uint8_t procedure, uint8_t cause) {
+  constexpr uint8_t kCs = 1;
+  constexpr uint8_t kPs = 3;
+  constexpr uint8_t kEmm = 5;
+  if (procedure != kCs && procedure != kPs && procedure != kEmm) return false;
+  switch (cause) {
+    case 2:  // IMSI unknown in HLR or HSS
+    case 3:  // illegal MS or UE
+    case 6:  // illegal ME
+    case 7:  // GPRS or EPS services not allowed
+    case 8:  // GPRS and non-GPRS, or EPS and non-EPS services not allowed
+      return true;
+    default:
+      return false;
+  }
 }
 
 }  // namespace brio::parse

@@ -6,7 +6,7 @@
 
 #include "base/log_text.h"
 #include "brio/brio_types.h"
-#include "parse/sim_identity.h"
+#include "parse/sim_card.h"
 
 namespace brio::parse {
 

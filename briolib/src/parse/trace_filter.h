@@ -16,8 +16,8 @@ enum class TraceFilterLine {
   kInvalid   // anything else
 };
 
-// One line of the file without its "\n"; of a line longer than kTraceLineMax the first kTraceLineMax + 1
-// characters are given.
+// One line of the file, with or without its "\n"; of a line longer than kTraceLineMax the first
+// kTraceLineMax + 1 characters are given.
 //
 //     <blanks and tabs> AT+XSYSTRACE=1,"oct" <blank> <whatever follows is no part of the command>
 //     <blanks and tabs> # comment

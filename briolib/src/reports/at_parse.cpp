@@ -72,12 +72,8 @@ uint32_t at_parse(char* line, void* argument_a, void* argument_b) {
     BLIB_W(":No URC Callback func avail %s:\n", masked_line(name).c_str());
     return BRIO_STATUS_FAILURE;
   }
-  if (row->log_name != nullptr) {
-    BLIB_D(BRIO_LOG_PARSE, "prv_at_parse_%s %s\n", row->log_name, rest);
-  }
+  if (row->log_name != nullptr) BLIB_D(BRIO_LOG_PARSE, "prv_at_parse_%s %s\n", row->log_name, rest);
   row->parse(rest, argument_a, argument_b);
-  if (!row->silent) {
-    BLIB_PLAIN("URC::+%s: %s\n", name, prv_log_rest(name, rest, argument_a).c_str());
-  }
+  if (!row->silent) BLIB_PLAIN("URC::+%s: %s\n", name, prv_log_rest(name, rest, argument_a).c_str());
   return BRIO_STATUS_OK;
 }

@@ -15,7 +15,7 @@
 #include "brio_common/facts.h"
 #include "brio_common/shared_data.h"
 #include "channel/request.h"
-#include "parse/bars.h"
+#include "parse/signal.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_bars";
 
@@ -143,9 +143,7 @@ uint32_t prv_get_bars(uint32_t* out, int32_t mode) {
 
 uint32_t brio_get_bars(uint32_t* out, int32_t mode) {
   uint32_t status = prv_get_bars(out, mode);
-  if (status != BRIO_STATUS_OK) {
-    BLIB_E("brio_get_bars:failed to get signal bars ret %d:\n", status);
-  }
+  if (status != BRIO_STATUS_OK) BLIB_E("brio_get_bars:failed to get signal bars ret %d:\n", status);
   return status;
 }
 

@@ -65,17 +65,9 @@ int32_t briolib_base64_decode(const void* input, void* output, int32_t input_len
   int32_t output_length = unpadded_length - padding;
   for (int32_t i = 0; i < output_length; i++) {
     const uint8_t* group = in + static_cast<size_t>(i / 3) * 4;
-    switch (i % 3) {
-      case 0:
-        out[i] = static_cast<uint8_t>(s_reverse[group[0]] << 2 | s_reverse[group[1]] >> 4);
-        break;
-      case 1:
-        out[i] = static_cast<uint8_t>(s_reverse[group[1]] << 4 | s_reverse[group[2]] >> 2);
-        break;
-      default:
-        out[i] = static_cast<uint8_t>(s_reverse[group[2]] << 6 | s_reverse[group[3]]);
-        break;
-    }
+    const int bits = s_reverse[group[0]] << 18 | s_reverse[group[1]] << 12 | s_reverse[group[2]] << 6 |
+                     s_reverse[group[3]];
+    out[i] = static_cast<uint8_t>(bits >> (16 - 8 * (i % 3)));
   }
   return output_length;
 }

@@ -10,7 +10,7 @@
 #include "brio/briolib.h"
 #include "channel/request.h"
 #include "parse/answer.h"
-#include "parse/modem_info.h"
+#include "parse/modem_config.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_modem_info";
 

@@ -124,8 +124,7 @@ uint32_t brio_get_sim_status(sim_card_status* record) {
   if (status != BRIO_STATUS_OK) return status;
   uint32_t result = query("AT+GTSIMSTATUS?", SINGLELINE, "+GTSIMSTATUS", prv_briolib_get_value, record);
   BLIB_I("get_sim_info:card_status[%d], Lock_status[%d]:\n", record->card_status, record->lock_status);
-  if (result != BLPKT_STATUS_SUCCESS) return briolib_translate_status(result, 0);
-  return BRIO_STATUS_OK;
+  return briolib_translate_status(result, 0);
 }
 
 uint32_t brio_get_wn3_sim_status(uint32_t* out) {

@@ -26,11 +26,7 @@ bool prv_queries_bas() {
 // Serving-cell data from the modem into the shared record. A query that fails leaves the older values.
 void prv_refresh() {
   briolib_get_gtscinfo();
-  uint8_t rat;
-  {
-    UrcDataLock lock;
-    rat = g_brio_lib_atcmd_data.rat;
-  }
+  const uint8_t rat = shared_value(&brio_atcmd_data::rat);
   if (rat == kRatLte) {
     briolib_update_lte_info();
     if (prv_queries_bas()) {

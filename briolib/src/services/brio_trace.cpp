@@ -31,7 +31,7 @@ constexpr int kFilterCommandsMax = 256;
 static_assert(sizeof(off_t) == 8, "a trace may grow beyond 2 GiB");
 constexpr const char* kSwitchOffCommands[] = {"AT+XSYSTRACE=0", "AT+TRACE=0"};
 
-// The copy thread's from its start to its end, which closes both.
+// Of the starting thread, and of the copy thread from its start to its end, which closes both.
 struct Capture {
   int port = -1;  // the debug port, under an exclusive lock
   int log = -1;   // the trace file
@@ -44,10 +44,12 @@ OwnThread s_thread(Thread::kTrace, prv_copy);  // host thread
 // Copy thread only; set by the first write failure of the process.
 uint32_t s_disk_full_reported;
 
+// Unlocks by hand: a program that was started meanwhile may hold the port, and with it the lock, a moment
+// longer.
 void prv_release() {
   flock(s_capture.port, LOCK_UN);
   close(s_capture.port);
-  close(s_capture.log);
+  if (s_capture.log >= 0) close(s_capture.log);
   s_capture = {};
 }
 
@@ -119,22 +121,10 @@ void prv_copy(int stop) {
 
 // ---- Start
 
-// Releases the port's lock when the start fails after it was taken. A program that was started meanwhile may
-// hold the port for a moment longer, and with it a lock that only the close would end.
-class PortLock {
- public:
-  explicit PortLock(int port) : port_(port) {}
-  ~PortLock() {
-    if (port_ >= 0) flock(port_, LOCK_UN);
-  }
-  PortLock(const PortLock&) = delete;
-  PortLock& operator=(const PortLock&) = delete;
-
-  void keep() { port_ = -1; }
-
- private:
-  int port_;
-};
+uint32_t prv_give_up(uint32_t status) {
+  prv_release();
+  return status;
+}
 
 uint32_t prv_read_log_from_tst(const char* log_path) {
   Descriptor port(open_device(kTracePort, O_RDWR | O_NOCTTY | O_NONBLOCK));
@@ -146,53 +136,36 @@ uint32_t prv_read_log_from_tst(const char* log_path) {
     BLIB_E("brio_read_log_from_tst:port=\"%s\":locked by other process\n", kTracePort);
     return BRIO_STATUS_FATAL;
   }
-  PortLock lock(port.get());
   fcntl(port.get(), F_SETFL, 0);
   set_raw(port.get());
   // O_APPEND: a second start within the same second continues the earlier trace.
-  Descriptor log(open_output(log_path, O_WRONLY | O_APPEND, kTraceFileMode));
-  if (!log.valid()) {
+  s_capture = {port.release(), open_output(log_path, O_WRONLY | O_APPEND, kTraceFileMode)};
+  if (s_capture.log < 0) {
     BLIB_E("brio_read_log_from_tst:log=\"%s\":can't open log file\n", log_path);
-    return BRIO_STATUS_FATAL;
+    return prv_give_up(BRIO_STATUS_FATAL);
   }
   if (!s_thread.open_sockets()) {
     BLIB_E("brio_read_log_from_tst:errno=%d:can't create socket pair\n", errno);
-    return BRIO_STATUS_FAILURE;
+    return prv_give_up(BRIO_STATUS_FAILURE);
   }
-  lock.keep();
-  s_capture = {port.release(), log.release()};
   const int error = s_thread.start();
   if (error != 0) {
     BLIB_E("brio_read_log_from_tst:err=%d:cant create thread\n", error);
-    prv_release();
     s_thread.close_sockets();
-    return BRIO_STATUS_FAILURE;
+    return prv_give_up(BRIO_STATUS_FAILURE);
   }
   return BRIO_STATUS_OK;
 }
 
 // ---- Filter
 
-// The next line without its "\n", of a longer one the first kTraceLineMax + 1 characters; false at the end of
-// the file.
-bool prv_next_line(InputFile* file, char (&line)[parse::kTraceLineMax + 1], size_t* length) {
-  *length = 0;
-  int c = file->next();
-  if (c < 0) return false;
-  for (; c >= 0 && c != '\n'; c = file->next()) {
-    if (*length < sizeof(line)) line[(*length)++] = static_cast<char>(c);
-  }
-  return true;
-}
-
 // Sends every command of the filter file. `*switch_off` is set when the modem's trace is to be stopped.
 uint32_t prv_send_filter_to_tst(InputFile* file, bool* switch_off) {
   using parse::TraceFilterLine;
   uint32_t status = BRIO_STATUS_FAILURE;
-  char line[parse::kTraceLineMax + 1];
-  size_t length;
+  char line[parse::kTraceLineMax + 2];
   int commands = 0;
-  while (prv_next_line(file, line, &length)) {
+  while (const size_t length = file->cut_line(line, sizeof(line))) {
     char command[parse::kTraceCommandSize];
     TraceFilterLine kind = parse::trace_filter_line(line, length, command);
     if (kind == TraceFilterLine::kIgnored) continue;

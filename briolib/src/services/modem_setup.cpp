@@ -162,9 +162,7 @@ uint32_t briolib_check_apn_setting(void) {
   }
   if (command[0] == '\0') return BRIO_STATUS_OK;
   uint32_t result = send_command(command);
-  if (result != BLPKT_STATUS_SUCCESS) {
-    BLIB_E("checkAPN:err_no=%d:can't set APN\n", result);
-  }
+  if (result != BLPKT_STATUS_SUCCESS) BLIB_E("checkAPN:err_no=%d:can't set APN\n", result);
   return briolib_translate_status(result, 0);
 }
 

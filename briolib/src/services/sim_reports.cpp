@@ -1,14 +1,15 @@
 #include "services/sim_reports.h"
 
 #include <stddef.h>
+#include <string.h>
 
 #include "base/log.h"
 #include "base/log_text.h"
 #include "base/text.h"
 #include "brio/briolib.h"
 #include "brio_common/shared_data.h"
+#include "parse/sim_card.h"
 #include "parse/sim_file.h"
-#include "parse/sim_status.h"
 
 constexpr char kLogTag[] = "briolib/src/at_parse";
 
@@ -18,17 +19,10 @@ namespace {
 using parse::CrsmOutcome;
 using parse::SimFile;
 
-// The PLMN block while one of its lists is replaced: too large for a thread's stack, guarded by the
-// static-data mutex like the block itself.
-sim_plmn_data s_plmn_work;
-
 template <size_t N>
 void prv_store_text(char (sim_info_data::*field)[N], const char* text) {
   StaticDataLock lock;
-  sim_info_data info;
-  briolib_get_sim_info_data(&info);
-  copy_text(info.*field, N, text);
-  briolib_update_sim_info_data(&info);
+  copy_text(g_sim_info.*field, text);
 }
 
 // Entries beyond the capacity are counted, not kept.
@@ -50,30 +44,26 @@ uint16_t prv_fill_plmn_values(const char* cursor, plmn_entry* list, size_t capac
 
 // The list is replaced whole; its count may exceed its capacity.
 template <size_t N>
-void prv_store_list(const char* data, bool with_access_technology, plmn_entry (sim_plmn_data::*list)[N],
-                    uint16_t sim_plmn_data::*count) {
+void prv_store_list(const char* name, const char* data, bool with_access_technology,
+                    plmn_entry (sim_plmn_data::*list)[N], uint16_t sim_plmn_data::*count) {
+  BLIB_D(BRIO_LOG_DEBUG, "Updating %s \n", name);
   plmn_entry entries[N] = {};
   uint16_t decoded = prv_fill_plmn_values(data, entries, N, with_access_technology);
   StaticDataLock lock;
-  briolib_get_sim_plmn_data(&s_plmn_work);
-  for (size_t i = 0; i < N; i++) (s_plmn_work.*list)[i] = entries[i];
-  s_plmn_work.*count = decoded;
-  briolib_update_sim_plmn_data(&s_plmn_work);
+  memcpy(g_sim_plmn.*list, entries, sizeof(entries));
+  g_sim_plmn.*count = decoded;
 }
 
 void prv_store_file(SimFile file, const char* data, const char* command) {
   switch (file) {
     case SimFile::kUserPlmn:
-      BLIB_D(BRIO_LOG_DEBUG, "Updating UPLMN \n");
-      prv_store_list(data, true, &sim_plmn_data::uplmn, &sim_plmn_data::uplmn_count);
+      prv_store_list("UPLMN", data, true, &sim_plmn_data::uplmn, &sim_plmn_data::uplmn_count);
       break;
     case SimFile::kOperatorPlmn:
-      BLIB_D(BRIO_LOG_DEBUG, "Updating OPLMN \n");
-      prv_store_list(data, true, &sim_plmn_data::oplmn, &sim_plmn_data::oplmn_count);
+      prv_store_list("OPLMN", data, true, &sim_plmn_data::oplmn, &sim_plmn_data::oplmn_count);
       break;
     case SimFile::kHomePlmn:
-      BLIB_D(BRIO_LOG_DEBUG, "Updating HPLMN \n");
-      prv_store_list(data, true, &sim_plmn_data::hplmn, &sim_plmn_data::hplmn_count);
+      prv_store_list("HPLMN", data, true, &sim_plmn_data::hplmn, &sim_plmn_data::hplmn_count);
       break;
     case SimFile::kEpsLocation:
       BLIB_D(BRIO_LOG_DEBUG, "Updating epsloci: %s\n", masked_sim_file(data, false).c_str());
@@ -84,16 +74,14 @@ void prv_store_file(SimFile file, const char* data, const char* command) {
       prv_store_text(&sim_info_data::psloci, data);
       break;
     case SimFile::kForbiddenPlmn:
-      BLIB_D(BRIO_LOG_DEBUG, "Updating fplmn \n");
-      prv_store_list(data, false, &sim_plmn_data::fplmn, &sim_plmn_data::fplmn_count);
+      prv_store_list("fplmn", data, false, &sim_plmn_data::fplmn, &sim_plmn_data::fplmn_count);
       break;
     case SimFile::kLocation:
       BLIB_D(BRIO_LOG_DEBUG, "Updating loci:  %s \n", masked_sim_file(data, false).c_str());
       prv_store_text(&sim_info_data::loci, data);
       break;
     case SimFile::kEquivalentHomePlmn:
-      BLIB_D(BRIO_LOG_DEBUG, "Updating ehplmn \n");
-      prv_store_list(data, true, &sim_plmn_data::ehplmn, &sim_plmn_data::ehplmn_count);
+      prv_store_list("ehplmn", data, true, &sim_plmn_data::ehplmn, &sim_plmn_data::ehplmn_count);
       break;
     case SimFile::kIccid: {
       BLIB_D(BRIO_LOG_DEBUG, "Updating iccid \n");
@@ -153,16 +141,12 @@ void report_crsm(char* rest, void* argument_a, void* /*argument_b*/) {
   }
   BLIB_D(BRIO_LOG_DEBUG, "crsm, sw1[%s] sw2[%s]\n", masked_sim_file(answer.sw1, is_iccid).c_str(),
          masked_sim_file(answer.sw2, is_iccid).c_str());
-  switch (outcome) {
-    case CrsmOutcome::kRefused:
-      BLIB_E("prv_at_parse_crsm:sw1 and sw2 error:\n");
-      return;
-    case CrsmOutcome::kNoEndQuote:
-      BLIB_E("prv_at_parse_crsm:no  at the end of the string:\n");
-      return;
-    default:
-      prv_store_file(file, answer.data, command);
-      return;
+  if (outcome == CrsmOutcome::kRefused) {
+    BLIB_E("prv_at_parse_crsm:sw1 and sw2 error:\n");
+  } else if (outcome == CrsmOutcome::kNoEndQuote) {
+    BLIB_E("prv_at_parse_crsm:no  at the end of the string:\n");
+  } else {
+    prv_store_file(file, answer.data, command);
   }
 }
 

@@ -1,9 +1,22 @@
-// The SIM's identities as the modem prints them, and what follows from an IMSI.
+// The SIM as the modem prints it: readiness and identities; what follows from an IMSI.
 #pragma once
 
 #include <stddef.h>
+#include <stdint.h>
+
+#include <optional>
 
 namespace brio::parse {
+
+struct SimStatus {
+  const char* card_text;  // as it is in the line
+  const char* lock_text;  // null: the line ended before it
+  std::optional<int32_t> card;
+  std::optional<int32_t> lock;
+};
+
+// Text after "+GTSIMSTATUS:", cut up in place.
+SimStatus parse_sim_status(char* payload);
 
 inline constexpr size_t kIccidSize = 21;      // up to 20 digits and NUL
 inline constexpr size_t kImsiSize = 16;       // up to 15 digits and NUL

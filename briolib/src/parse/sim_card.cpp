@@ -1,7 +1,8 @@
-#include "parse/sim_identity.h"
+#include "parse/sim_card.h"
 
 #include <string.h>
 
+#include "base/fields.h"
 #include "base/text.h"
 #include "parse/answer.h"
 
@@ -14,6 +15,19 @@ constexpr size_t kShortestImsi = 6;  // MCC, MNC and a subscriber
 constexpr const char* kThreeDigitMncNetworks[] = {"310410", "302720"};
 
 }  // namespace
+
+//   +GTSIMSTATUS: 3,0
+//                 | `- 2 lock status
+//                 `--- 1 card status
+SimStatus parse_sim_status(char* payload) {
+  FieldReader fields(payload);
+  SimStatus status;
+  status.card_text = fields.next();
+  status.card = number_of(status.card_text);
+  status.lock_text = fields.next();
+  status.lock = number_of(status.lock_text);
+  return status;
+}
 
 bool parse_iccid(const char* line, char iccid[kIccidSize]) {
   const char* payload = answer_payload(line);
