@@ -8,11 +8,9 @@
 
 namespace brio {
 
-class FairLock {
+class FairLock : NoCopy {
  public:
   constexpr FairLock() = default;
-  FairLock(const FairLock&) = delete;
-  FairLock& operator=(const FairLock&) = delete;
 
   void lock() {
     MutexGuard guard(mutex_);

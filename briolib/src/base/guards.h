@@ -7,9 +7,21 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <memory>
+
 namespace brio {
 
-class MutexGuard {
+// Base of a class whose objects own something.
+class NoCopy {
+ public:
+  NoCopy(const NoCopy&) = delete;
+  NoCopy& operator=(const NoCopy&) = delete;
+
+ protected:
+  constexpr NoCopy() = default;
+};
+
+class MutexGuard : NoCopy {
  public:
   explicit MutexGuard(pthread_mutex_t& mutex) : MutexGuard(&mutex) {}
   // Null: locks nothing.
@@ -19,8 +31,6 @@ class MutexGuard {
   ~MutexGuard() {
     if (mutex_ != nullptr) pthread_mutex_unlock(mutex_);
   }
-  MutexGuard(const MutexGuard&) = delete;
-  MutexGuard& operator=(const MutexGuard&) = delete;
 
  private:
   pthread_mutex_t* mutex_;
@@ -31,12 +41,10 @@ inline void assert_held([[maybe_unused]] pthread_mutex_t& mutex) {
   assert(pthread_mutex_trylock(&mutex) == EBUSY);
 }
 
-class Descriptor {
+class Descriptor : NoCopy {
  public:
   explicit Descriptor(int fd = -1) : fd_(fd) {}
   ~Descriptor() { reset(); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
 
   int get() const { return fd_; }
   bool valid() const { return fd_ >= 0; }
@@ -54,19 +62,10 @@ class Descriptor {
   int fd_;
 };
 
-// Heap memory of malloc and its kin.
-class HeapText {
- public:
-  explicit HeapText(char* text) : text_(text) {}
-  ~HeapText() { free(text_); }
-  HeapText(const HeapText&) = delete;
-  HeapText& operator=(const HeapText&) = delete;
-
-  char* get() const { return text_; }
-  explicit operator bool() const { return text_ != nullptr; }
-
- private:
-  char* text_;
+struct FreeMemory {
+  void operator()(char* memory) const { free(memory); }
 };
+// Heap memory of malloc and its kin.
+using HeapText = std::unique_ptr<char, FreeMemory>;
 
 }  // namespace brio

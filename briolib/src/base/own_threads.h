@@ -6,20 +6,20 @@
 #include <pthread.h>
 #include <stdint.h>
 
+#include "base/guards.h"
+
 namespace brio {
 
 enum class Thread : uint8_t { kHost, kRead, kEvent, kMonitor, kTrace };
 
 // A thread of the library, from start to join; meanwhile the library belongs to this process. One that waits
 // in select is told to end by a socket pair. Owner: one thread at a time, except for what is said below.
-class OwnThread {
+class OwnThread : NoCopy {
  public:
   // `stop` becomes readable when the thread is to end; -1 without sockets.
   using Run = void (*)(int stop);
 
   constexpr OwnThread(Thread which, Run run) : which_(which), run_(run) {}
-  OwnThread(const OwnThread&) = delete;
-  OwnThread& operator=(const OwnThread&) = delete;
 
   // Before start: a connected pair, close-on-exec, both descriptors above 0 and below FD_SETSIZE. False with
   // errno, which is EMFILE when they do not fit an fd_set.
@@ -57,12 +57,10 @@ class OwnThread {
 bool on_channel_thread();
 
 // The library belongs to this process while it lives, too.
-class ProcessClaim {
+class ProcessClaim : NoCopy {
  public:
   ProcessClaim();
   ~ProcessClaim();
-  ProcessClaim(const ProcessClaim&) = delete;
-  ProcessClaim& operator=(const ProcessClaim&) = delete;
 };
 
 // Whether this is a child of the process that the library belongs to.
@@ -73,12 +71,10 @@ bool refused_in_forked_child(const char* function);
 bool refused_here(const char* function);
 
 // An event callback runs on this thread.
-class InEventCallback {
+class InEventCallback : NoCopy {
  public:
   InEventCallback();
   ~InEventCallback();
-  InEventCallback(const InEventCallback&) = delete;
-  InEventCallback& operator=(const InEventCallback&) = delete;
 };
 
 // Whether this thread may wait for an answer. The read thread would wait for itself; the event thread may

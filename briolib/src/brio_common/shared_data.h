@@ -4,20 +4,19 @@
 #include <assert.h>
 #include <stdint.h>
 
+#include "base/guards.h"
 #include "brio/brio.h"
 #include "brio/briolib.h"
 
 namespace brio {
 
 template <uint32_t (&lock)(), uint32_t (&unlock)()>
-class DataLock {
+class DataLock : NoCopy {
  public:
   DataLock() : held_(lock() == BRIO_STATUS_OK) {}
   ~DataLock() {
     if (held_) unlock();
   }
-  DataLock(const DataLock&) = delete;
-  DataLock& operator=(const DataLock&) = delete;
 
  private:
   bool held_;

@@ -103,14 +103,12 @@ bool prv_give_send_mutex() {
   return true;
 }
 
-class SendGuard {
+class SendGuard : NoCopy {
  public:
   SendGuard() : has_taken_(prv_take_send_mutex()) {}
   ~SendGuard() {
     if (has_taken_) prv_give_send_mutex();
   }
-  SendGuard(const SendGuard&) = delete;
-  SendGuard& operator=(const SendGuard&) = delete;
 
   bool has_taken() const { return has_taken_; }
 

@@ -79,7 +79,7 @@ Answer s_answer;                      // read thread only
 char s_send_buffer[kSendBufferSize];  // under the packet layer's send mutex
 
 // Keeps the ports open while a command is written.
-class PortUse {
+class PortUse : NoCopy {
  public:
   PortUse() {
     MutexGuard lock(s_ports_mutex);
@@ -91,8 +91,6 @@ class PortUse {
     MutexGuard lock(s_ports_mutex);
     if (--s_port_users == 0) pthread_cond_signal(&s_ports_unused);
   }
-  PortUse(const PortUse&) = delete;
-  PortUse& operator=(const PortUse&) = delete;
 
   const Ports& ports() const { return ports_; }
 

@@ -15,14 +15,12 @@ namespace {
 
 constexpr size_t kFileBlock = 512;
 
-class Md5 {
+class Md5 : NoCopy {
  public:
   Md5() : context_(EVP_MD_CTX_new()) {
     ok_ = context_ != nullptr && EVP_DigestInit(context_, EVP_md5()) == 1;
   }
   ~Md5() { EVP_MD_CTX_free(context_); }
-  Md5(const Md5&) = delete;
-  Md5& operator=(const Md5&) = delete;
 
   void update(const void* data, size_t length) { ok_ = ok_ && EVP_DigestUpdate(context_, data, length) == 1; }
 
