@@ -148,8 +148,8 @@ uint32_t wabs_get_roaming_status(uint32_t* status) {
   uint32_t check = prv_check_value(status);
   if (check != WABS_STATUS_OK) MODULE_RETURN(check);
   uint32_t value = 0;
-  if (!succeeded("roaming_status", brio_get_roaming_status(&value)))
-    MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
+  const uint32_t library_status = brio_get_roaming_status(&value);
+  if (!succeeded("roaming_status", library_status)) MODULE_RETURN(WABS_STATUS_LIBRARY_FAILURE);
   *status = prv_map(kHostRoaming, value, 8);
   MODULE_RETURN(WABS_STATUS_OK);
 }
