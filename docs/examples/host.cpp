@@ -54,6 +54,7 @@ int main(int argc, char** argv) {
   }
   uint32_t now = 0;
   if (brio_get_bars(&now, 0) == BRIO_STATUS_OK) bars = static_cast<int>(now);
+  brio_atcmd_enable_urc(3);  // else only less than two bars are reported
 
   int shown = -1;
   const auto end =

@@ -29,7 +29,9 @@ typedef struct ATResponse {
                             for none */
 } ATResponse;
 
-/** Which lines may come before the final one. Values above 5 count as NO_RESULT. */
+/** Which lines may come before the final one. Another one, except for NO_RESULT, drops the answer so far and
+ * what was read with it: the request then waits for a later final line or its time-out. Values above 5 count
+ * as NO_RESULT. */
 enum AtCommandType {
   NO_RESULT = 0,           /**< none; other lines are dropped */
   NUMERIC = 1,             /**< at most one, any text */
@@ -51,22 +53,23 @@ enum AtLineResult {
 BRIO_API ATResponse* at_response_new(void);
 /** Frees the lines, the final line and the record; null is ignored. */
 BRIO_API void at_response_free(ATResponse* response);
-/** Whether `line` begins with `prefix` (bytes, case-sensitive; an empty prefix always fits). @return 1 or 0
- */
+/** Whether `line` begins with `prefix` (bytes, case-sensitive; an empty prefix always fits; no null).
+ * @return 1 or 0 */
 BRIO_API int32_t str_starts_with(const char* line, const char* prefix);
-/** The first CR or LF of `text`, or null. Exactly "> " (the text-entry prompt) ends at its NUL. */
+/** The first CR or LF of `text` (not null), or null. Exactly "> " (the text-entry prompt) ends at its NUL. */
 BRIO_API char* find_next_EOL(char* text);
 /**
- * Reads once from `fd`, appends to the partial line that `*leftover` (null or a place in `buffer`) kept,
- * terminates the text and skips leading CR and LF. `buffer` holds BRIO_LINE_DATA_MAX + 1 bytes. `*count`, set
- * to 0 by the caller, grows by the bytes read and those kept before (also when these were too long and
- * dropped); it is negative after a read error (see errno) and 0 at the end of the file, also when a partial
- * line was held. Read thread only.
+ * Reads once from `fd`, appends to the partial line that `*leftover` (null or a place in `buffer`) kept and
+ * which becomes null, terminates the text and skips leading CR and LF. `buffer` holds BRIO_LINE_DATA_MAX + 1
+ * bytes. `*count`, set to 0 by the caller, grows by the bytes read and those kept before (also when these
+ * were too long and dropped); it is negative after a read error (see errno) and 0 at the end of the file,
+ * also when a partial line was held. Read thread only.
  *
  * @return the first byte of the text
  */
 BRIO_API char* read_line(int32_t fd, char* buffer, char** leftover, int32_t* count);
-/** Classifies one line of an answer. Read thread only. @return an AtLineResult */
+/** Classifies one line of an answer; a null `prefix` fits any line. Read thread only.
+ * @return an AtLineResult */
 BRIO_API int32_t process_line(const char* line, ATResponse* record, uint32_t type, const char* prefix);
 
 BRIO_EXTERN_C_END

@@ -33,8 +33,8 @@ BRIO_API void pktio_set_shutdown_callback(void (*callback)(void*), void* context
 /**
  * Opens `query_port` and the URC port, raw at 921,600 baud, and starts the read thread. Both paths are
  * below the root directory (brio_set_root_dir). Descriptors that do not fit select are refused. A read thread
- * of an earlier pktio_init is ended first; requests then fail until blpkt_init has been called as well, as
- * after every end of a read thread.
+ * of an earlier pktio_init is ended first. In a process that has called brio_open, requests fail after the
+ * end of a read thread until blpkt_init has been called as well.
  *
  * @return PKTIO_OK (0), or PKTIO_FAILED (1) with everything closed again
  */
@@ -42,11 +42,11 @@ BRIO_API uint32_t pktio_init(const char* query_port, pktio_packet_cb callback, v
 
 /**
  * Writes `command` (at most 511 bytes of it) and one CR to the query port in one write, after making `type`
- * and `response_prefix` (null for none; copied) current for the read thread. The send mutex of the packet
- * layer serialises callers.
+ * and `response_prefix` (null for none; copied) current for the read thread. Takes no lock: the caller holds
+ * the send mutex (blpkt_acquire_send_mutex).
  *
- * @return PKTIO_OK (0); PKTIO_FAILED (1) when the write failed or was short, the port is closed, or the modem
- * took nothing for 20 s
+ * @return PKTIO_OK (0); PKTIO_FAILED (1) for null, when the write failed or was short, the port is closed, or
+ * the modem took nothing for 20 s
  */
 BRIO_API uint32_t pktio_at_send_cmd(const char* command, uint32_t type, const char* response_prefix);
 

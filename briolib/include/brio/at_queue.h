@@ -20,12 +20,12 @@ typedef void (*q_copy)(void* destination, const void* source, uint32_t size, uin
 /** What the queue's functions return. */
 enum q_status {
   Q_OK = 0,       /**< done */
-  Q_INVALID = 1,  /**< queue, source or copy absent */
+  Q_INVALID = 1,  /**< queue, source, destination of q_get, or copy absent */
   Q_FULL = 2,     /**< q_add never waits */
   Q_EMPTY = 3,    /**< nothing there and time-out 0 */
   Q_TIMEOUT = 4,  /**< nothing came in time */
   Q_CLOCK = 5,    /**< the monotonic clock could not be read */
-  Q_CANCELLED = 6 /**< cancelled and empty */
+  Q_CANCELLED = 6 /**< cancelled; a consumer that waited may leave an element behind */
 };
 
 /** A queue of `capacity` (1..65535) elements of `element_size` bytes, rounded up to a multiple of 4, freed
@@ -40,7 +40,7 @@ BRIO_API uint32_t q_add(queue* q, const void* source, uint32_t size);
 BRIO_API uint32_t q_add_with_copy_callback(queue* q, const void* source, q_copy copy, uint32_t size);
 /**
  * Takes one element. Time-out in whole seconds of the monotonic clock; 0 does not wait, negative waits
- * without limit. An element that is there is served even when the queue was cancelled.
+ * without limit. An element that is there before the call is served even when the queue was cancelled.
  *
  * @return a q_status but Q_FULL (2)
  */

@@ -17,7 +17,7 @@ enum blpkt_status {
   BLPKT_STATUS_SUCCESS = 0,     /**< a success final */
   BLPKT_STATUS_TIMEOUT = 1,     /**< no final line in time; a late answer is discarded */
   BLPKT_STATUS_ERROR = 2,       /**< write failed, error final, or the response queue failed */
-  BLPKT_STATUS_BAD_REQUEST = 3, /**< null command, its own thread or a forked child */
+  BLPKT_STATUS_BAD_REQUEST = 3, /**< null command, or sent from where it is refused (below) */
   BLPKT_STATUS_SCAN_ABORTED = 8 /**< blpkt_abort_manual_nw_scan */
 };
 
@@ -41,10 +41,12 @@ BRIO_API void blpkt_shutdown(void);
 BRIO_API void blpkt_handle_packet(uint32_t kind, void* data, void* context);
 /**
  * Sends one command and waits for its answer; one request at a time, whole. `type` is an AtCommandType, the
- * prefix and the callback may be null. Time-out in seconds: 0 does not wait, negative waits without limit.
+ * prefix and the callback may be null. Time-out in seconds: 0 does not wait and returns
+ * BLPKT_STATUS_ERROR (2), negative waits without limit.
  *
- * @return a blpkt_status, or the callback's. BLPKT_STATUS_BAD_REQUEST (3) with an error line on the read
- * thread, on the event thread inside a callback, and on a thread that holds the send mutex
+ * @return a blpkt_status, or the callback's. BLPKT_STATUS_BAD_REQUEST (3) with an error line for a null
+ * command, on the read thread, on the event thread inside a callback, on a thread that holds the send mutex,
+ * and in a forked child
  */
 BRIO_API uint32_t blpkt_atcmd_request_with_callback_timeout(const char* command, uint32_t type,
                                                             const char* response_prefix, recv_func callback,

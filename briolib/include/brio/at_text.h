@@ -25,9 +25,10 @@ BRIO_EXTERN_C_BEGIN
 BRIO_API int32_t at_tok_start(char** cursor);
 /** Whether there is more text at the cursor. @return 1 or 0 */
 BRIO_API int32_t at_tok_hasmore(char** cursor);
-/** Next field as a decimal number; junk after the digits is ignored. -1 without field or digit (value 0). */
+/** Next field as a decimal number; junk after the digits is ignored, and beyond 32 bits it saturates. -1
+ * without a field (`value` untouched) or a digit (`value` 0). */
 BRIO_API int32_t at_tok_nextint(char** cursor, int32_t* value);
-/** Next field as a hexadecimal number, as at_tok_nextint. */
+/** Next field as a hexadecimal number, as at_tok_nextint; saturates at 0xFFFFFFFF. */
 BRIO_API int32_t at_tok_nexthexint(char** cursor, int32_t* value);
 /** Next field as 0 or 1; -1 for any other value. `flag` may be null. */
 BRIO_API int32_t at_tok_nextbool(char** cursor, uint8_t* flag);

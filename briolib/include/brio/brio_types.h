@@ -25,13 +25,13 @@ enum brio_status {
 
 /** Library events (brio_set_callback_for_event_id). Ids 4 and 8 carry no event. */
 enum brio_event_id {
-  BRIO_EVENT_BARS_CHANGED = 0,           /**< int32_t: the new bars */
+  BRIO_EVENT_BARS_CHANGED = 0,           /**< int32_t: the new bars, of a report only */
   BRIO_EVENT_PDP_ACTIVATION_ALLOWED = 1, /**< two uint32_t: attached, allowed */
-  BRIO_EVENT_DATA_SERVICE_MODE = 2,      /**< uint32_t; no raiser in this library */
-  BRIO_EVENT_ROAMING_STATUS = 3,         /**< uint32_t; no raiser in this library */
+  BRIO_EVENT_DATA_SERVICE_MODE = 2,      /**< uint32_t; never raised by this library */
+  BRIO_EVENT_ROAMING_STATUS = 3,         /**< uint32_t; never raised by this library */
   BRIO_EVENT_SERVING_PLMN_CHANGED = 5,   /**< no data */
-  BRIO_EVENT_SIM_PLMN_INFO = 6,          /**< first field uint16_t; no raiser in this library */
-  BRIO_EVENT_TX_POWER_LIMIT_CHANGE = 7,  /**< no data; no raiser in this library */
+  BRIO_EVENT_SIM_PLMN_INFO = 6,          /**< first field uint16_t; never raised by this library */
+  BRIO_EVENT_TX_POWER_LIMIT_CHANGE = 7,  /**< no data; never raised by this library */
   BRIO_EVENT_TIME_INFO = 9               /**< size 4, pointer to a network_time */
 };
 /** One more than the greatest event id. */
@@ -43,8 +43,9 @@ enum brio_event_id {
  * Runs on the thread that raises the event: the event thread for unsolicited results, the read thread when a
  * command's answer brings the change, or a caller's own thread. It must be short. On the library's threads
  * requests, opening and closing are refused with an error line (see brio.h), and getters return
- * BRIO_STATUS_NOT_OPEN while the library opens. The raiser may hold the shared-data mutex, so the callback
- * must not lock that. `data` is borrowed for the call. The result is ignored.
+ * BRIO_STATUS_NOT_OPEN while the library opens. The raiser may hold the URC-data mutex: the callback neither
+ * locks nor unlocks it; getters that send no command may be called. `data` is borrowed for the call. The
+ * result is ignored.
  */
 typedef uint32_t (*brio_event_callback)(uint32_t id, uint32_t data_size, const void* data);
 
@@ -66,6 +67,11 @@ typedef uint32_t (*brio_event_callback)(uint32_t id, uint32_t data_size, const v
  *
  * Above the last step there is no value; below 0 (two's complement) counts as 0. A poll stores the low 8 bits
  * of what the modem says, a report all.
+ *
+ * A denied PS registration ("+CGREG: 3") stores 3 in cs_reg_status and leaves ps_reg_status as it was.
+ * curr_lte_ant is 0 or 1 as the modem numbers its antennas, in reports the other way round than in answers;
+ * bas_value_a is the main antenna's, bas_value_b the diversity antenna's. band is a UMTS band, an LTE band
+ * + 100, or 850, 900, 1800 or 1900 for GSM, and stays 0 unless wan_type is 7.
  */
 typedef struct brio_atcmd_data {
   uint8_t cs_reg_status;     /**< +CREG: 0 not registered, 1 home, 2 roaming, 3 denied (kept) */
@@ -94,7 +100,7 @@ typedef struct brio_atcmd_data {
   uint8_t spare_state;       /**< never set here (kept) */
   uint8_t nmo;               /**< network mode of operation, unknown 0xFF */
   uint32_t time_info[4];     /**< a network_time; its third word is -1 after a full reset (kept) */
-  int16_t carrier_config;    /**< carrier configuration number, unknown -1 (kept) */
+  int16_t carrier_config;    /**< carrier configuration before the open changed it, unknown -1 (kept) */
   uint16_t carrier_word;     /**< not used, 0x00FF after a full reset (kept) */
   uint16_t bas_value_a;      /**< antenna measurement / 16, two's complement, unknown 0xFFFF */
   uint16_t bas_value_b;      /**< antenna measurement / 16, two's complement, unknown 0xFFFF */
@@ -103,16 +109,17 @@ typedef struct brio_atcmd_data {
   uint8_t emm_substate;      /**< its substate (kept) */
   uint8_t rrc_state;         /**< RRC state (kept) */
   uint16_t tac;              /**< tracking area code (kept) */
-  uint8_t bas_query_flag;    /**< 1 when the BAS antenna status is to be queried (kept) */
+  uint8_t bas_query_flag;    /**< 1 to query the BAS antenna status; set by hosts only (kept) */
   uint8_t wan_type;          /**< BRIO_WAN_TYPE_*, or as the WAN information file says (kept) */
-  uint32_t band;             /**< band number of the registration report when wan_type is 7, unknown 0 */
+  uint32_t band;             /**< band of the last registration line, unknown 0 */
 } brio_atcmd_data;
 
 #define BRIO_WAN_TYPE_UNKNOWN 0 /**< not decided yet, or the model could not be read */
 #define BRIO_WAN_TYPE_KESTREL 6 /**< WAN hardware Kestrel */
 #define BRIO_WAN_TYPE_OSPREY 7  /**< WAN hardware Osprey: names the band in its registration lines */
 
-/** Network time as the modem sends it (16 bytes). A field that the source did not give holds all ones. */
+/** Network time as the modem sends it (16 bytes). A field that the source did not give holds all
+ * ones; from brio_get_network_time, 0. */
 typedef struct network_time {
   uint8_t month;     /**< 1..12 */
   uint8_t day;       /**< 1..31 */
@@ -127,8 +134,8 @@ typedef struct network_time {
 
 /** One entry of a PLMN list read from the SIM (10 bytes). */
 typedef struct plmn_entry {
-  char mcc[4];         /**< three digits */
-  char mnc[4];         /**< two or three digits */
+  char mcc[4];         /**< three digits; of a damaged entry whatever it holds */
+  char mnc[4];         /**< two or three digits, as mcc */
   uint8_t access_tech; /**< bits 1 GSM, 2 UTRAN, 4 E-UTRAN; 255 none set; 0 in a list without this field */
   uint8_t spare;       /**< not used */
 } plmn_entry;
@@ -141,7 +148,8 @@ typedef struct plmn_entry {
 
 /**
  * PLMN lists of the SIM (7,336 bytes), guarded by the static-data mutex. A count tells how many entries were
- * decoded and may exceed the list's capacity: readers bound it.
+ * decoded and may exceed the list's capacity: readers bound it. Of fplmn only the first entry is right, the
+ * others are read at wrong places (a quirk that is kept). The library never reads ehplmn by itself.
  */
 typedef struct sim_plmn_data {
   plmn_entry uplmn[BRIO_UPLMN_MAX];   /**< user-controlled PLMNs, EF PLMNwAcT */
@@ -177,7 +185,7 @@ typedef struct sim_identity {
 
 /** Answer to "AT+GTSIMSTATUS?". Preset to 0 and 15. */
 typedef struct sim_card_status {
-  uint32_t card_status; /**< the modem's card status; 3 is ready */
+  uint32_t card_status; /**< of the modem: 0, 1, 4 busy; 2, 5 no card; 3 ready */
   uint32_t lock_status; /**< the modem's lock status */
 } sim_card_status;
 
@@ -209,9 +217,9 @@ typedef struct modem_info {
 
 /** BAS antenna status. Callers preset it to 0xFFFF, 0xFFFF, 255 (unknown). */
 typedef struct bas_status {
-  uint16_t value_a; /**< antenna measurement / 16, two's complement */
-  uint16_t value_b; /**< antenna measurement / 16, two's complement */
-  uint8_t antenna;  /**< LTE antenna in use */
+  uint16_t value_a; /**< main antenna: measurement / 16, two's complement */
+  uint16_t value_b; /**< diversity antenna, as value_a */
+  uint8_t antenna;  /**< LTE antenna in use, 0 or 1 as the modem numbers it */
 } bas_status;
 
 /**
@@ -256,7 +264,7 @@ typedef struct atcmd_snapshot {
   uint8_t bas_query_flag;    /**< see brio_atcmd_data */
   uint8_t wan_type;          /**< see brio_atcmd_data */
   uint32_t band;             /**< see brio_atcmd_data */
-  uint32_t snapshot_mode;    /**< 0 automatic, 1 manual, or as cops_mode says */
+  uint32_t snapshot_mode;    /**< cops_mode; while that is unknown, of the stored selection */
   char fw_ver[33];           /**< " " while the modem information was not read */
   char lib_ver[9];           /**< "S30J38" */
   char imei[16];             /**< " " while the modem information was not read */

@@ -1,7 +1,8 @@
 /**
  * @file
- * Operations that the modem library's parts, its tests and tools share. Hosts use wabs.h and brio.h. Statuses
- * are those of brio.h, not gated unless said.
+ * Operations that the modem library's parts, its tests and tools share. Hosts use wabs.h and brio.h, and of
+ * this header briolib_log_set_log_mask and the mutex of the shared record. Statuses are those of brio.h, not
+ * gated unless said.
  */
 #ifndef BRIO_BRIOLIB_H
 #define BRIO_BRIOLIB_H
@@ -97,8 +98,8 @@ BRIO_API uint32_t briolib_mccmnc_to_plmn(const char* mcc, const char* mnc, uint8
 /** @name Antennas and bars */
 /** @{ */
 
-/** Stores the text after "+BASURC:" (`record` null) or takes a "+BAS" answer line. The caller may hold the
- * URC-data mutex. */
+/** Stores the text after "+BASURC:" (`record` null), or a whole "+BAS" answer line, whose values are copied
+ * to `record`, too. The caller may hold the URC-data mutex. */
 BRIO_API void briolib_parse_bas_status(char* payload, bas_status* record);
 /** Stores the text after "+GTBARS:", cut up in place, and raises BRIO_EVENT_BARS_CHANGED on a change. The
  * caller may hold the URC-data mutex. */
@@ -166,7 +167,8 @@ BRIO_API uint32_t briolib_get_md5_hash(const char* const* strings, int32_t count
  * @return 16, or 0 with a log line */
 BRIO_API uint32_t briolib_get_file_md5_hash(const char* path, uint8_t digest[16]);
 /** Encodes: standard alphabet, padded, no line breaks, no NUL.
- * @return bytes produced, or -1 when they exceed the capacity */
+ * @return bytes produced; -1 when they exceed the capacity, for a negative length, and for null unless the
+ * length is 0 */
 BRIO_API int32_t briolib_base64_encode(const void* input, void* output, int32_t input_length,
                                        int32_t output_capacity);
 /**
@@ -174,7 +176,7 @@ BRIO_API int32_t briolib_base64_encode(const void* input, void* output, int32_t 
  * each of the last two that is "=": `output_capacity` does not limit what is written (a quirk that is kept).
  *
  * @return bytes written; -1 when the input length is negative or no multiple of 4, or `output_capacity`
- * exceeds 3 * (input_length / 4)
+ * exceeds 3 * (input_length / 4), or for null unless the length is 0
  */
 BRIO_API int32_t briolib_base64_decode(const void* input, void* output, int32_t input_length,
                                        int32_t output_capacity);

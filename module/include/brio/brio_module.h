@@ -16,7 +16,7 @@ BRIO_EXTERN_C_BEGIN
  * call after brio_module_exit_logging writes nothing and leaves `*size` alone. When no snapshot can be taken,
  * a line says so and the room left after it is stored negated (two's complement). Asks the modem for
  * serving-cell data on every third call, and for the SIM's static information on the first page of a visit.
- * Host thread. @return 0
+ * Null `buffer` stores 0 in `*size`; null `size` counts as 0. Host thread. @return 0
  */
 BRIO_API uint32_t brio_module_get_log_string(char* buffer, uint32_t* size, uint32_t mode);
 /**

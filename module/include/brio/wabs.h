@@ -18,7 +18,8 @@
  * **Status.** Every operation returns a WABS_STATUS_* code, written below without the prefix and with its
  * number, and returns NOT_OPEN (1) while the module is closed, unless it says otherwise. With any status but
  * OK (0) it leaves its outputs as they were, unless it says otherwise. LIBRARY_FAILURE (2) stands for these
- * statuses of the modem library (brio.h); the log has the original one (gBrioModuleLogMask, WABS_LOG_ERROR):
+ * statuses of the modem library (brio.h). Queries log the original one (WABS_LOG_ERROR); scans, their aborts,
+ * wabs_set_auto_mode and wabs_get_current_network do not:
  *
  *     library              host
  *     OK (0)               OK (0)
@@ -29,16 +30,18 @@
  * **Blocking.** Commands are sent by wabs_open, wabs_get_bars, wabs_get_module_time, wabs_get_hplmn_mcc_mnc,
  * wabs_do_manual_nw_scan, wabs_send_abort_cmd, wabs_set_auto_mode, wabs_get_log_string and
  * wabs_exit_611_logging. They block until the modem has answered, at most 20 s a command unless they say
- * otherwise. The others, except wabs_close, return at once.
+ * otherwise, and before that for a command of the library's own threads (SIM refresh, SAR) that is
+ * outstanding. A modem that takes no bytes adds up to 20 s. The others, except wabs_close, return at once.
  *
  * **Lost modem.** When the modem is unplugged or resets, brio_log_startup_status of brio.h returns FATAL (3),
  * and whatever needs the modem library returns LIBRARY_FAILURE (2). What the module itself holds is served as
  * before (texts read at open, a known network or time zone), and wabs_is_blib_open stays 1. Nothing recovers
  * by itself: call wabs_close, then wabs_open until it returns OK (0).
  *
- * **Refused.** Called inside a callback that a host registered with brio.h, or in a child of fork() whose
- * parent has the module open, wabs_open, wabs_close and every operation that sends a command do nothing and
- * return LIBRARY_FAILURE (2); the page's operations send nothing and return OK (0).
+ * **Refused.** In a callback on a thread of the library (see brio.h), or in a child of fork() whose parent
+ * has the module open, wabs_open and wabs_close do nothing and return LIBRARY_FAILURE (2), and no command is
+ * sent: what needs one returns LIBRARY_FAILURE (2), in the child whatever needs the modem library. The page's
+ * operations return OK (0), and so does wabs_get_bars in a callback while not attached.
  *
  * **Files.** The host's user needs these rights ("create" is in the file's folder):
  *
@@ -51,9 +54,11 @@
  *     /var/local/wan/mcc (0600), static_info (0644)             read, write, create
  *     /var/run/fatal_reject (0644), /mnt/us/trace_log_* (0444)  create
  *
+ * /mnt/us/apn stays open until the process ends: its file system cannot be unmounted.
+ *
  * /var/run/mcsdwc.dat holds a network selection that every open repeats after leaving the network. Its first
- * line, of at most 127 characters, is a time-out in seconds (negative: no limit), one blank and a command;
- * "AT+COPS=0..." is not repeated:
+ * line, cut to 127 characters, is a time-out in seconds (0 does not wait; negative: no limit), one blank and
+ * a command; "AT+COPS=0..." is not repeated:
  *
  *     300 AT+COPS=1,2,"310410",7
  *
@@ -65,7 +70,8 @@
  *
  * **Log.** Log lines go to syslog(3); the host chooses ident and options with openlog. gBrioModuleLogMask
  * gates the module's lines. The modem library's debug lines have a mask of their own: see
- * briolib_log_set_log_mask and /var/local/wan/briolib_log_config (one hexadecimal number, read at open).
+ * briolib_log_set_log_mask (briolib.h) and /var/local/wan/briolib_log_config (one hexadecimal number, read at
+ * open).
  */
 #ifndef BRIO_WABS_H
 #define BRIO_WABS_H
@@ -81,7 +87,7 @@ BRIO_EXTERN_C_BEGIN
 enum wabs_status {
   WABS_STATUS_OK = 0,               /**< done */
   WABS_STATUS_NOT_OPEN = 1,         /**< the module is closed */
-  WABS_STATUS_LIBRARY_FAILURE = 2,  /**< the modem library failed the request; the log has its status */
+  WABS_STATUS_LIBRARY_FAILURE = 2,  /**< the modem library failed the request */
   WABS_STATUS_ALREADY_OPEN = 4,     /**< wabs_open while open */
   WABS_STATUS_BUFFER_TOO_SMALL = 7, /**< the caller's buffer is too small and untouched */
   WABS_STATUS_NULL_POINTER = 11,    /**< a required output pointer is null */
@@ -104,11 +110,13 @@ enum wabs_status {
  * Opens the module: modem library, trace capture, proximity monitor, SIM, IPC connection.
  *
  * Blocks for some 30 commands on a first open, fewer later, each up to 20 s (a stored manual network
- * selection: 80 s and the time-out stored with it), and waits up to 20 s for the SIM.
+ * selection: 80 s and the time-out stored with it; a trace filter: up to 256 commands more), and waits up to
+ * 20 s for the SIM. Fails without a ready SIM, and when modem information, IMSI or ICCID cannot be read.
  *
  * The trace capture runs when "/var/local/wan/debug/trace_filter.cfg" exists; brio_trace_tst_log of brio.h
- * describes that file. The trace goes to "/mnt/us/trace_log_Y_M_D_h_m_s.istp". A capture that cannot start is
- * logged and fails nothing.
+ * describes that file. The trace goes to "/mnt/us/trace_log_Y_M_D_h_m_s.istp". The monitor starts for a
+ * carrier configuration that backs off, or an unknown one. A capture, a monitor or an IPC connection that
+ * cannot start is logged and fails nothing; without IPC no application counts as active.
  *
  * @return OK (0); LIBRARY_FAILURE (2) with everything undone; ALREADY_OPEN (4) when it was open, with or
  * without its modem, and then everything is closed: open and close go in pairs.
@@ -120,6 +128,7 @@ BRIO_API uint32_t wabs_open(void);
  * scan first). Requests of other threads then end at once with LIBRARY_FAILURE (2).
  *
  * @return OK (0), or NipcClose's own error number, which is not a WABS_STATUS_* code: closed all the same.
+ * Where it is refused (above) LIBRARY_FAILURE (2), and nothing is closed.
  */
 BRIO_API uint32_t wabs_close(void);
 /** Whether the module is open. @return 1 from wabs_open to wabs_close, also without its modem, else 0. */
@@ -130,8 +139,8 @@ BRIO_API uint32_t wabs_is_blib_open(void);
 /** @{ */
 
 #define WABS_LOG_FLOW 0x400u        /**< bit of gBrioModuleLogMask: entry, exit, queries */
-#define WABS_LOG_VALUE 0x800u       /**< results of queries, retries */
-#define WABS_LOG_EVENT 0x8000u      /**< modem events */
+#define WABS_LOG_VALUE 0x800u       /**< results of queries, retries, IPC events */
+#define WABS_LOG_EVENT 0x8000u      /**< modem events, the offset of wabs_get_module_time */
 #define WABS_LOG_NOTICE 0x800000u   /**< notices */
 #define WABS_LOG_WARNING 0x1000000u /**< warnings */
 #define WABS_LOG_ERROR 0x2000000u   /**< errors */
@@ -140,7 +149,8 @@ BRIO_API uint32_t wabs_is_blib_open(void);
 extern BRIO_API uint32_t gBrioModuleLogMask;
 /** Sets gBrioModuleLogMask. Any thread. */
 BRIO_API void wabs_set_log_mask(uint32_t mask);
-/** Logs source and name of an IPC event, which is borrowed for the call. Open or closed. @return OK (0) */
+/** Logs source and name of an IPC event, which is borrowed for the call, under WABS_LOG_VALUE; null does
+ * nothing. Open or closed, any thread. @return OK (0) */
 BRIO_API uint32_t wabs_report_event(const void* event);
 
 /** @} */
@@ -149,16 +159,18 @@ BRIO_API uint32_t wabs_report_event(const void* event);
 
 /**
  * Signal bars: 1 or more while attached, as the modem counts them (the library sets no upper end, 254 fits),
- * else WABS_BARS_NOT_ATTACHED. Poll this first: the call also keeps the rest current.
+ * else WABS_BARS_NOT_ATTACHED. A denied PS registration leaves the state before it: a device that was
+ * attached counts as attached. Poll this first: the call also keeps the rest current. Sends up to three
+ * commands.
  *
  * The modem is asked at most once in 91 s. Below two bars it reports each change by itself and is not asked.
  * A weak signal before wabs_close counts as reported after the next wabs_open as well, although opening ends
- * the reports: the value of the first call then stands until a call while the reading application is active,
- * or until the modem is registered nowhere.
+ * the reports: if the first call then finds less than two bars again, its value stands until a call while the
+ * reading application is active, or until the modem is registered nowhere.
  * When it answers that it has no value (255), that call returns 1, and the calls of the next 91 s return what
  * was held before; while nothing is held, each call asks. While the IPC service names the reading application
  * as the active one, the held value is served however old it is, and may be 255, no value: the modem is only
- * asked while nothing is held, and told to stop reporting.
+ * asked while nothing is held, and, once a value is, told to stop reporting.
  *
  * While attached to a network that is not known yet, it asks for the operator, which wabs_get_mcc_mnc then
  * serves, and drops the time zone of wabs_get_module_time. While not attached, it asks for the registration,
@@ -170,15 +182,16 @@ BRIO_API uint32_t wabs_get_bars(uint32_t* bars);
 /** Data service: 0 none, 1 UMTS family, 2 EDGE class, 3 GSM, 4 LTE.
  * @return OK (0), NOT_OPEN (1), LIBRARY_FAILURE (2) or NULL_POINTER (11) */
 BRIO_API uint32_t wabs_get_data_service_mode(uint32_t* mode);
-/** 0 home network, 1 roaming, 8 neither.
+/** Of the CS registration: 0 home network, 1 roaming, 8 neither, also while only PS is registered.
  * @return OK (0), NOT_OPEN (1), LIBRARY_FAILURE (2) or NULL_POINTER (11) */
 BRIO_API uint32_t wabs_get_roaming_status(uint32_t* status);
 /**
  * Offset of local time in seconds (quarter hours * 900) and UTC.
  *
- * The offset is the zone last reported, 0 before the first report; the modem is asked only while no zone is
- * known since the serving network changed. `*utc` is (time_t)-1, not known: no date comes with the zone. Open
- * or closed; LIBRARY_FAILURE (2) while closed without a known zone.
+ * The offset is the zone of the last report that held a whole date and time, 0 before the first one; daylight
+ * saving is not added, and opening and closing keep it. The modem is asked only while no zone is known since
+ * the serving network changed. `*utc` is (time_t)-1, not known: no date comes with the zone. Open or closed;
+ * LIBRARY_FAILURE (2) while closed without a known zone.
  *
  * @return OK (0), LIBRARY_FAILURE (2) or NULL_POINTER (11)
  */
@@ -188,7 +201,7 @@ BRIO_API uint32_t wabs_get_module_time(time_t* utc, int32_t* offset_seconds);
 /** @name Identity */
 /** @{ */
 
-/** IMSI as wabs_open has read it, cut to the buffer, whose last byte becomes 0. `length` is at least 16.
+/** IMSI as wabs_open has read it; the rest of the buffer becomes zeros. `length` is at least 16.
  * @return OK (0), NOT_OPEN (1), BUFFER_TOO_SMALL (7) or NULL_POINTER (11) */
 BRIO_API uint32_t wabs_get_imsi(char* buffer, uint32_t length);
 /** IMEI, as wabs_get_imsi. @return as wabs_get_imsi */
@@ -199,8 +212,8 @@ BRIO_API uint32_t wabs_get_radio_cert_param1(char* buffer, uint32_t length);
 BRIO_API uint32_t wabs_get_radio_cert_param2(char* buffer, uint32_t length);
 /** IMEI, as wabs_get_imsi. @return as wabs_get_imsi */
 BRIO_API uint32_t wabs_get_realm(char* buffer, uint32_t length);
-/** Firmware version as wabs_open has read it, cut to a buffer of any length; 33 bytes hold every one.
- * "norvik" while closed.
+/** Firmware version as wabs_open has read it, cut to a buffer of any length, whose rest becomes zeros; 33
+ * bytes hold every one. "norvik" while closed.
  * @return OK (0), NOT_OPEN (1) or NULL_POINTER (11) */
 BRIO_API uint32_t wabs_get_firmware_version(char* buffer, uint32_t length);
 
@@ -210,17 +223,17 @@ BRIO_API uint32_t wabs_get_firmware_version(char* buffer, uint32_t length);
 
 /**
  * Scans for operators, up to 383 s. The modem leaves its network for the scan and stays off it afterwards,
- * whatever the status, until wabs_set_auto_mode.
+ * whatever the status (unless it refuses to leave, and nothing is scanned), until wabs_set_auto_mode.
  *
  * `buffer` is written only with OK (0): a NUL-terminated list of entries as brio_atcmd_scan_network of brio.h
  * describes them. The entry of 310-410 is for example
  *
  *     1,310,410,7,"","Home Wireless","";
  *
- * WABS_SCAN_BUFFER_SIZE bytes hold every list (lengths above 65,535 count as 65,535). Entries that do not fit
- * are left out. When not even the first one fits, the buffer stays untouched and the status is OK (0) all the
- * same: put an empty text into it first. The network that wabs_get_current_network last found in use is
- * marked with stat 2; call that before the scan, since the scan leaves the network.
+ * WABS_SCAN_BUFFER_SIZE bytes hold every list (lengths above 65,535 count as 65,535). The list ends before
+ * the first entry that does not fit. When that is the first of all, the buffer stays untouched and the status
+ * is OK (0) all the same: put an empty text into it first. The network that wabs_get_current_network last
+ * found in use is marked with stat 2; call that before the scan, since the scan leaves the network.
  *
  * @return OK (0); NOT_OPEN (1); LIBRARY_FAILURE (2), also for a null buffer or when no operator was found;
  * SCAN_RUNNING (14) when another thread is scanning or the modem did not answer in time; SCAN_ABORTED (15)
@@ -240,20 +253,22 @@ BRIO_API uint32_t wabs_send_abort_cmd(void);
 /** Automatic network selection; brings the modem back after a scan.
  * @return OK (0), NOT_OPEN (1) or LIBRARY_FAILURE (2) */
 BRIO_API uint32_t wabs_set_auto_mode(void);
-/** Notes the network in use, for the next scan to mark. Asks the modem nothing.
+/** Notes the network in use, for later scans to mark. Asks the modem nothing.
  * @return OK (0), NOT_OPEN (1) or LIBRARY_FAILURE (2) */
 BRIO_API uint32_t wabs_get_current_network(void);
 /**
- * MCC and MNC of the serving network as numbers up to 999 (5 for "05" and for "005"), 0 for non-numeric text.
- * The first call after wabs_open, or after wabs_get_bars has asked for the operator, takes what the library
- * holds then; while that is unknown, it leaves the outputs as they were. Other calls repeat the last known
- * network, 0 for none. Asks the modem nothing. Open or closed.
+ * MCC and MNC of the serving network as numbers up to 999 (5 for "05" and for "005"), 0 for text that begins
+ * with no digit. Keeps the MCC in /var/local/wan/mcc and logs a change (WABS_LOG_NOTICE). The first call
+ * after wabs_open, or after wabs_get_bars has asked for the operator, takes what the library holds then;
+ * while that is unknown, it leaves the outputs as they were and returns OK (0). Other calls repeat the last
+ * known network, 0 for none. Asks the modem nothing. Open or closed.
  *
  * @return OK (0), LIBRARY_FAILURE (2) or NULL_POINTER (11)
  */
 BRIO_API uint32_t wabs_get_mcc_mnc(uint32_t* mcc, uint32_t* mnc);
-/** MCC and MNC of the SIM's home network, read once per process: a changed SIM is not noticed. Open or
- * closed. Asks the modem ("AT+CIMI") until that has succeeded.
+/** MCC and MNC of the SIM's home network, read once per process: a changed SIM is not noticed. The MNC is
+ * read with three digits for 310410 and 302720, with two for every other network: 310260 yields 310 and 26.
+ * Open or closed. Asks the modem ("AT+CIMI") until that has succeeded.
  * @return OK (0), LIBRARY_FAILURE (2) or NULL_POINTER (11) */
 BRIO_API uint32_t wabs_get_hplmn_mcc_mnc(uint32_t* mcc, uint32_t* mnc);
 

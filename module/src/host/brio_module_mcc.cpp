@@ -33,13 +33,12 @@ uint32_t s_home_cached;
 uint32_t s_home_mcc;
 uint32_t s_home_mnc;
 
-// 0 for a text that is no number, also with a sign in front: the modem may send any three characters, and a
-// host may have filled the whole field.
+// 0 for a text that begins with no digit: the modem may send any three characters, and a host may have filled
+// the whole field.
 uint32_t prv_number(const char (&field)[4]) {
   char digits[sizeof(field)];
   copy_text(digits, field);
-  const int32_t number = decimal(digits);
-  return number > 0 ? static_cast<uint32_t>(number) : 0;
+  return is_digit(digits[0]) ? static_cast<uint32_t>(decimal(digits)) : 0;
 }
 
 bool prv_known(const char* text) {
