@@ -106,6 +106,21 @@ TEST(Modemsim, FollowsAHostAndForgetsAtUnplugging) {
   EXPECT_NE(std::string::npos, seen.find("+EARLY: 1")) << seen;
 }
 
+// A host that closes a port amid pieces: the rest is for nobody, and is not waited for.
+TEST(Modemsim, SeesAPortClosedAmidPieces) {
+  modemsim::DeviceRoot root;
+  modemsim::Modem modem;
+  ASSERT_TRUE(modem.start(root.dir())) << modem.error();
+  modem.chunk(1);
+  for (int i = 0; i < 50; i++) {
+    const int host = open(root.path("/dev/ttyACM3").c_str(), O_RDWR | O_NOCTTY);
+    ASSERT_TRUE(modem.wait_open(modemsim::Port::kUrc));
+    modem.raw(modemsim::Port::kUrc, std::string(1000, 'x'));  // 20 s, where nobody reads
+    close(host);
+    ASSERT_TRUE(modem.wait_open(modemsim::Port::kUrc, false)) << i;
+  }
+}
+
 // Folders and links that another user has planted, in the root's own path and below it.
 TEST(Modemsim, WritesOnlyIntoItsOwnFolder) {
   modemsim::DeviceRoot victim, planted, linked, shared, theirs;

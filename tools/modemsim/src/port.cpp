@@ -180,16 +180,27 @@ bool PtyPort::flush_whole() {
   return true;
 }
 
+// False when the host has gone, which a side of our own would hide.
+bool PtyPort::hold_peer() {
+  if (peer_ >= 0) return true;
+  pollfd item{master_, 0, 0};
+  if (poll(&item, 1, 0) > 0 && (item.revents & POLLHUP) != 0) {
+    note_hangup();
+    return false;
+  }
+  peer_ = ::open(device_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+  return true;
+}
+
 // Polling the host's side makes the kernel hand over what it still holds, so "nothing to read" means that the
 // reader has it.
 bool PtyPort::reader_is_behind() {
-  if (peer_ < 0) peer_ = ::open(device_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
   pollfd item{peer_, POLLIN, 0};
   return peer_ >= 0 && poll(&item, 1, 0) > 0 && (item.revents & POLLIN) != 0;
 }
 
 bool PtyPort::flush_pieces() {
-  while (head_ < waiting_.size()) {
+  while (head_ < waiting_.size() && hold_peer()) {
     const auto now = Clock::now();
     if (now - last_piece_ < kPiecePatience && reader_is_behind()) {
       retry_at_ = now + kPieceCheck;

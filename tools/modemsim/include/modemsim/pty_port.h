@@ -61,6 +61,7 @@ class PtyPort {
   bool flush_pieces();
   bool flush_whole();
   void flush_stream();
+  bool hold_peer();
   bool reader_is_behind();
   void release_peer();
 
