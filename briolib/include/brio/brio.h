@@ -68,11 +68,10 @@ extern BRIO_API int32_t g_pre_sar_mode;
 BRIO_API void brio_set_root_dir(const char* dir);
 /**
  * Opens the modem on `query_port` ("/dev/ttyACM2"), and its reports on "/dev/ttyACM3". No port is locked: one
- * process at a time. Blocks for the whole command sequence: 6 s on a silent
- * modem, six to seven minutes at most (83 s and its time-out more with a stored network selection, see
- * wabs.h). A failed open leaves nothing behind and may be retried. A port lost after "AT+CFUN=1" does not
- * fail the open: afterwards the status gate returns FATAL (3), as whenever a port is lost, until brio_close
- * and another brio_open. Not gated.
+ * process at a time. Blocks for the whole command sequence: 6 s on a silent modem, six to seven minutes at
+ * most (83 s and its time-out more with a stored network selection, see wabs.h). A failed open leaves nothing
+ * behind and may be retried. A port lost after "AT+CFUN=1" does not fail the open: afterwards the status gate
+ * returns FATAL (3), as whenever a port is lost, until brio_close and another brio_open. Not gated.
  *
  * @return OK (0); BUSY (2) while open or closing, and where it is refused (above); FAILURE (4) when the
  * packet layer or a port cannot be opened, as with null; TIMEOUT (5) when the modem does not accept "ATE0" or
@@ -80,8 +79,8 @@ BRIO_API void brio_set_root_dir(const char* dir);
  */
 BRIO_API uint32_t brio_open(const char* query_port);
 /** Closes the library; harmless when it is not open. A close while another one runs returns at once. A trace
- * capture goes on: brio_trace_tst_stop ends it. Not gated. @return OK (0); BUSY (2) on a thread of the
- * library, which stays open */
+ * capture goes on: brio_trace_tst_stop ends it. Not gated. @return OK (0); BUSY (2) where it is refused
+ * (above), and the library stays open */
 BRIO_API uint32_t brio_close(void);
 /** The status gate itself. @return OK (0), NOT_OPEN (1) or FATAL (3) */
 BRIO_API uint32_t brio_log_startup_status(void);

@@ -17,8 +17,8 @@
  *
  * **Status.** Every operation returns a WABS_STATUS_* code, written below without the prefix and with its
  * number, and returns NOT_OPEN (1) while the module is closed, unless it says otherwise. With any status but
- * OK (0) it leaves its outputs as they were, unless it says otherwise. LIBRARY_FAILURE (2) stands for these
- * statuses of the modem library (brio.h). Queries log the original one (WABS_LOG_ERROR); scans, their aborts,
+ * OK (0) it leaves its outputs as they were, unless it says otherwise. Statuses of the modem library (brio.h)
+ * become those below; queries log the original one (WABS_LOG_ERROR), while scans, their aborts,
  * wabs_set_auto_mode and wabs_get_current_network do not:
  *
  *     library              host
