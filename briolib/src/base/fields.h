@@ -1,13 +1,11 @@
-// Reads a line field by field. A parser's result holds an optional value for each field, so that a missing or
-// blank one leaves what is stored as it was:
+// Reads a line field by field. A missing or blank field has no value and leaves what is stored as it was:
 //
 //   FieldReader fields(payload);  // 2,1A2B,,7
 //   fields.next();                // not examined
-//   cell.lac = fields.hex_word();
-//   cell.rac = fields.hex_word();
+//   store(fields.hex_word(), &record->lac);
+//   store(fields.hex_word(), &record->rac);
 //
-//   if (cell.lac) data.lac = *cell.lac;
-//   if (cell.rac) data.rac = *cell.rac;
+// Where values are also logged or stored apart, a parser's result holds them as optionals.
 #pragma once
 
 #include <stdint.h>
@@ -24,6 +22,12 @@ template <typename T, typename N>
 std::optional<T> low_bits(std::optional<N> number) {
   if (!number) return std::nullopt;
   return static_cast<T>(*number);
+}
+
+// A missing value leaves the field as it was.
+template <typename T>
+void store(std::optional<T> value, T* field) {
+  if (value) *field = *value;
 }
 
 // Cuts up `text` in place. Each call takes one field.

@@ -1,4 +1,5 @@
 // Antennas: the BAS status and the antenna lock.
+#include "base/fields.h"
 #include "base/log.h"
 #include "brio/brio.h"
 #include "brio/brio_at.h"
@@ -44,9 +45,9 @@ void briolib_parse_bas_status(char* payload, bas_status* record) {
   const parse::BasReport report = parse::parse_bas(payload, is_answer);
   UrcDataLock lock;
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  if (report.value_a) data.bas_value_a = *report.value_a;
-  if (report.value_b) data.bas_value_b = *report.value_b;
-  if (report.antenna) data.curr_lte_ant = *report.antenna;
+  store(report.value_a, &data.bas_value_a);
+  store(report.value_b, &data.bas_value_b);
+  store(report.antenna, &data.curr_lte_ant);
 
   // Answers and reports name the swapped antenna differently; this is meant.
   if (data.curr_lte_ant == (is_answer ? 1 : 0)) {

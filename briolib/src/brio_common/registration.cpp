@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "base/fields.h"
 #include "base/log.h"
 #include "base/relaxed.h"
 #include "base/text.h"
@@ -162,11 +163,11 @@ bool prv_store_registration(const parse::Registration& line, const DomainRow& do
   bool cleared = false;
   // The registration state first: it may clear what the other fields then fill.
   if (line.stat) cleared = domain.store_stat(*line.stat, data.*domain.status) && prv_clear_if_unregistered();
-  if (line.lac) data.*domain.area = *line.lac;
-  if (line.cell_id) data.cell_id = *line.cell_id;
-  if (line.rat) data.rat = *line.rat;
-  if (line.band) data.band = *line.band;
-  if (line.reject_cause) data.reject_bytes[domain.cause] = *line.reject_cause;
+  store(line.lac, &(data.*domain.area));
+  store(line.cell_id, &data.cell_id);
+  store(line.rat, &data.rat);
+  store(line.band, &data.band);
+  store(line.reject_cause, &data.reject_bytes[domain.cause]);
   if (data.rat < kRatUnknown) data.rat_valid = 1;
   return cleared;
 }

@@ -3,6 +3,7 @@
 
 #include <string.h>
 
+#include "base/fields.h"
 #include "base/log.h"
 #include "base/log_text.h"
 #include "base/text.h"
@@ -30,7 +31,6 @@ void prv_log_cops_failure(parse::CopsResult result, const char* text) {
   switch (result) {
     case parse::CopsResult::kOk:
       break;
-    case parse::CopsResult::kNoMode:
     case parse::CopsResult::kNoOperator:
       BLIB_D(BRIO_LOG_DEBUG, "no valid MCCMNC found %s", text);
       break;
@@ -91,28 +91,16 @@ char* prv_serving_line(const ATResponse* response, const char* operation, const 
   return line;
 }
 
-// What is stored now, for the log.
-brio_atcmd_data prv_store_lte_info(const parse::LteInfo& info) {
-  UrcDataLock lock;
-  brio_atcmd_data& data = g_brio_lib_atcmd_data;
-  if (info.emm_state) data.emm_state = *info.emm_state;
-  if (info.emm_substate) data.emm_substate = *info.emm_substate;
-  if (info.rrc_state) data.rrc_state = *info.rrc_state;
-  if (info.mcc != nullptr) copy_padded(data.mcc, sizeof(data.mcc), info.mcc);
-  if (info.mnc != nullptr) copy_padded(data.mnc, sizeof(data.mnc), info.mnc);
-  if (info.tac) data.tac = *info.tac;
-  if (info.cell_id) data.cell_id = *info.cell_id;
-  return data;
-}
-
 // Response callback of "AT+GTLTEINFO?" (read thread).
 uint32_t recv_func_at_req_get_lte_info(const ATResponse* response, void*, uint16_t) {
   char* line = prv_serving_line(response, "briolib_update_lte_info", "recv_func_at_req_get_lte_info");
   if (line == nullptr) return BRIO_STATUS_INVALID;
-  parse::LteInfo info = {};
-  if (at_tok_start(&line) == 0) info = parse::parse_lte_info(line);
-
-  const brio_atcmd_data data = prv_store_lte_info(info);
+  brio_atcmd_data data;
+  {
+    UrcDataLock lock;
+    if (at_tok_start(&line) == 0) parse::parse_lte_info(line, &g_brio_lib_atcmd_data);
+    data = g_brio_lib_atcmd_data;
+  }
   BLIB_D(BRIO_LOG_DEBUG,
          "emm_state[%d] emm_substate[%d] rrc_state[%d] mcc %.3s mnc %.3s tac 0x%x cell id 0x%x",
          data.emm_state, data.emm_substate, data.rrc_state, data.mcc, data.mnc, data.tac, data.cell_id);
@@ -123,12 +111,12 @@ void prv_store_serving_cell(const parse::ServingCell& cell) {
   UrcDataLock lock;
   brio_atcmd_data& data = g_brio_lib_atcmd_data;
   if (cell.plmn_text != nullptr) copy_padded(data.plmn_text, sizeof(data.plmn_text), cell.plmn_text);
-  if (cell.nmo) data.nmo = *cell.nmo;
+  store(cell.nmo, &data.nmo);
   if (cell.band_text != nullptr) copy_padded(data.band_text, sizeof(data.band_text), cell.band_text);
-  if (cell.lac) data.lac = *cell.lac;
-  if (cell.tac) data.tac = *cell.tac;
-  if (cell.rac) data.rac = *cell.rac;
-  if (cell.arfcn) data.arfcn = *cell.arfcn;
+  store(cell.lac, &data.lac);
+  store(cell.tac, &data.tac);
+  store(cell.rac, &data.rac);
+  store(cell.arfcn, &data.arfcn);
 }
 
 // Texts as far as the record holds them.
@@ -155,9 +143,17 @@ uint32_t recv_func_at_req_get_gtscinfo(const ATResponse* response, void*, uint16
   return BRIO_STATUS_OK;
 }
 
-void prv_log_state(const char* name, std::optional<uint8_t> state) {
-  if (state) BLIB_D(BRIO_LOG_DEBUG, "GTSCSTAT: %s[%d]", name, *state);
-}
+struct StateRow {
+  const char* name;
+  uint8_t brio_atcmd_data::*field;
+};
+// In the order of parse::ProtocolStates.
+constexpr StateRow kStates[] = {
+    {"PDP_STATE", &brio_atcmd_data::pdp_state},       {"MM_STATE", &brio_atcmd_data::mm_state},
+    {"MM_SUBSTATE", &brio_atcmd_data::mm_substate},   {"GMM_STATE", &brio_atcmd_data::gmm_state},
+    {"GMM_SUBSTATE", &brio_atcmd_data::gmm_substate}, {"RRC_STATE", &brio_atcmd_data::rrc_state},
+};
+static_assert(sizeof(kStates) / sizeof(kStates[0]) == parse::ProtocolStates().size());
 
 // Response callback of "AT+GTSCSTAT?" (read thread).
 uint32_t recv_func_at_req_get_gtscstat(const ATResponse* response, void*, uint16_t) {
@@ -166,23 +162,13 @@ uint32_t recv_func_at_req_get_gtscstat(const ATResponse* response, void*, uint16
   BLIB_D(BRIO_LOG_PARSE, "get_gtscstat callback called %s", line);
   if (at_tok_start(&line) != 0) return BRIO_STATUS_INVALID;
   const parse::ProtocolStates states = parse::parse_protocol_states(line);
-
   {
     UrcDataLock lock;
-    brio_atcmd_data& data = g_brio_lib_atcmd_data;
-    if (states.pdp) data.pdp_state = *states.pdp;
-    if (states.mm) data.mm_state = *states.mm;
-    if (states.mm_sub) data.mm_substate = *states.mm_sub;
-    if (states.gmm) data.gmm_state = *states.gmm;
-    if (states.gmm_sub) data.gmm_substate = *states.gmm_sub;
-    if (states.rrc) data.rrc_state = *states.rrc;
+    for (size_t i = 0; i < states.size(); i++) store(states[i], &(g_brio_lib_atcmd_data.*kStates[i].field));
   }
-  prv_log_state("PDP_STATE", states.pdp);
-  prv_log_state("MM_STATE", states.mm);
-  prv_log_state("MM_SUBSTATE", states.mm_sub);
-  prv_log_state("GMM_STATE", states.gmm);
-  prv_log_state("GMM_SUBSTATE", states.gmm_sub);
-  prv_log_state("RRC_STATE", states.rrc);
+  for (size_t i = 0; i < states.size(); i++) {
+    if (states[i]) BLIB_D(BRIO_LOG_DEBUG, "GTSCSTAT: %s[%d]", kStates[i].name, *states[i]);
+  }
   return BRIO_STATUS_OK;
 }
 

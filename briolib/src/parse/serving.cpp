@@ -14,6 +14,16 @@ int8_t prv_cops_mode(char* field) {
   return value <= 1 ? static_cast<int8_t>(value) : int8_t{-1};
 }
 
+// The digit at `index`, 0xF where the text is shorter or holds no digit.
+uint8_t prv_digit_at(const char* text, size_t index) {
+  if (strnlen(text, index + 1) <= index || !is_digit(text[index])) return 0xF;
+  return static_cast<uint8_t>(text[index] - '0');
+}
+
+uint8_t prv_nibbles(uint8_t high, uint8_t low) {
+  return static_cast<uint8_t>(high << 4 | low);
+}
+
 }  // namespace
 
 // +COPS: 0,2,"310410",7
@@ -21,7 +31,7 @@ int8_t prv_cops_mode(char* field) {
 CopsResult parse_cops(char* text, CopsAnswer* answer) {
   FieldReader fields(text);
   fields.next(':');
-  if (fields.rest() == nullptr || *fields.rest() == '\0') return CopsResult::kNoMode;
+  if (fields.rest() == nullptr || *fields.rest() == '\0') return CopsResult::kNoOperator;
   answer->mode = prv_cops_mode(fields.next());
 
   fields.next('"');
@@ -39,17 +49,15 @@ CopsResult parse_cops(char* text, CopsAnswer* answer) {
 
 // +GTLTEINFO: 3,1,1,310,410,2F01,1C2D3E4
 //             emm state  substate  rrc state  mcc  mnc  tac  cell identity
-LteInfo parse_lte_info(char* payload) {
+void parse_lte_info(char* payload, brio_atcmd_data* record) {
   FieldReader fields(payload);
-  LteInfo info = {};
-  info.emm_state = fields.byte();
-  info.emm_substate = fields.byte();
-  info.rrc_state = fields.byte();
-  info.mcc = fields.text();
-  info.mnc = fields.text();
-  info.tac = fields.hex_word();
-  info.cell_id = fields.hex();
-  return info;
+  store(fields.byte(), &record->emm_state);
+  store(fields.byte(), &record->emm_substate);
+  store(fields.byte(), &record->rrc_state);
+  if (const char* mcc = fields.text()) copy_padded(record->mcc, sizeof(record->mcc), mcc);
+  if (const char* mnc = fields.text()) copy_padded(record->mnc, sizeof(record->mnc), mnc);
+  store(fields.hex_word(), &record->tac);
+  store(fields.hex(), &record->cell_id);
 }
 
 // +GTSCINFO: 0,8,1,310410,0,0,LTE_BAND_4,0x2F01,0x01,0x1694
@@ -84,12 +92,7 @@ ServingCell parse_serving_cell(char* payload) {
 ProtocolStates parse_protocol_states(char* payload) {
   FieldReader fields(payload);
   ProtocolStates states;
-  states.pdp = fields.byte();
-  states.mm = fields.byte();
-  states.mm_sub = fields.byte();
-  states.gmm = fields.byte();
-  states.gmm_sub = fields.byte();
-  states.rrc = fields.byte();
+  for (std::optional<uint8_t>& state : states) state = fields.byte();
   return states;
 }
 
@@ -130,20 +133,6 @@ void plmn_to_text(const uint8_t plmn[3], char mcc[4], char mnc[4]) {
   mnc[2] = third < 0xF ? kDigits[third] : '\0';
   mnc[3] = '\0';
 }
-
-namespace {
-
-// The digit at `index`, 0xF where the text is shorter or holds no digit.
-uint8_t prv_digit_at(const char* text, size_t index) {
-  if (strnlen(text, index + 1) <= index || !is_digit(text[index])) return 0xF;
-  return static_cast<uint8_t>(text[index] - '0');
-}
-
-uint8_t prv_nibbles(uint8_t high, uint8_t low) {
-  return static_cast<uint8_t>(high << 4 | low);
-}
-
-}  // namespace
 
 void text_to_plmn(const char* mcc, const char* mnc, uint8_t plmn[3]) {
   plmn[0] = prv_nibbles(prv_digit_at(mcc, 1), prv_digit_at(mcc, 0));

@@ -3,7 +3,10 @@
 
 #include <stdint.h>
 
+#include <array>
 #include <optional>
+
+#include "brio/brio_types.h"
 
 namespace brio::parse {
 
@@ -11,7 +14,6 @@ namespace brio::parse {
 
 enum class CopsResult {
   kOk,
-  kNoMode,          // nothing after the colon
   kNoOperator,      // no quoted operator
   kNoClosingQuote,  // the operator's text does not end
   kBadLength,       // neither 5 nor 6 characters
@@ -31,21 +33,13 @@ CopsResult parse_cops(char* text, CopsAnswer* answer);
 
 // ---- LTE state, "+GTLTEINFO"
 
-// Texts of this and the next answer stay in the line; null for a missing or blank field.
-struct LteInfo {
-  std::optional<uint8_t> emm_state;
-  std::optional<uint8_t> emm_substate;
-  std::optional<uint8_t> rrc_state;
-  const char* mcc;
-  const char* mnc;
-  std::optional<uint16_t> tac;
-  std::optional<uint32_t> cell_id;
-};
-LteInfo parse_lte_info(char* payload);
+// Fills what the line holds; the rest of the record stays.
+void parse_lte_info(char* payload, brio_atcmd_data* record);
 
 // ---- Serving cell, "+GTSCINFO"
 
-// The RAT decides which of nmo, lac, tac and rac a line has.
+// The RAT decides which of nmo, lac, tac and rac a line has. Texts stay in the line; null for a missing or
+// blank field.
 struct ServingCell {
   std::optional<int32_t> rat;  // the vendor's numbering: 8 LTE
   const char* plmn_text;
@@ -60,14 +54,8 @@ ServingCell parse_serving_cell(char* payload);
 
 // ---- Protocol states, "+GTSCSTAT"
 
-struct ProtocolStates {
-  std::optional<uint8_t> pdp;
-  std::optional<uint8_t> mm;
-  std::optional<uint8_t> mm_sub;
-  std::optional<uint8_t> gmm;
-  std::optional<uint8_t> gmm_sub;
-  std::optional<uint8_t> rrc;
-};
+// PDP, MM, MM substate, GMM, GMM substate, RRC.
+using ProtocolStates = std::array<std::optional<uint8_t>, 6>;
 ProtocolStates parse_protocol_states(char* payload);
 
 // ---- Network time zone, "+CCLK"
