@@ -17,7 +17,6 @@ uint32_t g_brio_lib_log_mask;
 namespace {
 
 constexpr uint32_t kDumpBytesPerLine = 16;
-constexpr char kHexDigits[] = "0123456789abcdef";
 
 bool prv_is_letter(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
@@ -44,15 +43,12 @@ void briolib_log_debug_print_packet(uint32_t bits, const void* data, uint32_t le
   if (!log_on(bits) || data == nullptr) return;
   const uint8_t* bytes = static_cast<const uint8_t*>(data);
   char line[kDumpBytesPerLine * 3 + 1];
-  uint32_t used = 0;
+  TextWriter writer(line, sizeof(line));
   for (uint32_t i = 0; i < length; i++) {
-    if (used > 0) line[used++] = ' ';
-    line[used++] = kHexDigits[bytes[i] >> 4];
-    line[used++] = kHexDigits[bytes[i] & 0x0F];
+    writer.add("%s%02x", writer.written() > 0 ? " " : "", bytes[i]);
     if (i % kDumpBytesPerLine == kDumpBytesPerLine - 1 || i == length - 1) {
-      line[used] = '\0';
       BLIB_D(bits, "%s\n", line);
-      used = 0;
+      writer = TextWriter(line, sizeof(line));
     }
   }
 }

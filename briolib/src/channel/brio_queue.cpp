@@ -4,7 +4,6 @@
 #include <errno.h>
 #include <pthread.h>
 #include <stddef.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -13,6 +12,7 @@
 #include "base/clock.h"
 #include "base/guards.h"
 #include "base/log.h"
+#include "base/text.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_queue";
 
@@ -61,15 +61,13 @@ void prv_dump(queue* q) {
   if (!log_on(BRIO_LOG_QUEUE)) return;
   MutexGuard dump_lock(s_dump_mutex);
   size_t total = static_cast<size_t>(q->capacity) * q->element_size;
-  size_t used = 0;
+  TextWriter line(nullptr, 0);
   for (size_t i = 0; i < total; i++) {
-    if (i % kQueueDumpBytes == 0) used = 0;
+    if (i % kQueueDumpBytes == 0) line = TextWriter(g_queue_dump, sizeof(g_queue_dump));
     size_t element = i / q->element_size;
     bool ends_element = (i + 1) % q->element_size == 0;
-    int length = snprintf(g_queue_dump + used, sizeof(g_queue_dump) - used, "%s%02x%s%s", used > 0 ? " " : "",
-                          q->storage[i], ends_element && element == q->in ? " i" : "",
-                          ends_element && element == q->out ? " o" : "");
-    if (length > 0) used += static_cast<size_t>(length);
+    line.add("%s%02x%s%s", line.written() > 0 ? " " : "", q->storage[i],
+             ends_element && element == q->in ? " i" : "", ends_element && element == q->out ? " o" : "");
   }
 }
 

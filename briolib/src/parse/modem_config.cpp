@@ -33,14 +33,6 @@ constexpr ModelRow kModels[] = {
 
 constexpr char kWanTypeKey[] = "WAN_TYPE=";
 
-bool prv_append(char* text, size_t capacity, size_t* used, const char* piece) {
-  size_t length = strlen(piece);
-  if (length >= capacity - *used) return false;
-  memcpy(text + *used, piece, length + 1);
-  *used += length;
-  return true;
-}
-
 }  // namespace
 
 // +GTMODINFO: "L816_18000.1000.00.24.01.01","356938035643809","SN1234567890","V1.0.1",0
@@ -52,8 +44,7 @@ void parse_modem_info(char* line, modem_info* info) {
   prv_store_quoted(fields.text(), info->imei);
   prv_store_quoted(fields.text(), info->serial);
   prv_store_quoted(fields.text(), info->hw_ver);
-  const std::optional<uint16_t> faults = fields.word();
-  if (faults) info->fault_ct = *faults;
+  store(fields.word(), &info->fault_ct);
 }
 
 std::optional<uint16_t> parse_carrier_id(const char* line) {
@@ -95,16 +86,19 @@ const char* override_apn(char* line, size_t length) {
   return apn;
 }
 
-bool build_remove_command(const char* path, const char* device_path, char* command, size_t capacity) {
-  size_t used = 0;
-  const bool plain = strcmp(path, device_path) == 0;
-  if (path[0] == '\0' || !prv_append(command, capacity, &used, plain ? "rm -f " : "rm -f -- '")) return false;
-  if (plain) return prv_append(command, capacity, &used, path);
-  for (const char* c = path; *c != '\0'; c++) {
-    const char piece[] = {*c, '\0'};
-    if (!prv_append(command, capacity, &used, *c == '\'' ? "'\\''" : piece)) return false;
+bool build_remove_command(const char* path, const char* device_path, char* command, uint32_t capacity) {
+  TextWriter writer(command, capacity);
+  if (strcmp(path, device_path) == 0) {
+    writer.add("rm -f %s", path);
+  } else {
+    writer.add("rm -f -- '");
+    for (const char* c = path; *c != '\0'; c++) {
+      const char piece[] = {*c, '\0'};
+      writer.add("%s", *c == '\'' ? "'\\''" : piece);
+    }
+    writer.add("'");
   }
-  return prv_append(command, capacity, &used, "'");
+  return path[0] != '\0' && writer.room() > 0;
 }
 
 // 300 AT+COPS=1,2,"310410",7

@@ -57,7 +57,7 @@ void build_apn_command(const char* apn, char command[kApnCommandSize]);
 const char* override_apn(char* line, size_t length);
 
 // The shell command that removes the file at `path`. A path that is not `device_path` itself lies below a
-// root directory of someone's choice and is quoted. False when it does not fit.
-bool build_remove_command(const char* path, const char* device_path, char* command, size_t capacity);
+// root directory of someone's choice and is quoted. False for an empty path and when it does not fit.
+bool build_remove_command(const char* path, const char* device_path, char* command, uint32_t capacity);
 
 }  // namespace brio::parse

@@ -1,6 +1,5 @@
 #include "parse/registration.h"
 
-#include <stdio.h>
 #include <string.h>
 
 #include "base/fields.h"
@@ -32,17 +31,6 @@ std::optional<N> prv_quoted(const char* field, N (*convert)(const char*)) {
   return convert(text);
 }
 
-void prv_append_text(char (&summary)[kRegistrationSummarySize], const char* text) {
-  size_t used = strlen(summary);
-  copy_text(summary + used, sizeof(summary) - used, text);
-}
-
-void prv_append_number(char (&summary)[kRegistrationSummarySize], int32_t number) {
-  char text[16];
-  snprintf(text, sizeof(text), ",%d", number);
-  prv_append_text(summary, text);
-}
-
 }  // namespace
 
 // +CREG: 5,"1A2B","01C2D3E4",7,"0","11"        unsolicited
@@ -68,12 +56,13 @@ Registration parse_registration(char* payload, bool is_query, bool with_band) {
 
 void registration_summary(const Registration& line, char (&summary)[kRegistrationSummarySize]) {
   summary[0] = '\0';
-  if (line.stat) snprintf(summary, sizeof(summary), "%d", *line.stat);
-  if (line.lac) prv_append_text(summary, ",LAC");
-  if (line.cell_id) prv_append_text(summary, ",ID");
-  if (line.rat) prv_append_number(summary, *line.rat);
-  if (line.reject_type) prv_append_number(summary, *line.reject_type);
-  if (line.reject_cause) prv_append_number(summary, *line.reject_cause);
+  TextWriter writer(summary, sizeof(summary));
+  if (line.stat) writer.add("%d", *line.stat);
+  if (line.lac) writer.add(",LAC");
+  if (line.cell_id) writer.add(",ID");
+  if (line.rat) writer.add(",%d", *line.rat);
+  if (line.reject_type) writer.add(",%d", *line.reject_type);
+  if (line.reject_cause) writer.add(",%d", *line.reject_cause);
 }
 
 // +STKPCI: 0,"D009810301010082028182"

@@ -7,7 +7,7 @@
 #include "base/guards.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/text_writer.h"
+#include "base/text.h"
 #include "brio/briolib.h"
 #include "brio_common/shared_data.h"
 

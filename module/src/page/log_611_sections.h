@@ -4,7 +4,7 @@
 #include <stdint.h>
 
 #include "base/files.h"
-#include "base/text_writer.h"
+#include "base/text.h"
 #include "brio/brio_types.h"
 #include "page/log_611_net.h"
 
