@@ -16,23 +16,22 @@ namespace {
 constexpr int kSafely = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 // 0, or why this is no regular file of one name. One without a name was replaced since it was opened.
-int prv_refusal(const struct stat& file) {
-  if (S_ISDIR(file.st_mode)) return EISDIR;
-  if (!S_ISREG(file.st_mode)) return EINVAL;
-  return file.st_nlink > 1 ? EMLINK : 0;
+int prv_refusal(int fd, struct stat* file) {
+  if (fstat(fd, file) != 0) return errno;
+  if (S_ISDIR(file->st_mode)) return EISDIR;
+  if (!S_ISREG(file->st_mode)) return EINVAL;
+  return file->st_nlink > 1 ? EMLINK : 0;
 }
 
 int prv_input_refusal(int fd) {
   struct stat file = {};
-  if (fstat(fd, &file) != 0) return errno;
-  int error = prv_refusal(file);
+  int error = prv_refusal(fd, &file);
   return error == 0 && file.st_size > kInputMax ? EFBIG : error;
 }
 
 int prv_output_refusal(int fd) {
   struct stat file = {};
-  if (fstat(fd, &file) != 0) return errno;
-  int error = prv_refusal(file);
+  int error = prv_refusal(fd, &file);
   if (error != 0) return error;
   if (file.st_nlink == 0) return ENOENT;
   return file.st_uid == geteuid() ? 0 : EPERM;
@@ -111,11 +110,12 @@ size_t InputFile::line(char* text, size_t size) {
 }
 
 size_t InputFile::cut_line(char* text, size_t size) {
-  size_t length = 0;
-  for (int c = 0; c != '\n' && (c = next()) >= 0;) {
-    if (length + 1 < size) text[length++] = static_cast<char>(c);
+  const size_t length = line(text, size);
+  bool ended = length == 0 || text[length - 1] == '\n';
+  while (!ended) {
+    const int c = next();
+    ended = c < 0 || c == '\n';
   }
-  text[length] = '\0';
   return length;
 }
 

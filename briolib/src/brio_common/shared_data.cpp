@@ -33,6 +33,13 @@ uint32_t prv_mutex_status(int result) {
   return result == 0 ? BRIO_STATUS_OK : BRIO_STATUS_FAILURE;
 }
 
+template <typename Record>
+uint32_t prv_copy(const Record* from, Record* to) {
+  if (from == nullptr || to == nullptr) return BRIO_STATUS_INVALID;
+  *to = *from;
+  return BRIO_STATUS_OK;
+}
+
 }  // namespace
 
 brio_atcmd_data g_brio_lib_atcmd_data;
@@ -93,27 +100,19 @@ void briolib_invalid_cached_bars() {
 }
 
 uint32_t briolib_get_sim_plmn_data(sim_plmn_data* record) {
-  if (record == nullptr) return BRIO_STATUS_INVALID;
-  *record = g_sim_plmn;
-  return BRIO_STATUS_OK;
+  return prv_copy(&g_sim_plmn, record);
 }
 
 uint32_t briolib_update_sim_plmn_data(const sim_plmn_data* record) {
-  if (record == nullptr) return BRIO_STATUS_INVALID;
-  g_sim_plmn = *record;
-  return BRIO_STATUS_OK;
+  return prv_copy(record, &g_sim_plmn);
 }
 
 uint32_t briolib_get_sim_info_data(sim_info_data* record) {
-  if (record == nullptr) return BRIO_STATUS_INVALID;
-  *record = g_sim_info;
-  return BRIO_STATUS_OK;
+  return prv_copy(&g_sim_info, record);
 }
 
 uint32_t briolib_update_sim_info_data(const sim_info_data* record) {
-  if (record == nullptr) return BRIO_STATUS_INVALID;
-  g_sim_info = *record;
-  return BRIO_STATUS_OK;
+  return prv_copy(record, &g_sim_info);
 }
 
 uint32_t briolib_translate_status(uint32_t packet_status, uint32_t response_status) {

@@ -75,9 +75,7 @@ void report_ciev(char* rest, void* /*argument_a*/, void* /*argument_b*/) {
     BLIB_D(BRIO_LOG_DEBUG, "date: %s, year: %s\n", report.date, year);
   }
   if (report.clock != nullptr) BLIB_D(BRIO_LOG_DEBUG, "time string = %s\n", report.clock);
-  if (report.zone != nullptr) {
-    BLIB_D(BRIO_LOG_DEBUG, "timezone string = %s\n", report.zone);
-  }
+  if (report.zone != nullptr) BLIB_D(BRIO_LOG_DEBUG, "timezone string = %s\n", report.zone);
   if (report.dst != nullptr) BLIB_D(BRIO_LOG_DEBUG, "dst string = %s\n", report.dst);
   if (report.outcome != TimeOutcome::kComplete) return;
   const network_time& time = report.time;

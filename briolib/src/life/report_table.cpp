@@ -1,6 +1,8 @@
 // A row for each result name of the modem, and what the short ones do.
 #include "reports/report_table.h"
 
+#include <string_view>
+
 #include "brio/briolib.h"
 #include "brio_common/registration.h"
 #include "brio_common/time_reports.h"
@@ -51,17 +53,9 @@ constexpr size_t kReportCount = sizeof(kReports) / sizeof(kReports[0]);
 
 namespace {
 
-constexpr bool prv_before(const char* a, const char* b) {
-  while (*a != '\0' && *a == *b) {
-    a++;
-    b++;
-  }
-  return *a < *b;
-}
-
 constexpr bool prv_sorted() {
   for (size_t i = 1; i < kReportCount; i++) {
-    if (!prv_before(kReports[i - 1].name, kReports[i].name)) return false;
+    if (std::string_view(kReports[i - 1].name) >= kReports[i].name) return false;
   }
   return true;
 }

@@ -34,22 +34,10 @@ static_assert(sizeof(s_cached_sim_iccid_imsi) == 38, "ICCID, IMSI and one byte")
 // under it.
 pthread_mutex_t s_identity_mutex = PTHREAD_MUTEX_INITIALIZER;
 
-struct CardStatusRow {
-  uint32_t card_status;
-  brio_sim_status sim_status;
-};
-
-// The modem's card status; any other value is INVALID_OTHER. The lock status plays no part.
-constexpr CardStatusRow kCardStatuses[] = {
-    {0, SIM_NOT_READ}, {1, SIM_NOT_READ}, {2, NO_SIM}, {3, SIM_STATUS_OK}, {4, SIM_NOT_READ}, {5, NO_SIM},
-};
-
-brio_sim_status prv_sim_status(uint32_t card_status) {
-  for (const CardStatusRow& row : kCardStatuses) {
-    if (row.card_status == card_status) return row.sim_status;
-  }
-  return INVALID_OTHER;
-}
+// By the modem's card status. The lock status plays no part.
+constexpr brio_sim_status kSimStatuses[] = {SIM_NOT_READ,  SIM_NOT_READ, NO_SIM,
+                                            SIM_STATUS_OK, SIM_NOT_READ, NO_SIM};
+constexpr uint32_t kSimStatusCount = sizeof(kSimStatuses) / sizeof(kSimStatuses[0]);
 
 template <size_t N>
 void prv_store(const char (&text)[N], char* half) {
@@ -133,7 +121,7 @@ uint32_t brio_get_wn3_sim_status(uint32_t* out) {
   sim_card_status card;
   uint32_t status = brio_get_sim_status(&card);
   if (status != BRIO_STATUS_OK) return status;
-  *out = prv_sim_status(card.card_status);
+  *out = card.card_status < kSimStatusCount ? kSimStatuses[card.card_status] : INVALID_OTHER;
   UrcDataLock lock;
   g_sim_status = static_cast<uint16_t>(*out);
   return BRIO_STATUS_OK;
