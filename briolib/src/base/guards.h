@@ -1,9 +1,10 @@
-// Owners for what an early return would leak: a held mutex, a descriptor, heap text.
+// Owners for what an early return would leak: a held mutex, a descriptor, heap text; a fair lock.
 #pragma once
 
 #include <assert.h>
 #include <errno.h>
 #include <pthread.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -40,6 +41,32 @@ class MutexGuard : NoCopy {
 inline void assert_held([[maybe_unused]] pthread_mutex_t& mutex) {
   assert(pthread_mutex_trylock(&mutex) == EBUSY);
 }
+
+// A lock whose waiters get it in the order in which they asked for it.
+class FairLock : NoCopy {
+ public:
+  constexpr FairLock() = default;
+
+  void lock() {
+    MutexGuard guard(mutex_);
+    const uint32_t ticket = next_++;
+    while (ticket != served_) pthread_cond_wait(&changed_, &mutex_);
+  }
+  void unlock() {
+    bool waited_for;
+    {
+      MutexGuard guard(mutex_);
+      waited_for = ++served_ != next_;
+    }
+    if (waited_for) pthread_cond_broadcast(&changed_);
+  }
+
+ private:
+  pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;  // guards the tickets
+  pthread_cond_t changed_ = PTHREAD_COND_INITIALIZER;
+  uint32_t next_ = 0;    // the next ticket to be given out
+  uint32_t served_ = 0;  // the ticket that has the lock, or is the next to have it
+};
 
 class Descriptor : NoCopy {
  public:

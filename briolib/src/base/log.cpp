@@ -6,6 +6,12 @@
 
 #include "base/text.h"
 #include "brio/at_text.h"
+#include "brio/briolib.h"
+
+constexpr char kLogTag[] = "briolib/src/brio_log";
+
+// Shared by every thread of the library; accessed relaxed.
+uint32_t g_brio_lib_log_mask;
 
 namespace brio {
 namespace {
@@ -69,6 +75,22 @@ void prv_escape_controls(const char* raw, bool keeps_lines, char (&line)[kLineSi
 // By priority, LOG_ERR first.
 constexpr char kLetters[] = "EWIID";
 
+constexpr uint32_t kDumpBytesPerLine = 16;
+
+bool prv_is_letter(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+char* prv_obfuscate(char* text, char mask_char, bool (*hidden)(char)) {
+  if (text == nullptr) return nullptr;
+  // The length counts in 16 bits on purpose: of a longer text only the remainder is masked.
+  uint16_t length = static_cast<uint16_t>(strlen(text));
+  for (uint16_t i = 0; i < length; i++) {
+    if (hidden(text[i])) text[i] = mask_char;
+  }
+  return text;
+}
+
 }  // namespace
 
 void log_text(int priority, bool escaped, const char* prefix, const char* suffix, const char* format,
@@ -102,3 +124,32 @@ void log_line(int priority, const char* tag, int line, const char* format, ...) 
 }
 
 }  // namespace brio
+
+using namespace brio;
+
+void briolib_log_set_log_mask(uint32_t mask) {
+  relaxed_store(g_brio_lib_log_mask, mask);
+  BLIB_I("log mask changed to [0x%lx]::\n", static_cast<unsigned long>(mask));
+}
+
+void briolib_log_debug_print_packet(uint32_t bits, const void* data, uint32_t length) {
+  if (!log_on(bits) || data == nullptr) return;
+  const uint8_t* bytes = static_cast<const uint8_t*>(data);
+  char line[kDumpBytesPerLine * 3 + 1];
+  TextWriter writer(line, sizeof(line));
+  for (uint32_t i = 0; i < length; i++) {
+    writer.add("%s%02x", writer.written() > 0 ? " " : "", bytes[i]);
+    if (i % kDumpBytesPerLine == kDumpBytesPerLine - 1 || i == length - 1) {
+      BLIB_D(bits, "%s\n", line);
+      writer = TextWriter(line, sizeof(line));
+    }
+  }
+}
+
+char* briolib_obfuscate_alphabet(char* text, char mask_char) {
+  return prv_obfuscate(text, mask_char, prv_is_letter);
+}
+
+char* briolib_obfuscate_numeral(char* text, char mask_char) {
+  return prv_obfuscate(text, mask_char, is_digit);
+}

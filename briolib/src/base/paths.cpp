@@ -1,6 +1,7 @@
 #include "base/paths.h"
 
 #include <stdio.h>
+#include <termios.h>
 
 #include "brio/brio.h"
 
@@ -19,6 +20,18 @@ DevicePath::DevicePath(const char* path) {
 
 int open_device(const char* path, int flags) {
   return open(DevicePath(path).c_str(), flags | O_CLOEXEC);
+}
+
+void set_raw(int fd) {
+  termios attributes;
+  if (tcgetattr(fd, &attributes) != 0) return;
+  cfmakeraw(&attributes);
+  attributes.c_cflag |= CLOCAL | CREAD;
+  attributes.c_cc[VMIN] = 0;
+  attributes.c_cc[VTIME] = 0;
+  cfsetispeed(&attributes, B921600);
+  cfsetospeed(&attributes, B921600);
+  tcsetattr(fd, TCSANOW, &attributes);
 }
 
 }  // namespace brio

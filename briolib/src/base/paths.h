@@ -1,4 +1,4 @@
-// Every device path of the system, and the root directory that may precede them.
+// Every device path of the system, the root directory that may precede them, and the opening of ports.
 #pragma once
 
 #include <fcntl.h>
@@ -35,5 +35,8 @@ class DevicePath {
 // open(2) of a port or of an entry that only the kernel fills, close-on-exec. Below a root directory these
 // may be links, to the ttys of a modem on a desk for instance. All other files: base/files.h.
 int open_device(const char* path, int flags);
+
+// Raw bytes at 921,600 baud; a read takes what is there and never waits. What is no tty stays as it is.
+void set_raw(int fd);
 
 }  // namespace brio

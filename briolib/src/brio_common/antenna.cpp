@@ -4,9 +4,8 @@
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
-#include "brio_common/facts.h"
+#include "brio_common/library_state.h"
 #include "brio_common/shared_data.h"
-#include "brio_common/steps.h"
 #include "channel/request.h"
 #include "parse/signal.h"
 

@@ -5,7 +5,6 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "base/text.h"
-#include "brio_common/facts.h"
 #include "brio_common/shared_data.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_misc";

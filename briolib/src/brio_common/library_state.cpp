@@ -6,6 +6,7 @@
 #include "base/own_threads.h"
 #include "base/relaxed.h"
 #include "brio/briolib.h"
+#include "channel/request.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";
 
@@ -26,6 +27,18 @@ uint32_t prv_library_status() {
 
 pthread_mutex_t brio::g_state_mutex = PTHREAD_MUTEX_INITIALIZER;
 brio::LibraryState brio::g_state;
+
+uint32_t brio::gate(const char* operation) {
+  const uint32_t status = briolib_check_library_status();
+  if (status != BRIO_STATUS_OK) BLIB_E("%s::improper brio library status", operation);
+  return status;
+}
+
+char* brio::answer_line_for(const char* callback, const ATResponse* response) {
+  char* line = answer_line(response);
+  if (line == nullptr) BLIB_E("%s::response is invalid", callback);
+  return line;
+}
 
 uint32_t briolib_check_library_status(void) {
   if (in_forked_child()) return BRIO_STATUS_NOT_OPEN;

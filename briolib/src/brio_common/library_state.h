@@ -1,8 +1,11 @@
-// Whether the library is open, as the status gate (briolib_check_library_status) reads it.
+// Whether the library is open, as the status gate (briolib_check_library_status) reads it, and what
+// operations and their callbacks check first.
 #pragma once
 
 #include <pthread.h>
 #include <stdint.h>
+
+#include "brio/brio_at.h"
 
 namespace brio {
 
@@ -17,5 +20,11 @@ struct LibraryState {
   uint32_t closing;
 };
 extern LibraryState g_state;
+
+// The status gate; a status other than 0 is logged with the operation's name.
+uint32_t gate(const char* operation);
+
+// The first line of an answer; null with an error line of this callback.
+char* answer_line_for(const char* callback, const ATResponse* response);
 
 }  // namespace brio

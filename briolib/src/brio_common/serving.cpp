@@ -8,8 +8,8 @@
 #include "base/log_text.h"
 #include "base/text.h"
 #include "brio/brio_at.h"
+#include "brio_common/library_state.h"
 #include "brio_common/shared_data.h"
-#include "brio_common/steps.h"
 #include "channel/request.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";

@@ -9,7 +9,6 @@
 #include "base/relaxed.h"
 #include "base/text.h"
 #include "brio/brio_at.h"
-#include "brio_common/facts.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";
 

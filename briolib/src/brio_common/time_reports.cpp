@@ -1,11 +1,11 @@
-#include "brio_common/time_reports.h"
-
+// Network time results: +CTZV and indicator 9 of +CIEV.
 #include <string.h>
 
 #include "base/log.h"
 #include "base/text.h"
 #include "brio_common/shared_data.h"
 #include "parse/time_report.h"
+#include "reports/report_table.h"
 
 constexpr char kLogTag[] = "briolib/src/at_parse";
 

@@ -4,7 +4,6 @@
 #include <pthread.h>
 #include <string.h>
 
-#include "base/fair_lock.h"
 #include "base/guards.h"
 #include "base/log.h"
 #include "base/log_text.h"

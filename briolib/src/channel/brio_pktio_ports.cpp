@@ -8,7 +8,6 @@
 
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/serial.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_pktio";
 

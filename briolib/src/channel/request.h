@@ -26,6 +26,16 @@ inline uint32_t query(const char* command, uint32_t shape, const char* prefix, r
   return blpkt_atcmd_request_with_callback(command, shape, prefix, callback, data, value);
 }
 
+// Takes the modem off the network, which may last 80 s.
+inline uint32_t deregister() {
+  return send_command("AT+COPS=2", NUMERIC, 80);
+}
+
+// Given a second, like any command that only clears the way.
+inline uint32_t switch_echo_off() {
+  return send_command("ATE0", NUMERIC, 1);
+}
+
 // In a callback: the answer's first intermediate line, or null when there is none.
 inline char* answer_line(const ATResponse* response) {
   if (response == nullptr || response->intermediates == nullptr) return nullptr;

@@ -4,11 +4,7 @@
 #include <string_view>
 
 #include "brio/briolib.h"
-#include "brio_common/registration.h"
-#include "brio_common/time_reports.h"
 #include "channel/brio_blpkt.h"
-#include "services/brio_bars.h"
-#include "services/sim_reports.h"
 
 namespace brio {
 namespace {

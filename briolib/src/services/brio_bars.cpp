@@ -1,7 +1,5 @@
 // Signal bars. The modem computes them: they are polled at most once in 91 s, and while they are low the
 // modem reports each change by itself.
-#include "services/brio_bars.h"
-
 #include <pthread.h>
 #include <string.h>
 
@@ -12,10 +10,10 @@
 #include "brio/brio.h"
 #include "brio/brio_at.h"
 #include "brio/briolib.h"
-#include "brio_common/facts.h"
 #include "brio_common/shared_data.h"
 #include "channel/request.h"
 #include "parse/signal.h"
+#include "reports/report_table.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_bars";
 

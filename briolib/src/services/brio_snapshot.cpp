@@ -4,7 +4,6 @@
 #include "base/text.h"
 #include "brio/brio.h"
 #include "brio/briolib.h"
-#include "brio_common/facts.h"
 #include "brio_common/shared_data.h"
 
 using namespace brio;

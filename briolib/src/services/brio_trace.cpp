@@ -12,7 +12,6 @@
 #include "base/log.h"
 #include "base/own_threads.h"
 #include "base/paths.h"
-#include "base/serial.h"
 #include "brio/brio.h"
 #include "brio/briolib.h"
 #include "channel/request.h"

@@ -1,5 +1,4 @@
-#include "services/sim_reports.h"
-
+// SIM results: card status, ICCID, elementary files.
 #include <stddef.h>
 #include <string.h>
 
@@ -10,6 +9,7 @@
 #include "brio_common/shared_data.h"
 #include "parse/sim_card.h"
 #include "parse/sim_file.h"
+#include "reports/report_table.h"
 
 constexpr char kLogTag[] = "briolib/src/at_parse";
 

@@ -8,7 +8,6 @@
 #include "brio/brio_module.h"
 #include "brio/briolib.h"
 #include "brio/wabs.h"
-#include "brio_common/facts.h"
 #include "brio_common/shared_data.h"
 #include "module_log.h"
 #include "page/log_611_net.h"

@@ -6,7 +6,7 @@
 #include "base/guards.h"
 #include "base/text.h"
 #include "brio/brio_module.h"
-#include "brio_common/facts.h"
+#include "brio_common/shared_data.h"
 #include "page/log_611_names.h"
 #include "sar_names.h"
 

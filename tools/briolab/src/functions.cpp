@@ -19,7 +19,7 @@
 #include "brio_common/shared_data.h"
 #include "kit/exact_text.h"
 #include "lab/functions.h"
-#include "services/brio_bars.h"
+#include "reports/report_table.h"
 
 namespace lab {
 
