@@ -14,7 +14,7 @@
 #include "channel/brio_blpkt.h"
 #include "channel/request.h"
 #include "parse/registration.h"
-#include "parse/sim_file.h"
+#include "parse/sim.h"
 #include "reports/report_table.h"
 
 constexpr char kLogTag[] = "briolib/src/brio_common";

@@ -5,7 +5,7 @@
 #include "base/log_text.h"
 #include "brio/at_lines.h"
 #include "brio/briolib.h"
-#include "parse/sim_file.h"
+#include "parse/sim.h"
 #include "reports/report_table.h"
 
 constexpr char kLogTag[] = "briolib/src/at_parse";

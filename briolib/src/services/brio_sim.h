@@ -1,7 +1,7 @@
 // The SIM's identity for the library's own use.
 #pragma once
 
-#include "parse/sim_card.h"
+#include "parse/sim.h"
 
 namespace brio {
 

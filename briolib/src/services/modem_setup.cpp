@@ -35,12 +35,14 @@ int s_apn_override_file = -1;
 
 // The response callbacks below run on the read thread.
 
+uint32_t prv_invalid(const char* callback) {
+  BLIB_E("%s::response is invalid\n", callback);
+  return BRIO_STATUS_INVALID;
+}
+
 uint32_t recv_func_prv_briolib_carrier_confg(const ATResponse* response, void* user_data, uint16_t) {
   const std::optional<uint16_t> carrier_id = parse::parse_carrier_id(answer_line(response));
-  if (!carrier_id) {
-    BLIB_E("recv_func_prv_briolib_carrier_confg::response is invalid\n");
-    return BRIO_STATUS_INVALID;
-  }
+  if (!carrier_id) return prv_invalid("recv_func_prv_briolib_carrier_confg");
   *static_cast<uint16_t*>(user_data) = *carrier_id;
   BLIB_PLAIN("carrier config:current confg:[%d]\n", *carrier_id);
   return BRIO_STATUS_OK;
@@ -49,10 +51,7 @@ uint32_t recv_func_prv_briolib_carrier_confg(const ATResponse* response, void* u
 uint32_t recv_func_prv_briolib_check_apn_setting(const ATResponse* response, void* user_data, uint16_t size) {
   const char* line = answer_line(response);
   const char* payload = parse::answer_payload(line);
-  if (payload == nullptr) {
-    BLIB_E("prv_briolib_check_apn_setting::response is invalid\n");
-    return BRIO_STATUS_INVALID;
-  }
+  if (payload == nullptr) return prv_invalid("prv_briolib_check_apn_setting");
   char* answer = static_cast<char*>(user_data);
   copy_text(answer, size, payload);
   char shown[kApnAnswerSize];
@@ -63,8 +62,7 @@ uint32_t recv_func_prv_briolib_check_apn_setting(const ATResponse* response, voi
 
 uint32_t recv_func_prv_briolib_get_model(const ATResponse* response, void* user_data, uint16_t) {
   if (!parse::answer_text(answer_line(response), static_cast<char*>(user_data), parse::kModelSize)) {
-    BLIB_E("recv_func_prv_briolib_get_model::response is invalid\n");
-    return BRIO_STATUS_INVALID;
+    return prv_invalid("recv_func_prv_briolib_get_model");
   }
   return BRIO_STATUS_OK;
 }

@@ -7,8 +7,7 @@
 #include "base/text.h"
 #include "brio/briolib.h"
 #include "brio_common/shared_data.h"
-#include "parse/sim_card.h"
-#include "parse/sim_file.h"
+#include "parse/sim.h"
 #include "reports/report_table.h"
 
 constexpr char kLogTag[] = "briolib/src/at_parse";

@@ -1,4 +1,5 @@
-// Opening and closing the module.
+// Opening and closing the module, and what it does with the events of the library and of the host.
+#include <string.h>
 
 #include "base/clock.h"
 #include "base/own_threads.h"
@@ -103,6 +104,85 @@ bool prv_wait_sim_info(uint32_t* rounds) {
   return succeeded("sim_plmn_info", status);
 }
 
+// ---- The bridge from library events to the module's caches. Callbacks run on the thread that raises the
+// event, mostly the library's event thread; they send nothing and take no lock.
+
+// Number `index` of an event's record.
+template <typename Number = int32_t>
+Number prv_number(const void* data, size_t index = 0) {
+  Number number;
+  memcpy(&number, static_cast<const char*>(data) + index * sizeof(number), sizeof(number));
+  return number;
+}
+
+uint32_t prv_bars_callback(uint32_t, uint32_t, const void* data) {
+  if (data != nullptr) MODULE_D(WABS_LOG_EVENT, "brio:bars changed %d", prv_number(data));
+  return 0;
+}
+
+uint32_t prv_pdp_activation_allowed_callback(uint32_t, uint32_t, const void* data) {
+  if (data != nullptr) {
+    MODULE_D(WABS_LOG_EVENT, "brio:pdp_activation_allowed changed attached=%d allowed=%d", prv_number(data),
+             prv_number(data, 1));
+  }
+  return 0;
+}
+
+uint32_t prv_data_service_mode_callback(uint32_t, uint32_t, const void* data) {
+  if (data != nullptr) MODULE_D(WABS_LOG_EVENT, "brio:data_service_mode changed %d", prv_number(data));
+  return 0;
+}
+
+uint32_t prv_roaming_status_callback(uint32_t, uint32_t, const void* data) {
+  if (data != nullptr) MODULE_D(WABS_LOG_EVENT, "brio:roaming_status changed %d", prv_number(data));
+  return 0;
+}
+
+uint32_t prv_sim_plmn_info_callback(uint32_t, uint32_t, const void* data) {
+  if (data != nullptr) {
+    MODULE_D(WABS_LOG_EVENT, "brio:sim plmn info changed 0x%x", prv_number<uint16_t>(data));
+  }
+  return 0;
+}
+
+uint32_t prv_brio_event_plmn_change(uint32_t, uint32_t, const void*) {
+  relaxed_store(g_module.cached_time_zone, -1);
+  relaxed_store(g_module.mcc_mnc_refresh, 1u);
+  MODULE_D(WABS_LOG_EVENT, "brio:serving plmn changed...Invalidating Cached TZ");
+  return 0;
+}
+
+// The event's size is that of a word, its data a whole network_time: the zone is its third word.
+uint32_t prv_brio_event_time_info(uint32_t, uint32_t, const void* data) {
+  if (data == nullptr) return 0;
+  int32_t zone = prv_number(data, 2);
+  relaxed_store(g_module.cached_time_zone, zone);
+  MODULE_D(WABS_LOG_EVENT, "brio:TIME ZONE FROM EVENT: %d", zone);
+  return 0;
+}
+
+uint32_t prv_tx_power_limit_change_callback(uint32_t, uint32_t, const void*) {
+  MODULE_D(WABS_LOG_EVENT, "brio:tx power limit changed");
+  return 0;
+}
+
+struct EventCallback {
+  uint32_t id;
+  const char* name;
+  brio_event_callback callback;
+};
+// In the order of registration.
+constexpr EventCallback kEventCallbacks[] = {
+    {BRIO_EVENT_BARS_CHANGED, "bars", prv_bars_callback},
+    {BRIO_EVENT_PDP_ACTIVATION_ALLOWED, "pdp_activation_allowed", prv_pdp_activation_allowed_callback},
+    {BRIO_EVENT_DATA_SERVICE_MODE, "data_service_mode", prv_data_service_mode_callback},
+    {BRIO_EVENT_ROAMING_STATUS, "roaming_status", prv_roaming_status_callback},
+    {BRIO_EVENT_SIM_PLMN_INFO, "sim_plmn_info", prv_sim_plmn_info_callback},
+    {BRIO_EVENT_SERVING_PLMN_CHANGED, "plmn_change", prv_brio_event_plmn_change},
+    {BRIO_EVENT_TIME_INFO, "time_info", prv_brio_event_time_info},
+    {BRIO_EVENT_TX_POWER_LIMIT_CHANGE, "tx_power_limit_change", prv_tx_power_limit_change_callback},
+};
+
 bool prv_register_callbacks() {
   for (const EventCallback& event : kEventCallbacks) {
     uint32_t status = brio_set_callback_for_event_id(event.id, event.callback);
@@ -197,5 +277,14 @@ uint32_t wabs_originate_call_test(void) {
 }
 
 uint32_t wabs_stop_call_test(void) {
+  return WABS_STATUS_OK;
+}
+
+uint32_t wabs_report_event(const void* event) {
+  if (event == nullptr) return WABS_STATUS_OK;
+  const char* name = NipcGetEventName(event);
+  const char* source = NipcGetEventSource(event);
+  MODULE_D(WABS_LOG_VALUE, "brio:event %s %s occurred", source != nullptr ? source : "",
+           name != nullptr ? name : "");
   return WABS_STATUS_OK;
 }

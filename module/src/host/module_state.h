@@ -1,4 +1,4 @@
-// What the files of the host module interface share: state, event table and log helpers.
+// What the files of the host module interface share: state and log helpers.
 #pragma once
 
 #include <stdint.h>
@@ -28,15 +28,6 @@ extern ModuleState g_module;
 inline bool module_is_open() {
   return relaxed_load(g_module.library_open) != 0;
 }
-
-struct EventCallback {
-  uint32_t id;
-  const char* name;
-  brio_event_callback callback;
-};
-inline constexpr int kEventCallbackCount = 8;
-// In the order of registration.
-extern const EventCallback kEventCallbacks[kEventCallbackCount];
 
 // Whether a query of the modem library (or another service) succeeded, which is status 0; else its error
 // line.

@@ -185,11 +185,8 @@ void prv_reject(TextWriter& page, const PageInput& input, RejectIndex index, con
   }
 }
 
-constexpr char kStatusHeading[] = "6  ******** CS/PS Status ********\n";
-
 void prv_status_lte(TextWriter& page, const PageInput& input) {
   const atcmd_snapshot& s = *input.snapshot;
-  page.add(kStatusHeading);
   prv_named(page, "6.1 EMM State", names::kEmmState, s.emm_state);
   page.add("6.2 EMM Substate: %s (%d)\n", name_of(names::kEmmSubstate, s.emm_substate), s.emm_substate);
   prv_reject(page, input, kEmm, names::kEmmRejectCause, "6.3 EMM Rej Cause", "6.4", "EMM Rej PLMN");
@@ -198,7 +195,6 @@ void prv_status_lte(TextWriter& page, const PageInput& input) {
 
 void prv_status_gsm_wcdma(TextWriter& page, const PageInput& input) {
   const atcmd_snapshot& s = *input.snapshot;
-  page.add(kStatusHeading);
   prv_named(page, "6.1 MM State", names::kMmState, s.mm_state);
   prv_named(page, "6.2 MM Substate", names::kMmSubstate, s.mm_substate);
   prv_named(page, "6.3 GMM State", names::kGmmState, s.gmm_state);
@@ -254,6 +250,7 @@ bool write_sections(TextWriter& page, const PageInput& input) {
   prv_registration(page, input);
   prv_network(page, input);
   prv_rf_status(page, input);
+  page.add("6  ******** CS/PS Status ********\n");
   if (input.snapshot->rat == kRatLte) {
     prv_status_lte(page, input);
   } else {
