@@ -167,10 +167,6 @@ time_t clock_wall() {
   return set != 0 ? set : time(nullptr);
 }
 
-void sleep_seconds(unsigned seconds) {
-  record_sleep(seconds * 1000);
-}
-
 void sleep_milliseconds(unsigned milliseconds) {
   record_sleep(milliseconds);
 }

@@ -4,12 +4,6 @@
 
 namespace brio {
 
-// A signal does not shorten it.
-static void prv_sleep(timespec left) {
-  while (nanosleep(&left, &left) != 0 && errno == EINTR) {
-  }
-}
-
 bool clock_monotonic(timespec* now) {
   return clock_gettime(CLOCK_MONOTONIC, now) == 0;
 }
@@ -18,12 +12,11 @@ time_t clock_wall() {
   return time(nullptr);
 }
 
-void sleep_seconds(unsigned seconds) {
-  prv_sleep({static_cast<time_t>(seconds), 0});
-}
-
 void sleep_milliseconds(unsigned milliseconds) {
-  prv_sleep({static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1000000L});
+  timespec left = {static_cast<time_t>(milliseconds / 1000),
+                   static_cast<long>(milliseconds % 1000) * 1000000L};
+  while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+  }
 }
 
 int clock_wait_until(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* deadline) {

@@ -15,8 +15,7 @@ bool clock_monotonic(timespec* now);
 // The wall clock, for file names only.
 time_t clock_wall();
 
-// Sleep for the whole time, signals or not.
-void sleep_seconds(unsigned seconds);
+// Sleeps for the whole time, signals or not.
 void sleep_milliseconds(unsigned milliseconds);
 
 // pthread_cond_timedwait for a condition bound to CLOCK_MONOTONIC.

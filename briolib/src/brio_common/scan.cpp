@@ -26,7 +26,7 @@ using parse::ScanFault;
 using parse::ScanStep;
 
 constexpr int32_t kScanTimeoutSeconds = 300;
-constexpr unsigned kPauseSeconds = 1;
+constexpr unsigned kPauseMs = 1000;
 constexpr char kUnknownRat[] = "F";
 
 // The whole list of the longest answer; the last of the entries is never listed.
@@ -202,7 +202,7 @@ uint32_t brio_atcmd_scan_network(char* buffer, uint16_t size) {
   const bool goes_on = status <= BLPKT_STATUS_TIMEOUT;
   // A modem that was cut off may echo again. An aborted scan does not pause.
   if (status == BLPKT_STATUS_TIMEOUT && switch_echo_off() != BLPKT_STATUS_SCAN_ABORTED) {
-    sleep_seconds(kPauseSeconds);
+    sleep_milliseconds(kPauseMs);
   }
   if (goes_on) {
     status = blpkt_atcmd_request_with_callback_timeout("AT+COPS=?", SINGLELINE, "+COPS",

@@ -23,7 +23,7 @@ namespace {
 
 constexpr int kEchoAttempts = 3;
 constexpr int kRadioAttempts = 2;
-constexpr unsigned kRetryPauseSeconds = 1;
+constexpr unsigned kRetryPauseMs = 1000;
 
 constexpr size_t kLogConfigLine = 31;         // characters of a log configuration's line that count
 constexpr size_t kManualSelectionLine = 127;  // characters of the stored selection
@@ -84,7 +84,7 @@ bool prv_insist(int attempts, uint32_t (*step)(), const char* aim) {
   for (int left = attempts - 1; left >= 0; left--) {
     if (step() == BLPKT_STATUS_SUCCESS) return true;
     BLIB_E("AT::failed to set %s, retry left[%d]", aim, left);
-    sleep_seconds(kRetryPauseSeconds);
+    sleep_milliseconds(kRetryPauseMs);
   }
   return false;
 }
@@ -96,7 +96,7 @@ void prv_brio_atcmd_mcs(const parse::ManualSelection& selection) {
     BLIB_E("prv_brio_atcmd_mcs::de-registration from the network failed!");
     if (status == BLPKT_STATUS_TIMEOUT) {
       switch_echo_off();
-      sleep_seconds(kRetryPauseSeconds);
+      sleep_milliseconds(kRetryPauseMs);
     }
   }
   BLIB_PLAIN("prv_brio_atcmd_mcs::set manual network select as mcs");

@@ -29,8 +29,8 @@ constexpr char kIpcService[] = "com.quarto.brio_module";
 
 // Rounds that the wait for the SIM's status and the wait for its identity have together.
 constexpr uint32_t kSimRounds = 4;
-constexpr unsigned kSimStatusPauseSeconds = 5;
-constexpr unsigned kSimInfoPauseSeconds = 1;
+constexpr unsigned kSimStatusPauseMs = 5000;
+constexpr unsigned kSimInfoPauseMs = 1000;
 
 void prv_close_library() {
   if (!module_is_open()) return;
@@ -83,7 +83,7 @@ bool prv_wait_sim_status(uint32_t* rounds) {
     if (!succeeded("sim_status", status)) return false;
     if (sim_status != SIM_NOT_READ && sim_status != NO_SIM && sim_status != INVALID_OTHER) break;
     ++*rounds;
-    sleep_seconds(kSimStatusPauseSeconds);
+    sleep_milliseconds(kSimStatusPauseMs);
   } while (*rounds < kSimRounds);
   if (sim_status < WAITING_TO_ATTACH) {
     MODULE_E("brio:simstat:status=%d:bad sim status", sim_status);
@@ -98,7 +98,7 @@ bool prv_wait_sim_info(uint32_t* rounds) {
   while (*rounds != kSimRounds) {
     status = brio_get_sim_info(&g_module.sim);
     if (status != BRIO_STATUS_UNAVAILABLE) break;
-    sleep_seconds(kSimInfoPauseSeconds);
+    sleep_milliseconds(kSimInfoPauseMs);
     ++*rounds;
   }
   return succeeded("sim_plmn_info", status);
