@@ -1,6 +1,7 @@
 #include "services/static_info.h"
 
 #include <errno.h>
+#include <openssl/evp.h>
 #include <string.h>
 
 #include "base/files.h"
@@ -34,14 +35,37 @@ void print_list(TextWriter* writer, const char* heading, const plmn_entry* entri
   writer->add("%s", heading);
   for (uint16_t i = 0; i < count; i++) {
     const plmn_entry& entry = entries[i];
+    if (i > 0) writer->add("%s", i % kEntriesPerLine == 0 ? "\n      " : " ");
     writer->add("%3.3s%3.3s%-3s", entry.mcc, entry.mnc, access_technology(entry.access_tech));
-    if (i + 1 == count) {
-      writer->add("\n");
-    } else {
-      writer->add("%s", (i + 1) % kEntriesPerLine == 0 ? "\n      " : " ");
-    }
   }
+  writer->add("\n");
 }
+
+constexpr size_t kFileBlock = 512;
+
+// MD5 tells changed texts apart; it is not for security.
+class Md5 : NoCopy {
+ public:
+  Md5() : context_(EVP_MD_CTX_new()) {
+    ok_ = context_ != nullptr && EVP_DigestInit(context_, EVP_md5()) == 1;
+  }
+  ~Md5() { EVP_MD_CTX_free(context_); }
+
+  void update(const void* data, size_t length) { ok_ = ok_ && EVP_DigestUpdate(context_, data, length) == 1; }
+
+  // The digest's length, or 0 when any step failed.
+  uint32_t finish(uint8_t digest[16]) {
+    unsigned char value[EVP_MAX_MD_SIZE];
+    unsigned length = 0;
+    if (!ok_ || EVP_DigestFinal(context_, value, &length) != 1 || length != 16) return 0;
+    memcpy(digest, value, length);
+    return length;
+  }
+
+ private:
+  EVP_MD_CTX* context_;
+  bool ok_;
+};
 
 }  // namespace
 
@@ -63,6 +87,41 @@ void static_info_text(const sim_plmn_data& plmn, const sim_info_data& info, char
 
 using namespace brio;
 
+uint32_t briolib_get_md5_hash(const char* const* strings, int32_t count, uint8_t digest[16]) {
+  if (strings == nullptr || count <= 0 || digest == nullptr) return 0;
+  Md5 md5;
+  for (int32_t i = 0; i < count && strings[i] != nullptr; i++) md5.update(strings[i], strlen(strings[i]));
+  return md5.finish(digest);
+}
+
+uint32_t briolib_get_file_md5_hash(const char* path, uint8_t digest[16]) {
+  if (path == nullptr || digest == nullptr) {
+    BLIB_E("briolib_get_file_md5_hash::Error in input params.\n");
+    return 0;
+  }
+  Md5 md5;
+  InputFile file(open_input(path));
+  if (!file) {
+    BLIB_E("briolib_get_file_md5_hash::Error in fopen\n");
+    return 0;
+  }
+  HeapText block(static_cast<char*>(malloc(kFileBlock)));
+  if (!block) {
+    BLIB_E("briolib_get_file_md5_hash::Error in malloc\n");
+    return 0;
+  }
+  size_t length;
+  do {
+    length = file.read(block.get(), kFileBlock);
+    md5.update(block.get(), length);
+  } while (length == kFileBlock);
+  if (file.failed()) {
+    BLIB_E("briolib_get_file_md5_hash::Error in fread\n");
+    return 0;
+  }
+  return md5.finish(digest);
+}
+
 void briolib_log_dump_static_info(void) {
   BLIB_D(BRIO_LOG_DEBUG, "briolib_log_dump_static_info \n\n");
   sim_plmn_data plmn = {};
@@ -74,9 +133,7 @@ void briolib_log_dump_static_info(void) {
   }
   char text[kStaticInfoSize];
   static_info_text(plmn, info, text);
-
   const size_t length = strlen(text);
-
   const char* const strings[] = {text};
   uint8_t digest[sizeof(g_sim_info_hash)];
   if (briolib_get_md5_hash(strings, 1, digest) == 0) {
