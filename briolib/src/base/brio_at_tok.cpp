@@ -2,6 +2,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "base/fields.h"
 #include "base/text.h"
 #include "brio/at_text.h"
@@ -30,9 +32,7 @@ char* at_tok_nexttok(char** cursor) {
 
 // Both conversions saturate at 32 bits, whatever the width of long.
 int32_t prv_saturated_decimal(long long number) {
-  if (number > INT32_MAX) return INT32_MAX;
-  if (number < INT32_MIN) return INT32_MIN;
-  return static_cast<int32_t>(number);
+  return static_cast<int32_t>(std::clamp<long long>(number, INT32_MIN, INT32_MAX));
 }
 
 int32_t prv_saturated_hex(long long number) {
@@ -53,11 +53,7 @@ void prv_remove(char* text, Predicate unwanted) {
   if (text == nullptr) return;
   // Modulo 65,536, which is meant: a longer text is cut to the rest.
   const uint16_t length = static_cast<uint16_t>(strlen(text));
-  size_t kept = 0;
-  for (size_t i = 0; i < length; i++) {
-    if (!unwanted(text[i])) text[kept++] = text[i];
-  }
-  text[kept] = '\0';
+  *std::remove_if(text, text + length, unwanted) = '\0';
 }
 
 }  // namespace

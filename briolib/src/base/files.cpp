@@ -88,8 +88,6 @@ InputFile::InputFile(const char* device_path)
   if (!fd_.valid() && errno != ENOENT) fail();
 }
 
-InputFile::InputFile(int fd) : fd_(fd) {}
-
 int InputFile::next() {
   if (used_ == filled_ && !fill()) return -1;
   return static_cast<unsigned char>(buffer_[used_++]);

@@ -33,7 +33,7 @@ class InputFile {
   // A device path, for the error line of a file that is there and cannot be read.
   explicit InputFile(const char* device_path);
   // Takes the descriptor over; no error lines.
-  explicit InputFile(int fd);
+  explicit InputFile(int fd) : fd_(fd) {}
 
   explicit operator bool() const { return fd_.valid(); }
   // The next byte, -1 at the end.

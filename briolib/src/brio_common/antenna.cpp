@@ -1,4 +1,6 @@
 // Antennas: the BAS status and the antenna lock.
+#include <utility>
+
 #include "base/fields.h"
 #include "base/log.h"
 #include "brio/brio.h"
@@ -49,11 +51,7 @@ void briolib_parse_bas_status(char* payload, bas_status* record) {
   store(report.antenna, &data.curr_lte_ant);
 
   // Answers and reports name the swapped antenna differently; this is meant.
-  if (data.curr_lte_ant == (is_answer ? 1 : 0)) {
-    uint16_t value_a = data.bas_value_a;
-    data.bas_value_a = data.bas_value_b;
-    data.bas_value_b = value_a;
-  }
+  if (data.curr_lte_ant == (is_answer ? 1 : 0)) std::swap(data.bas_value_a, data.bas_value_b);
   if (is_answer) {
     record->value_a = data.bas_value_a;
     record->value_b = data.bas_value_b;

@@ -7,6 +7,8 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "base/log.h"
 #include "base/log_text.h"
 #include "brio/brio_at.h"
@@ -78,15 +80,6 @@ void prv_push_intermediate(const char* line, ATResponse* record) {
   node->next = record->intermediates;
   record->intermediates = node;
   BLIB_D(BRIO_LOG_AT_DETAIL, "adding [%s] to loc [%p]\n", line, static_cast<void*>(node->line));
-}
-
-// Moves the text without its NUL bytes together; its new length.
-size_t prv_drop_nuls(char* text, size_t length) {
-  size_t kept = 0;
-  for (size_t i = 0; i < length; i++) {
-    if (text[i] != '\0') text[kept++] = text[i];
-  }
-  return kept;
 }
 
 // Brings an incomplete line to the start of the buffer; the number of bytes that are held there.
@@ -162,7 +155,7 @@ char* read_line(int32_t fd, char* buffer, char** leftover, int32_t* count) {
   // What was held counts only now, so that it never hides an error or the end of the file.
   *count += static_cast<int32_t>(counted);
   // A NUL of the modem would hide everything after it.
-  fresh[prv_drop_nuls(fresh, static_cast<size_t>(got))] = '\0';
+  *std::remove(fresh, fresh + got, '\0') = '\0';
   BLIB_D(BRIO_LOG_AT_DETAIL, "AT data[%s]\n", fresh);
   return skip_line_ends(buffer);
 }

@@ -2,6 +2,9 @@
 
 #include <string.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "base/fields.h"
 #include "base/text.h"
 
@@ -13,10 +16,7 @@ constexpr uint32_t kBands[] = {1,   2,   5,   6,   8,   101, 102, 103,  104, 105
                                108, 109, 112, 119, 120, 850, 900, 1800, 1900};
 
 bool prv_known_band(uint32_t band) {
-  for (uint32_t known : kBands) {
-    if (band == known) return true;
-  }
-  return false;
+  return std::find(std::begin(kBands), std::end(kBands), band) != std::end(kBands);
 }
 
 // One opening quote is skipped and the last character, taken for the closing quote, is cut whatever it is.

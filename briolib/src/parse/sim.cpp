@@ -2,6 +2,8 @@
 
 #include <string.h>
 
+#include <utility>
+
 #include "base/fields.h"
 #include "base/text.h"
 #include "brio/at_text.h"
@@ -155,9 +157,7 @@ bool next_plmn(const char** cursor, bool with_access_technology, plmn_entry* ent
 void iccid_from_file(const char* data, char (&iccid)[kIccidSize]) {
   copy_padded(iccid, sizeof(iccid), data, kIccidDigits);
   for (size_t i = 0; iccid[i] != '\0' && iccid[i + 1] != '\0'; i += 2) {
-    char first = iccid[i];
-    iccid[i] = iccid[i + 1];
-    iccid[i + 1] = first;
+    std::swap(iccid[i], iccid[i + 1]);
   }
   if (!is_digit(iccid[kIccidDigits - 1])) iccid[kIccidDigits - 1] = '\0';
 }

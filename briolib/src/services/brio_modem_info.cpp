@@ -25,12 +25,6 @@ pthread_mutex_t s_modem_info_mutex = PTHREAD_MUTEX_INITIALIZER;
 modem_info s_cached_modem_info;
 uint32_t s_modem_info_valid;
 
-void prv_store(const modem_info& info) {
-  MutexGuard lock(s_modem_info_mutex);
-  s_cached_modem_info = info;
-  s_modem_info_valid = 1;
-}
-
 // Read thread. Any success final counts as read, also one without a usable line. Stored here and not where
 // the request returns: by then the library may have been opened anew, with another modem.
 uint32_t recv_func_prv_briolib_get_modem_info(const ATResponse* response, void*, uint16_t) {
@@ -47,7 +41,9 @@ uint32_t recv_func_prv_briolib_get_modem_info(const ATResponse* response, void*,
     BLIB_D(BRIO_LOG_MODEM_INFO, "fw_ver[%s]imei[%s]serial[%s]hw_ver[%s]fault_ct[%d]\n", info.fw_ver,
            info.imei, info.serial, info.hw_ver, info.fault_ct);
   }
-  prv_store(info);
+  MutexGuard lock(s_modem_info_mutex);
+  s_cached_modem_info = info;
+  s_modem_info_valid = 1;
   return BRIO_STATUS_OK;
 }
 

@@ -120,11 +120,6 @@ void prv_copy(int stop) {
 
 // ---- Start
 
-uint32_t prv_give_up(uint32_t status) {
-  prv_release();
-  return status;
-}
-
 uint32_t prv_read_log_from_tst(const char* log_path) {
   Descriptor port(open_device(kTracePort, O_RDWR | O_NOCTTY | O_NONBLOCK));
   if (!port.valid() || port.get() >= FD_SETSIZE) {
@@ -141,17 +136,20 @@ uint32_t prv_read_log_from_tst(const char* log_path) {
   s_capture = {port.release(), open_output(log_path, O_WRONLY | O_APPEND, kTraceFileMode)};
   if (s_capture.log < 0) {
     BLIB_E("brio_read_log_from_tst:log=\"%s\":can't open log file\n", log_path);
-    return prv_give_up(BRIO_STATUS_FATAL);
+    prv_release();
+    return BRIO_STATUS_FATAL;
   }
   if (!s_thread.open_sockets()) {
     BLIB_E("brio_read_log_from_tst:errno=%d:can't create socket pair\n", errno);
-    return prv_give_up(BRIO_STATUS_FAILURE);
+    prv_release();
+    return BRIO_STATUS_FAILURE;
   }
   const int error = s_thread.start();
   if (error != 0) {
     BLIB_E("brio_read_log_from_tst:err=%d:cant create thread\n", error);
     s_thread.close_sockets();
-    return prv_give_up(BRIO_STATUS_FAILURE);
+    prv_release();
+    return BRIO_STATUS_FAILURE;
   }
   return BRIO_STATUS_OK;
 }

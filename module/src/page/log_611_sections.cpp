@@ -3,6 +3,8 @@
 #include <limits.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "base/guards.h"
 #include "base/text.h"
 #include "brio/brio_module.h"
@@ -207,9 +209,7 @@ void prv_status_gsm_wcdma(TextWriter& page, const PageInput& input) {
 
 // %d prints 32 bits: a rate beyond them shows the largest one.
 int prv_clamp(int64_t rate) {
-  if (rate > INT_MAX) return INT_MAX;
-  if (rate < INT_MIN) return INT_MIN;
-  return static_cast<int>(rate);
+  return static_cast<int>(std::clamp<int64_t>(rate, INT_MIN, INT_MAX));
 }
 
 void prv_mask_unless_status(char* address) {
