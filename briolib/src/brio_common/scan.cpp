@@ -1,6 +1,8 @@
 // Network scan, its abort, automatic selection, and the network that the device is on.
 #include <string.h>
 
+#include <algorithm>
+
 #include "base/clock.h"
 #include "base/log.h"
 #include "base/text.h"
@@ -89,10 +91,8 @@ void prv_briolib_ms_display_err_info(const ScanFault& fault, const char* respons
 }
 
 bool prv_known(const ScanEntry* entries, size_t count, const ScanEntry& entry) {
-  for (size_t i = 0; i < count; i++) {
-    if (parse::same_network(entries[i], entry)) return true;
-  }
-  return false;
+  return std::any_of(entries, entries + count,
+                     [&](const ScanEntry& known) { return parse::same_network(known, entry); });
 }
 
 // Fills `entries` from the answer's line; their number. The last of 32 comes back cleared: this is meant.

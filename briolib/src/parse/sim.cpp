@@ -12,7 +12,6 @@
 namespace brio::parse {
 namespace {
 
-constexpr char kDigits[] = "0123456789";
 constexpr size_t kShortIccidLength = 19;
 constexpr size_t kShortestImsi = 6;  // MCC, MNC and a subscriber
 constexpr const char* kThreeDigitMncNetworks[] = {"310410", "302720"};
@@ -71,7 +70,7 @@ bool parse_imsi(const char* line, char imsi[kImsiSize]) {
   if (payload == nullptr) return false;
   char text[kImsiSize];
   copy_text(text, kImsiSize, payload);
-  const size_t digits = strspn(text, kDigits);
+  const size_t digits = strspn(text, "0123456789");
   if (digits < kShortestImsi || *skip_spaces(text + digits) != '\0') return false;
   copy_text(imsi, kImsiSize, text, digits);
   return true;
