@@ -108,8 +108,8 @@ BRIO_API uint32_t brio_atcmd_enable_urc(uint32_t mode);
 /**
  * Scans for operators ("AT+COPS=?", up to 300 s) after de-registering, 383 s in all. The modem stays off the
  * network afterwards, whatever the status (unless the de-registration itself is refused, and nothing is
- * scanned), until brio_atcmd_set_auto_mode. `buffer` receives a NUL-terminated
- * list of at most 31 entries, at most `size` bytes with the NUL:
+ * scanned), until brio_atcmd_set_auto_mode. `buffer` receives a NUL-terminated list of at most 31 entries, at
+ * most `size` bytes with the NUL:
  *
  *     stat,mcc,mnc,rat,"",long name,short name;
  *
